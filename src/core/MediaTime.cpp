@@ -25,8 +25,8 @@ MediaTime combine(const MediaTime& a, const MediaTime& b, int sign)
 {
     if (!a.isNumeric() || !b.isNumeric()) return MediaTime::invalid();
     const int64_t lcm = std::lcm<int64_t, int64_t>(a.timescale, b.timescale);
-    const int32_t ts = lcm <= std::numeric_limits<int32_t>::max() ? static_cast<int32_t>(lcm)
-                                                                  : std::max(a.timescale, b.timescale);
+    const int32_t ts
+        = lcm <= std::numeric_limits<int32_t>::max() ? static_cast<int32_t>(lcm) : std::max(a.timescale, b.timescale);
     const MediaTime ca = a.convertScale(ts);
     const MediaTime cb = b.convertScale(ts);
     Int128 v = static_cast<Int128>(ca.value) + sign * static_cast<Int128>(cb.value);
@@ -78,8 +78,14 @@ MediaTime MediaTime::convertScale(int32_t newTimescale) const
     return MediaTime(static_cast<int64_t>(q), newTimescale);
 }
 
-MediaTime operator-(const MediaTime& a, const MediaTime& b) { return combine(a, b, -1); }
-MediaTime operator+(const MediaTime& a, const MediaTime& b) { return combine(a, b, +1); }
+MediaTime operator-(const MediaTime& a, const MediaTime& b)
+{
+    return combine(a, b, -1);
+}
+MediaTime operator+(const MediaTime& a, const MediaTime& b)
+{
+    return combine(a, b, +1);
+}
 
 std::strong_ordering operator<=>(const MediaTime& a, const MediaTime& b)
 {

@@ -19,7 +19,12 @@ struct MediaTime {
     uint32_t flags = 0;
 
     constexpr MediaTime() = default;
-    constexpr MediaTime(int64_t v, int32_t ts) : value(v), timescale(ts), flags(ts > 0 ? uint32_t(Valid) : 0u) {}
+    constexpr MediaTime(int64_t v, int32_t ts)
+        : value(v)
+        , timescale(ts)
+        , flags(ts > 0 ? uint32_t(Valid) : 0u)
+    {
+    }
 
     static constexpr MediaTime invalid() { return MediaTime(); }
     static constexpr MediaTime zero() { return MediaTime(0, 1); }

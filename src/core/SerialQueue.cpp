@@ -2,7 +2,8 @@
 
 #include <pthread.h>
 
-SerialQueue::SerialQueue(QString label) : queueLabel(std::move(label))
+SerialQueue::SerialQueue(QString label)
+    : queueLabel(std::move(label))
 {
     worker = std::thread([this] { run(); });
     // Thread names are limited to 15 bytes; the tail of a dotted label is the telling part.
@@ -50,7 +51,10 @@ void SerialQueue::sync(const std::function<void()>& task)
     doneWake.wait(lock, [&] { return done; });
 }
 
-bool SerialQueue::isCurrent() const { return worker.get_id() == std::this_thread::get_id(); }
+bool SerialQueue::isCurrent() const
+{
+    return worker.get_id() == std::this_thread::get_id();
+}
 
 void SerialQueue::run()
 {

@@ -29,15 +29,13 @@ public:
     void async(std::function<void()> task);
 
     // Runs `task` with the owner if the owner still exists when the task's turn comes.
-    template <typename Owner>
-    void async(std::weak_ptr<Owner> owner, std::function<void(Owner&)> task)
+    template <typename Owner> void async(std::weak_ptr<Owner> owner, std::function<void(Owner&)> task)
     {
         async([owner = std::move(owner), task = std::move(task)] {
             if (auto strong = owner.lock()) task(*strong);
         });
     }
-    template <typename Owner>
-    void async(QPointer<Owner> owner, std::function<void(Owner&)> task)
+    template <typename Owner> void async(QPointer<Owner> owner, std::function<void(Owner&)> task)
     {
         async([owner, task = std::move(task)] {
             if (Owner* o = owner.data()) task(*o);
@@ -58,6 +56,6 @@ private:
     std::mutex mutex;
     std::condition_variable wake;
     std::deque<std::function<void()>> tasks; // guarded by mutex
-    bool stopping = false;                   // guarded by mutex
+    bool stopping = false; // guarded by mutex
     std::thread worker;
 };

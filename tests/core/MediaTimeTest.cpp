@@ -5,7 +5,7 @@
 TEST(MediaTime, SixSecondsBetweenTimesOfDifferentTimescales)
 {
     // A segment that started on a 600-tick clock and a frame stamped in nanoseconds.
-    const MediaTime start(600 * 10, 600);               // 10.0 s
+    const MediaTime start(600 * 10, 600); // 10.0 s
     const MediaTime frame(16'000'000'000LL, 1'000'000'000); // 16.0 s
     const MediaTime elapsed = frame - start;
     EXPECT_TRUE(elapsed.isNumeric());
