@@ -18,7 +18,9 @@ TEST(TestDesktop, StartsXAndPulseWithTheExpectedDevicesAndStopsThem)
         ASSERT_EQ(desktop.run(QStringLiteral("xdpyinfo"), {}, &out), 0);
         EXPECT_TRUE(out.contains(QStringLiteral("1280x720 pixels"))) << out.toStdString();
 
-        ASSERT_EQ(desktop.run(QStringLiteral("pactl"), { QStringLiteral("list"), QStringLiteral("short"), QStringLiteral("sources") }, &out), 0);
+        ASSERT_EQ(desktop.run(QStringLiteral("pactl"),
+                      { QStringLiteral("list"), QStringLiteral("short"), QStringLiteral("sources") }, &out),
+            0);
         EXPECT_TRUE(out.contains(QStringLiteral("vsink.monitor"))) << out.toStdString();
         EXPECT_TRUE(out.contains(QStringLiteral("vmic"))) << out.toStdString();
         ASSERT_EQ(desktop.run(QStringLiteral("pactl"), { QStringLiteral("get-default-sink") }, &out), 0);

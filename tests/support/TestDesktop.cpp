@@ -45,9 +45,15 @@ bool waitFor(const std::function<bool()>& condition, int timeoutMs)
 
 TestDesktop::TestDesktop() = default;
 
-TestDesktop::~TestDesktop() { stop(); }
+TestDesktop::~TestDesktop()
+{
+    stop();
+}
 
-QString TestDesktop::runtimeDir() const { return dir ? dir->path() : QString(); }
+QString TestDesktop::runtimeDir() const
+{
+    return dir ? dir->path() : QString();
+}
 
 QString TestDesktop::start(const Options& options)
 {
@@ -72,7 +78,8 @@ QString TestDesktop::start(const Options& options)
 
 QString TestDesktop::startX(const Options& options)
 {
-    if (QStandardPaths::findExecutable(QStringLiteral("Xvfb")).isEmpty()) return QStringLiteral("Xvfb is not installed");
+    if (QStandardPaths::findExecutable(QStringLiteral("Xvfb")).isEmpty())
+        return QStringLiteral("Xvfb is not installed");
     int fds[2];
     if (::pipe(fds) != 0) return QStringLiteral("pipe failed");
     xvfb = std::make_unique<QProcess>();
@@ -111,7 +118,9 @@ QString TestDesktop::startX(const Options& options)
         const bool ready = waitFor(
             [this] {
                 QString out;
-                return run(QStringLiteral("xprop"), { QStringLiteral("-root"), QStringLiteral("_NET_SUPPORTING_WM_CHECK") }, &out) == 0
+                return run(QStringLiteral("xprop"),
+                           { QStringLiteral("-root"), QStringLiteral("_NET_SUPPORTING_WM_CHECK") }, &out)
+                    == 0
                     && out.contains(QStringLiteral("window id"));
             },
             5000);

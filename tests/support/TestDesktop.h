@@ -32,7 +32,7 @@ public:
     QString start() { return start(Options {}); }
     void stop();
 
-    QString display() const { return displayName; }      // ":N"
+    QString display() const { return displayName; } // ":N"
     QString pulseServer() const { return pulseAddress; } // "unix:/…/native"
     QString runtimeDir() const;
 
