@@ -87,13 +87,13 @@ MediaTime operator+(const MediaTime& a, const MediaTime& b)
     return combine(a, b, +1);
 }
 
-std::strong_ordering operator<=>(const MediaTime& a, const MediaTime& b)
+int MediaTime::compare(const MediaTime& a, const MediaTime& b)
 {
     const int ra = rank(a), rb = rank(b);
-    if (ra != rb || ra != 2) return ra <=> rb;
+    if (ra != rb || ra != 2) return ra < rb ? -1 : (ra > rb ? 1 : 0);
     const Int128 lhs = static_cast<Int128>(a.value) * b.timescale;
     const Int128 rhs = static_cast<Int128>(b.value) * a.timescale;
-    return lhs <=> rhs;
+    return lhs < rhs ? -1 : (lhs > rhs ? 1 : 0);
 }
 
 int64_t monotonicNanoseconds()

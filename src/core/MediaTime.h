@@ -1,6 +1,5 @@
 #pragma once
 
-#include <compare>
 #include <cstdint>
 #include <optional>
 
@@ -47,8 +46,14 @@ struct MediaTime {
     friend MediaTime operator+(const MediaTime& a, const MediaTime& b);
 
     // Total order of the platform: invalid sorts below everything, then -inf, numbers, +inf.
-    friend std::strong_ordering operator<=>(const MediaTime& a, const MediaTime& b);
-    friend bool operator==(const MediaTime& a, const MediaTime& b) { return (a <=> b) == 0; }
+    // -1, 0 or 1. (Spelled out rather than with <=>: moc cannot parse <compare>.)
+    static int compare(const MediaTime& a, const MediaTime& b);
+    friend bool operator==(const MediaTime& a, const MediaTime& b) { return compare(a, b) == 0; }
+    friend bool operator!=(const MediaTime& a, const MediaTime& b) { return compare(a, b) != 0; }
+    friend bool operator<(const MediaTime& a, const MediaTime& b) { return compare(a, b) < 0; }
+    friend bool operator>(const MediaTime& a, const MediaTime& b) { return compare(a, b) > 0; }
+    friend bool operator<=(const MediaTime& a, const MediaTime& b) { return compare(a, b) <= 0; }
+    friend bool operator>=(const MediaTime& a, const MediaTime& b) { return compare(a, b) >= 0; }
 };
 
 // Monotonic clock reading in nanoseconds, the clock every capture timestamp uses.
