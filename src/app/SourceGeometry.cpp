@@ -1,5 +1,6 @@
 #include "app/SourceGeometry.h"
 
+#include <QStringList>
 #include <QTextBoundaryFinder>
 
 #include <algorithm>
@@ -105,6 +106,25 @@ std::optional<WindowDescriptor> parseWindowDescriptor(const QString& descriptor)
     const qsizetype at = rest.indexOf(QStringLiteral("@@"));
     if (at < 0) return std::nullopt;
     return WindowDescriptor { rest.left(at), rest.mid(at + 2) };
+}
+
+std::optional<RegionDescriptor> parseRegionDescriptor(const QString& descriptor)
+{
+    static const QString prefix = QStringLiteral("region:");
+    if (!descriptor.startsWith(prefix)) return std::nullopt;
+    const QStringList parts = descriptor.mid(prefix.size()).split(u':');
+    if (parts.size() != 2) return std::nullopt;
+    const auto display = parseUInt32(parts[0]);
+    const QStringList numbers = parts[1].split(u',');
+    if (!display || numbers.size() != 4) return std::nullopt;
+    double v[4];
+    for (int i = 0; i < 4; ++i) {
+        bool ok = false;
+        v[i] = numbers[i].trimmed().toDouble(&ok);
+        if (!ok || !std::isfinite(v[i])) return std::nullopt;
+    }
+    if (v[2] <= 0 || v[3] <= 0) return std::nullopt;
+    return RegionDescriptor { *display, QRectF(v[0], v[1], v[2], v[3]) };
 }
 
 QString sanitizeFilenameLabel(const QString& label)

@@ -2,6 +2,7 @@
 
 #include "core/SettingsEnums.h"
 
+#include <QRectF>
 #include <QSize>
 #include <QString>
 
@@ -31,6 +32,14 @@ struct WindowDescriptor {
 };
 QString windowDescriptor(const QString& bundleIdentifier, const QString& title);
 std::optional<WindowDescriptor> parseWindowDescriptor(const QString& descriptor);
+
+// "region:DISPLAYID:X,Y,W,H", a rectangle in points relative to the display's top left. Only the
+// command line names regions; they are never saved.
+struct RegionDescriptor {
+    uint32_t displayID = 0;
+    QRectF localPointRect;
+};
+std::optional<RegionDescriptor> parseRegionDescriptor(const QString& descriptor);
 
 // "/" and ":" become "-", white space is trimmed, and at most 48 characters are kept.
 QString sanitizeFilenameLabel(const QString& label);

@@ -97,3 +97,15 @@ TEST(ScreenLayout, LookupsAndFlipsThroughTheMainHeight)
     EXPECT_EQ(layout.globalToScreenSpace(QRectF(1440, -200, 1920, 1080)), QRectF(1440, 20, 1920, 1080));
     EXPECT_EQ(layout.screens[0].backingRect(QRectF(0, 0, 1440, 900)), QRectF(0, 0, 2880, 1800));
 }
+
+TEST(SourceGeometry, RegionDescriptorOfTheCommandLine)
+{
+    const auto r = parseRegionDescriptor(QStringLiteral("region:1:10,20.5,300,200"));
+    ASSERT_TRUE(r);
+    EXPECT_EQ(r->displayID, 1u);
+    EXPECT_EQ(r->localPointRect, QRectF(10, 20.5, 300, 200));
+    EXPECT_FALSE(parseRegionDescriptor(QStringLiteral("region:1:10,20,300")));
+    EXPECT_FALSE(parseRegionDescriptor(QStringLiteral("region:1:10,20,0,200")));
+    EXPECT_FALSE(parseRegionDescriptor(QStringLiteral("region:x:10,20,30,40")));
+    EXPECT_FALSE(parseRegionDescriptor(QStringLiteral("region:10,20,30,40")));
+}

@@ -1,0 +1,90 @@
+#include "app/CommandLine.h"
+
+namespace CommandLine {
+
+namespace {
+
+const QStringList simpleControlCommands { QStringLiteral("toggle"), QStringLiteral("start"), QStringLiteral("stop"),
+    QStringLiteral("status"), QStringLiteral("arm"), QStringLiteral("disarm") };
+
+Invocation invalid(const QString& error)
+{
+    Invocation out;
+    out.kind = Invocation::Kind::invalid;
+    out.error = error;
+    return out;
+}
+
+} // namespace
+
+Invocation parse(const QStringList& arguments)
+{
+    Invocation out;
+    if (arguments.isEmpty()) return out;
+    const QString first = arguments.first();
+    const QStringList rest = arguments.mid(1);
+
+    if (first == QStringLiteral("--help") || first == QStringLiteral("-h") || first == QStringLiteral("help")) {
+        out.kind = Invocation::Kind::help;
+        return out;
+    }
+    if (first == QStringLiteral("--version")) {
+        out.kind = Invocation::Kind::version;
+        return out;
+    }
+    if (first == QStringLiteral("journal")) {
+        out.kind = Invocation::Kind::journal;
+        out.command = rest;
+        return out;
+    }
+    if (simpleControlCommands.contains(first)) {
+        if (!rest.isEmpty()) return invalid(QStringLiteral("'%1' takes no arguments").arg(first));
+        out.kind = Invocation::Kind::control;
+        out.command = { first };
+        return out;
+    }
+    if (first == QStringLiteral("area")) {
+        if (rest.size() != 4) return invalid(QStringLiteral("'area' takes four numbers: X Y W H"));
+        for (const QString& n : rest) {
+            bool ok = false;
+            n.toDouble(&ok);
+            if (!ok) return invalid(QStringLiteral("'area' takes four numbers: X Y W H, not '%1'").arg(n));
+        }
+        out.kind = Invocation::Kind::control;
+        out.command = arguments;
+        return out;
+    }
+    if (first == QStringLiteral("--headless")) {
+        out.kind = Invocation::Kind::headless;
+        for (int i = 0; i < rest.size(); ++i) {
+            if (rest[i] == QStringLiteral("--source") && i + 1 < rest.size()) {
+                out.source = rest[++i];
+            } else if (rest[i].startsWith(QStringLiteral("--source="))) {
+                out.source = rest[i].mid(9);
+            } else {
+                return invalid(QStringLiteral("unknown argument for --headless: '%1'").arg(rest[i]));
+            }
+        }
+        return out;
+    }
+    return invalid(QStringLiteral("unknown command '%1'").arg(first));
+}
+
+QString usage()
+{
+    return QStringLiteral(
+        "Usage:\n"
+        "  velotape                          start Velotape with its window\n"
+        "  velotape --headless [--source S]  run without a window; S is display:ID,\n"
+        "                                    window:CLASS@@TITLE or region:DISPLAYID:X,Y,W,H\n"
+        "  velotape toggle                   start a clip, or save the running one (the save hotkey)\n"
+        "  velotape start | stop             start or save a clip\n"
+        "  velotape status                   what the running instance is doing\n"
+        "  velotape arm | disarm             arm or disarm the area monitor (the arm hotkey)\n"
+        "  velotape area X Y W H             watch this area (global points) and take its reference\n"
+        "  velotape journal [--folder DIR] [--unit U] [--json]\n"
+        "                                    the journal's statistics\n"
+        "Exit status: 0 done, 1 no running instance, 2 bad command.\n");
+}
+
+} // namespace CommandLine

@@ -1,0 +1,37 @@
+#include "app/CommandLine.h"
+
+#include <gtest/gtest.h>
+
+using Kind = Invocation::Kind;
+
+TEST(CommandLine, RecognisesEveryFormAndRefusesTheRest)
+{
+    EXPECT_EQ(CommandLine::parse({}).kind, Kind::window);
+
+    Invocation headless = CommandLine::parse({ "--headless", "--source", "window:org.app@@Chart: 1m" });
+    EXPECT_EQ(headless.kind, Kind::headless);
+    EXPECT_EQ(headless.source, QStringLiteral("window:org.app@@Chart: 1m"));
+    EXPECT_EQ(CommandLine::parse({ "--headless", "--source=display:1" }).source, QStringLiteral("display:1"));
+    EXPECT_EQ(CommandLine::parse({ "--headless", "--frobnicate" }).kind, Kind::invalid);
+
+    for (const char* c : { "toggle", "start", "stop", "status", "arm", "disarm" }) {
+        const Invocation i = CommandLine::parse({ c });
+        EXPECT_EQ(i.kind, Kind::control) << c;
+        EXPECT_EQ(i.command, QStringList { c });
+    }
+    EXPECT_EQ(CommandLine::parse({ "toggle", "now" }).kind, Kind::invalid);
+
+    const Invocation area = CommandLine::parse({ "area", "10", "20.5", "300", "200" });
+    EXPECT_EQ(area.kind, Kind::control);
+    EXPECT_EQ(area.command, (QStringList { "area", "10", "20.5", "300", "200" }));
+    EXPECT_EQ(CommandLine::parse({ "area", "10", "20", "300" }).kind, Kind::invalid);
+    EXPECT_EQ(CommandLine::parse({ "area", "10", "20", "300", "wide" }).kind, Kind::invalid);
+
+    const Invocation journal = CommandLine::parse({ "journal", "--json", "--unit", "R" });
+    EXPECT_EQ(journal.kind, Kind::journal);
+    EXPECT_EQ(journal.command, (QStringList { "--json", "--unit", "R" }));
+
+    const Invocation bad = CommandLine::parse({ "record" });
+    EXPECT_EQ(bad.kind, Kind::invalid);
+    EXPECT_TRUE(bad.error.contains(QStringLiteral("record")));
+}
