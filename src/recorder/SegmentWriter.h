@@ -36,6 +36,10 @@ public:
     bool addAudioInput();
     bool hasVideoInput() const;
     bool hasAudioInput() const;
+    // True (the default): a full queue makes the writer "not ready" and the caller drops the
+    // sample, as a live source must. False: isReadyFor… waits for room instead, so that a source
+    // faster than real time (a test, a benchmark) is paced rather than thinned.
+    void setExpectsMediaDataInRealTime(bool realTime);
 
     // Opens the encoders and the file. False with error() on failure.
     bool startWriting();

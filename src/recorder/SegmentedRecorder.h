@@ -86,10 +86,11 @@ public:
     // Set by the owner before frames flow; called on `queue` (the compositing pass).
     CameraProvider cameraProvider;
 
-    // Any thread, blocking: runs `task` on `queue` and waits for it. For tests and orderly
-    // shutdown; never from the main thread while frames are expected to flow smoothly.
-    void waitForQueue(const std::function<void()>& task = {});
-    // Finished segments as the ring sees them now. Any thread, blocking on `queue`.
+    // Blocks until `queue` has run everything placed on it so far and every closing of a rotated
+    // segment has reported back. Any thread but `queue`'s own; for tests and tools, since the
+    // program itself never waits for the ring.
+    void waitUntilIdle();
+    // The finished segments as the ring holds them now, in list order. Blocks on `queue`.
     std::vector<Segment> segmentsSnapshot();
 
 signals:
@@ -122,10 +123,11 @@ private:
     void stopRecordingOnQueue();
     void removeExportedSegments(const std::vector<Segment>& exported);
 
-    // Any thread.
-    void reportError(const QString& text);
-    static void exportConcatenated(
-        std::weak_ptr<Anchor> anchor, std::vector<Segment> segments, MediaTime trimFromPTS, QString destination);
+    // Any thread: places the call of onError on the main thread.
+    static void reportError(const std::weak_ptr<Anchor>& anchor, const QString& text);
+    // The global pool: joins `segments` into `destination`, then reports.
+    static void exportConcatenated(const std::weak_ptr<Anchor>& anchor, const std::vector<Segment>& segments,
+        const MediaTime& trimFromPTS, const QString& destination);
 
     // Main thread.
     void setBuffering(bool value);

@@ -1,0 +1,174 @@
+#include "media/VideoEncoder.h"
+
+extern "C" {
+#include <libavutil/hwcontext.h>
+#include <libavutil/opt.h>
+#include <libavutil/pixdesc.h>
+}
+
+namespace {
+
+// Main profile is 8-bit 4:2:0; hardware encoders prefer NV12 in memory.
+AVPixelFormat softwareFormatFor(const QString& name)
+{
+    if (name == QLatin1String("libx265") || name == QLatin1String("hevc_nvenc")) return AV_PIX_FMT_YUV420P;
+    return AV_PIX_FMT_NV12;
+}
+
+void setOption(AVCodecContext* c, const char* key, const char* value)
+{
+    // Options that one encoder lacks are no error: each gets the ones it knows.
+    av_opt_set(c->priv_data, key, value, 0);
+}
+
+} // namespace
+
+std::unique_ptr<VideoEncoder> VideoEncoder::open(const QString& name, const Settings& s, QString* error)
+{
+    auto fail = [&](const QString& why) {
+        if (error) *error = why;
+        return std::unique_ptr<VideoEncoder>();
+    };
+    const AVCodec* codec = avcodec_find_encoder_by_name(name.toUtf8().constData());
+    if (!codec) return fail(QStringLiteral("no encoder %1").arg(name));
+
+    std::unique_ptr<VideoEncoder> encoder(new VideoEncoder);
+    encoder->codec.reset(avcodec_alloc_context3(codec));
+    if (!encoder->codec) return fail(QStringLiteral("out of memory"));
+    AVCodecContext* c = encoder->codec.get();
+    encoder->softwareFormat = softwareFormatFor(name);
+
+    const int fps = std::max(1, s.expectedFPS);
+    c->width = s.width;
+    c->height = s.height;
+    c->time_base = s.timeBase;
+    c->framerate = AVRational { fps, 1 };
+    c->bit_rate = s.averageBitRate;
+    c->gop_size = fps;
+    c->max_b_frames = 0;
+    c->has_b_frames = 0;
+    c->profile = FF_PROFILE_HEVC_MAIN;
+    c->pix_fmt = encoder->softwareFormat;
+    c->color_primaries = AVCOL_PRI_BT709;
+    c->color_trc = AVCOL_TRC_BT709;
+    c->colorspace = AVCOL_SPC_BT709;
+    c->color_range = AVCOL_RANGE_MPEG;
+    if (s.globalHeader) c->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+
+    if (name == QLatin1String("libx265")) {
+        setOption(c, "preset", "ultrafast");
+        setOption(c, "profile", "main");
+        setOption(c, "forced-idr", "1");
+        // repeat-headers keeps VPS/SPS/PPS in every key frame, so that a segment encoded at another
+        // bit rate still decodes after the first segment's hvcC. No B-frames means no reordering.
+        const QByteArray params = QStringLiteral("keyint=%1:min-keyint=1:bframes=0:b-adapt=0:open-gop=0:"
+                                                 "repeat-headers=1:log-level=error")
+                                      .arg(fps)
+                                      .toUtf8();
+        setOption(c, "x265-params", params.constData());
+    } else {
+        setOption(c, "profile", "main");
+        setOption(c, "forced-idr", "1");
+        setOption(c, "bf", "0");
+        setOption(c, "repeat_pps", "1");
+        setOption(c, "zerolatency", "1");
+    }
+
+    if (name == QLatin1String("hevc_vaapi")) {
+        AVBufferRef* device = nullptr;
+        int rc = av_hwdevice_ctx_create(&device, AV_HWDEVICE_TYPE_VAAPI, nullptr, nullptr, 0);
+        if (rc < 0) return fail(QStringLiteral("no VAAPI device: %1").arg(avErrorText(rc)));
+        encoder->hwDevice.reset(device);
+        encoder->hwFrames.reset(av_hwframe_ctx_alloc(device));
+        if (!encoder->hwFrames) return fail(QStringLiteral("out of memory"));
+        auto* frames = reinterpret_cast<AVHWFramesContext*>(encoder->hwFrames->data);
+        frames->format = AV_PIX_FMT_VAAPI;
+        frames->sw_format = AV_PIX_FMT_NV12;
+        frames->width = s.width;
+        frames->height = s.height;
+        frames->initial_pool_size = 16;
+        rc = av_hwframe_ctx_init(encoder->hwFrames.get());
+        if (rc < 0) return fail(QStringLiteral("VAAPI frames: %1").arg(avErrorText(rc)));
+        c->pix_fmt = AV_PIX_FMT_VAAPI;
+        c->hw_frames_ctx = av_buffer_ref(encoder->hwFrames.get());
+    }
+
+    const int rc = avcodec_open2(c, codec, nullptr);
+    if (rc < 0) return fail(avErrorText(rc));
+
+    encoder->packet.reset(av_packet_alloc());
+    encoder->softwareFrame.reset(av_frame_alloc());
+    FramePtr& f = encoder->softwareFrame;
+    if (!f || !encoder->packet) return fail(QStringLiteral("out of memory"));
+    f->format = encoder->softwareFormat;
+    f->width = s.width;
+    f->height = s.height;
+    if (av_frame_get_buffer(f.get(), 0) < 0) return fail(QStringLiteral("out of memory"));
+    return encoder;
+}
+
+VideoEncoder::~VideoEncoder() = default;
+
+int VideoEncoder::convert(const QImage& image, AVFrame* target)
+{
+    const AVPixelFormat source
+        = image.format() == QImage::Format_RGB32 ? AV_PIX_FMT_BGR0 : AV_PIX_FMT_BGRA; // little-endian BGRA
+    if (!scaler || scalerInput != image.size() || scalerFormat != image.format()) {
+        scaler.reset(sws_getContext(image.width(), image.height(), source, target->width, target->height,
+            static_cast<AVPixelFormat>(target->format), SWS_BILINEAR, nullptr, nullptr, nullptr));
+        if (!scaler) return AVERROR(EINVAL);
+        // Screens are sRGB; tag and convert as BT.709 limited range, what players assume for HD.
+        const int* coefficients = sws_getCoefficients(SWS_CS_ITU709);
+        sws_setColorspaceDetails(scaler.get(), coefficients, 1, coefficients, 0, 0, 1 << 16, 1 << 16);
+        scalerInput = image.size();
+        scalerFormat = image.format();
+    }
+    const int rc = av_frame_make_writable(target);
+    if (rc < 0) return rc;
+    const uint8_t* src[1] = { image.constBits() };
+    const int stride[1] = { static_cast<int>(image.bytesPerLine()) };
+    sws_scale(scaler.get(), src, stride, 0, image.height(), target->data, target->linesize);
+    return 0;
+}
+
+int VideoEncoder::send(const QImage& image, int64_t pts, bool forceKeyFrame, const PacketSink& sink)
+{
+    if (image.isNull() || image.depth() != 32) return AVERROR(EINVAL);
+    int rc = convert(image, softwareFrame.get());
+    if (rc < 0) return rc;
+    AVFrame* input = softwareFrame.get();
+    FramePtr hwFrame;
+    if (hwFrames) {
+        hwFrame.reset(av_frame_alloc());
+        if (!hwFrame) return AVERROR(ENOMEM);
+        rc = av_hwframe_get_buffer(hwFrames.get(), hwFrame.get(), 0);
+        if (rc < 0) return rc;
+        rc = av_hwframe_transfer_data(hwFrame.get(), softwareFrame.get(), 0);
+        if (rc < 0) return rc;
+        input = hwFrame.get();
+    }
+    input->pts = pts;
+    input->pict_type = forceKeyFrame ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
+    rc = avcodec_send_frame(codec.get(), input);
+    if (rc < 0) return rc;
+    return drain(sink);
+}
+
+int VideoEncoder::finish(const PacketSink& sink)
+{
+    const int rc = avcodec_send_frame(codec.get(), nullptr);
+    if (rc < 0) return rc;
+    return drain(sink);
+}
+
+int VideoEncoder::drain(const PacketSink& sink)
+{
+    for (;;) {
+        int rc = avcodec_receive_packet(codec.get(), packet.get());
+        if (rc == AVERROR(EAGAIN) || rc == AVERROR_EOF) return 0;
+        if (rc < 0) return rc;
+        rc = sink(packet.get());
+        av_packet_unref(packet.get());
+        if (rc < 0) return rc;
+    }
+}

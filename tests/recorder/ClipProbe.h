@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QString>
+
+#include <vector>
+
+// Everything a test wants to know about a written MP4, found by demuxing and decoding all of it
+// with libavformat/libavcodec as a player would (edit lists applied, hidden frames not shown).
+struct ClipProbe {
+    struct Frame {
+        double seconds = 0; // presentation time in the file
+        int index = -1; // the index painted into the picture (IndexedFrames), -1 unreadable
+        bool key = false;
+    };
+
+    bool opened = false;
+    QString container; // the demuxer's name, "mov,mp4,m4a,3gp,3g2,mj2" for MP4
+    QString videoCodec;
+    QString audioCodec;
+    int width = 0;
+    int height = 0;
+    int audioSampleRate = 0;
+    int audioChannels = 0;
+    double audioBitRate = 0;
+    bool faststart = false; // the index (moov) comes before the media data (mdat)
+    std::vector<Frame> frames;
+    double audioStart = -1; // seconds of the first decoded audio sample shown, -1 when none
+    double audioSeconds = 0; // decoded audio, in seconds
+    int decodeErrors = 0;
+
+    static ClipProbe read(const QString& path);
+    double duration() const;
+};
