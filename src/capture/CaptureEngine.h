@@ -1,0 +1,171 @@
+#pragma once
+
+#include "capture/CaptureBackend.h"
+#include "capture/CaptureSource.h"
+#include "capture/SystemAudioBackend.h"
+
+#include <QImage>
+#include <QObject>
+#include <QPointer>
+#include <QThreadPool>
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+class SegmentedRecorder;
+
+// What can be captured, and the one running capture stream that feeds the recorder and a small
+// preview. The platform lies behind CaptureBackend (the screen) and SystemAudioBackend (the
+// system's sound); this class holds the rules.
+//
+// Threads: all state lives on the main thread and every method is called there, except where a
+// comment says otherwise. Frames arrive on the backend's capture thread and hop to the main thread
+// (handleFrame); system audio goes from the audio thread straight to the recorder.
+//
+// The link to the recorder is weak: a recorder that is gone simply receives nothing. Audio reads
+// the link on the audio thread, so whoever destroys the recorder stops the stream first (the
+// session controller keeps both for the life of the process).
+class CaptureEngine : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(std::vector<CaptureDisplay> availableDisplays READ availableDisplays NOTIFY availableDisplaysChanged)
+    Q_PROPERTY(std::vector<CaptureWindow> availableWindows READ availableWindows NOTIFY availableWindowsChanged)
+    Q_PROPERTY(std::optional<CaptureSource> selectedSource READ selectedSource WRITE setSelectedSource NOTIFY
+            selectedSourceChanged)
+    Q_PROPERTY(std::optional<QString> errorMessage READ errorMessage NOTIFY errorMessageChanged)
+    Q_PROPERTY(QImage latestPreview READ latestPreview NOTIFY latestPreviewChanged)
+    Q_PROPERTY(bool isStreaming READ isStreaming NOTIFY isStreamingChanged)
+    Q_PROPERTY(int outputWidth READ outputWidth NOTIFY outputWidthChanged)
+    Q_PROPERTY(int outputHeight READ outputHeight NOTIFY outputHeightChanged)
+
+public:
+    struct WindowScope {
+        uint32_t windowID = 0;
+        QRectF frame; // global display space
+    };
+
+    // The preview is at most this high and comes at most this often.
+    static constexpr int previewMaxHeight = 720;
+    static constexpr int64_t previewIntervalNs = 1'000'000'000 / 15;
+
+    // The advice that follows the reason of a failed start.
+    static const QString captureFailedAdvice;
+
+    // `audio` may be null: then a stream that asks for system audio fails to start.
+    explicit CaptureEngine(std::shared_ptr<CaptureBackend> backend, std::shared_ptr<SystemAudioBackend> audio = {},
+        QObject* parent = nullptr);
+    // Stops the stream.
+    ~CaptureEngine() override;
+
+    const std::vector<CaptureDisplay>& availableDisplays() const { return displays; }
+    const std::vector<CaptureWindow>& availableWindows() const { return windows; }
+    const std::optional<CaptureSource>& selectedSource() const { return selected; }
+    void setSelectedSource(const std::optional<CaptureSource>& source);
+    const std::optional<QString>& errorMessage() const { return error; }
+    // Null until the first preview; the last one stays after the stream stops.
+    QImage latestPreview() const { return preview; }
+    bool isStreaming() const { return streaming; }
+    int outputWidth() const { return width; }
+    int outputHeight() const { return height; }
+    // This program among the applications a capture can leave out, if the backend offers it.
+    const std::optional<CaptureApplication>& myApplication() const { return ownApplication; }
+
+    // Where frames and system audio go. Set once by the owner; may stay unset.
+    void setRecorder(SegmentedRecorder* recorder);
+    SegmentedRecorder* recorder() const;
+
+    // The identifier this program's own windows carry (on X11, the class of WM_CLASS), so that they
+    // are never offered for capture. Defaults to the application name with a capital first letter,
+    // which is the class Qt gives its windows.
+    void setOwnBundleIdentifier(const QString& identifier) { ownBundleIdentifier = identifier; }
+
+    // Lists displays and windows on a worker thread and applies the result here; `done` runs
+    // afterwards, whatever the outcome. On failure errorMessage says why and the lists stay.
+    void refreshAvailableContent(std::function<void()> done = {});
+
+    // Stops any running stream, then starts one for the selected source (nothing at all without a
+    // selection). Returns once the stream runs or has failed; the outcome is in isStreaming and
+    // errorMessage.
+    void startStream(int width, int height, int fps, bool showCursor, bool hideSelf, bool captureSystemAudio);
+    // Never fails. The last preview stays on show.
+    void stopStream();
+
+    // Blocking on the display server. A window's present frame, or none if it is gone.
+    std::optional<QRectF> liveFrame(uint32_t windowID) const;
+    // The selected window with its live frame (the listed one if that can't be had); none unless a
+    // window is selected.
+    std::optional<WindowScope> selectedWindowScope() const;
+
+    // The screen, for single grabs (area monitor, thumbnails). Any thread.
+    const std::shared_ptr<CaptureBackend>& backend() const { return screen; }
+
+    // Every complete frame: to the recorder first, then to frameSink, then perhaps a preview.
+    void handleFrame(const VideoFrame& frame);
+
+    // The stream settings that startStream asks for: sizes even and at least 2, fps at least 1.
+    static StreamConfiguration makeConfiguration(int width, int height, int fps, bool showCursor, bool captureAudio);
+    // The filter of a source. A region is its display's filter with the rectangle as sourceRect.
+    static ContentFilter makeFilter(
+        const CaptureSource& source, bool hideSelf, const std::optional<CaptureApplication>& myApplication);
+
+    // Observers for tests and tools: every frame handleFrame passes on (main thread), every system
+    // audio buffer (audio thread; set before startStream).
+    std::function<void(const VideoFrame&)> frameSink;
+    std::function<void(const AudioBuffer&)> audioSink;
+    // The clock of the preview throttle, monotonic nanoseconds; tests put their own here.
+    std::function<int64_t()> clock = monotonicNanoseconds;
+
+signals:
+    void availableDisplaysChanged();
+    void availableWindowsChanged();
+    void selectedSourceChanged();
+    void errorMessageChanged();
+    void latestPreviewChanged();
+    void isStreamingChanged();
+    void outputWidthChanged();
+    void outputHeightChanged();
+
+private:
+    // What the audio thread may read: the recorder and the observer, under their own lock.
+    struct AudioRoute {
+        std::mutex mutex;
+        QPointer<SegmentedRecorder> recorder; // guarded by mutex
+        std::function<void(const AudioBuffer&)> sink; // guarded by mutex
+    };
+
+    void applyContent(const CaptureBackend::ContentResult& result);
+    void setErrorMessage(const std::optional<QString>& message);
+    void setStreaming(bool value);
+    void setOutputSize(int w, int h);
+
+    std::shared_ptr<CaptureBackend> screen;
+    std::shared_ptr<SystemAudioBackend> systemAudio;
+    QString ownBundleIdentifier;
+
+    std::vector<CaptureDisplay> displays;
+    std::vector<CaptureWindow> windows;
+    std::optional<CaptureSource> selected;
+    std::optional<QString> error;
+    std::optional<CaptureApplication> ownApplication;
+    QImage preview;
+    bool streaming = false;
+    int width = 1920;
+    int height = 1080;
+    QPointer<SegmentedRecorder> recorderLink;
+    std::optional<int64_t> lastPreviewAt;
+
+    std::shared_ptr<AudioRoute> audioRoute = std::make_shared<AudioRoute>();
+    std::shared_ptr<StreamOutput> streamOutput;
+    std::unique_ptr<CaptureStream> stream;
+    std::unique_ptr<CaptureStream> audioStream;
+    // Frames posted to the main thread and not yet handled; beyond the queue depth new ones drop,
+    // so a stalled main thread cannot pile up frames without bound.
+    std::shared_ptr<std::atomic<int>> framesInFlight = std::make_shared<std::atomic<int>>(0);
+
+    // Listing runs here; destroyed before the backend it uses.
+    QThreadPool listingPool;
+};

@@ -1,0 +1,59 @@
+#include "capture/FrameScaler.h"
+
+extern "C" {
+#include <libswscale/swscale.h>
+}
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+void FrameScaler::SwsFree::operator()(SwsContext* c) const
+{
+    sws_freeContext(c);
+}
+
+FrameScaler::FrameScaler() = default;
+FrameScaler::~FrameScaler() = default;
+
+QRect FrameScaler::fitRect(QSize source, QSize output)
+{
+    if (source.isEmpty() || output.isEmpty()) return {};
+    const double scale = std::min(double(output.width()) / source.width(), double(output.height()) / source.height());
+    const int width = std::clamp(int(std::lround(source.width() * scale)), 1, output.width());
+    const int height = std::clamp(int(std::lround(source.height() * scale)), 1, output.height());
+    const int x = ((output.width() - width) / 2) & ~3;
+    const int y = (output.height() - height) / 2;
+    return QRect(x, y, width, height);
+}
+
+QImage FrameScaler::fit(const uchar* pixels, int stride, QSize source, QSize output)
+{
+    if (source.isEmpty() || output.isEmpty() || !pixels) return {};
+    QImage image(output, QImage::Format_RGB32);
+    if (image.isNull()) return {};
+    const QRect target = fitRect(source, output);
+    if (target.size() != output) image.fill(Qt::black);
+
+    if (target.size() == source) {
+        // Same size: a copy that also makes the padding byte opaque, which the X server leaves as 0.
+        for (int y = 0; y < source.height(); ++y) {
+            const auto* from = reinterpret_cast<const uint32_t*>(pixels + size_t(y) * stride);
+            auto* to = reinterpret_cast<uint32_t*>(image.scanLine(target.y() + y)) + target.x();
+            for (int x = 0; x < source.width(); ++x)
+                to[x] = from[x] | 0xff000000u;
+        }
+        return image;
+    }
+
+    // BGR0 in, BGRA out: the scaler fills the alpha it doesn't get with opaque.
+    context.reset(sws_getCachedContext(context.release(), source.width(), source.height(), AV_PIX_FMT_BGR0,
+        target.width(), target.height(), AV_PIX_FMT_BGRA, SWS_BILINEAR, nullptr, nullptr, nullptr));
+    if (!context) return {};
+    const uint8_t* srcSlice[4] = { pixels, nullptr, nullptr, nullptr };
+    const int srcStride[4] = { stride, 0, 0, 0 };
+    uint8_t* dst[4] = { image.scanLine(target.y()) + size_t(target.x()) * 4, nullptr, nullptr, nullptr };
+    const int dstStride[4] = { int(image.bytesPerLine()), 0, 0, 0 };
+    sws_scale(context.get(), srcSlice, srcStride, 0, source.height(), dst, dstStride);
+    return image;
+}

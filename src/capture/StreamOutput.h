@@ -1,0 +1,25 @@
+#pragma once
+
+#include "media/MediaSample.h"
+
+#include <QString>
+
+#include <functional>
+
+// The sink of one stream. Backends hand it every sample; it drops those that carry nothing and
+// passes the rest on. It holds nothing but the two callbacks, which are set before the stream
+// starts and never changed while it runs.
+class StreamOutput {
+public:
+    // Called on the capture thread.
+    std::function<void(const VideoFrame&)> onFrame;
+    // Called on the audio thread.
+    std::function<void(const AudioBuffer&)> onAudio;
+
+    // Capture thread: a frame whose picture changed. Frames without an image or time are dropped.
+    void didOutputFrame(const VideoFrame& frame) const;
+    // Audio thread: drops buffers without samples or time.
+    void didOutputAudio(const AudioBuffer& buffer) const;
+    // Any thread: the stream ended by itself. Logged and nothing else: the frames just end.
+    void didStopWithError(const QString& error) const;
+};

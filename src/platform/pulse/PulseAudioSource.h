@@ -1,0 +1,80 @@
+#pragma once
+
+#include "capture/CaptureStream.h"
+#include "media/MediaSample.h"
+
+#include <QString>
+
+#include <pulse/pulseaudio.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+// Records one PulseAudio source in its own sample format (float32 or s16; a source in any other
+// format is asked for as float32) on libpulse's threaded main loop, and stamps each buffer with
+// the monotonic capture clock: the time of its first sample, counted on by samples so that times
+// always increase, and set again from the stream's latency when the two part by more than 50 ms.
+class PulseAudioSource : public CaptureStream {
+public:
+    enum class Device {
+        defaultSinkMonitor, // what the system plays
+        defaultSource, // the default microphone
+        named, // the source called `name`
+    };
+    struct Opened {
+        std::unique_ptr<PulseAudioSource> source;
+        QString error;
+    };
+
+    // Blocks until recording runs or has failed. `onBuffer` runs on the PulseAudio thread.
+    static Opened open(Device device, const QString& name, const QString& streamName,
+        std::function<void(const AudioBuffer&)> onBuffer);
+    ~PulseAudioSource() override;
+
+    // Any thread but the PulseAudio one. Once it returns, onBuffer is not called again.
+    void stop() override;
+
+    // The name of the source being recorded and the format buffers come in.
+    const QString& sourceName() const { return recordedSource; }
+    AudioBuffer::SampleFormat format() const { return sampleFormat; }
+
+    // Pure: the time of the next buffer's first sample. `expected` is where counting samples
+    // leads (none for the first buffer), `measured` what the clock and latency say, `previous` the
+    // last buffer's time; all in nanoseconds.
+    static int64_t nextTimestamp(std::optional<int64_t> expected, int64_t measured, std::optional<int64_t> previous);
+
+private:
+    struct MainloopFree {
+        void operator()(pa_threaded_mainloop* m) const { pa_threaded_mainloop_free(m); }
+    };
+    struct ContextUnref {
+        void operator()(pa_context* c) const { pa_context_unref(c); }
+    };
+    struct StreamUnref {
+        void operator()(pa_stream* s) const { pa_stream_unref(s); }
+    };
+
+    PulseAudioSource() = default;
+    QString start(Device device, const QString& name, const QString& streamName);
+    QString errorText() const;
+    // On the PulseAudio thread.
+    static void onContextState(pa_context* context, void* self);
+    static void onStreamState(pa_stream* stream, void* self);
+    static void onReadable(pa_stream* stream, size_t bytes, void* self);
+    void readAvailable();
+
+    std::unique_ptr<pa_threaded_mainloop, MainloopFree> mainloop;
+    std::unique_ptr<pa_context, ContextUnref> context;
+    std::unique_ptr<pa_stream, StreamUnref> stream;
+    std::function<void(const AudioBuffer&)> deliver;
+    QString recordedSource;
+    AudioBuffer::SampleFormat sampleFormat = AudioBuffer::SampleFormat::Float32;
+    int sampleRate = 44100;
+    int channels = 1;
+    bool running = false;
+
+    // PulseAudio thread only.
+    std::optional<int64_t> nextPts;
+    std::optional<int64_t> lastPts;
+};

@@ -1,0 +1,274 @@
+#include "platform/x11/X11CaptureStream.h"
+
+#include "core/MediaTime.h"
+
+#include <xcb/composite.h>
+
+#include <chrono>
+#include <pthread.h>
+
+namespace {
+
+// Frames are read as 32 bits a pixel; other layouts (16-bit displays) are not supported.
+int bitsPerPixel(xcb_connection_t* c, uint8_t depth)
+{
+    xcb_format_iterator_t it = xcb_setup_pixmap_formats_iterator(xcb_get_setup(c));
+    for (; it.rem; xcb_format_next(&it))
+        if (it.data->depth == depth) return it.data->bits_per_pixel;
+    return 0;
+}
+
+bool requestFailed(xcb_connection_t* c, xcb_void_cookie_t cookie)
+{
+    XcbReply<xcb_generic_error_t> error(xcb_request_check(c, cookie));
+    return error != nullptr;
+}
+
+} // namespace
+
+CaptureBackend::StreamStart X11CaptureStream::start(
+    const ContentFilter& filter, const StreamConfiguration& configuration, std::shared_ptr<const StreamOutput> output)
+{
+    std::unique_ptr<X11CaptureStream> stream(new X11CaptureStream);
+    QString error;
+    stream->connection = XcbConnection::open(&error);
+    if (!stream->connection) return { nullptr, error };
+    stream->configuration = configuration;
+    stream->output = std::move(output);
+    if (QString failed = stream->setUp(filter); !failed.isEmpty()) {
+        stream->stop();
+        return { nullptr, failed };
+    }
+    stream->thread = std::thread([s = stream.get()] { s->run(); });
+    pthread_setname_np(stream->thread.native_handle(), "capture.video");
+    return { std::move(stream), {} };
+}
+
+X11CaptureStream::~X11CaptureStream()
+{
+    stop();
+}
+
+QString X11CaptureStream::setUp(const ContentFilter& filter)
+{
+    xcb_connection_t* c = connection->get();
+    const XcbConnection::Extensions& ext = connection->extensions();
+    if (!ext.damage) return QStringLiteral("the X server lacks the DAMAGE extension");
+    if (!ext.xfixes) return QStringLiteral("the X server lacks the XFIXES extension");
+
+    xcb_drawable_t drawable = connection->root();
+    if (filter.kind == ContentFilter::Kind::window) {
+        if (!ext.composite) return QStringLiteral("the X server lacks the Composite extension");
+        windowMode = true;
+        window = filter.window.windowID;
+        XcbReply<xcb_get_geometry_reply_t> geometry(xcb_get_geometry_reply(c, xcb_get_geometry(c, window), nullptr));
+        if (!geometry) return QStringLiteral("the window is gone");
+        if (bitsPerPixel(c, geometry->depth) != 32)
+            return QStringLiteral("windows of depth %1 are not supported").arg(geometry->depth);
+        area = QRect(0, 0, geometry->width, geometry->height);
+        const uint32_t events = XCB_EVENT_MASK_STRUCTURE_NOTIFY;
+        if (requestFailed(c, xcb_change_window_attributes_checked(c, window, XCB_CW_EVENT_MASK, &events)))
+            return QStringLiteral("the window is gone");
+        // Automatic redirection keeps the window's own pixels off screen, where nothing covers them,
+        // while the server still shows it as before.
+        if (requestFailed(c, xcb_composite_redirect_window_checked(c, window, XCB_COMPOSITE_REDIRECT_AUTOMATIC)))
+            return QStringLiteral("the window cannot be redirected");
+        // The parts that were covered until now hold what covered them: ask the application to
+        // paint the whole window again.
+        xcb_clear_area(c, 1, window, 0, 0, 0, 0);
+        nameWindowPixmap();
+        drawable = window;
+    } else {
+        if (bitsPerPixel(c, connection->screen().root_depth) != 32)
+            return QStringLiteral("displays of depth %1 are not supported").arg(connection->screen().root_depth);
+        const QRect screenRect(0, 0, connection->screen().width_in_pixels, connection->screen().height_in_pixels);
+        QRect displayRect = filter.display.frame.isEmpty() ? screenRect : filter.display.frame;
+        area = displayRect;
+        if (configuration.sourceRect)
+            area = configuration.sourceRect->toAlignedRect().translated(displayRect.topLeft()) & displayRect;
+        area &= screenRect;
+        if (area.isEmpty()) return QStringLiteral("the area to capture lies outside the screen");
+    }
+
+    damage = xcb_generate_id(c);
+    if (requestFailed(c, xcb_damage_create_checked(c, damage, drawable, XCB_DAMAGE_REPORT_LEVEL_NON_EMPTY))) {
+        damage = XCB_NONE;
+        return QStringLiteral("cannot watch the screen for changes");
+    }
+    damagedRegion = xcb_generate_id(c);
+    xcb_xfixes_create_region(c, damagedRegion, 0, nullptr);
+    if (configuration.showsCursor)
+        xcb_xfixes_select_cursor_input(c, connection->root(), XCB_XFIXES_CURSOR_NOTIFY_MASK_DISPLAY_CURSOR);
+    grabber = std::make_unique<XcbImageGrabber>(c, ext.shm);
+    xcb_flush(c);
+    return {};
+}
+
+QString X11CaptureStream::nameWindowPixmap()
+{
+    releaseWindowPixmap();
+    xcb_connection_t* c = connection->get();
+    const xcb_pixmap_t pixmap = xcb_generate_id(c);
+    // Refused while the window is unmapped (it has no pixels then); the next map names it again.
+    if (requestFailed(c, xcb_composite_name_window_pixmap_checked(c, window, pixmap)))
+        return QStringLiteral("the window is not mapped");
+    windowPixmap = pixmap;
+    return {};
+}
+
+void X11CaptureStream::releaseWindowPixmap()
+{
+    if (windowPixmap != XCB_NONE) xcb_free_pixmap(connection->get(), windowPixmap);
+    windowPixmap = XCB_NONE;
+}
+
+void X11CaptureStream::stop()
+{
+    {
+        std::lock_guard lock(mutex);
+        stopping = true;
+    }
+    wake.notify_all();
+    if (thread.joinable()) thread.join();
+    if (!connection || connection->isBroken()) return;
+    // Disconnecting would free all of this too; saying so keeps the server tidy while we stay
+    // connected, and the window unredirected at once.
+    xcb_connection_t* c = connection->get();
+    grabber.reset();
+    releaseWindowPixmap();
+    if (damage != XCB_NONE) xcb_damage_destroy(c, damage);
+    if (damagedRegion != XCB_NONE) xcb_xfixes_destroy_region(c, damagedRegion);
+    if (windowMode) xcb_composite_unredirect_window(c, window, XCB_COMPOSITE_REDIRECT_AUTOMATIC);
+    damage = XCB_NONE;
+    damagedRegion = XCB_NONE;
+    windowMode = false;
+    xcb_flush(c);
+}
+
+void X11CaptureStream::run()
+{
+    using Clock = std::chrono::steady_clock;
+    const MediaTime& frameInterval = configuration.minimumFrameInterval;
+    const auto interval = std::chrono::nanoseconds(frameInterval.isNumeric() && frameInterval.value > 0
+            ? frameInterval.value * 1'000'000'000 / frameInterval.timescale
+            : 1'000'000'000 / 60);
+    auto next = Clock::now();
+    for (;;) {
+        {
+            std::unique_lock lock(mutex);
+            if (wake.wait_until(lock, next, [this] { return stopping; })) return;
+        }
+        // After a stall the next tick is one interval from now, not a burst to catch up.
+        next += interval;
+        if (const auto now = Clock::now(); next < now) next = now + interval;
+
+        QString error;
+        if (!readEvents(&error)) {
+            output->didStopWithError(error);
+            return;
+        }
+        bool changed = forceFrame;
+        if (damagePending) {
+            damagePending = false;
+            changed = damageInsideArea() || changed;
+        }
+        if (configuration.showsCursor) {
+            bool moved = false;
+            refreshCursor(&moved);
+            changed = changed || moved;
+        }
+        if (changed) deliver();
+    }
+}
+
+bool X11CaptureStream::readEvents(QString* error)
+{
+    xcb_connection_t* c = connection->get();
+    const XcbConnection::Extensions& ext = connection->extensions();
+    while (xcb_generic_event_t* raw = xcb_poll_for_event(c)) {
+        XcbReply<xcb_generic_event_t> event(raw);
+        const uint8_t type = event->response_type & 0x7f;
+        if (type == ext.damageFirstEvent + XCB_DAMAGE_NOTIFY) {
+            damagePending = true;
+        } else if (type == ext.xfixesFirstEvent + XCB_XFIXES_CURSOR_NOTIFY) {
+            cursorStale = true;
+        } else if (windowMode && type == XCB_CONFIGURE_NOTIFY) {
+            const auto* configure = reinterpret_cast<const xcb_configure_notify_event_t*>(raw);
+            // A resized window gets new off-screen storage, which must be named again.
+            if (configure->window == window
+                && (configure->width != area.width() || configure->height != area.height())) {
+                area = QRect(0, 0, configure->width, configure->height);
+                nameWindowPixmap();
+                forceFrame = true;
+            }
+        } else if (windowMode && type == XCB_MAP_NOTIFY) {
+            nameWindowPixmap();
+            forceFrame = true;
+        } else if (windowMode && type == XCB_DESTROY_NOTIFY) {
+            *error = QStringLiteral("the window was closed");
+            return false;
+        }
+    }
+    if (connection->isBroken()) {
+        *error = QStringLiteral("the connection to the X server was lost");
+        return false;
+    }
+    return true;
+}
+
+bool X11CaptureStream::damageInsideArea()
+{
+    xcb_connection_t* c = connection->get();
+    // Taking the damage away re-arms the report, so a change after this grab makes a new frame.
+    xcb_damage_subtract(c, damage, XCB_NONE, damagedRegion);
+    XcbReply<xcb_xfixes_fetch_region_reply_t> region(
+        xcb_xfixes_fetch_region_reply(c, xcb_xfixes_fetch_region(c, damagedRegion), nullptr));
+    if (!region) return true;
+    const xcb_rectangle_t* rects = xcb_xfixes_fetch_region_rectangles(region.get());
+    const int count = xcb_xfixes_fetch_region_rectangles_length(region.get());
+    for (int i = 0; i < count; ++i)
+        if (QRect(rects[i].x, rects[i].y, rects[i].width, rects[i].height).intersects(area)) return true;
+    return false;
+}
+
+bool X11CaptureStream::refreshCursor(bool* moved)
+{
+    xcb_connection_t* c = connection->get();
+    const xcb_window_t relativeTo = windowMode ? window : connection->root();
+    XcbReply<xcb_query_pointer_reply_t> reply(xcb_query_pointer_reply(c, xcb_query_pointer(c, relativeTo), nullptr));
+    if (!reply) return false;
+    const QPoint now
+        = windowMode ? QPoint(reply->win_x, reply->win_y) : QPoint(reply->root_x - area.x(), reply->root_y - area.y());
+    bool newImage = false;
+    if (cursorStale) {
+        const uint32_t before = cursor.serial();
+        cursorStale = !cursor.refreshImage(c);
+        newImage = !cursorStale && cursor.serial() != before;
+    }
+    const bool visible
+        = reply->same_screen && cursor.hasImage() && cursor.placement(now).intersects(QRect(QPoint(0, 0), area.size()));
+    *moved = (visible || cursorShownLastFrame) && (now != pointer || newImage);
+    pointer = now;
+    return true;
+}
+
+void X11CaptureStream::deliver()
+{
+    if (windowMode && windowPixmap == XCB_NONE) return;
+    const int64_t grabbedAt = monotonicNanoseconds();
+    std::optional<XcbImageGrabber::Pixels> pixels = grabber->grab(windowMode ? windowPixmap : connection->root(), area);
+    if (!pixels) return;
+    forceFrame = false;
+    cursorShownLastFrame = false;
+    if (configuration.showsCursor && cursor.hasImage()) {
+        const QRect placed = cursor.placement(pointer);
+        if (placed.intersects(QRect(QPoint(0, 0), pixels->size))) {
+            cursor.paint(pixels->data, pixels->stride, pixels->size, placed.topLeft());
+            cursorShownLastFrame = true;
+        }
+    }
+    QImage image
+        = scaler.fit(pixels->data, pixels->stride, pixels->size, QSize(configuration.width, configuration.height));
+    if (image.isNull()) return;
+    output->didOutputFrame(VideoFrame { image, MediaTime::fromNanoseconds(grabbedAt) });
+}
