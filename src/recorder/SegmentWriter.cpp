@@ -5,7 +5,7 @@
 #include "media/HevcEncoderProbe.h"
 #include "media/VideoEncoder.h"
 
-#include <QFile>
+#include <QFileInfo>
 
 #include <atomic>
 #include <condition_variable>
@@ -180,14 +180,18 @@ void SegmentWriter::Impl::encodeVideo(const VideoFrame& frame)
     if (!offset.isNumeric() || offset.value < 0 || offset.value <= lastVideoPts) return;
     const int64_t pts = offset.value;
     const int fps = std::max(1, videoSettings.expectedFPS);
-    // A key frame every expectedFPS frames and, whatever the real rate, at least once a second.
-    const bool key = lastKeyPts == INT64_MIN || framesSinceKey >= fps || pts - lastKeyPts >= videoTimeBase.den;
+    // A key frame every expectedFPS frames, and early enough that the next frame would not come
+    // more than a second after the last key frame: half a frame of margin absorbs the jitter of
+    // capture clocks, whose frames never come at exactly the same interval.
+    const int64_t interval = lastVideoPts == INT64_MIN ? 0 : pts - lastVideoPts;
+    const bool key = lastKeyPts == INT64_MIN || framesSinceKey >= fps
+        || pts - lastKeyPts + interval + interval / 2 > int64_t(videoTimeBase.den);
     if (key) {
         lastKeyPts = pts;
         framesSinceKey = 0;
     }
     ++framesSinceKey;
-    if (lastVideoPts != INT64_MIN) lastVideoInterval = pts - lastVideoPts;
+    if (interval > 0) lastVideoInterval = interval;
     lastVideoPts = pts;
     const int rc = video->send(frame.image, pts, key, [this](AVPacket* p) { return writeVideoPacket(p); });
     if (rc < 0) fail(QStringLiteral("video: ") + avErrorText(rc));
@@ -256,7 +260,7 @@ SegmentWriter::SegmentWriter(QString path)
 {
     impl->path = filePath;
     // Like the platform's writer, never write over a file that is already there.
-    if (QFile::exists(filePath)) impl->fail(QStringLiteral("a file already exists at ") + filePath);
+    if (QFileInfo(filePath).isFile()) impl->fail(QStringLiteral("a file already exists at ") + filePath);
 }
 
 SegmentWriter::~SegmentWriter()

@@ -24,7 +24,7 @@ public:
         int expectedFPS = 60;
     };
 
-    // Fails (status failed, error set) when a file already exists at `path`.
+    // Fails (status failed, error set) when a regular file already exists at `path`.
     explicit SegmentWriter(QString path);
     // Abandons an unfinished file: stops the encoding thread without writing the index.
     ~SegmentWriter();

@@ -17,18 +17,32 @@ QRect cell(int bit, int width, int height)
 
 } // namespace
 
-QImage picture(int index, int width, int height)
+QImage picture(int index, int width, int height, bool grain)
 {
     QImage image(width, height, QImage::Format_RGB32);
-    QPainter painter(&image);
-    for (int bit = 0; bit < bits; ++bit)
-        painter.fillRect(cell(bit, width, height), (index >> bit) & 1 ? Qt::white : Qt::black);
+    {
+        QPainter painter(&image);
+        for (int bit = 0; bit < bits; ++bit)
+            painter.fillRect(cell(bit, width, height), (index >> bit) & 1 ? Qt::white : Qt::black);
+    }
+    if (grain) {
+        uint32_t state = 2654435761u * uint32_t(index + 1);
+        for (int y = 0; y < height; ++y) {
+            auto* line = reinterpret_cast<QRgb*>(image.scanLine(y));
+            for (int x = 0; x < width; ++x) {
+                state = state * 1664525u + 1013904223u;
+                const int n = int(state >> 26); // 0..63
+                const int v = qGray(line[x]) == 0 ? n : 255 - n;
+                line[x] = qRgb(v, v, v);
+            }
+        }
+    }
     return image;
 }
 
-VideoFrame frame(int index, int width, int height, const MediaTime& pts)
+VideoFrame frame(int index, int width, int height, const MediaTime& pts, bool grain)
 {
-    return { picture(index, width, height), pts };
+    return { picture(index, width, height, grain), pts };
 }
 
 int indexFromLuma(const uint8_t* luma, int stride, int width, int height)

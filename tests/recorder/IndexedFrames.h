@@ -11,8 +11,10 @@ namespace IndexedFrames {
 
 constexpr int bits = 16;
 
-QImage picture(int index, int width, int height);
-VideoFrame frame(int index, int width, int height, const MediaTime& pts);
+// `grain` adds per-pixel noise that keeps the encoder busy at any bit rate (real screens are not
+// flat), without hiding the blocks.
+QImage picture(int index, int width, int height, bool grain = false);
+VideoFrame frame(int index, int width, int height, const MediaTime& pts, bool grain = false);
 // Reads the index back from a decoded 8-bit luma plane; -1 when a block is neither dark nor light.
 int indexFromLuma(const uint8_t* luma, int stride, int width, int height);
 

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "IndexedFrames.h"
+#include "recorder/SegmentWriter.h"
+#include "recorder/SegmentedRecorder.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+
+#include <functional>
+#include <memory>
+
+// A recorder at a small picture size whose writers are paced instead of thinned, so that a test can
+// feed frames faster than real time and still find every one of them in the files.
+inline std::unique_ptr<SegmentedRecorder> pacedRecorder(
+    int fps, double bufferSeconds, int width = 256, int height = 144)
+{
+    auto recorder = std::make_unique<SegmentedRecorder>();
+    recorder->setWriterFactory([](const QString& path) {
+        auto writer = std::make_unique<SegmentWriter>(path);
+        writer->setExpectsMediaDataInRealTime(false);
+        return writer;
+    });
+    recorder->configure(width, height, 1.0, bufferSeconds, fps);
+    return recorder;
+}
+
+// Lets queued main-thread work (property updates, callbacks) run until `done` or the timeout.
+inline bool spinUntil(const std::function<bool()>& done, int timeoutMs = 20000)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!done()) {
+        if (timer.elapsed() > timeoutMs) return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+    }
+    return true;
+}
+
+// The ring has run everything handed to it, and the main thread has seen the results.
+inline void settle(SegmentedRecorder& recorder)
+{
+    recorder.waitUntilIdle();
+    QCoreApplication::processEvents();
+}
+
+// Time on a 600-tick clock, exact for every frame rate the tests use.
+inline MediaTime ticks600(int64_t value)
+{
+    return MediaTime(value, 600);
+}
