@@ -1,0 +1,218 @@
+#include "monitor/AreaMonitor.h"
+
+#include "monitor/AreaSignature.h"
+
+#include <QTimer>
+
+AreaMonitor::AreaMonitor(std::unique_ptr<AreaGrabber> grabber, Clock clock, QObject* parent)
+    : QObject(parent)
+    , grabber(std::move(grabber))
+    , clock(clock ? std::move(clock) : Clock([] { return std::chrono::steady_clock::now(); }))
+{
+}
+
+AreaMonitor::~AreaMonitor() = default;
+
+void AreaMonitor::setSensitivity(AreaSensitivity value)
+{
+    if (sensitivityValue == value) return;
+    sensitivityValue = value;
+    emit sensitivityChanged();
+}
+
+void AreaMonitor::setRect(const std::optional<QRectF>& value)
+{
+    const std::optional<QRectF> old = rectValue;
+    rectValue = value;
+    const bool same = (!old && !value) || (old && value && *old == *value);
+    if (!same) emit rectChanged();
+    if (hydrating || same) return;
+    if (!value) clearWindowScope();
+    // A different rectangle makes the reference meaningless.
+    clearReference();
+    setPhase(MonitorPhase::idle);
+}
+
+void AreaMonitor::setRect(const QRectF& value, std::optional<uint32_t> scopedTo, std::optional<QRectF> windowFrame)
+{
+    if (!scopedTo || !windowFrame) {
+        clearWindowScope();
+    } else {
+        scopedWindowIDValue = scopedTo;
+        windowLocalRectValue
+            = QRectF(value.x() - windowFrame->x(), value.y() - windowFrame->y(), value.width(), value.height());
+    }
+    setRect(std::optional<QRectF>(value));
+}
+
+void AreaMonitor::clearWindowScope()
+{
+    scopedWindowIDValue.reset();
+    windowLocalRectValue.reset();
+}
+
+std::optional<AreaMonitor::ArmFailure> AreaMonitor::arm()
+{
+    if (!rectValue) return ArmFailure::noRect;
+    if (!referenceSignatureValue && !captureReference()) return ArmFailure::captureFailed;
+    setIsArmed(true);
+    setPhase(MonitorPhase::matching);
+    matchStreakStartValue.reset();
+    selfTriggeredRecordingValue = false;
+    startTimer();
+    return std::nullopt;
+}
+
+void AreaMonitor::disarm()
+{
+    stopTimer();
+    setIsArmed(false);
+    setPhase(MonitorPhase::idle);
+    if (selfTriggeredRecordingValue) {
+        if (onShouldStopRecording) onShouldStopRecording();
+        selfTriggeredRecordingValue = false;
+    }
+    matchStreakStartValue.reset();
+}
+
+bool AreaMonitor::captureReference()
+{
+    if (!rectValue) return false;
+    const std::optional<QImage> image = screenshot();
+    if (!image) return false;
+    const std::optional<QByteArray> signature = AreaSignature::downsampleToSignature(*image);
+    if (!signature) return false;
+    referenceSignatureValue = signature;
+    setReferenceThumbnail(image);
+    setPhase(isArmedValue ? MonitorPhase::matching : MonitorPhase::idle);
+    if (onReferenceChanged) onReferenceChanged(signature);
+    return true;
+}
+
+void AreaMonitor::clearReference()
+{
+    referenceSignatureValue.reset();
+    setReferenceThumbnail(std::nullopt);
+    if (onReferenceChanged) onReferenceChanged(std::nullopt);
+}
+
+void AreaMonitor::hydrate(const std::optional<QRectF>& rect, const std::optional<QByteArray>& signatureData)
+{
+    hydrating = true;
+    setRect(rect);
+    hydrating = false;
+    if (!signatureData || !AreaSignature::isValid(*signatureData)) return;
+    referenceSignatureValue = signatureData;
+    if (!rectValue) return;
+    // The thumbnail shows the screen at launch, not the moment of the reference: that picture
+    // was never stored.
+    if (std::optional<QImage> image = screenshot()) setReferenceThumbnail(std::move(image));
+}
+
+void AreaMonitor::monitorReset()
+{
+    selfTriggeredRecordingValue = false;
+    matchStreakStartValue.reset();
+}
+
+void AreaMonitor::tick()
+{
+    if (!rectValue || !referenceSignatureValue) return;
+    // A tick that can't see the area leaves everything as it was; the streak is timed by the
+    // clock, so a failed tick neither breaks nor extends it.
+    const std::optional<QImage> image = screenshot();
+    if (!image) return;
+    const std::optional<QByteArray> live = AreaSignature::downsampleToSignature(*image);
+    if (!live) return;
+    const double diff = AreaSignature::difference(*referenceSignatureValue, *live);
+    setCurrentDiff(diff);
+
+    if (diff > AreaSignature::threshold(sensitivityValue)) {
+        setPhase(MonitorPhase::divergent);
+        matchStreakStartValue.reset();
+        // One divergence episode asks for exactly one recording.
+        if (!selfTriggeredRecordingValue) {
+            selfTriggeredRecordingValue = true;
+            if (onShouldStartRecording) onShouldStartRecording();
+        }
+        return;
+    }
+
+    setPhase(MonitorPhase::matching);
+    if (!selfTriggeredRecordingValue) return;
+    const auto now = clock();
+    if (!matchStreakStartValue) {
+        matchStreakStartValue = now;
+        return;
+    }
+    if (std::chrono::duration<double>(now - *matchStreakStartValue).count() >= stopDebounce) {
+        selfTriggeredRecordingValue = false;
+        matchStreakStartValue.reset();
+        if (onShouldStopRecording) onShouldStopRecording();
+    }
+}
+
+std::optional<QImage> AreaMonitor::screenshot()
+{
+    if (!grabber) return std::nullopt;
+    std::optional<QImage> image;
+    if (scopedWindowIDValue && windowLocalRectValue) {
+        // The grab follows the window: other windows passing in front don't count, and a moved
+        // window stays watched.
+        const std::optional<QRectF> frame = grabber->windowFrame(*scopedWindowIDValue);
+        if (!frame) return std::nullopt;
+        const QRectF area(frame->topLeft() + windowLocalRectValue->topLeft(), windowLocalRectValue->size());
+        image = grabber->grabWindowRect(*scopedWindowIDValue, area);
+    } else if (rectValue) {
+        image = grabber->grabRect(*rectValue);
+    }
+    if (!image || image->isNull()) return std::nullopt;
+    return image;
+}
+
+void AreaMonitor::startTimer()
+{
+    // Arming twice leaves one timer.
+    stopTimer();
+    timer = new QTimer(this);
+    timer->setInterval(std::chrono::milliseconds(static_cast<int>(pollInterval * 1000)));
+    connect(timer, &QTimer::timeout, this, &AreaMonitor::tick);
+    timer->start();
+}
+
+void AreaMonitor::stopTimer()
+{
+    if (!timer) return;
+    // disarm() may be reached from inside the timer's own timeout.
+    timer->stop();
+    timer->deleteLater();
+    timer = nullptr;
+}
+
+void AreaMonitor::setPhase(MonitorPhase value)
+{
+    if (phaseValue == value) return;
+    phaseValue = value;
+    emit phaseChanged();
+}
+
+void AreaMonitor::setCurrentDiff(double value)
+{
+    if (currentDiffValue == value) return;
+    currentDiffValue = value;
+    emit currentDiffChanged();
+}
+
+void AreaMonitor::setIsArmed(bool value)
+{
+    if (isArmedValue == value) return;
+    isArmedValue = value;
+    emit isArmedChanged();
+}
+
+void AreaMonitor::setReferenceThumbnail(std::optional<QImage> value)
+{
+    if (!value && !referenceThumbnailValue) return;
+    referenceThumbnailValue = std::move(value);
+    emit referenceThumbnailChanged();
+}

@@ -1,0 +1,147 @@
+#pragma once
+
+#include "core/SettingsEnums.h"
+#include "monitor/AreaGrabber.h"
+
+#include <QByteArray>
+#include <QImage>
+#include <QObject>
+#include <QRectF>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+
+class QTimer;
+
+// Watches one rectangle of the screen and asks for a recording for as long as it looks different
+// from a stored reference picture. Four times a second while armed it grabs the rectangle, reduces
+// it to a 16x16 gray signature and sums the byte differences to the reference. One tick over the
+// threshold asks for a recording; 3 seconds of uninterrupted match end the one it asked for.
+//
+// It owns no recorder and no window: it talks to its owner through the callbacks below, and sees
+// the screen only through an AreaGrabber. Main thread only, everything, including the callbacks,
+// which are called synchronously from tick() and disarm().
+class AreaMonitor : public QObject {
+    Q_OBJECT
+
+public:
+    enum class MonitorPhase { idle, matching, divergent };
+    Q_ENUM(MonitorPhase)
+    enum class ArmFailure { noRect, captureFailed };
+    Q_ENUM(ArmFailure)
+
+private:
+    Q_PROPERTY(MonitorPhase phase READ phase NOTIFY phaseChanged)
+    Q_PROPERTY(double currentDiff READ currentDiff NOTIFY currentDiffChanged)
+    Q_PROPERTY(bool isArmed READ isArmed NOTIFY isArmedChanged)
+    Q_PROPERTY(std::optional<QImage> referenceThumbnail READ referenceThumbnail NOTIFY referenceThumbnailChanged)
+    Q_PROPERTY(AreaSensitivity sensitivity READ sensitivity WRITE setSensitivity NOTIFY sensitivityChanged)
+    Q_PROPERTY(std::optional<QRectF> rect READ rect WRITE setRect NOTIFY rectChanged)
+
+public:
+    using Clock = std::function<std::chrono::steady_clock::time_point()>;
+
+    // Seconds of uninterrupted match that end a self-triggered recording.
+    static constexpr double stopDebounce = 3.0;
+    // Seconds between ticks while armed.
+    static constexpr double pollInterval = 0.25;
+
+    // A null grabber makes every grab fail. Without a clock, the steady clock is used.
+    explicit AreaMonitor(std::unique_ptr<AreaGrabber> grabber, Clock clock = {}, QObject* parent = nullptr);
+    ~AreaMonitor() override;
+
+    MonitorPhase phase() const { return phaseValue; }
+    // The last metric, 0 to 65280; disarming leaves it as it was.
+    double currentDiff() const { return currentDiffValue; }
+    bool isArmed() const { return isArmedValue; }
+    // The full picture taken with the reference, for the user interface.
+    std::optional<QImage> referenceThumbnail() const { return referenceThumbnailValue; }
+    // Read afresh on every tick.
+    AreaSensitivity sensitivity() const { return sensitivityValue; }
+    void setSensitivity(AreaSensitivity value);
+
+    // The watched area in global display space, points. Assigning a different rectangle (unless
+    // hydrating) drops the reference and sets the phase to idle; an armed monitor stays armed but
+    // does nothing until a new reference is captured. Assigning none also drops the window scope.
+    std::optional<QRectF> rect() const { return rectValue; }
+    void setRect(const std::optional<QRectF>& value);
+    // Sets the area tied to a window: with both an id and the window's frame, the area is kept
+    // relative to the window and followed wherever it moves; otherwise the scope is cleared.
+    void setRect(const QRectF& value, std::optional<uint32_t> scopedTo, std::optional<QRectF> windowFrame);
+
+    // The window the area belongs to, and the area relative to its top-left corner. Memory only.
+    std::optional<uint32_t> scopedWindowID() const { return scopedWindowIDValue; }
+    std::optional<QRectF> windowLocalRect() const { return windowLocalRectValue; }
+    void clearWindowScope();
+
+    // Always 256 bytes when present.
+    std::optional<QByteArray> referenceSignature() const { return referenceSignatureValue; }
+    // True while the monitor has asked for a recording and still owes it a stop.
+    bool selfTriggeredRecording() const { return selfTriggeredRecordingValue; }
+    std::optional<std::chrono::steady_clock::time_point> matchStreakStart() const { return matchStreakStartValue; }
+    // True from arm() to disarm(): the poll timer runs.
+    bool isPolling() const { return timer != nullptr; }
+
+    // Starts watching. Captures a reference first only if there is none (a restored one is kept).
+    // None on success; the first comparison comes one poll interval later.
+    std::optional<ArmFailure> arm();
+    // Stops watching; a recording that the monitor asked for is stopped at once.
+    void disarm();
+    // Grabs the area now and makes it the reference; an existing reference survives a failure.
+    bool captureReference();
+    // Drops the reference and its thumbnail, and reports the change.
+    void clearReference();
+    // Restores the persisted area and reference at launch: no reference is cleared, nothing is
+    // reported, and a signature of any length but 256 is ignored. The thumbnail is a fresh grab.
+    void hydrate(const std::optional<QRectF>& rect, const std::optional<QByteArray>& signatureData);
+    // Forgets a requested recording and the match streak. The owner calls it whenever a recording
+    // ends, whoever stopped it, so a recording stopped by hand is no longer the monitor's.
+    void monitorReset();
+
+    // One comparison. The poll timer calls it; public so that a test can drive the state table
+    // with its own clock.
+    void tick();
+
+    // Called when a tick first finds the area changed, and when it has matched again for 3 s.
+    std::function<void()> onShouldStartRecording;
+    std::function<void()> onShouldStopRecording;
+    // Every change of the reference (none when dropped), for persistence. Not called by hydrate().
+    std::function<void(const std::optional<QByteArray>&)> onReferenceChanged;
+
+signals:
+    void phaseChanged();
+    void currentDiffChanged();
+    void isArmedChanged();
+    void referenceThumbnailChanged();
+    void sensitivityChanged();
+    void rectChanged();
+
+private:
+    std::optional<QImage> screenshot();
+    void startTimer();
+    void stopTimer();
+    void setPhase(MonitorPhase value);
+    void setCurrentDiff(double value);
+    void setIsArmed(bool value);
+    void setReferenceThumbnail(std::optional<QImage> value);
+
+    std::unique_ptr<AreaGrabber> grabber;
+    Clock clock;
+    QTimer* timer = nullptr;
+
+    MonitorPhase phaseValue = MonitorPhase::idle;
+    double currentDiffValue = 0.0;
+    bool isArmedValue = false;
+    std::optional<QImage> referenceThumbnailValue;
+    AreaSensitivity sensitivityValue = AreaSensitivity::medium;
+    std::optional<QRectF> rectValue;
+    std::optional<uint32_t> scopedWindowIDValue;
+    std::optional<QRectF> windowLocalRectValue;
+    std::optional<QByteArray> referenceSignatureValue;
+    std::optional<std::chrono::steady_clock::time_point> matchStreakStartValue;
+    bool selfTriggeredRecordingValue = false;
+    bool hydrating = false;
+};
