@@ -135,6 +135,9 @@ ClipExporter::Result ClipExporter::exportConcatenated(
         if (!audio) break; // the clip goes on without sound
         avcodec_parameters_copy(audio->codecpar, firstAudio->codecpar);
         audio->codecpar->codec_tag = 0;
+        // The demuxer leaves it unset; AAC frames are always 1024 samples.
+        if (audio->codecpar->frame_size == 0 && audio->codecpar->codec_id == AV_CODEC_ID_AAC)
+            audio->codecpar->frame_size = 1024;
         audio->time_base = firstAudio->time_base;
         break;
     }

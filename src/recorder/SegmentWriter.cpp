@@ -180,12 +180,12 @@ void SegmentWriter::Impl::encodeVideo(const VideoFrame& frame)
     if (!offset.isNumeric() || offset.value < 0 || offset.value <= lastVideoPts) return;
     const int64_t pts = offset.value;
     const int fps = std::max(1, videoSettings.expectedFPS);
-    // A key frame every expectedFPS frames, and early enough that the next frame would not come
-    // more than a second after the last key frame: half a frame of margin absorbs the jitter of
-    // capture clocks, whose frames never come at exactly the same interval.
+    // A key frame every expectedFPS frames, and, when frames come slower than expected, on the
+    // frame after which the next one (at the present interval) would be more than a second after
+    // the last key frame.
     const int64_t interval = lastVideoPts == INT64_MIN ? 0 : pts - lastVideoPts;
     const bool key = lastKeyPts == INT64_MIN || framesSinceKey >= fps
-        || pts - lastKeyPts + interval + interval / 2 > int64_t(videoTimeBase.den);
+        || pts - lastKeyPts + interval > int64_t(videoTimeBase.den);
     if (key) {
         lastKeyPts = pts;
         framesSinceKey = 0;

@@ -24,6 +24,7 @@ struct ClipProbe {
     double audioBitRate = 0;
     bool faststart = false; // the index (moov) comes before the media data (mdat)
     std::vector<Frame> frames;
+    int videoPackets = 0; // in the file, including any hidden by an edit list
     double audioStart = -1; // seconds of the first decoded audio sample shown, -1 when none
     double audioSeconds = 0; // decoded audio, in seconds
     int decodeErrors = 0;

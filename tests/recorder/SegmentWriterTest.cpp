@@ -3,6 +3,7 @@
 #include "ClipProbe.h"
 #include "IndexedFrames.h"
 
+#include <QFile>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -65,4 +66,93 @@ TEST(SegmentWriter, WritesHevcAndAacThatDecodeFrameByFrame)
     }
     EXPECT_NEAR(clip.audioStart, 0.0, 0.002);
     EXPECT_NEAR(clip.audioSeconds, 2.0, 0.03);
+}
+
+TEST(SegmentWriter, KeyFramesComeAtLeastOnceASecondWhateverTheFrameRate)
+{
+    QTemporaryDir dir;
+    auto keyTimes = [&](const char* name, int expectedFPS, int realFPS) {
+        SegmentWriter writer(dir.filePath(name));
+        writer.setExpectsMediaDataInRealTime(false);
+        writer.addVideoInput(small(expectedFPS));
+        EXPECT_TRUE(writer.startWriting());
+        writer.startSession(MediaTime(0, 600));
+        for (int i = 0; i < realFPS * 4; ++i)
+            if (writer.isReadyForMoreMediaData())
+                writer.append(IndexedFrames::frame(i, 256, 144, MediaTime(i * 600 / realFPS, 600)));
+        EXPECT_EQ(writer.finishWriting(), SegmentWriter::Status::completed);
+        std::vector<double> keys;
+        for (const auto& f : ClipProbe::read(dir.filePath(name)).frames)
+            if (f.key) keys.push_back(f.seconds);
+        return keys;
+    };
+    // Slower than expected: a frame count of expectedFPS would be 6 s; time decides instead.
+    EXPECT_EQ(keyTimes("slow.mp4", 60, 10), (std::vector<double> { 0, 1, 2, 3 }));
+    // Faster than expected: every expectedFPS frames.
+    EXPECT_EQ(keyTimes("fast.mp4", 10, 20), (std::vector<double> { 0, 0.5, 1, 1.5, 2, 2.5, 3, 3.5 }));
+}
+
+TEST(SegmentWriter, RefusesWhatItCannotWriteAndStaysUsable)
+{
+    QTemporaryDir dir;
+    // A file in the way: the writer is failed from the start.
+    const QString taken = dir.filePath("taken.mp4");
+    QFile(taken).open(QIODevice::WriteOnly);
+    SegmentWriter blocked(taken);
+    EXPECT_EQ(blocked.status(), SegmentWriter::Status::failed);
+    EXPECT_TRUE(blocked.error().startsWith("a file already exists at "));
+    EXPECT_FALSE(blocked.startWriting());
+
+    // No folder: startWriting says why.
+    SegmentWriter nowhere(dir.filePath("missing/a.mp4"));
+    nowhere.addVideoInput(small());
+    EXPECT_FALSE(nowhere.startWriting());
+    EXPECT_EQ(nowhere.error(), "No such file or directory");
+
+    // Frames before the session's start, or not after the last one, are left out; the rest is
+    // written as usual.
+    SegmentWriter writer(dir.filePath("b.mp4"));
+    writer.setExpectsMediaDataInRealTime(false);
+    writer.addVideoInput(small());
+    EXPECT_FALSE(writer.append(IndexedFrames::frame(0, 256, 144, at(1)))); // not started
+    ASSERT_TRUE(writer.startWriting());
+    EXPECT_FALSE(writer.appendAudio(IndexedFrames::tone(AudioBuffer::SampleFormat::Float32, 44100, 1, 1024, at(1))));
+    writer.startSession(at(1));
+    writer.append(IndexedFrames::frame(100, 256, 144, at(0.9)));
+    for (int i = 0; i < 10; ++i) {
+        writer.isReadyForMoreMediaData();
+        writer.append(IndexedFrames::frame(i, 256, 144, at(1 + i / 30.0)));
+        if (i == 5) writer.append(IndexedFrames::frame(200, 256, 144, at(1 + 4 / 30.0)));
+    }
+    ASSERT_EQ(writer.finishWriting(), SegmentWriter::Status::completed);
+    const ClipProbe clip = ClipProbe::read(dir.filePath("b.mp4"));
+    ASSERT_EQ(clip.frames.size(), 10u);
+    for (int i = 0; i < 10; ++i)
+        EXPECT_EQ(clip.frames[i].index, i);
+    EXPECT_EQ(clip.audioCodec, "");
+}
+
+TEST(SegmentWriter, ALiveWriterDropsWhatItCannotTakeInsteadOfQueueing)
+{
+    QTemporaryDir dir;
+    SegmentWriter writer(dir.filePath("live.mp4"));
+    SegmentWriter::VideoSettings hd = small();
+    hd.width = 1920;
+    hd.height = 1080;
+    writer.addVideoInput(hd);
+    ASSERT_TRUE(writer.startWriting());
+    writer.startSession(at(0));
+    // A burst far faster than a 1080p encoder: the small queue fills and the rest is refused.
+    const QImage picture = IndexedFrames::picture(1, 1920, 1080, true);
+    int taken = 0, refused = 0;
+    for (int i = 0; i < 40; ++i) {
+        const bool ready = writer.isReadyForMoreMediaData();
+        const bool appended = writer.append(VideoFrame { picture, at(i / 60.0) });
+        EXPECT_EQ(ready, appended);
+        (appended ? taken : refused)++;
+    }
+    EXPECT_GT(refused, 0);
+    EXPECT_GE(taken, 6);
+    ASSERT_EQ(writer.finishWriting(), SegmentWriter::Status::completed);
+    EXPECT_EQ(int(ClipProbe::read(dir.filePath("live.mp4")).frames.size()), taken);
 }

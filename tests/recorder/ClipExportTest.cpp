@@ -1,0 +1,335 @@
+#include "ClipProbe.h"
+#include "RecorderHarness.h"
+#include "recorder/ClipExporter.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <sys/resource.h>
+
+namespace {
+
+// What the owner of a recorder sees on the main thread.
+struct Outcome {
+    QString finished;
+    QString error;
+    bool sawExporting = false;
+    int finishedCalls = 0;
+    int errorCalls = 0;
+
+    explicit Outcome(SegmentedRecorder& recorder)
+    {
+        recorder.onFinished = [this](const QString& url) {
+            finished = url;
+            ++finishedCalls;
+        };
+        recorder.onError = [this](const QString& text) {
+            error = text;
+            ++errorCalls;
+        };
+        QObject::connect(&recorder, &SegmentedRecorder::isExportingChanged, [this](bool v) { sawExporting |= v; });
+    }
+    bool arrived() const { return finishedCalls + errorCalls > 0; }
+};
+
+// Feeds frames at `fps` from `first` to `last` (inclusive) on the 600 clock, starting at 0.4 s so
+// that whole seconds are not key frames, with mono float audio alongside when `audio` is set.
+struct Feeder {
+    SegmentedRecorder& recorder;
+    int fps;
+    bool audio = true;
+    int64_t audioSamples = 0; // 44100 Hz samples fed so far, from 0.4 s
+
+    static constexpr int64_t startTick = 240;
+    MediaTime frameTime(int i) const { return ticks600(startTick + int64_t(i) * (600 / fps)); }
+    int frameAt(double seconds) const { return int(std::lround((seconds - 0.4) * fps)); }
+
+    // Frames come faster than real time here, so the ring is let catch up once every media second,
+    // as it does live: otherwise a closing's report would queue up behind seconds of frames.
+    void feed(int first, int last)
+    {
+        for (int i = first; i <= last; ++i) {
+            const MediaTime t = frameTime(i);
+            recorder.ingest(IndexedFrames::frame(i, 256, 144, t));
+            if (i % fps == 0) recorder.waitUntilIdle();
+            while (audio && MediaTime(startTick * 44100 / 600 + audioSamples, 44100) <= t) {
+                const MediaTime at(startTick * 44100 / 600 + audioSamples, 44100);
+                recorder.ingestAudio(IndexedFrames::tone(AudioBuffer::SampleFormat::Float32, 44100, 1, 1024, at));
+                audioSamples += 1024;
+            }
+        }
+    }
+};
+
+} // namespace
+
+TEST(ClipExport, ClipRunsFromBufferSecondsBeforeTheStartToTheLastFrame)
+{
+    QTemporaryDir out;
+    auto recorder = pacedRecorder(30, 10);
+    recorder->setAudioEnabled(true);
+    Outcome outcome(*recorder);
+    Feeder feeder { *recorder, 30 };
+    const int startFrame = feeder.frameAt(30.0), stopFrame = feeder.frameAt(50.0);
+    feeder.feed(0, startFrame);
+    const QString destination = out.filePath("clips/Velotape 1.mp4"); // a folder that is not there yet
+    recorder->startRecording(destination);
+    feeder.feed(startFrame + 1, stopFrame);
+    recorder->stopRecording();
+    ASSERT_TRUE(spinUntil([&] { return outcome.arrived() && !recorder->isExporting(); }));
+    ASSERT_EQ(outcome.error, "");
+    EXPECT_EQ(outcome.finished, destination);
+    EXPECT_TRUE(outcome.sawExporting);
+    EXPECT_FALSE(recorder->isRecording());
+    EXPECT_NEAR(recorder->currentDuration(), 20.0, 1e-9); // kept after the stop
+
+    const ClipProbe clip = ClipProbe::read(destination);
+    ASSERT_TRUE(clip.opened);
+    EXPECT_TRUE(clip.container.contains("mp4"));
+    EXPECT_EQ(clip.videoCodec, "hevc");
+    EXPECT_EQ(clip.audioCodec, "aac");
+    EXPECT_EQ(clip.audioSampleRate, 44100);
+    EXPECT_EQ(clip.audioChannels, 1);
+    EXPECT_TRUE(clip.faststart);
+    EXPECT_EQ(clip.decodeErrors, 0);
+    // The 20 s frame is in the middle of a GOP (key frames at 19.4 and 20.4 s): the frames from
+    // the key frame up to it are in the file but hidden, and the clip shows the 20 s frame first.
+    ASSERT_FALSE(clip.frames.empty());
+    EXPECT_EQ(clip.frames.front().index, feeder.frameAt(20.0));
+    EXPECT_NEAR(clip.frames.front().seconds, 0.0, 1e-3);
+    EXPECT_EQ(clip.frames.back().index, stopFrame);
+    EXPECT_EQ(int(clip.frames.size()), stopFrame - feeder.frameAt(20.0) + 1);
+    EXPECT_EQ(clip.videoPackets, stopFrame - feeder.frameAt(19.4) + 1); // from the key frame on
+    for (size_t i = 1; i < clip.frames.size(); ++i)
+        ASSERT_EQ(clip.frames[i].index, clip.frames[i - 1].index + 1);
+    EXPECT_NEAR(clip.duration(), 30.0, 1e-3);
+    EXPECT_NEAR(clip.audioStart, 0.0, 0.03);
+    EXPECT_NEAR(clip.audioSeconds, 30.0, 0.1);
+
+    // The exported segments are gone, from disk and from the ring; nothing half-written is left.
+    settle(*recorder);
+    const std::vector<Segment> left = recorder->segmentsSnapshot();
+    EXPECT_FALSE(left.empty()); // older ones, outside the span
+    for (const Segment& s : left) {
+        EXPECT_LE(s.endPTS, feeder.frameTime(feeder.frameAt(20.0)));
+        EXPECT_TRUE(QFile::exists(s.url));
+    }
+    EXPECT_EQ(QDir(out.filePath("clips")).entryList(QDir::Files | QDir::Hidden).size(), 1);
+}
+
+TEST(ClipExport, ASpanReachingBeforeTheFirstFrameStartsWithIt)
+{
+    QTemporaryDir out;
+    auto recorder = pacedRecorder(30, 10);
+    Outcome outcome(*recorder);
+    Feeder feeder { *recorder, 30, false };
+    feeder.feed(0, 90); // 3 s
+    recorder->startRecording(out.filePath("a.mp4"));
+    feeder.feed(91, 150);
+    recorder->stopRecording();
+    ASSERT_TRUE(spinUntil([&] { return outcome.arrived() && !recorder->isExporting(); }));
+    ASSERT_EQ(outcome.error, "");
+    const ClipProbe clip = ClipProbe::read(out.filePath("a.mp4"));
+    EXPECT_EQ(clip.audioCodec, ""); // no audio was wanted
+    ASSERT_EQ(clip.frames.size(), 151u);
+    EXPECT_EQ(clip.frames.front().index, 0);
+    EXPECT_EQ(clip.frames.back().index, 150);
+    EXPECT_EQ(clip.decodeErrors, 0);
+}
+
+TEST(ClipExport, SegmentEndingAtTheTrimIsLeftOutAndOneStartingThereIsNotCut)
+{
+    QTemporaryDir out;
+    auto recorder = pacedRecorder(10, 10);
+    Outcome outcome(*recorder);
+    Feeder feeder { *recorder, 10, false };
+    // Boundaries at 6.4, 12.4, 18.4 s; a start at 28.4 s puts the trim exactly on 18.4 s.
+    feeder.feed(0, feeder.frameAt(28.4));
+    recorder->startRecording(out.filePath("b.mp4"));
+    feeder.feed(feeder.frameAt(28.4) + 1, feeder.frameAt(30.0));
+    recorder->stopRecording();
+    ASSERT_TRUE(spinUntil([&] { return outcome.arrived() && !recorder->isExporting(); }));
+    ASSERT_EQ(outcome.error, "");
+    const ClipProbe clip = ClipProbe::read(out.filePath("b.mp4"));
+    ASSERT_FALSE(clip.frames.empty());
+    EXPECT_EQ(clip.frames.front().index, feeder.frameAt(18.4));
+    EXPECT_EQ(clip.frames.back().index, feeder.frameAt(30.0));
+    // The 12.4–18.4 s segment was not taken, so the export left it in the ring; so was the one
+    // before, which at 28.4 s was exactly at the eviction limit.
+    settle(*recorder);
+    const std::vector<Segment> left = recorder->segmentsSnapshot();
+    ASSERT_EQ(left.size(), 2u);
+    EXPECT_EQ(left.front().startPTS, feeder.frameTime(feeder.frameAt(6.4)));
+    EXPECT_EQ(left.back().endPTS, feeder.frameTime(feeder.frameAt(18.4)));
+}
+
+TEST(ClipExport, SegmentsAtDifferentBitRatesJoinAndDecodeEveryFrame)
+{
+    QTemporaryDir out;
+    auto recorder = pacedRecorder(30, 30);
+    Outcome outcome(*recorder);
+    Feeder feeder { *recorder, 30, false };
+    for (int i = 0; i <= 30 * 15; ++i) {
+        if (i == 30 * 3) recorder->configure(256, 144, 6.0, 30, 30); // from the 6.4 s segment on
+        if (i == 30 * 9) recorder->configure(256, 144, 2.0, 30, 30); // from the 12.4 s segment on
+        if (i == 30) recorder->startRecording(out.filePath("c.mp4"));
+        recorder->ingest(IndexedFrames::frame(i, 256, 144, feeder.frameTime(i), true));
+        if (i % 30 == 0) recorder->waitUntilIdle();
+    }
+    settle(*recorder);
+    const std::vector<Segment> segments = recorder->segmentsSnapshot();
+    ASSERT_EQ(segments.size(), 2u);
+    const double rate0 = QFileInfo(segments[0].url).size() * 8 / 6.0;
+    const double rate1 = QFileInfo(segments[1].url).size() * 8 / 6.0;
+    EXPECT_GT(rate1, 2 * rate0); // the bit rate did change between them
+    recorder->stopRecording();
+    ASSERT_TRUE(spinUntil([&] { return outcome.arrived() && !recorder->isExporting(); }));
+    ASSERT_EQ(outcome.error, "");
+    const ClipProbe clip = ClipProbe::read(out.filePath("c.mp4"));
+    EXPECT_EQ(clip.decodeErrors, 0);
+    ASSERT_EQ(clip.frames.size(), size_t(30 * 15 + 1));
+    for (size_t i = 0; i < clip.frames.size(); ++i)
+        ASSERT_EQ(clip.frames[i].index, int(i));
+}
+
+TEST(ClipExport, FailuresReachOnErrorWithTheirTextAndLeaveTheRingAlone)
+{
+    QTemporaryDir out;
+    auto recorder = pacedRecorder(30, 10);
+    Outcome outcome(*recorder);
+    bool recordingSeen = false;
+    QObject::connect(recorder.get(), &SegmentedRecorder::isRecordingChanged, [&](bool v) { recordingSeen |= v; });
+
+    // A stop with no recording: nothing at all.
+    recorder->stopRecording();
+    settle(*recorder);
+    EXPECT_FALSE(outcome.arrived());
+    EXPECT_FALSE(outcome.sawExporting);
+
+    // A recording with nothing buffered.
+    recorder->startRecording(out.filePath("empty.mp4"));
+    recorder->stopRecording();
+    ASSERT_TRUE(spinUntil([&] { return outcome.arrived() && !recorder->isExporting(); }));
+    EXPECT_TRUE(recordingSeen);
+    EXPECT_EQ(outcome.error, "Nothing was buffered yet — wait a second after starting preview.");
+    EXPECT_EQ(outcome.finishedCalls, 0);
+    EXPECT_FALSE(recorder->isRecording());
+    EXPECT_FALSE(QFile::exists(out.filePath("empty.mp4")));
+
+    // A destination that cannot be written: its folder is a file.
+    Feeder feeder { *recorder, 30, false };
+    feeder.feed(0, 100);
+    QFile blocker(out.filePath("not-a-folder"));
+    ASSERT_TRUE(blocker.open(QIODevice::WriteOnly));
+    blocker.close();
+    recorder->startRecording(out.filePath("not-a-folder/clip.mp4"));
+    feeder.feed(101, 120);
+    recorder->stopRecording();
+    outcome.errorCalls = 0;
+    ASSERT_TRUE(spinUntil([&] { return outcome.arrived() && !recorder->isExporting(); }));
+    EXPECT_EQ(outcome.error, "Could not write \"clip.mp4\": Not a directory");
+    // The segments of the failed export stay in the ring.
+    settle(*recorder);
+    EXPECT_EQ(recorder->segmentsSnapshot().size(), 1u);
+}
+
+TEST(ClipExport, AnExportThatFailsHalfwayLeavesNoClipBehind)
+{
+    QTemporaryDir out;
+    auto recorder = pacedRecorder(30, 30);
+    for (int i = 0; i <= 30 * 13; ++i)
+        recorder->ingest(IndexedFrames::frame(i, 256, 144, ticks600(20 * i), true));
+    settle(*recorder);
+    const std::vector<Segment> segments = recorder->segmentsSnapshot();
+    ASSERT_EQ(segments.size(), 2u);
+    // A clip that was there before is replaced only by a complete one.
+    const QString destination = out.filePath("d.mp4");
+
+    // The disk takes a little and then refuses: the export fails in the middle of its writing.
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit saved {};
+    getrlimit(RLIMIT_FSIZE, &saved);
+    rlimit tight = saved;
+    tight.rlim_cur = 100000;
+    setrlimit(RLIMIT_FSIZE, &tight);
+    const ClipExporter::Result failed = ClipExporter::exportConcatenated(segments, ticks600(0), destination);
+    setrlimit(RLIMIT_FSIZE, &saved);
+    EXPECT_FALSE(failed.completed);
+    EXPECT_EQ(failed.errorText, "Could not write \"d.mp4\": File too large");
+    EXPECT_TRUE(QDir(out.path()).entryList(QDir::Files | QDir::Hidden).isEmpty());
+
+    // Unreadable segments are skipped without a word; the rest makes the clip.
+    std::vector<Segment> withGone = segments;
+    withGone.insert(withGone.begin() + 1, Segment { out.filePath("gone.mp4"), ticks600(3600), ticks600(3600) });
+    const ClipExporter::Result ok = ClipExporter::exportConcatenated(withGone, ticks600(0), destination);
+    EXPECT_TRUE(ok.completed) << ok.errorText.toStdString();
+    const ClipProbe clip = ClipProbe::read(destination);
+    EXPECT_EQ(clip.frames.size(), 360u);
+    EXPECT_EQ(clip.decodeErrors, 0);
+}
+
+TEST(RecorderAudio, DropsAudioBeforeTheFirstFrameAndBuffersThatDoNotMoveForward)
+{
+    auto recorder = pacedRecorder(30, 30);
+    recorder->setAudioEnabled(true);
+    auto audioAt = [&](double seconds, int frames) {
+        recorder->ingestAudio(IndexedFrames::tone(
+            AudioBuffer::SampleFormat::Float32, 44100, 1, frames, MediaTime::fromSeconds(seconds, 44100)));
+    };
+    // Half a second of sound that begins just before the first frame: no segment is open yet.
+    audioAt(-0.05, 22050);
+    for (int i = 0; i <= 30 * 12; ++i) {
+        const double t = i / 30.0;
+        recorder->ingest(IndexedFrames::frame(i, 256, 144, MediaTime::fromSeconds(t, 600)));
+        if (i >= 18 && i < 150) audioAt(t, 1470); // 0.6 s to 5.0 s, one buffer per frame
+        // Second source, same time as the last buffer taken: dropped, although it is longer.
+        if (i == 149) audioAt(t, 22050);
+        if (i >= 198 && i < 300) audioAt(t, 1470); // 6.6 s to 10.0 s in the second segment
+        // Second source one tick after the last one taken: it goes in.
+        if (i == 299)
+            recorder->ingestAudio(IndexedFrames::tone(AudioBuffer::SampleFormat::Float32, 44100, 1, 22050,
+                MediaTime::fromSeconds(t, 44100) + MediaTime(1, 44100)));
+    }
+    settle(*recorder);
+    const std::vector<Segment> segments = recorder->segmentsSnapshot();
+    ASSERT_EQ(segments.size(), 2u);
+    const ClipProbe first = ClipProbe::read(segments[0].url);
+    const ClipProbe second = ClipProbe::read(segments[1].url);
+    ASSERT_EQ(first.audioCodec, "aac");
+    ASSERT_EQ(second.audioCodec, "aac");
+    // The encoder's priming frame (1024 samples, 23 ms) sits just ahead of the first buffer.
+    EXPECT_NEAR(first.audioStart, 0.6 - 1024.0 / 44100, 0.005);
+    const double firstEnd = first.audioStart + first.audioSeconds;
+    EXPECT_NEAR(firstEnd, 149 / 30.0 + 1470.0 / 44100, 0.05);
+    const double secondEnd = second.audioStart + second.audioSeconds;
+    EXPECT_NEAR(secondEnd, 299 / 30.0 - 6.0 + 0.5, 0.05);
+}
+
+TEST(RecorderAudio, SoundStartsAtTheNextBoundaryAndTheClipGetsItsTrackFromThere)
+{
+    QTemporaryDir out;
+    auto recorder = pacedRecorder(30, 30);
+    Outcome outcome(*recorder);
+    Feeder feeder { *recorder, 30 };
+    feeder.feed(0, 30);
+    recorder->startRecording(out.filePath("e.mp4"));
+    feeder.feed(31, 90);
+    recorder->setAudioEnabled(true); // in the middle of the first segment: it stays silent
+    feeder.feed(91, feeder.frameAt(10.0));
+    recorder->stopRecording();
+    ASSERT_TRUE(spinUntil([&] { return outcome.arrived() && !recorder->isExporting(); }));
+    ASSERT_EQ(outcome.error, "");
+    const ClipProbe clip = ClipProbe::read(out.filePath("e.mp4"));
+    EXPECT_EQ(clip.audioCodec, "aac");
+    EXPECT_EQ(clip.decodeErrors, 0);
+    EXPECT_EQ(clip.frames.front().index, 0);
+    EXPECT_EQ(clip.frames.back().index, feeder.frameAt(10.0));
+    // The second segment lands 6.0 s into the clip, and its sound with it.
+    EXPECT_NEAR(clip.audioStart, 6.0, 0.03);
+    EXPECT_NEAR(clip.audioStart + clip.audioSeconds, 9.6, 0.06);
+}
