@@ -4,6 +4,7 @@
 
 #include <QCoreApplication>
 
+#include <algorithm>
 #include <cstdlib>
 
 namespace {
@@ -170,9 +171,8 @@ QString PulseAudioSource::start(Device device, const QString& name, const QStrin
     attr.prebuf = uint32_t(-1);
     attr.minreq = uint32_t(-1);
     attr.fragsize = uint32_t(pa_usec_to_bytes(fragmentMilliseconds * 1000, &wanted));
-    const auto flags
-        = pa_stream_flags_t(PA_STREAM_ADJUST_LATENCY | PA_STREAM_AUTO_TIMING_UPDATE | PA_STREAM_INTERPOLATE_TIMING);
-    if (pa_stream_connect_record(stream.get(), recordedSource.toUtf8().constData(), &attr, flags) < 0)
+    if (pa_stream_connect_record(stream.get(), recordedSource.toUtf8().constData(), &attr, PA_STREAM_ADJUST_LATENCY)
+        < 0)
         return QStringLiteral("cannot record from PulseAudio: ") + errorText();
     for (;;) {
         const pa_stream_state_t state = pa_stream_get_state(stream.get());
@@ -199,11 +199,13 @@ void PulseAudioSource::readAvailable()
             pa_stream_drop(stream.get());
             continue;
         }
-        pa_usec_t latency = 0;
-        int negative = 0;
-        if (pa_stream_get_latency(stream.get(), &latency, &negative) < 0 || negative) latency = 0;
-        // The newest sample is `latency` old; the first one is older by the buffer's length.
-        const int64_t measured = now - int64_t(latency) * 1000 - durationNs;
+        // The newest sample that can be read is taken as recorded now, so this buffer began as
+        // long before as everything readable lasts. The server's own latency figures are no help
+        // here: a sink's monitor reports the sink's whole buffer (over half a second on a null
+        // sink), and they are refreshed only every so often.
+        const int64_t readableNs
+            = int64_t(pa_stream_readable_size(stream.get()) / size_t(frameBytes)) * 1'000'000'000 / sampleRate;
+        const int64_t measured = now - std::max(readableNs, durationNs);
         const int64_t pts = nextTimestamp(nextPts, measured, lastPts);
 
         AudioBuffer buffer;

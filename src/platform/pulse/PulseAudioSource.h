@@ -14,7 +14,8 @@
 // Records one PulseAudio source in its own sample format (float32 or s16; a source in any other
 // format is asked for as float32) on libpulse's threaded main loop, and stamps each buffer with
 // the monotonic capture clock: the time of its first sample, counted on by samples so that times
-// always increase, and set again from the stream's latency when the two part by more than 50 ms.
+// always increase, and set again from the clock when the two part by more than 50 ms (samples
+// lost, a stalled server).
 class PulseAudioSource : public CaptureStream {
 public:
     enum class Device {
@@ -40,7 +41,7 @@ public:
     AudioBuffer::SampleFormat format() const { return sampleFormat; }
 
     // Pure: the time of the next buffer's first sample. `expected` is where counting samples
-    // leads (none for the first buffer), `measured` what the clock and latency say, `previous` the
+    // leads (none for the first buffer), `measured` what the clock says, `previous` the
     // last buffer's time; all in nanoseconds.
     static int64_t nextTimestamp(std::optional<int64_t> expected, int64_t measured, std::optional<int64_t> previous);
 

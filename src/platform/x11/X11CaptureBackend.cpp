@@ -174,7 +174,7 @@ std::optional<QImage> X11CaptureBackend::grabRect(const QRectF& globalRect)
     return image;
 }
 
-bool X11CaptureBackend::redirectLocked(uint32_t window)
+bool X11CaptureBackend::redirectLocked(uint32_t window, QSize size)
 {
     xcb_connection_t* c = connection->get();
     auto known = std::find(redirectedWindows.begin(), redirectedWindows.end(), window);
@@ -186,8 +186,8 @@ bool X11CaptureBackend::redirectLocked(uint32_t window)
     XcbReply<xcb_generic_error_t> failed(
         xcb_request_check(c, xcb_composite_redirect_window_checked(c, window, XCB_COMPOSITE_REDIRECT_AUTOMATIC)));
     if (failed) return false;
-    // What was covered until now is what covered it: let the application paint itself again.
-    xcb_clear_area(c, 1, window, 0, 0, 0, 0);
+    // What was covered until now holds what covered it: let the application paint itself again.
+    connection->requestRepaint(window, uint16_t(size.width()), uint16_t(size.height()));
     redirectedWindows.push_back(window);
     while (redirectedWindows.size() > redirectedWindowLimit) {
         xcb_composite_unredirect_window(c, redirectedWindows.front(), XCB_COMPOSITE_REDIRECT_AUTOMATIC);
@@ -203,7 +203,7 @@ std::optional<QImage> X11CaptureBackend::grabWindowRect(uint32_t windowID, const
     if (!connectionLocked(&error) || !connection->extensions().composite) return std::nullopt;
     xcb_connection_t* c = connection->get();
     const std::optional<QRectF> frame = X11WindowList::frameOf(*connection, windowID);
-    if (!frame || !redirectLocked(windowID)) {
+    if (!frame || !redirectLocked(windowID, frame->toAlignedRect().size())) {
         drainLocked();
         return std::nullopt;
     }

@@ -2,6 +2,7 @@
 
 #include "capture/CaptureBackend.h"
 
+#include <QSize>
 #include <QString>
 
 #include <deque>
@@ -47,7 +48,7 @@ private:
     void drainLocked();
     // Under `mutex`: keeps `window` redirected so that its pixmap holds its own pixels; only the
     // few most recently grabbed windows stay so.
-    bool redirectLocked(uint32_t window);
+    bool redirectLocked(uint32_t window, QSize size);
 
     std::mutex mutex;
     std::unique_ptr<XcbConnection> connection; // guarded by mutex

@@ -75,7 +75,7 @@ QString X11CaptureStream::setUp(const ContentFilter& filter)
             return QStringLiteral("the window cannot be redirected");
         // The parts that were covered until now hold what covered them: ask the application to
         // paint the whole window again.
-        xcb_clear_area(c, 1, window, 0, 0, 0, 0);
+        connection->requestRepaint(window, geometry->width, geometry->height);
         nameWindowPixmap();
         drawable = window;
     } else {

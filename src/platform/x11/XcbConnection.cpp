@@ -144,3 +144,17 @@ XcbReply<xcb_get_property_reply_t> XcbConnection::property(xcb_window_t window, 
     if (!reply || reply->type == XCB_ATOM_NONE) return nullptr;
     return reply;
 }
+
+void XcbConnection::requestRepaint(xcb_window_t window, uint16_t width, uint16_t height) const
+{
+    // Sent as a 32-byte event, which is what SendEvent carries.
+    union {
+        xcb_expose_event_t expose;
+        char bytes[32];
+    } event {};
+    event.expose.response_type = XCB_EXPOSE;
+    event.expose.window = window;
+    event.expose.width = width;
+    event.expose.height = height;
+    xcb_send_event(connection, 0, window, XCB_EVENT_MASK_EXPOSURE, event.bytes);
+}

@@ -59,6 +59,10 @@ public:
     // The connection has failed for good (server gone, protocol error); every request is lost.
     bool isBroken() const { return xcb_connection_has_error(connection) != 0; }
 
+    // Asks the application to paint all of `window` again, as if it had just been uncovered,
+    // without clearing what is there now.
+    void requestRepaint(xcb_window_t window, uint16_t width, uint16_t height) const;
+
     // A window property's value, or null if it is missing or not of `type` (XCB_ATOM_ANY for any).
     XcbReply<xcb_get_property_reply_t> property(xcb_window_t window, xcb_atom_t name, xcb_atom_t type) const;
 

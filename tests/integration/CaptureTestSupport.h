@@ -1,0 +1,79 @@
+#pragma once
+
+#include "capture/CaptureEngine.h"
+
+#include <QColor>
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QImage>
+#include <QThread>
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <vector>
+
+// Waiting on the main loop, and looking at captured pixels, for the capture integration tests.
+namespace CaptureTestSupport {
+
+// Runs the event loop until `condition` holds or `timeoutMs` passed; the condition's last answer.
+inline bool waitUntil(const std::function<bool()>& condition, int timeoutMs)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!condition()) {
+        if (timer.elapsed() > timeoutMs) return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+        QThread::msleep(2);
+    }
+    return true;
+}
+
+inline void refresh(CaptureEngine& engine)
+{
+    bool done = false;
+    engine.refreshAvailableContent([&done] { done = true; });
+    ASSERT_TRUE(waitUntil([&done] { return done; }, 5000));
+}
+
+// Every frame the engine hands on, in order.
+struct FrameLog {
+    std::vector<VideoFrame> frames;
+    explicit FrameLog(CaptureEngine& engine)
+    {
+        engine.frameSink = [this](const VideoFrame& frame) { frames.push_back(frame); };
+    }
+    size_t count() const { return frames.size(); }
+    const QImage& last() const { return frames.back().image; }
+    // Waits for a frame after the first `after` frames that satisfies `test`.
+    bool waitFor(size_t after, const std::function<bool(const QImage&)>& test, int timeoutMs = 3000)
+    {
+        return waitUntil(
+            [&] {
+                for (size_t i = after; i < frames.size(); ++i)
+                    if (test(frames[i].image)) return true;
+                return false;
+            },
+            timeoutMs);
+    }
+};
+
+inline bool near(const QImage& image, int x, int y, const QColor& expected, int tolerance = 12)
+{
+    if (!image.valid(x, y)) return false;
+    const QColor got = QColor::fromRgb(image.pixel(x, y));
+    return std::abs(got.red() - expected.red()) <= tolerance && std::abs(got.green() - expected.green()) <= tolerance
+        && std::abs(got.blue() - expected.blue()) <= tolerance;
+}
+
+inline std::string describe(const QImage& image, int x, int y)
+{
+    if (!image.valid(x, y)) return "outside the image";
+    return QColor::fromRgb(image.pixel(x, y)).name().toStdString();
+}
+
+} // namespace CaptureTestSupport
+
+#define EXPECT_COLOUR(image, x, y, colour)                                                                             \
+    EXPECT_TRUE(CaptureTestSupport::near((image), (x), (y), (colour)))                                                 \
+        << "at " << (x) << "," << (y) << ": " << CaptureTestSupport::describe((image), (x), (y))
