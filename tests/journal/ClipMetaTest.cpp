@@ -1,0 +1,236 @@
+#include "journal/ClipEntry.h"
+#include "journal/ClipMetaStore.h"
+#include "journal/ClipNameParser.h"
+#include "journal/FormatPnL.h"
+#include "journal/ReferenceDate.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <sys/stat.h>
+
+namespace {
+
+QByteArray readAll(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+void writeAll(const QString& path, const QByteArray& bytes)
+{
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    ASSERT_EQ(file.write(bytes), bytes.size());
+}
+
+// A clip file in `dir` with a fixed modification time, so that the fall-back to it can be seen.
+QUrl makeClip(const QTemporaryDir& dir, const QString& name, const QDateTime& modified = {})
+{
+    const QString path = dir.filePath(name);
+    writeAll(path, "mp4");
+    if (modified.isValid()) {
+        QFile file(path);
+        file.open(QIODevice::ReadWrite);
+        file.setFileTime(modified, QFileDevice::FileModificationTime);
+    }
+    return QUrl::fromLocalFile(path);
+}
+
+} // namespace
+
+TEST(ClipMetaStore, RoundTripKeepsDatesAndRectanglesExactly)
+{
+    QTemporaryDir dir;
+    const QUrl url = makeClip(dir, QStringLiteral("a.b.mp4"));
+    EXPECT_EQ(ClipMetaStore::sidecarPath(url), dir.filePath(QStringLiteral("a.b.clipmeta.json")));
+
+    ClipMeta meta;
+    meta.outcome = TradeOutcome::loss;
+    meta.pnl = -12.345678901234567;
+    meta.unit = PnLUnit::ticks;
+    meta.notes = QStringLiteral("faded the open — \"again\"\n");
+    meta.ticker = QStringLiteral("ES");
+    meta.date = 752000000.1234567; // finer than a millisecond
+    meta.monitorRect = QRectF(10.5, -20.25, 300, 0.1);
+    meta.recordedSize = QSizeF(1920, 1080);
+    meta.sourcePointSize = QSizeF(960.5, 540.25);
+    ClipMetaStore::save(meta, url);
+    EXPECT_EQ(ClipMetaStore::load(url), meta);
+
+    // On disk: sorted keys, the date as seconds since 2001, the rectangle as [[x, y], [w, h]].
+    const QByteArray bytes = readAll(ClipMetaStore::sidecarPath(url));
+    const QJsonObject json = QJsonDocument::fromJson(bytes).object();
+    EXPECT_EQ(json.value("date").toDouble(), 752000000.1234567);
+    EXPECT_EQ(json.value("monitorRect").toVariant(),
+        QVariant(QVariantList { QVariantList { 10.5, -20.25 }, QVariantList { 300, 0.1 } }));
+    EXPECT_EQ(json.value("unit").toString(), QStringLiteral("ticks"));
+    EXPECT_LT(bytes.indexOf("\"date\""), bytes.indexOf("\"mistakes\""));
+    EXPECT_LT(bytes.indexOf("\"sourcePointSize\""), bytes.indexOf("\"ticker\""));
+    EXPECT_TRUE(bytes.contains("\n")); // pretty printed
+
+    // Only the unit differs from the empty record: still written, and optional keys left out.
+    ClipMeta unitOnly;
+    unitOnly.unit = PnLUnit::R;
+    ClipMetaStore::save(unitOnly, url);
+    const QJsonObject minimal = QJsonDocument::fromJson(readAll(ClipMetaStore::sidecarPath(url))).object();
+    EXPECT_EQ(minimal.keys(), (QStringList { "mistakes", "notes", "outcome", "unit" }));
+    EXPECT_EQ(ClipMetaStore::load(url), unitOnly);
+}
+
+TEST(ClipMetaStore, ReadsWhatOthersWroteNullsAndUnknownKeys)
+{
+    QTemporaryDir dir;
+    const QUrl url = makeClip(dir, QStringLiteral("AAPL.mp4"));
+    const QByteArray written = R"({"outcome":"win","unit":"dollars","notes":"","mistakes":"late",
+        "pnl":125,"ticker":null,"date":null,"monitorRect":null,"future":{"x":[1,2]}})";
+    writeAll(ClipMetaStore::sidecarPath(url), written);
+    const ClipMeta meta = ClipMetaStore::load(url);
+    EXPECT_EQ(meta.outcome, TradeOutcome::win);
+    EXPECT_EQ(meta.pnl, 125.0);
+    EXPECT_EQ(meta.mistakes, QStringLiteral("late"));
+    EXPECT_FALSE(meta.ticker || meta.date || meta.monitorRect);
+    // A date in the file takes effect over the name.
+    writeAll(ClipMetaStore::sidecarPath(url), R"({"outcome":"win","unit":"R","notes":"","mistakes":"","date":0})");
+    ClipEntry entry { url, 5.0, std::nullopt, ClipMetaStore::load(url) };
+    EXPECT_EQ(entry.date(), 0.0);
+}
+
+TEST(ClipMetaStore, BadSidecarsLoadEmptyAndStayOnDisk)
+{
+    QTemporaryDir dir;
+    const QUrl url = makeClip(dir, QStringLiteral("clip.mp4"));
+    const QString sidecar = ClipMetaStore::sidecarPath(url);
+    const QList<QByteArray> bad {
+        R"({"outcome":"win","unit":"dollars","notes":"",)", // broken JSON
+        R"({"outcome":"win","unit":"euro","notes":"","mistakes":""})", // unknown unit
+        R"({"outcome":"Win","unit":"dollars","notes":"","mistakes":""})", // raw values are exact
+        R"({"outcome":"win","unit":"dollars","pnl":50,"mistakes":""})", // "notes" missing
+        R"({"outcome":"win","unit":"dollars","notes":null,"mistakes":""})", // required but null
+        R"({"outcome":"win","unit":"dollars","notes":"","mistakes":"","pnl":"50"})", // wrong type
+        R"({"outcome":"win","unit":"dollars","notes":"","mistakes":"","recordedSize":[1]})",
+        R"({"outcome":"win","unit":"dollars","notes":"","mistakes":"","monitorRect":[1,2,3,4]})",
+        R"(["outcome","win"])",
+        "",
+    };
+    for (const QByteArray& bytes : bad) {
+        writeAll(sidecar, bytes);
+        EXPECT_TRUE(ClipMetaStore::load(url).isEmpty()) << bytes.constData();
+        EXPECT_EQ(readAll(sidecar), bytes);
+    }
+}
+
+TEST(ClipMetaStore, HostileSidecarsAreRefusedWithoutReadingThem)
+{
+    QTemporaryDir dir;
+    const QUrl url = makeClip(dir, QStringLiteral("clip.mp4"));
+    const QString sidecar = ClipMetaStore::sidecarPath(url);
+
+    // A valid record padded with whitespace to exactly the limit loads; one byte more does not.
+    const QByteArray record = R"({"outcome":"win","unit":"dollars","notes":"","mistakes":"","pnl":1})";
+    QByteArray padded = record;
+    padded.append(QByteArray(ClipMetaStore::maxSidecarBytes - record.size(), ' '));
+    writeAll(sidecar, padded);
+    EXPECT_EQ(ClipMetaStore::load(url).pnl, 1.0);
+    writeAll(sidecar, padded + ' ');
+    EXPECT_TRUE(ClipMetaStore::load(url).isEmpty());
+
+    // A FIFO under the sidecar's name would block a plain open until someone writes to it.
+    QFile::remove(sidecar);
+    ASSERT_EQ(::mkfifo(QFile::encodeName(sidecar).constData(), 0600), 0);
+    EXPECT_TRUE(ClipMetaStore::load(url).isEmpty());
+    QFile::remove(sidecar);
+    // So would a directory's contents be no record at all.
+    ASSERT_TRUE(QDir(dir.path()).mkdir(QStringLiteral("clip.clipmeta.json")));
+    EXPECT_TRUE(ClipMetaStore::load(url).isEmpty());
+}
+
+TEST(ClipMetaStore, SavingTheEmptyRecordRemovesTheSidecarAndBadRecordsKeepTheOld)
+{
+    QTemporaryDir dir;
+    const QUrl url = makeClip(dir, QStringLiteral("CLIP.MP4"));
+    const QString sidecar = ClipMetaStore::sidecarPath(url);
+    EXPECT_EQ(sidecar, dir.filePath(QStringLiteral("CLIP.clipmeta.json")));
+
+    ClipMetaStore::save(ClipMeta {}, url); // nothing to remove: nothing happens
+    EXPECT_FALSE(QFile::exists(sidecar));
+
+    ClipMeta meta;
+    meta.outcome = TradeOutcome::win;
+    meta.pnl = 40;
+    ClipMetaStore::save(meta, url);
+    const QByteArray before = readAll(sidecar);
+    ASSERT_FALSE(before.isEmpty());
+
+    ClipMeta infinite = meta;
+    infinite.pnl = std::numeric_limits<double>::infinity();
+    ClipMetaStore::save(infinite, url);
+    ClipMeta nanRect = meta;
+    nanRect.monitorRect = QRectF(0, 0, std::nan(""), 1);
+    ClipMetaStore::save(nanRect, url);
+    EXPECT_EQ(readAll(sidecar), before);
+    // Nothing half-written is left beside it either.
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files).size(), 2);
+
+    ClipMetaStore::save(ClipMeta {}, url);
+    EXPECT_FALSE(QFile::exists(sidecar));
+}
+
+TEST(ClipNameParser, TickerAndMinuteOrTheModificationTime)
+{
+    QTemporaryDir dir;
+    const QDateTime modified(QDate(2023, 1, 2), QTime(3, 4, 5), Qt::UTC);
+    const double modifiedSeconds = ReferenceDate::fromDateTime(modified);
+    const double minute = ReferenceDate::fromDateTime(QDateTime(QDate(2024, 11, 5), QTime(9, 30), Qt::LocalTime));
+
+    const auto parsed = [&](const QString& name) { return ClipNameParser::parse(makeClip(dir, name, modified)); };
+
+    auto p = parsed(QStringLiteral("AAPL_2024-11-05_09-30.mp4"));
+    EXPECT_EQ(p.ticker, QStringLiteral("AAPL"));
+    EXPECT_EQ(p.date, minute);
+
+    p = parsed(QStringLiteral("_2024-11-05_09-30.mp4"));
+    EXPECT_FALSE(p.ticker);
+    EXPECT_EQ(p.date, minute);
+
+    // The recorder's own names: no underscore, so no ticker and the file's time.
+    p = parsed(QStringLiteral("Safari, Mar 5, 14-07-33.mp4"));
+    EXPECT_FALSE(p.ticker);
+    EXPECT_EQ(p.date, modifiedSeconds);
+
+    // Three pieces with no date in them keep their ticker; the third piece keeps its underscores.
+    for (const char* name : { "AAPL_x_y.mp4", "my_cool_app, Mar 5, 14-07-33.mp4", "AAPL_2024-11-05_09-30_extra.mp4",
+             "AAPL_2024-11-05_09-30 .mp4", "AAPL_2024-02-30_09-30.mp4", "AAPL_2024-11-05_24-00.mp4" }) {
+        p = parsed(QString::fromUtf8(name));
+        EXPECT_TRUE(p.ticker == QStringLiteral("AAPL") || p.ticker == QStringLiteral("my")) << name;
+        EXPECT_EQ(p.date, modifiedSeconds) << name;
+    }
+
+    // A file gone between listing and parsing has no date at all; its entry then dates from now.
+    const QUrl vanished = QUrl::fromLocalFile(dir.filePath(QStringLiteral("gone.mp4")));
+    EXPECT_FALSE(ClipNameParser::parse(vanished).date);
+    const double before = ReferenceDate::now();
+    const ClipEntry entry { vanished, std::nullopt, std::nullopt, {} };
+    EXPECT_GE(entry.date(), before);
+    EXPECT_LE(entry.date(), ReferenceDate::now());
+}
+
+TEST(FormatPnL, SignUnitAndDecimals)
+{
+    EXPECT_EQ(formatPnL(-12.5, PnLUnit::dollars, 2), QStringLiteral("-$12.50"));
+    EXPECT_EQ(formatPnL(3, PnLUnit::R, 2), QStringLiteral("3.00R"));
+    EXPECT_EQ(formatPnL(1.5, PnLUnit::R, 2), QStringLiteral("1.50R"));
+    EXPECT_EQ(formatPnL(100, PnLUnit::R, 0), QStringLiteral("100R"));
+    EXPECT_EQ(formatPnL(-0.0, PnLUnit::points, 1), QStringLiteral("0.0 pts"));
+    EXPECT_EQ(formatPnL(-7.25, PnLUnit::ticks, 0), QStringLiteral("-7 ticks"));
+    EXPECT_EQ(formatPnL(2.675, PnLUnit::dollars, 2), QStringLiteral("$2.67")); // 2.67499999... in binary
+    EXPECT_EQ(formatPnL(-0.001, PnLUnit::dollars, 2), QStringLiteral("-$0.00"));
+}
