@@ -1,0 +1,100 @@
+#include "app/AppSession.h"
+
+#include "app/AppSettings.h"
+#include "app/ControlCommands.h"
+#include "app/ControlServer.h"
+#include "app/PlatformFactory.h"
+#include "app/RecorderViewModel.h"
+#include "app/SourceGeometry.h"
+#include "capture/CaptureEngine.h"
+#include "core/Publisher.h"
+
+#include <QTextStream>
+
+#include <cstdio>
+
+AppSession::AppSession(Options opts, QObject* parent)
+    : QObject(parent)
+    , options(std::move(opts))
+    , settings(std::make_unique<AppSettings>())
+{
+}
+
+AppSession::~AppSession()
+{
+    // The socket goes first, so no command reaches a controller that is being torn down.
+    server.reset();
+    commands.reset();
+    controller.reset();
+}
+
+bool AppSession::start(QString* error)
+{
+    controller = std::make_unique<RecorderViewModel>(settings.get(), PlatformFactory::create());
+    commands = std::make_unique<ControlCommands>(*controller);
+    server = std::make_unique<ControlServer>([this](const QStringList& command) { return commands->handle(command); });
+    const QString path = options.socketPath.isEmpty() ? ControlProtocol::defaultSocketPath() : options.socketPath;
+    QString listenError;
+    switch (server->listen(path, &listenError)) {
+    case ControlServer::ListenResult::alreadyRunning:
+        if (error) *error = QStringLiteral("velotape is already running (%1 answers)").arg(path);
+        return false;
+    case ControlServer::ListenResult::failed:
+        if (error) *error = QStringLiteral("cannot listen on %1: %2").arg(path, listenError);
+        return false;
+    case ControlServer::ListenResult::listening: break;
+    }
+
+    if (options.headless) {
+        static QTextStream out(stdout);
+        echoEventsTo(out);
+    }
+    // The preview task of start-up runs before the sources are listed and finds no source; once
+    // they are, the restored (or first) source starts streaming here, as the window's source list
+    // would start it.
+    controller->startUp([this] {
+        if (!options.source.isEmpty())
+            selectRequestedSource();
+        else if (!controller->engine()->isStreaming())
+            controller->startPreview();
+    });
+    return true;
+}
+
+// Without a window, toasts and capture errors are lines on standard output.
+void AppSession::echoEventsTo(QTextStream& out)
+{
+    observe(controller.get(), &RecorderViewModel::toast, &RecorderViewModel::toastChanged)
+        .dropFirst()
+        .sink(this, [&out](const std::optional<QString>& text) {
+            if (text) out << *text << Qt::endl;
+        });
+    observe(controller->engine(), &CaptureEngine::errorMessage, &CaptureEngine::errorMessageChanged)
+        .dropFirst()
+        .removeDuplicates()
+        .sink(this, [&out](const std::optional<QString>& text) {
+            if (text) out << *text << Qt::endl;
+        });
+}
+
+void AppSession::selectRequestedSource()
+{
+    CaptureEngine* engine = controller->engine();
+    std::optional<CaptureSource> chosen;
+    if (const auto region = SourceGeometry::parseRegionDescriptor(options.source)) {
+        for (const CaptureDisplay& d : engine->availableDisplays()) {
+            if (d.displayID != region->displayID) continue;
+            const QRectF r = region->localPointRect.intersected(QRectF(0, 0, d.width, d.height));
+            chosen = CaptureSource::region(d, r, int(r.width()) & ~1, int(r.height()) & ~1);
+        }
+    } else {
+        chosen = controller->findSource(options.source);
+    }
+    if (!chosen) {
+        std::fprintf(stderr, "velotape: no source matches '%s'; keeping %s\n", qPrintable(options.source),
+            engine->selectedSource() ? "the current one" : "none");
+        return;
+    }
+    engine->setSelectedSource(chosen);
+    controller->restartStream();
+}

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+
+#include <memory>
+
+class AppSettings;
+class ControlCommands;
+class ControlServer;
+class QTextStream;
+class RecorderViewModel;
+
+// One running instance: the settings, the session controller on the platform's backends, and the
+// control socket that `velotape <command>` talks to. The window and the headless mode both run one.
+//
+// Main thread.
+class AppSession : public QObject {
+    Q_OBJECT
+public:
+    struct Options {
+        bool headless = false;
+        QString source;     // a descriptor to select once the sources are listed (headless)
+        QString socketPath; // empty: the default under $XDG_RUNTIME_DIR
+    };
+
+    explicit AppSession(Options options, QObject* parent = nullptr);
+    ~AppSession() override;
+
+    // Claims the control socket, then runs the start-up tasks. False when another instance runs or
+    // the socket can't be made; `error` says which, in one line.
+    bool start(QString* error);
+
+    RecorderViewModel* viewModel() const { return controller.get(); }
+
+private:
+    void selectRequestedSource();
+    void echoEventsTo(QTextStream& out);
+
+    Options options;
+    std::unique_ptr<AppSettings> settings;
+    std::unique_ptr<RecorderViewModel> controller;
+    std::unique_ptr<ControlCommands> commands;
+    std::unique_ptr<ControlServer> server;
+};

@@ -1,0 +1,400 @@
+#include "app/RecorderViewModel.h"
+
+#include "app/AppSettings.h"
+#include "app/SourceGeometry.h"
+#include "capture/CaptureEngine.h"
+#include "core/Log.h"
+#include "core/Publisher.h"
+#include "journal/ClipJournalStore.h"
+#include "platform/desktop/DesktopIntegration.h"
+#include "recorder/SegmentedRecorder.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFileInfo>
+#include <QLocale>
+#include <QPointer>
+#include <QUrl>
+
+#include <cmath>
+
+using namespace std::chrono_literals;
+
+QString captureModeRawValue(RecorderViewModel::CaptureMode mode)
+{
+    return mode == RecorderViewModel::CaptureMode::areaMonitor ? QStringLiteral("areaMonitor") : QStringLiteral("manual");
+}
+
+RecorderViewModel::RecorderViewModel(AppSettings* settings, Platform p, QObject* parent)
+    : QObject(parent)
+    , appSettings(settings)
+    , platform(std::move(p))
+{
+    if (!platform.scheduler) platform.scheduler = std::make_unique<QtTaskScheduler>(this);
+
+    // The objects it owns, in their order. The area monitor, camera and microphone take their
+    // places between the recorder and the journal when they arrive.
+    captureEngine = new CaptureEngine(platform.screen, platform.systemAudio, this);
+    segmentRecorder = new SegmentedRecorder(this);
+    journalStore = new ClipJournalStore(QUrl::fromLocalFile(appSettings->saveFolderPath()), this);
+
+    // The one link between owned objects: frames and system audio go from the engine to the ring.
+    captureEngine->setRecorder(segmentRecorder);
+
+    wireSubscriptions();
+}
+
+RecorderViewModel::~RecorderViewModel()
+{
+    // The engine's audio thread reads the recorder link: stop the stream before either goes.
+    captureEngine->stopStream();
+}
+
+// The numbered rows of the wiring, in the order of their numbers. Rows 2-5, 7, 9, 11-13 and 15-19
+// belong to the camera, the microphone, the area monitor and its overlay.
+void RecorderViewModel::wireSubscriptions()
+{
+    QPointer<RecorderViewModel> self(this);
+
+    // 1. The journal follows the save folder; this also runs once at launch.
+    observe(appSettings, &AppSettings::saveFolderPath, &AppSettings::saveFolderPathChanged)
+        .removeDuplicates()
+        .sink(this, [this](const QString& path) { journalStore->setSavePath(QUrl::fromLocalFile(path)); });
+
+    // 6. Segments get an audio track when either audio source is on.
+    segmentRecorder->setAudioEnabled(appSettings->microphoneEnabled() || appSettings->systemAudioEnabled());
+
+    // 8. (audio half) The microphone switch changes whether segments carry audio.
+    observe(appSettings, &AppSettings::microphoneEnabled, &AppSettings::microphoneEnabledChanged)
+        .removeDuplicates()
+        .sink(this, [this](bool on) { segmentRecorder->setAudioEnabled(on || appSettings->systemAudioEnabled()); });
+
+    // 10. System audio is part of the stream's set-up, so switching it needs a new stream.
+    observe(appSettings, &AppSettings::systemAudioEnabled, &AppSettings::systemAudioEnabledChanged)
+        .dropFirst()
+        .removeDuplicates()
+        .sink(this, [this](bool on) {
+            segmentRecorder->setAudioEnabled(on || appSettings->microphoneEnabled());
+            restartStream();
+        });
+
+    // 14. The capture mode comes back from the settings; an unknown text leaves manual.
+    if (appSettings->savedCaptureMode() == QStringLiteral("areaMonitor"))
+        setCaptureMode(CaptureMode::areaMonitor);
+    else if (appSettings->savedCaptureMode() == QStringLiteral("manual"))
+        setCaptureMode(CaptureMode::manual);
+
+    // 20. The capture mode is remembered, once start-up has restored things.
+    observe(this, &RecorderViewModel::captureMode, &RecorderViewModel::captureModeChanged)
+        .dropFirst()
+        .sink(this, [this](CaptureMode value) {
+            if (!suppressPersistence) appSettings->setSavedCaptureMode(captureModeRawValue(value));
+        });
+
+    // 21. So is the selected source.
+    observe(captureEngine, &CaptureEngine::selectedSource, &CaptureEngine::selectedSourceChanged)
+        .dropFirst()
+        .sink(this, [this](const std::optional<CaptureSource>& source) {
+            if (!suppressPersistence) saveSourceDescriptor(source);
+        });
+
+    // 22. A clip was written.
+    segmentRecorder->onFinished = [self](const QString& path) {
+        QMetaObject::invokeMethod(
+            self, [self, path] { if (self) self->runSaveSequence(path); }, Qt::QueuedConnection);
+    };
+
+    // 23. An export failed: the toast is the only report.
+    segmentRecorder->onError = [self](const QString& text) {
+        QMetaObject::invokeMethod(
+            self,
+            [self, text] {
+                if (!self) return;
+                self->showToast(QStringLiteral("Error: ") + text);
+                self->monitorReset();
+            },
+            Qt::QueuedConnection);
+    };
+
+    // 24. Size, rate, cursor and hide-self need a new stream; changes close together make one
+    // restart. Bit rate and buffer length act at the next configure and restart nothing.
+    auto* settingsSink = new QObject(this);
+    combineLatest(observe(appSettings, &AppSettings::resolution, &AppSettings::resolutionChanged),
+        observe(appSettings, &AppSettings::frameRate, &AppSettings::frameRateChanged),
+        observe(appSettings, &AppSettings::cursor, &AppSettings::cursorChanged),
+        observe(appSettings, &AppSettings::hideAppInCaptures, &AppSettings::hideAppInCapturesChanged))
+        .dropFirst()
+        .debounce(restartDebounce)
+        .sink(settingsSink, [this](const auto&) { restartStream(); });
+}
+
+void RecorderViewModel::setActiveTab(Tab value)
+{
+    tab = value;
+    emit activeTabChanged();
+}
+
+void RecorderViewModel::setCaptureMode(CaptureMode value)
+{
+    mode = value;
+    emit captureModeChanged();
+}
+
+void RecorderViewModel::setToast(const std::optional<QString>& text)
+{
+    toastText = text;
+    emit toastChanged();
+}
+
+void RecorderViewModel::startUp(std::function<void()> done)
+{
+    auto remaining = std::make_shared<int>(2);
+    auto finishOne = [remaining, done] {
+        if (--*remaining == 0 && done) done();
+    };
+    QPointer<RecorderViewModel> self(this);
+    captureEngine->refreshAvailableContent([self, finishOne] {
+        if (self) {
+            self->restoreSelectedSourceIfPossible();
+            // Only after the restore, so that the restored source isn't written back.
+            self->suppressPersistence = false;
+        }
+        finishOne();
+    });
+    startPreview();
+    finishOne();
+}
+
+void RecorderViewModel::startPreview()
+{
+    const std::optional<CaptureSource> source = captureEngine->selectedSource();
+    if (!source) return;
+    const QSize size = outputSize(*source);
+    const int fps = framesPerSecond(appSettings->frameRate());
+    segmentRecorder->configure(
+        size.width(), size.height(), appSettings->bitrateMbps(), appSettings->bufferSeconds(), fps);
+    captureEngine->startStream(size.width(), size.height(), fps, appSettings->cursor() != CursorMode::hide,
+        appSettings->hideAppInCaptures(), appSettings->systemAudioEnabled());
+    // Armed whether or not the stream started: a failure shows through the engine's errorMessage.
+    segmentRecorder->armBuffering();
+}
+
+void RecorderViewModel::restartStream()
+{
+    segmentRecorder->disarmBuffering();
+    captureEngine->stopStream();
+    startPreview();
+}
+
+QString RecorderViewModel::filename(const QString& label, const QDateTime& date)
+{
+    return label + QStringLiteral(", ") + QLocale().toString(date, QStringLiteral("MMM d, HH-mm-ss"))
+        + QStringLiteral(".mp4");
+}
+
+void RecorderViewModel::startRecording()
+{
+    const QString folder = appSettings->saveFolderPath();
+    QDir().mkpath(folder); // a failure shows when the export fails
+    const QString name = filename(sourceLabelForFilename().value_or(QStringLiteral("Clip")), QDateTime::currentDateTime());
+    const QString destination = QDir(folder).filePath(name);
+    // The size the running stream was set up with; bit rate and buffer length of this moment.
+    segmentRecorder->configure(captureEngine->outputWidth(), captureEngine->outputHeight(), appSettings->bitrateMbps(),
+        appSettings->bufferSeconds(), framesPerSecond(appSettings->frameRate()));
+    segmentRecorder->startRecording(destination);
+    scheduleAutoStopIfNeeded();
+}
+
+void RecorderViewModel::stopRecording()
+{
+    if (autoStopTask) {
+        platform.scheduler->cancel(*autoStopTask);
+        autoStopTask.reset();
+    }
+    segmentRecorder->stopRecording();
+    monitorReset();
+}
+
+void RecorderViewModel::scheduleAutoStopIfNeeded()
+{
+    if (autoStopTask) platform.scheduler->cancel(*autoStopTask);
+    const double minutes = appSettings->autoStopMinutes();
+    if (!(minutes > 0)) return;
+    QPointer<RecorderViewModel> self(this);
+    const auto delay = std::chrono::nanoseconds(static_cast<int64_t>(minutes * 60.0 * 1e9));
+    autoStopTask = platform.scheduler->schedule(delay, [self, minutes] {
+        if (!self) return;
+        self->showToast(
+            QStringLiteral("Auto-stop triggered after %1 min").arg(static_cast<long long>(std::trunc(minutes))));
+        // The recorder directly: the finished task stays in autoStopTask until the next start, and
+        // the monitor reset comes with the save sequence.
+        self->segmentRecorder->stopRecording();
+    });
+}
+
+void RecorderViewModel::showToast(const QString& text)
+{
+    setToast(text);
+    QPointer<RecorderViewModel> self(this);
+    // Never cancelled: a newer toast just replaces the text, and this timer then leaves it alone.
+    platform.scheduler->schedule(toastDuration, [self, text] {
+        if (self && self->toastText == text) self->setToast(std::nullopt);
+    });
+}
+
+void RecorderViewModel::runSaveSequence(const QString& path)
+{
+    lastSaved = path;
+    emit lastSavedURLChanged();
+    showToast(QStringLiteral("Saved: ") + QFileInfo(path).fileName());
+    if (platform.desktop) {
+        if (appSettings->playSoundOnSave()) platform.desktop->playCompleteSound();
+        if (appSettings->openFinderOnSave()) platform.desktop->revealInFileManager(path);
+    }
+    monitorReset();
+    journalStore->rescan();
+}
+
+void RecorderViewModel::monitorReset()
+{
+    // The area monitor's flags live with the monitor; nothing to forget until it is wired in.
+}
+
+// ---- Source memory and geometry ----
+
+ScreenLayout RecorderViewModel::screenLayout() const
+{
+    ScreenLayout layout;
+    for (const CaptureDisplay& d : captureEngine->availableDisplays())
+        layout.screens.push_back({ d.displayID, QRectF(d.frame), 1.0, d.name });
+    return layout;
+}
+
+void RecorderViewModel::saveSourceDescriptor(const std::optional<CaptureSource>& source)
+{
+    if (!source || source->kind() == CaptureSource::Kind::region) {
+        appSettings->setSavedSourceDescriptor(std::nullopt); // a region forgets the saved source
+        return;
+    }
+    if (source->kind() == CaptureSource::Kind::display) {
+        appSettings->setSavedSourceDescriptor(SourceGeometry::displayDescriptor(source->capturedDisplay().displayID));
+        return;
+    }
+    const CaptureWindow& w = source->capturedWindow();
+    const QString bundle = w.owningApplication ? w.owningApplication->bundleIdentifier : QStringLiteral("unknown");
+    appSettings->setSavedSourceDescriptor(SourceGeometry::windowDescriptor(bundle, w.title.value_or(QString())));
+}
+
+void RecorderViewModel::restoreSelectedSourceIfPossible()
+{
+    // When nothing matches, the descriptor stays stored, so the source comes back on a later launch.
+    const std::optional<QString> descriptor = appSettings->savedSourceDescriptor();
+    if (!descriptor) return;
+    if (const auto source = findSource(*descriptor)) captureEngine->setSelectedSource(source);
+}
+
+std::optional<CaptureSource> RecorderViewModel::findSource(const QString& descriptor) const
+{
+    if (descriptor.startsWith(QStringLiteral("display:"))) {
+        const auto id = SourceGeometry::parseDisplayDescriptor(descriptor);
+        if (!id) return std::nullopt;
+        for (const CaptureDisplay& d : captureEngine->availableDisplays())
+            if (d.displayID == *id) return CaptureSource::display(d);
+        return std::nullopt;
+    }
+    // A window is found by what it shows; a window without an owner or a title can't match.
+    const auto window = SourceGeometry::parseWindowDescriptor(descriptor);
+    if (!window) return std::nullopt;
+    for (const CaptureWindow& w : captureEngine->availableWindows()) {
+        if (!w.owningApplication || !w.title) continue;
+        if (w.owningApplication->bundleIdentifier == window->bundleIdentifier && *w.title == window->title)
+            return CaptureSource::window(w);
+    }
+    return std::nullopt;
+}
+
+QSize RecorderViewModel::outputSize(const CaptureSource& source) const
+{
+    const ScreenLayout layout = screenLayout();
+    double w = 0, h = 0;
+    switch (source.kind()) {
+    case CaptureSource::Kind::display: {
+        const CaptureDisplay& d = source.capturedDisplay();
+        if (const auto* screen = layout.screenForDisplay(d.displayID)) {
+            const QRectF pixels = screen->backingRect(screen->frame);
+            w = std::trunc(pixels.width());
+            h = std::trunc(pixels.height());
+        } else {
+            w = d.width;
+            h = d.height;
+        }
+        break;
+    }
+    case CaptureSource::Kind::window: {
+        const QRectF frame = source.capturedWindow().frame;
+        // The middle of the frame picks the screen whose scale applies; none at all means 2.0.
+        const auto* screen = layout.screenContaining(frame.center());
+        if (!screen) screen = layout.mainScreen();
+        const double scale = screen ? screen->scale : 2.0;
+        w = std::trunc(frame.width() * scale);
+        h = std::trunc(frame.height() * scale);
+        break;
+    }
+    case CaptureSource::Kind::region:
+        w = source.pixelWidth();
+        h = source.pixelHeight();
+        break;
+    }
+    return SourceGeometry::scaledOutputSize(int(w), int(h), appSettings->qualityMode(), appSettings->resolution());
+}
+
+QSizeF RecorderViewModel::sourcePointSize() const
+{
+    const auto& source = captureEngine->selectedSource();
+    if (!source) return QSizeF(0, 0);
+    switch (source->kind()) {
+    case CaptureSource::Kind::display: {
+        const CaptureDisplay& d = source->capturedDisplay();
+        if (const auto* screen = screenLayout().screenForDisplay(d.displayID)) return screen->frame.size();
+        return QSizeF(d.width, d.height);
+    }
+    case CaptureSource::Kind::window: return source->capturedWindow().frame.size();
+    case CaptureSource::Kind::region: return source->localPointRect().size();
+    }
+    return QSizeF(0, 0);
+}
+
+QPointF RecorderViewModel::sourcePointOrigin() const
+{
+    const auto& source = captureEngine->selectedSource();
+    if (!source) return QPointF(0, 0);
+    switch (source->kind()) {
+    case CaptureSource::Kind::display: return QPointF(source->capturedDisplay().frame.topLeft());
+    case CaptureSource::Kind::window: return source->capturedWindow().frame.topLeft();
+    case CaptureSource::Kind::region:
+        return source->localPointRect().topLeft() + QPointF(source->capturedDisplay().frame.topLeft());
+    }
+    return QPointF(0, 0);
+}
+
+std::optional<QString> RecorderViewModel::sourceLabelForFilename() const
+{
+    const auto& source = captureEngine->selectedSource();
+    if (!source) return std::nullopt;
+    QString label;
+    switch (source->kind()) {
+    case CaptureSource::Kind::region: label = QStringLiteral("Region"); break;
+    case CaptureSource::Kind::window: {
+        const auto& app = source->capturedWindow().owningApplication;
+        label = app ? app->applicationName : QStringLiteral("Window");
+        break;
+    }
+    case CaptureSource::Kind::display: {
+        const CaptureDisplay& d = source->capturedDisplay();
+        const auto* screen = screenLayout().screenForDisplay(d.displayID);
+        label = screen ? screen->name : QStringLiteral("Display %1").arg(d.displayID);
+        break;
+    }
+    }
+    return SourceGeometry::sanitizeFilenameLabel(label);
+}

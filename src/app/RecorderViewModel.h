@@ -1,0 +1,123 @@
+#pragma once
+
+#include "capture/CaptureSource.h"
+#include "core/ScreenLayout.h"
+#include "core/TaskScheduler.h"
+#include "platform/desktop/DesktopIntegration.h"
+
+#include <QObject>
+#include <QPointF>
+#include <QSize>
+#include <QSizeF>
+#include <QString>
+
+#include <memory>
+#include <optional>
+
+class AppSettings;
+class CaptureBackend;
+class CaptureEngine;
+class ClipJournalStore;
+class SegmentedRecorder;
+class SystemAudioBackend;
+
+// The session controller: owns the capture engine, the segment ring and the journal, connects them
+// to each other and to the settings, and is the one object the window, the hotkeys and the command
+// line call to start or stop anything. It also owns the one channel of events to the user, `toast`.
+//
+// Main thread only. Callbacks that arrive elsewhere enter through queued calls, so their effects can
+// come after a later user action.
+class RecorderViewModel : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(Tab activeTab READ activeTab WRITE setActiveTab NOTIFY activeTabChanged)
+    Q_PROPERTY(CaptureMode captureMode READ captureMode WRITE setCaptureMode NOTIFY captureModeChanged)
+    Q_PROPERTY(std::optional<QString> toast READ toast NOTIFY toastChanged)
+    Q_PROPERTY(std::optional<QString> lastSavedURL READ lastSavedURL NOTIFY lastSavedURLChanged)
+
+public:
+    enum class Tab { recorder, settings };
+    enum class CaptureMode { manual, areaMonitor };
+
+    // The platform pieces, chosen by the caller (the application, or a test).
+    struct Platform {
+        std::shared_ptr<CaptureBackend> screen;
+        std::shared_ptr<SystemAudioBackend> systemAudio;
+        std::unique_ptr<TaskScheduler> scheduler;       // null: timers on the main loop
+        std::unique_ptr<DesktopIntegration> desktop;    // null: no sound, no reveal
+    };
+
+    static constexpr auto toastDuration = std::chrono::milliseconds(2800);
+    static constexpr auto restartDebounce = std::chrono::milliseconds(400);
+
+    RecorderViewModel(AppSettings* settings, Platform platform, QObject* parent = nullptr);
+    ~RecorderViewModel() override;
+
+    Tab activeTab() const { return tab; }
+    void setActiveTab(Tab value);
+    CaptureMode captureMode() const { return mode; }
+    void setCaptureMode(CaptureMode value);
+    const std::optional<QString>& toast() const { return toastText; }
+    const std::optional<QString>& lastSavedURL() const { return lastSaved; }
+
+    AppSettings* settings() const { return appSettings; }
+    CaptureEngine* engine() const { return captureEngine; }
+    SegmentedRecorder* recorder() const { return segmentRecorder; }
+    ClipJournalStore* journal() const { return journalStore; }
+    bool isPersistenceSuppressed() const { return suppressPersistence; }
+
+    // The two start-up tasks: list the sources and restore the saved one (then persistence
+    // begins), and start the preview. `done` runs when both have finished.
+    void startUp(std::function<void()> done = {});
+
+    // Configures the ring for the selected source and starts the stream; nothing without a source.
+    void startPreview();
+    void startRecording();
+    void stopRecording();
+    void showToast(const QString& text);
+
+    // The stream restart: throw the ring away, stop the stream, start the preview again.
+    void restartStream();
+
+    // Source memory and geometry.
+    void saveSourceDescriptor(const std::optional<CaptureSource>& source);
+    void restoreSelectedSourceIfPossible();
+    // The listed display or window that a saved descriptor names, if there is one now.
+    std::optional<CaptureSource> findSource(const QString& descriptor) const;
+    std::optional<QString> sourceLabelForFilename() const;
+    QSize outputSize(const CaptureSource& source) const;
+    QSizeF sourcePointSize() const;
+    QPointF sourcePointOrigin() const;
+    // The screens, as the displays the engine listed (X11 points are pixels: scale 1).
+    ScreenLayout screenLayout() const;
+
+    // "Label, MMM d, HH-mm-ss.mp4" in the user's locale and time zone.
+    static QString filename(const QString& label, const QDateTime& date);
+
+signals:
+    void activeTabChanged();
+    void captureModeChanged();
+    void toastChanged();
+    void lastSavedURLChanged();
+
+private:
+    void wireSubscriptions();
+    void scheduleAutoStopIfNeeded();
+    void runSaveSequence(const QString& path);
+    void monitorReset();
+    void setToast(const std::optional<QString>& text);
+
+    AppSettings* appSettings;
+    Platform platform;
+    CaptureEngine* captureEngine;
+    SegmentedRecorder* segmentRecorder;
+    ClipJournalStore* journalStore;
+
+    Tab tab = Tab::recorder;
+    CaptureMode mode = CaptureMode::manual;
+    std::optional<QString> toastText;
+    std::optional<QString> lastSaved;
+    std::optional<TaskScheduler::Handle> autoStopTask;
+    bool suppressPersistence = true;
+};
+
+QString captureModeRawValue(RecorderViewModel::CaptureMode mode);

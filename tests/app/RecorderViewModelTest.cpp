@@ -1,0 +1,281 @@
+#include "app/AppSettings.h"
+#include "app/RecorderViewModel.h"
+#include "capture/CaptureBackend.h"
+#include "capture/CaptureEngine.h"
+#include "journal/ClipJournalStore.h"
+#include "recorder/SegmentedRecorder.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QLocale>
+#include <QSettings>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+// The screen seam: two displays and a few windows, and a count of the streams asked for. Frames
+// never come, which is all the controller's own logic needs.
+class ScriptedScreen : public CaptureBackend {
+public:
+    struct NoStream : CaptureStream {
+        void stop() override { }
+    };
+
+    ShareableContent content;
+    int streamsStarted = 0;
+    StreamConfiguration lastConfiguration;
+
+    ScriptedScreen()
+    {
+        content.displays = { { 1, 1920, 1080, QRect(0, 0, 1920, 1080), QStringLiteral("DP-1") },
+            { 2, 1280, 1024, QRect(1920, 0, 1280, 1024), QStringLiteral("HDMI-1") } };
+        content.windows = { window(11, "org.kde.konsole", "Konsole", "Chart: BTC@@USD", QRectF(100, 100, 800, 600)),
+            window(12, "firefox", "Firefox", "Orders", QRectF(2000, 50, 1000, 700)) };
+    }
+    static CaptureWindow window(uint32_t id, const char* bundle, const char* name, const char* title, QRectF frame)
+    {
+        CaptureWindow w;
+        w.windowID = id;
+        w.isOnScreen = true;
+        w.frame = frame;
+        w.title = QString::fromUtf8(title);
+        w.owningApplication = CaptureApplication { QString::fromUtf8(bundle), QString::fromUtf8(name), 0 };
+        return w;
+    }
+
+    ContentResult shareableContent() override { return { content, {} }; }
+    WindowListFilter::SystemRules systemWindowRules() const override { return {}; }
+    StreamStart startCapture(const ContentFilter&, const StreamConfiguration& configuration,
+        std::shared_ptr<const StreamOutput>) override
+    {
+        ++streamsStarted;
+        lastConfiguration = configuration;
+        return { std::make_unique<NoStream>(), {} };
+    }
+    std::optional<QRectF> windowFrame(uint32_t) override { return std::nullopt; }
+    std::optional<QImage> grabRect(const QRectF&) override { return std::nullopt; }
+    std::optional<QImage> grabWindowRect(uint32_t, const std::optional<QRectF>&) override { return std::nullopt; }
+};
+
+void spinFor(int ms)
+{
+    QElapsedTimer t;
+    t.start();
+    while (t.elapsed() < ms)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+}
+
+template <typename F>
+bool spinUntil(F condition, int ms = 3000)
+{
+    QElapsedTimer t;
+    t.start();
+    while (!condition() && t.elapsed() < ms)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+    return condition();
+}
+
+class RecorderViewModelTest : public ::testing::Test {
+protected:
+    QTemporaryDir dir;
+    std::shared_ptr<ScriptedScreen> screen = std::make_shared<ScriptedScreen>();
+    ManualTaskScheduler* clock = nullptr;
+    std::unique_ptr<AppSettings> settings;
+    std::unique_ptr<RecorderViewModel> vm;
+
+    void SetUp() override
+    {
+        settings = std::make_unique<AppSettings>(
+            std::make_unique<QSettings>(dir.filePath(QStringLiteral("Velotape.conf")), QSettings::IniFormat));
+        settings->setSaveFolderPath(dir.filePath(QStringLiteral("clips")));
+    }
+
+    void make()
+    {
+        auto scheduler = std::make_unique<ManualTaskScheduler>();
+        clock = scheduler.get();
+        RecorderViewModel::Platform platform;
+        platform.screen = screen;
+        platform.scheduler = std::move(scheduler);
+        vm = std::make_unique<RecorderViewModel>(settings.get(), std::move(platform));
+    }
+
+    void startUp()
+    {
+        bool done = false;
+        vm->startUp([&] { done = true; });
+        ASSERT_TRUE(spinUntil([&] { return done; }));
+    }
+};
+
+} // namespace
+
+TEST_F(RecorderViewModelTest, StartUpSelectsAndStreamsWithoutSavingTheRestoredSource)
+{
+    settings->setSavedSourceDescriptor(QStringLiteral("window:org.kde.konsole@@Chart: BTC@@USD"));
+    make();
+    EXPECT_TRUE(vm->isPersistenceSuppressed());
+    startUp();
+    EXPECT_FALSE(vm->isPersistenceSuppressed());
+    ASSERT_TRUE(vm->engine()->selectedSource());
+    EXPECT_EQ(vm->engine()->selectedSource()->capturedWindow().windowID, 11u);
+    EXPECT_EQ(vm->sourceLabelForFilename(), QStringLiteral("Konsole"));
+
+    // From now on a selection is remembered; a region forgets the saved source.
+    vm->engine()->setSelectedSource(CaptureSource::display(screen->content.displays[1]));
+    EXPECT_EQ(settings->savedSourceDescriptor(), QStringLiteral("display:2"));
+    vm->engine()->setSelectedSource(CaptureSource::region(screen->content.displays[0], QRectF(0, 0, 100, 100), 100, 100));
+    EXPECT_FALSE(settings->savedSourceDescriptor());
+}
+
+TEST_F(RecorderViewModelTest, UnmatchedDescriptorsRestoreNothingAndStayStored)
+{
+    for (const QString& saved : { QStringLiteral("display:"), QStringLiteral("display:9"), QStringLiteral("window:unknown@@Orders"),
+             QStringLiteral("window:firefox@@orders"), QStringLiteral("screen:1") }) {
+        settings->setSavedSourceDescriptor(saved);
+        make();
+        vm->engine()->refreshAvailableContent();
+        spinUntil([&] { return !vm->engine()->availableDisplays().empty(); });
+        vm->engine()->setSelectedSource(std::nullopt);
+        vm->restoreSelectedSourceIfPossible();
+        EXPECT_FALSE(vm->engine()->selectedSource()) << saved.toStdString();
+        EXPECT_EQ(settings->savedSourceDescriptor(), saved);
+    }
+}
+
+TEST_F(RecorderViewModelTest, OutputSizeOfDisplaysWindowsAndRegions)
+{
+    make();
+    startUp();
+    const auto& displays = screen->content.displays;
+    EXPECT_EQ(vm->outputSize(CaptureSource::display(displays[0])), QSize(1920, 1080));
+    // 1280x1024 under 1080p is unchanged; under 720p the height sets the scale: 900x720.
+    EXPECT_EQ(vm->outputSize(CaptureSource::display(displays[1])), QSize(1280, 1024));
+    settings->setResolution(Resolution::res720);
+    EXPECT_EQ(vm->outputSize(CaptureSource::display(displays[1])), QSize(900, 720));
+    EXPECT_EQ(vm->outputSize(CaptureSource::window(screen->content.windows[0])), QSize(800, 600));
+    EXPECT_EQ(vm->outputSize(CaptureSource::region(displays[0], QRectF(0, 0, 51, 33), 51, 33)), QSize(50, 32));
+
+    vm->engine()->setSelectedSource(CaptureSource::region(displays[1], QRectF(10, 20, 300, 200), 300, 200));
+    EXPECT_EQ(vm->sourcePointOrigin(), QPointF(1930, 20));
+    EXPECT_EQ(vm->sourcePointSize(), QSizeF(300, 200));
+    EXPECT_EQ(vm->sourceLabelForFilename(), QStringLiteral("Region"));
+    vm->engine()->setSelectedSource(CaptureSource::display(displays[1]));
+    EXPECT_EQ(vm->sourceLabelForFilename(), QStringLiteral("HDMI-1"));
+}
+
+TEST_F(RecorderViewModelTest, SettingsChangesCloseTogetherRestartTheStreamOnce)
+{
+    make();
+    startUp();
+    vm->startPreview();
+    const int afterStart = screen->streamsStarted;
+    ASSERT_GE(afterStart, 1);
+
+    settings->setResolution(Resolution::res720);
+    spinFor(150);
+    settings->setCursor(CursorMode::hide);
+    spinFor(600);
+    EXPECT_EQ(screen->streamsStarted, afterStart + 1);
+    EXPECT_FALSE(screen->lastConfiguration.showsCursor);
+
+    // A preset that changes resolution, frame rate and bit rate: one restart.
+    settings->setQualityMode(QualityMode::discord);
+    spinFor(600);
+    EXPECT_EQ(screen->streamsStarted, afterStart + 2);
+
+    // Bit rate and buffer length act at the next configure and restart nothing.
+    settings->setBitrateMbps(8);
+    settings->setBufferSeconds(30);
+    spinFor(600);
+    EXPECT_EQ(screen->streamsStarted, afterStart + 2);
+}
+
+TEST_F(RecorderViewModelTest, AutoStopAfterOneAndAHalfMinutesAndItsCancellation)
+{
+    settings->setAutoStopMinutes(1.5);
+    make();
+    startUp();
+    vm->startRecording();
+    clock->advance(89s);
+    EXPECT_FALSE(vm->toast());
+    clock->advance(1s);
+    EXPECT_EQ(vm->toast(), QStringLiteral("Auto-stop triggered after 1 min"));
+
+    // Stopping by hand first cancels the timer: no toast, ever.
+    clock->advance(10s);
+    vm->startRecording();
+    clock->advance(30s);
+    vm->stopRecording();
+    clock->advance(120s);
+    EXPECT_NE(vm->toast(), QStringLiteral("Auto-stop triggered after 1 min"));
+
+    // Zero or a negative number means no timer.
+    settings->setAutoStopMinutes(-1);
+    vm->startRecording();
+    clock->advance(3600s);
+    EXPECT_NE(vm->toast(), QStringLiteral("Auto-stop triggered after 1 min"));
+}
+
+TEST_F(RecorderViewModelTest, ToastLastsTwoPointEightSecondsAndTheNewestWins)
+{
+    make();
+    vm->showToast(QStringLiteral("one"));
+    clock->advance(2s);
+    vm->showToast(QStringLiteral("two"));
+    clock->advance(1s); // the first timer wakes, finds another text and leaves it
+    EXPECT_EQ(vm->toast(), QStringLiteral("two"));
+    clock->advance(1800ms);
+    EXPECT_FALSE(vm->toast());
+
+    // The same text twice shares the earlier timer.
+    vm->showToast(QStringLiteral("same"));
+    clock->advance(2s);
+    vm->showToast(QStringLiteral("same"));
+    clock->advance(800ms);
+    EXPECT_FALSE(vm->toast());
+}
+
+TEST_F(RecorderViewModelTest, CaptureModeIsRestoredAndRememberedOnlyAfterStartUp)
+{
+    settings->setSavedCaptureMode(QStringLiteral("areaMonitor"));
+    make();
+    EXPECT_EQ(vm->captureMode(), RecorderViewModel::CaptureMode::areaMonitor);
+    vm->setCaptureMode(RecorderViewModel::CaptureMode::manual);
+    EXPECT_EQ(settings->savedCaptureMode(), QStringLiteral("areaMonitor")); // suppressed during start-up
+    startUp();
+    vm->setCaptureMode(RecorderViewModel::CaptureMode::areaMonitor);
+    EXPECT_EQ(settings->savedCaptureMode(), QStringLiteral("areaMonitor"));
+    vm->setCaptureMode(RecorderViewModel::CaptureMode::manual);
+    EXPECT_EQ(settings->savedCaptureMode(), QStringLiteral("manual"));
+
+    settings->setSavedCaptureMode(QStringLiteral("surprise"));
+    make();
+    EXPECT_EQ(vm->captureMode(), RecorderViewModel::CaptureMode::manual);
+    EXPECT_EQ(settings->savedCaptureMode(), QStringLiteral("surprise"));
+}
+
+TEST_F(RecorderViewModelTest, StopWithNothingBufferedReportsTheErrorAsAToast)
+{
+    make();
+    startUp();
+    vm->startRecording();
+    vm->stopRecording();
+    ASSERT_TRUE(spinUntil([&] { return vm->toast().has_value(); }));
+    EXPECT_EQ(vm->toast(), QStringLiteral("Error: Nothing was buffered yet — wait a second after starting preview."));
+}
+
+TEST(RecorderViewModelNames, ClipFileNameInTheUsersLocale)
+{
+    const QLocale before;
+    QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
+    const QDateTime when(QDate(2026, 3, 5), QTime(14, 7, 33));
+    EXPECT_EQ(RecorderViewModel::filename(QStringLiteral("Safari"), when), QStringLiteral("Safari, Mar 5, 14-07-33.mp4"));
+    QLocale::setDefault(QLocale(QLocale::German, QLocale::Germany));
+    EXPECT_EQ(RecorderViewModel::filename(QStringLiteral("Clip"), when), QStringLiteral("Clip, März 5, 14-07-33.mp4"));
+    QLocale::setDefault(before);
+}
