@@ -1,13 +1,20 @@
+#include "app/AppSession.h"
 #include "app/CommandLine.h"
 #include "app/ControlClient.h"
 #include "app/ControlProtocol.h"
+#include "app/JournalCommand.h"
 
 #include <QApplication>
 #include <QCoreApplication>
 #include <QTextStream>
 #include <QWidget>
 
+#include <QSocketNotifier>
+
+#include <csignal>
 #include <cstdio>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace {
 
@@ -25,6 +32,47 @@ bool hasDisplay()
         || !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM");
 }
 
+// SIGINT and SIGTERM end the event loop, so that the segment folder is removed on the way out.
+int signalPipe[2] = { -1, -1 };
+
+void quitOnSignals(QCoreApplication& app)
+{
+    if (::socketpair(AF_UNIX, SOCK_STREAM, 0, signalPipe) != 0) return;
+    auto* notifier = new QSocketNotifier(signalPipe[1], QSocketNotifier::Read, &app);
+    QObject::connect(notifier, &QSocketNotifier::activated, &app, [] {
+        char c;
+        [[maybe_unused]] auto n = ::read(signalPipe[1], &c, 1);
+        QCoreApplication::quit();
+    });
+    struct sigaction action {};
+    action.sa_handler = [](int) {
+        char c = 1;
+        [[maybe_unused]] auto n = ::write(signalPipe[0], &c, 1);
+    };
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    ::sigaction(SIGINT, &action, nullptr);
+    ::sigaction(SIGTERM, &action, nullptr);
+}
+
+int runSession(QCoreApplication& app, AppSession::Options options)
+{
+    quitOnSignals(app);
+    AppSession session(std::move(options));
+    QString error;
+    if (!session.start(&error)) {
+        std::fprintf(stderr, "velotape: %s\n", qPrintable(error));
+        return 1;
+    }
+    return app.exec();
+}
+
+int runHeadless(int argc, char** argv, const QString& source)
+{
+    QCoreApplication app(argc, argv);
+    return runSession(app, AppSession::Options { .headless = true, .source = source, .socketPath = {} });
+}
+
 int runWindow(int argc, char** argv)
 {
     // Without a display Qt would abort with a long plug-in message; say it in one line instead.
@@ -39,7 +87,7 @@ int runWindow(int argc, char** argv)
     window.setWindowTitle(QStringLiteral("Velotape"));
     window.resize(960, 640);
     window.show();
-    return app.exec();
+    return runSession(app, AppSession::Options {});
 }
 
 } // namespace
@@ -68,12 +116,11 @@ int main(int argc, char** argv)
         QCoreApplication app(argc, argv);
         return ControlClient::send(ControlProtocol::defaultSocketPath(), invocation.command, out, err);
     }
-    case Invocation::Kind::journal:
-        err << "velotape: the journal command is not available in this build\n";
-        return 2;
-    case Invocation::Kind::headless:
-        err << "velotape: --headless is not available in this build\n";
-        return 2;
+    case Invocation::Kind::journal: {
+        QCoreApplication app(argc, argv);
+        return runJournalCommand(invocation.command, out, err);
+    }
+    case Invocation::Kind::headless: return runHeadless(argc, argv, invocation.source);
     case Invocation::Kind::window:
         return runWindow(argc, argv);
     }
