@@ -3,6 +3,7 @@
 #include "app/AppSettings.h"
 #include "app/ControlCommands.h"
 #include "app/ControlServer.h"
+#include "app/GlobalHotkeys.h"
 #include "app/PlatformFactory.h"
 #include "app/RecorderViewModel.h"
 #include "app/SourceGeometry.h"
@@ -22,8 +23,9 @@ AppSession::AppSession(Options opts, QObject* parent)
 
 AppSession::~AppSession()
 {
-    // The socket goes first, so no command reaches a controller that is being torn down.
+    // The socket and the hotkeys go first, so no command reaches a controller that is being torn down.
     server.reset();
+    hotkeys.reset();
     commands.reset();
     controller.reset();
 }
@@ -44,6 +46,12 @@ bool AppSession::start(QString* error)
         return false;
     case ControlServer::ListenResult::listening: break;
     }
+
+    // Without a window the local monitor hears nothing, but the global one works the same.
+    hotkeys = std::make_unique<GlobalHotkeys>(GlobalHotkeys::systemMonitors());
+    hotkeys->onSaveHotkey = [this] { controller->toggleRecording(); };
+    hotkeys->onArmHotkey = [this] { controller->toggleAreaMonitor(); };
+    hotkeys->followSettings(settings.get());
 
     if (options.headless) {
         static QTextStream out(stdout);

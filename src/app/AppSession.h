@@ -8,11 +8,12 @@
 class AppSettings;
 class ControlCommands;
 class ControlServer;
+class GlobalHotkeys;
 class QTextStream;
 class RecorderViewModel;
 
-// One running instance: the settings, the session controller on the platform's backends, and the
-// control socket that `velotape <command>` talks to. The window and the headless mode both run one.
+// One running instance: the settings, the session controller on the platform's backends, the
+// global hotkeys, and the control socket that `velotape <command>` talks to. The window and the headless mode both run one.
 //
 // Main thread.
 class AppSession : public QObject {
@@ -42,4 +43,5 @@ private:
     std::unique_ptr<RecorderViewModel> controller;
     std::unique_ptr<ControlCommands> commands;
     std::unique_ptr<ControlServer> server;
+    std::unique_ptr<GlobalHotkeys> hotkeys;
 };

@@ -2,6 +2,8 @@
 
 #include "app/RecorderViewModel.h"
 #include "capture/CaptureEngine.h"
+#include "monitor/AreaMonitor.h"
+#include "monitor/AreaMonitorActions.h"
 #include "recorder/SegmentedRecorder.h"
 
 using ControlProtocol::Reply;
@@ -11,12 +13,10 @@ ControlProtocol::Reply ControlCommands::handle(const QStringList& command)
     const QString name = command.value(0);
     SegmentedRecorder* recorder = viewModel.recorder();
     if (name == QStringLiteral("toggle")) {
-        if (recorder->isRecording()) {
-            viewModel.stopRecording();
-            return Reply::success(QStringLiteral("stopped; saving the clip"));
-        }
-        viewModel.startRecording();
-        return Reply::success(QStringLiteral("recording"));
+        // The recorder reports its new state a moment later; the answer comes from the old one.
+        const bool wasRecording = recorder->isRecording();
+        viewModel.toggleRecording();
+        return Reply::success(wasRecording ? QStringLiteral("stopped; saving the clip") : QStringLiteral("recording"));
     }
     if (name == QStringLiteral("start")) {
         if (recorder->isRecording()) return Reply::success(QStringLiteral("already recording"));
@@ -29,6 +29,32 @@ ControlProtocol::Reply ControlCommands::handle(const QStringList& command)
         return Reply::success(QStringLiteral("stopped; saving the clip"));
     }
     if (name == QStringLiteral("status")) return Reply::success(status());
+    // arm and disarm do what the arm hotkey does, when the monitor is in the other state.
+    AreaMonitor* monitor = viewModel.areaMonitor();
+    if (name == QStringLiteral("arm")) {
+        if (monitor->isArmed()) return Reply::success(QStringLiteral("already armed"));
+        viewModel.toggleAreaMonitor();
+        const QString text = viewModel.toast().value_or(QString());
+        return monitor->isArmed() ? Reply::success(text) : Reply::failure(text);
+    }
+    if (name == QStringLiteral("disarm")) {
+        if (!monitor->isArmed()) return Reply::success(QStringLiteral("not armed"));
+        viewModel.toggleAreaMonitor();
+        return Reply::success(viewModel.toast().value_or(QString()));
+    }
+    if (name == QStringLiteral("area")) {
+        QList<double> n;
+        for (int i = 1; i < command.size(); ++i) {
+            bool ok = false;
+            n.append(command[i].toDouble(&ok));
+            if (!ok) n.clear();
+        }
+        if (n.size() != 4 || !(n[2] > 0) || !(n[3] > 0))
+            return Reply::failure(QStringLiteral("'area' takes four numbers X Y W H, with W and H above 0"));
+        const QString text = viewModel.watchArea(QRectF(n[0], n[1], n[2], n[3]));
+        const bool captured = text != AreaMonitorActions::armFailureMessage(AreaMonitor::ArmFailure::captureFailed);
+        return captured ? Reply::success(text) : Reply::failure(text);
+    }
     return Reply::failure(QStringLiteral("unknown command '%1'").arg(name));
 }
 

@@ -1,11 +1,15 @@
 #include "app/RecorderViewModel.h"
 
 #include "app/AppSettings.h"
+#include "app/BackendAreaGrabber.h"
 #include "app/SourceGeometry.h"
 #include "capture/CaptureEngine.h"
 #include "core/Log.h"
 #include "core/Publisher.h"
 #include "journal/ClipJournalStore.h"
+#include "monitor/AreaMonitor.h"
+#include "monitor/AreaPicker.h"
+#include "monitor/RegionPicking.h"
 #include "platform/desktop/DesktopIntegration.h"
 #include "recorder/SegmentedRecorder.h"
 
@@ -32,10 +36,12 @@ RecorderViewModel::RecorderViewModel(AppSettings* settings, Platform p, QObject*
 {
     if (!platform.scheduler) platform.scheduler = std::make_unique<QtTaskScheduler>(this);
 
-    // The objects it owns, in their order. The area monitor, camera and microphone take their
-    // places between the recorder and the journal when they arrive.
+    // The objects it owns, in their order. The camera and the microphone take their places
+    // between the area monitor and the journal when they arrive.
     captureEngine = new CaptureEngine(platform.screen, platform.systemAudio, this);
     segmentRecorder = new SegmentedRecorder(this);
+    if (!platform.areaGrabber) platform.areaGrabber = std::make_unique<BackendAreaGrabber>(platform.screen);
+    monitor = new AreaMonitor(std::move(platform.areaGrabber), {}, this);
     journalStore = new ClipJournalStore(QUrl::fromLocalFile(appSettings->saveFolderPath()), this);
 
     // The one link between owned objects: frames and system audio go from the engine to the ring.
@@ -50,8 +56,8 @@ RecorderViewModel::~RecorderViewModel()
     captureEngine->stopStream();
 }
 
-// The numbered rows of the wiring, in the order of their numbers. Rows 2-5, 7, 9, 11-13 and 15-19
-// belong to the camera, the microphone, the area monitor and its overlay.
+// The numbered rows of the wiring, in the order of their numbers. Rows 2-5, 7, 9 and 19 belong to
+// the camera, the microphone and the armed-area overlay.
 void RecorderViewModel::wireSubscriptions()
 {
     QPointer<RecorderViewModel> self(this);
@@ -78,11 +84,56 @@ void RecorderViewModel::wireSubscriptions()
             restartStream();
         });
 
+    // 11. The monitor's sensitivity comes from the settings.
+    monitor->setSensitivity(appSettings->areaSensitivity());
+
+    // 12. So do its area and reference, without side effects.
+    monitor->hydrate(appSettings->areaMonitorRect(), appSettings->areaReferenceSignature());
+
+    // 13. Every new or dropped reference is stored.
+    monitor->onReferenceChanged = [self](const std::optional<QByteArray>& bytes) {
+        if (self) self->appSettings->setAreaReferenceSignature(bytes);
+    };
+
     // 14. The capture mode comes back from the settings; an unknown text leaves manual.
     if (appSettings->savedCaptureMode() == QStringLiteral("areaMonitor"))
         setCaptureMode(CaptureMode::areaMonitor);
     else if (appSettings->savedCaptureMode() == QStringLiteral("manual"))
         setCaptureMode(CaptureMode::manual);
+
+    // 15. The watched area changed: record, unless a recording already runs.
+    monitor->onShouldStartRecording = [self] {
+        QMetaObject::invokeMethod(
+            self,
+            [self] {
+                if (!self) return;
+                const auto toast = AreaMonitorActions::startRequested(
+                    self->segmentRecorder->isRecording(), [&] { self->startRecording(); });
+                if (toast) self->showToast(*toast);
+            },
+            Qt::QueuedConnection);
+    };
+
+    // 16. It has looked like the reference for long enough: save the recording, if one runs.
+    monitor->onShouldStopRecording = [self] {
+        QMetaObject::invokeMethod(
+            self,
+            [self] {
+                if (!self) return;
+                const auto toast = AreaMonitorActions::stopRequested(
+                    self->segmentRecorder->isRecording(), [&] { self->stopRecording(); });
+                if (toast) self->showToast(*toast);
+            },
+            Qt::QueuedConnection);
+    };
+
+    // 17. and 18. The monitor's sensitivity and area are remembered.
+    observe(monitor, &AreaMonitor::sensitivity, &AreaMonitor::sensitivityChanged)
+        .dropFirst()
+        .sink(this, [this](AreaSensitivity value) { appSettings->setAreaSensitivity(value); });
+    observe(monitor, &AreaMonitor::rect, &AreaMonitor::rectChanged)
+        .dropFirst()
+        .sink(this, [this](const std::optional<QRectF>& value) { appSettings->setAreaMonitorRect(value); });
 
     // 20. The capture mode is remembered, once start-up has restored things.
     observe(this, &RecorderViewModel::captureMode, &RecorderViewModel::captureModeChanged)
@@ -215,6 +266,14 @@ void RecorderViewModel::stopRecording()
     monitorReset();
 }
 
+void RecorderViewModel::toggleRecording()
+{
+    if (segmentRecorder->isRecording())
+        stopRecording();
+    else
+        startRecording();
+}
+
 void RecorderViewModel::scheduleAutoStopIfNeeded()
 {
     if (autoStopTask) platform.scheduler->cancel(*autoStopTask);
@@ -257,7 +316,65 @@ void RecorderViewModel::runSaveSequence(const QString& path)
 
 void RecorderViewModel::monitorReset()
 {
-    // The area monitor's flags live with the monitor; nothing to forget until it is wired in.
+    monitor->monitorReset();
+}
+
+// ---- Area monitor and region picking ----
+
+void RecorderViewModel::toggleAreaMonitor()
+{
+    const QString text = AreaMonitorActions::toggle(*monitor);
+    if (!text.isEmpty()) showToast(text);
+}
+
+std::optional<AreaMonitorActions::WindowScope> RecorderViewModel::windowScope() const
+{
+    const auto window = captureEngine->selectedWindowScope();
+    if (!window) return std::nullopt;
+    return AreaMonitorActions::WindowScope { window->windowID, window->frame };
+}
+
+void RecorderViewModel::setPickedAreaRect(const QRectF& rect)
+{
+    AreaMonitorActions::setPickedAreaRect(*monitor, rect, windowScope());
+}
+
+QString RecorderViewModel::watchArea(const QRectF& rect)
+{
+    const QString text = AreaMonitorActions::watchArea(*monitor, rect, windowScope());
+    showToast(text);
+    return text;
+}
+
+void RecorderViewModel::pickRecordingRegion()
+{
+    if (!platform.areaPicker) return;
+    QPointer<RecorderViewModel> self(this);
+    platform.areaPicker->pick([self](std::optional<QRectF> rect) {
+        // Cancelled: the present source and its stream stay as they are.
+        if (self && rect) self->useRecordingRegion(*rect);
+    });
+}
+
+void RecorderViewModel::useRecordingRegion(const QRectF& globalRect)
+{
+    std::vector<uint32_t> displayIDs;
+    for (const CaptureDisplay& d : captureEngine->availableDisplays())
+        displayIDs.push_back(d.displayID);
+    const auto result = RegionPicking::pickedRegion(globalRect, screenLayout(), displayIDs);
+    if (const auto* failure = std::get_if<RegionPicking::PickFailure>(&result)) {
+        showToast(RegionPicking::failureMessage(*failure));
+        return;
+    }
+    const auto& region = std::get<RegionPicking::PickedRegion>(result);
+    for (const CaptureDisplay& d : captureEngine->availableDisplays()) {
+        if (d.displayID != region.displayID) continue;
+        captureEngine->setSelectedSource(
+            CaptureSource::region(d, region.localRect, region.pixelWidth, region.pixelHeight));
+        break;
+    }
+    showToast(RegionPicking::selectedToast(region));
+    restartStream();
 }
 
 // ---- Source memory and geometry ----

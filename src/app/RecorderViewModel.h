@@ -3,6 +3,9 @@
 #include "capture/CaptureSource.h"
 #include "core/ScreenLayout.h"
 #include "core/TaskScheduler.h"
+#include "monitor/AreaGrabber.h"
+#include "monitor/AreaMonitorActions.h"
+#include "monitor/AreaPicker.h"
 #include "platform/desktop/DesktopIntegration.h"
 
 #include <QObject>
@@ -15,6 +18,7 @@
 #include <optional>
 
 class AppSettings;
+class AreaMonitor;
 class CaptureBackend;
 class CaptureEngine;
 class ClipJournalStore;
@@ -44,6 +48,8 @@ public:
         std::shared_ptr<SystemAudioBackend> systemAudio;
         std::unique_ptr<TaskScheduler> scheduler;       // null: timers on the main loop
         std::unique_ptr<DesktopIntegration> desktop;    // null: no sound, no reveal
+        std::unique_ptr<AreaGrabber> areaGrabber;       // null: grabs through `screen`
+        std::unique_ptr<AreaPicker> areaPicker;         // null: no region can be drawn
     };
 
     static constexpr auto toastDuration = std::chrono::milliseconds(2800);
@@ -63,6 +69,7 @@ public:
     CaptureEngine* engine() const { return captureEngine; }
     SegmentedRecorder* recorder() const { return segmentRecorder; }
     ClipJournalStore* journal() const { return journalStore; }
+    AreaMonitor* areaMonitor() const { return monitor; }
     bool isPersistenceSuppressed() const { return suppressPersistence; }
 
     // The two start-up tasks: list the sources and restore the saved one (then persistence
@@ -73,10 +80,28 @@ public:
     void startPreview();
     void startRecording();
     void stopRecording();
+    // What the save hotkey, the record button and the menu item do: stop a running recording,
+    // start one otherwise.
+    void toggleRecording();
     void showToast(const QString& text);
 
     // The stream restart: throw the ring away, stop the stream, start the preview again.
     void restartStream();
+
+    // What the arm hotkey does: disarm an armed monitor, arm a disarmed one, and say so.
+    void toggleAreaMonitor();
+    // Lets the user draw a region with the area picker and makes it the capture source.
+    void pickRecordingRegion();
+    // Makes a drawn rectangle (global display space) the watched area, tied to the captured window
+    // when a window is captured.
+    void setPickedAreaRect(const QRectF& rect);
+    // What the monitor strip does with a drawn rectangle: setPickedAreaRect, then a new reference.
+    // Shows and returns the toast.
+    QString watchArea(const QRectF& rect);
+    // The capture source for a rectangle drawn in global display space, with the toast that says
+    // what became of it; the stream restarts on success. What pickRecordingRegion does with the
+    // picker's answer.
+    void useRecordingRegion(const QRectF& globalRect);
 
     // Source memory and geometry.
     void saveSourceDescriptor(const std::optional<CaptureSource>& source);
@@ -103,13 +128,16 @@ private:
     void wireSubscriptions();
     void scheduleAutoStopIfNeeded();
     void runSaveSequence(const QString& path);
+    // The monitor forgets a recording it asked for, whoever ended it.
     void monitorReset();
+    std::optional<AreaMonitorActions::WindowScope> windowScope() const;
     void setToast(const std::optional<QString>& text);
 
     AppSettings* appSettings;
     Platform platform;
     CaptureEngine* captureEngine;
     SegmentedRecorder* segmentRecorder;
+    AreaMonitor* monitor;
     ClipJournalStore* journalStore;
 
     Tab tab = Tab::recorder;

@@ -3,6 +3,7 @@
 #include "capture/CaptureBackend.h"
 #include "capture/CaptureEngine.h"
 #include "journal/ClipJournalStore.h"
+#include "monitor/AreaMonitor.h"
 #include "recorder/SegmentedRecorder.h"
 
 #include <QCoreApplication>
@@ -57,7 +58,13 @@ public:
         return { std::make_unique<NoStream>(), {} };
     }
     std::optional<QRectF> windowFrame(uint32_t) override { return std::nullopt; }
-    std::optional<QImage> grabRect(const QRectF&) override { return std::nullopt; }
+    // What a grab of any rectangle shows; none makes grabs fail.
+    std::optional<QImage> screenPicture;
+    std::optional<QImage> grabRect(const QRectF& r) override
+    {
+        if (!screenPicture) return std::nullopt;
+        return screenPicture->scaled(r.size().toSize());
+    }
     std::optional<QImage> grabWindowRect(uint32_t, const std::optional<QRectF>&) override { return std::nullopt; }
 };
 
@@ -278,4 +285,100 @@ TEST(RecorderViewModelNames, ClipFileNameInTheUsersLocale)
     QLocale::setDefault(QLocale(QLocale::German, QLocale::Germany));
     EXPECT_EQ(RecorderViewModel::filename(QStringLiteral("Clip"), when), QStringLiteral("Clip, März 5, 14-07-33.mp4"));
     QLocale::setDefault(before);
+}
+
+TEST_F(RecorderViewModelTest, AreaMonitorComesBackFromTheSettingsAndDrivesRecordings)
+{
+    // A stored area and an all-black reference come back at launch without touching the settings.
+    settings->setAreaMonitorRect(QRectF(10, 20, 64, 32));
+    settings->setAreaReferenceSignature(QByteArray(256, '\0'));
+    settings->setAreaSensitivity(AreaSensitivity::high);
+    QImage white(64, 32, QImage::Format_RGB32);
+    white.fill(Qt::white);
+    screen->screenPicture = white;
+    make();
+    AreaMonitor* monitor = vm->areaMonitor();
+    EXPECT_EQ(monitor->rect(), QRectF(10, 20, 64, 32));
+    ASSERT_TRUE(monitor->referenceSignature());
+    EXPECT_EQ(*monitor->referenceSignature(), QByteArray(256, '\0'));
+    EXPECT_EQ(monitor->sensitivity(), AreaSensitivity::high);
+    EXPECT_EQ(settings->areaReferenceSignature(), QByteArray(256, '\0'));
+
+    QStringList toasts;
+    QObject::connect(vm.get(), &RecorderViewModel::toastChanged, [&] {
+        if (vm->toast()) toasts << *vm->toast();
+    });
+
+    // Armed without a fresh capture: the white screen differs from the black reference at once.
+    vm->toggleAreaMonitor();
+    EXPECT_EQ(toasts.value(0), QStringLiteral("Area monitor armed"));
+    monitor->tick();
+    ASSERT_TRUE(spinUntil([&] { return vm->recorder()->isRecording(); }));
+    EXPECT_EQ(toasts.value(1), QStringLiteral("Area changed — recording…"));
+
+    // Disarming during the recording it asked for saves it at once.
+    vm->toggleAreaMonitor();
+    ASSERT_TRUE(spinUntil([&] { return !vm->recorder()->isRecording(); }));
+    EXPECT_EQ(toasts.value(2), QStringLiteral("Area monitor disarmed"));
+    EXPECT_EQ(toasts.value(3), QStringLiteral("Area back to default — saving…"));
+    EXPECT_TRUE(spinUntil([&] { return toasts.size() >= 5; })) << toasts.join(u'|').toStdString();
+    EXPECT_TRUE(toasts.value(4).startsWith(QStringLiteral("Error: "))); // nothing was buffered
+
+    // During a recording started by hand, a change of the area starts nothing and says nothing.
+    vm->startRecording();
+    ASSERT_TRUE(spinUntil([&] { return vm->recorder()->isRecording(); }));
+    vm->toggleAreaMonitor();
+    monitor->tick();
+    spinFor(100);
+    EXPECT_EQ(toasts.size(), 6);
+    EXPECT_TRUE(monitor->selfTriggeredRecording());
+    // Stopping by hand makes the monitor forget the recording it asked for.
+    vm->stopRecording();
+    EXPECT_FALSE(monitor->selfTriggeredRecording());
+    vm->toggleAreaMonitor();
+
+    // A new area and sensitivity are remembered; the old reference goes, and with it the stored one.
+    vm->setPickedAreaRect(QRectF(0, 0, 40, 40));
+    monitor->setSensitivity(AreaSensitivity::low);
+    EXPECT_EQ(settings->areaMonitorRect(), QRectF(0, 0, 40, 40));
+    EXPECT_FALSE(settings->areaReferenceSignature());
+    EXPECT_EQ(settings->areaSensitivity(), AreaSensitivity::low);
+    EXPECT_EQ(vm->watchArea(QRectF(0, 0, 40, 40)), QStringLiteral("Watch area captured"));
+    ASSERT_TRUE(settings->areaReferenceSignature());
+    EXPECT_EQ(settings->areaReferenceSignature()->size(), 256);
+    screen->screenPicture.reset();
+    EXPECT_EQ(vm->watchArea(QRectF(5, 5, 40, 40)), QStringLiteral("Couldn't grab that area — check Screen Recording permission."));
+}
+
+TEST_F(RecorderViewModelTest, ArmingWithoutAnAreaOrAPictureSaysWhy)
+{
+    make();
+    vm->toggleAreaMonitor();
+    EXPECT_EQ(vm->toast(), QStringLiteral("Pick an area first."));
+    vm->setPickedAreaRect(QRectF(0, 0, 40, 40));
+    vm->toggleAreaMonitor();
+    EXPECT_EQ(vm->toast(), QStringLiteral("Couldn't grab that area — check Screen Recording permission."));
+    EXPECT_FALSE(vm->areaMonitor()->isArmed());
+}
+
+TEST_F(RecorderViewModelTest, APickedRegionBecomesTheSourceOfTheDisplayUnderItsMiddle)
+{
+    make();
+    startUp();
+    const int before = screen->streamsStarted;
+    // Drawn across both displays, its middle on the second: local to it, reaching beyond its left edge.
+    vm->useRecordingRegion(QRectF(1900, 100, 101, 51));
+    ASSERT_TRUE(vm->engine()->selectedSource());
+    const CaptureSource& source = *vm->engine()->selectedSource();
+    EXPECT_EQ(source.kind(), CaptureSource::Kind::region);
+    EXPECT_EQ(source.capturedDisplay().displayID, 2u);
+    EXPECT_EQ(source.localPointRect(), QRectF(-20, 100, 101, 51));
+    EXPECT_EQ(vm->toast(), QStringLiteral("Region selected · 100×50"));
+    EXPECT_EQ(screen->streamsStarted, before + 1);
+
+    // Nowhere near a display: nothing changes but the toast.
+    vm->useRecordingRegion(QRectF(10000, 10000, 20, 20));
+    EXPECT_EQ(vm->toast(), QStringLiteral("Couldn't identify the display for that region."));
+    EXPECT_EQ(vm->engine()->selectedSource()->capturedDisplay().displayID, 2u);
+    EXPECT_EQ(screen->streamsStarted, before + 1);
 }

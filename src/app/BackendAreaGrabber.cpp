@@ -1,0 +1,23 @@
+#include "app/BackendAreaGrabber.h"
+
+#include "capture/CaptureBackend.h"
+
+BackendAreaGrabber::BackendAreaGrabber(std::shared_ptr<CaptureBackend> screen)
+    : screen(std::move(screen))
+{
+}
+
+std::optional<QImage> BackendAreaGrabber::grabRect(const QRectF& globalRect)
+{
+    return screen ? screen->grabRect(globalRect) : std::nullopt;
+}
+
+std::optional<QImage> BackendAreaGrabber::grabWindowRect(uint32_t windowID, const QRectF& globalRect)
+{
+    return screen ? screen->grabWindowRect(windowID, globalRect) : std::nullopt;
+}
+
+std::optional<QRectF> BackendAreaGrabber::windowFrame(uint32_t windowID)
+{
+    return screen ? screen->windowFrame(windowID) : std::nullopt;
+}
