@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 namespace {
 
@@ -256,17 +257,23 @@ void SegmentedRecorder::rotateSegmentAsync(const MediaTime& startingAt)
 
     // Closing waits for the encoder to drain: never on `queue`, whose frames must not stall.
     std::weak_ptr<Anchor> weak = anchor;
+    ++closingsInFlight;
     utilityPool.start([weak, writer, url, start, end] {
         writer->markAsFinished();
         const SegmentWriter::Status status = writer->finishWriting();
         const QString error = writer->error();
         onQueue(weak, [=](SegmentedRecorder& r) {
+            --r.closingsInFlight;
             if (status == SegmentWriter::Status::completed) {
-                r.completedSegments.push_back(Segment { url, start, end });
+                // A stop may have closed a later segment in the meantime: keep the ring in time order.
+                const auto at = std::upper_bound(r.completedSegments.begin(), r.completedSegments.end(), start,
+                    [](const MediaTime& t, const Segment& s) { return t < s.startPTS; });
+                r.completedSegments.insert(at, Segment { url, start, end });
             } else {
                 logLine(QStringLiteral("Segment failed: ") + orQuestionMark(error));
                 QFile::remove(url);
             }
+            r.startPendingExportsIfReady();
         });
     });
 }
@@ -331,22 +338,32 @@ void SegmentedRecorder::stopRecordingOnQueue()
         return;
     }
     finalizeCurrentSegmentSync();
-    const MediaTime trimFromPTS = *recordingStartPTS - MediaTime::fromSeconds(bufferSeconds, 600);
-    std::vector<Segment> chosen;
-    for (const Segment& s : completedSegments)
-        if (s.endPTS > trimFromPTS && !(s.startPTS > latestPTS)) chosen.push_back(s);
-    const QString destination = *destinationURL;
+    pendingExports.push_back(PendingExport {
+        *recordingStartPTS - MediaTime::fromSeconds(bufferSeconds, 600), latestPTS, *destinationURL });
     recordingStartPTS.reset();
     destinationURL.reset();
     onMain(anchor, [](SegmentedRecorder& m) {
         m.setRecording(false);
         m.setExporting(true);
     });
-    std::weak_ptr<Anchor> weak = anchor;
-    QThreadPool::globalInstance()->start([weak, chosen, trimFromPTS, destination] {
-        if (weak.expired()) return;
-        exportConcatenated(weak, chosen, trimFromPTS, destination);
-    });
+    // A segment rotated just before the stop may still be closing; the export waits for it rather
+    // than leave a hole in the clip. Closings take a fraction of a second.
+    startPendingExportsIfReady();
+}
+
+void SegmentedRecorder::startPendingExportsIfReady()
+{
+    if (closingsInFlight > 0) return;
+    for (const PendingExport& job : std::exchange(pendingExports, {})) {
+        std::vector<Segment> chosen;
+        for (const Segment& s : completedSegments)
+            if (s.endPTS > job.trimFromPTS && !(s.startPTS > job.lastPTS)) chosen.push_back(s);
+        std::weak_ptr<Anchor> weak = anchor;
+        QThreadPool::globalInstance()->start([weak, chosen, job] {
+            if (weak.expired()) return;
+            exportConcatenated(weak, chosen, job.trimFromPTS, job.destination);
+        });
+    }
 }
 
 void SegmentedRecorder::exportConcatenated(const std::weak_ptr<Anchor>& weak, const std::vector<Segment>& segments,

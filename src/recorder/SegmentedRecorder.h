@@ -121,6 +121,8 @@ private:
     void finalizeCurrentSegmentSync();
     void evictOldSegments();
     void stopRecordingOnQueue();
+    // Starts the exports of stops once no rotated segment is still closing.
+    void startPendingExportsIfReady();
     void removeExportedSegments(const std::vector<Segment>& exported);
 
     // Any thread: places the call of onError on the main thread.
@@ -159,6 +161,15 @@ private:
     MediaTime latestPTS = MediaTime::zero();
     std::optional<MediaTime> recordingStartPTS;
     std::optional<QString> destinationURL;
+    // Rotated segments whose closing has not reported back yet.
+    int closingsInFlight = 0;
+    // Stops whose exports wait for those closings, so that no segment is missing from a clip.
+    struct PendingExport {
+        MediaTime trimFromPTS;
+        MediaTime lastPTS; // the last frame before the stop: later segments are not the clip's
+        QString destination;
+    };
+    std::vector<PendingExport> pendingExports;
     SegmentWriterFactory writerFactory;
 
     const QString segmentsDir;

@@ -333,3 +333,31 @@ TEST(RecorderAudio, SoundStartsAtTheNextBoundaryAndTheClipGetsItsTrackFromThere)
     EXPECT_NEAR(clip.audioStart, 6.0, 0.03);
     EXPECT_NEAR(clip.audioStart + clip.audioSeconds, 9.6, 0.06);
 }
+
+// A stop that comes while the segment rotated a moment before is still closing: the export waits
+// for it instead of leaving a hole (or, here, almost the whole clip) out.
+TEST(ClipExport, AStopRightAfterARotationWaitsForTheClosingSegment)
+{
+    QTemporaryDir out;
+    auto recorder = pacedRecorder(30, 10);
+    Outcome outcome(*recorder);
+    Feeder feeder { *recorder, 30, false };
+    const int rotationFrame = feeder.frameAt(6.4); // 6.0 s after the first frame
+    feeder.feed(0, feeder.frameAt(3.0));
+    const QString destination = out.filePath("clip.mp4");
+    recorder->startRecording(destination);
+    feeder.feed(feeder.frameAt(3.0) + 1, rotationFrame - 1);
+    recorder->waitUntilIdle();
+    // The rotation and the stop back to back: the old segment's encoder is still draining.
+    recorder->ingest(IndexedFrames::frame(rotationFrame, 256, 144, feeder.frameTime(rotationFrame)));
+    recorder->stopRecording();
+    ASSERT_TRUE(spinUntil([&] { return outcome.arrived() && !recorder->isExporting(); }));
+    ASSERT_EQ(outcome.error, "");
+
+    const ClipProbe clip = ClipProbe::read(destination);
+    ASSERT_FALSE(clip.frames.empty());
+    EXPECT_EQ(clip.frames.front().index, 0);
+    EXPECT_EQ(clip.frames.back().index, rotationFrame);
+    EXPECT_EQ(int(clip.frames.size()), rotationFrame + 1);
+    EXPECT_EQ(clip.decodeErrors, 0);
+}
