@@ -1,5 +1,6 @@
 #include "journal/ClipJournalStore.h"
 #include "support/TestDesktop.h"
+#include "X11TestClient.h"
 
 #include <QColor>
 #include <QCoreApplication>
@@ -28,7 +29,8 @@ namespace {
 // The colour the painter gives counter n, and back: 16 levels a channel survive compression.
 int counterFromColour(int r, int g) { return ((g / 16) * 16 + r / 16); }
 
-// The first picture a player shows of `path`, as RGB, sampled at the middle.
+// The first picture a player shows of `path`, as RGB, sampled near the top-left corner (the
+// pointer sits in the middle of the screen, and is drawn in).
 std::optional<QColor> firstShownColour(const QString& path, double* durationSeconds)
 {
     AVFormatContext* format = nullptr;
@@ -59,7 +61,7 @@ std::optional<QColor> firstShownColour(const QString& path, double* durationSeco
             int stride[1] = { frame->width * 3 };
             sws_scale(sws, frame->data, frame->linesize, 0, frame->height, dst, stride);
             sws_freeContext(sws);
-            const size_t at = (size_t(frame->height / 2) * frame->width + frame->width / 2) * 3;
+            const size_t at = (size_t(frame->height / 5) * frame->width + frame->width / 5) * 3;
             colour = QColor(rgb[at], rgb[at + 1], rgb[at + 2]);
         }
     };
@@ -83,7 +85,8 @@ protected:
 
     void SetUp() override
     {
-        ASSERT_EQ(desktop.start(), QString());
+        // A small screen keeps the software encoder well ahead of the frames on a busy machine.
+        ASSERT_EQ(desktop.start({ .width = 640, .height = 360 }), QString());
         clips = home.filePath(QStringLiteral("clips"));
         runtime = home.filePath(QStringLiteral("runtime"));
         counterFile = home.filePath(QStringLiteral("counter"));
@@ -136,11 +139,64 @@ protected:
         return f.readAll().toInt();
     }
 
-    QString control(const QString& command, int* status)
+    void startInstance()
+    {
+        instance.setProcessEnvironment(env);
+        // The instance's log lines land in the test's output, where a failure can be read.
+        instance.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        instance.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
+        instance.start(QStringLiteral(VELOTAPE_BINARY), { QStringLiteral("--headless") });
+        ASSERT_TRUE(instance.waitForStarted());
+    }
+
+    // Waits until the ring holds `seconds` of the screen.
+    void waitUntilBuffered(double seconds)
+    {
+        const QRegularExpression buffering(QStringLiteral("^buffering (\\d+\\.\\d) s"));
+        QElapsedTimer waited;
+        waited.start();
+        for (;;) {
+            int status = -1;
+            const QString answer = control({ QStringLiteral("status") }, &status);
+            const auto m = buffering.match(answer);
+            if (status == 0 && m.hasMatch() && m.captured(1).toDouble() >= seconds) return;
+            ASSERT_LT(waited.elapsed(), 30000) << "never buffered " << seconds << " s; last status: "
+                                               << answer.toStdString() << "\n" << instance.readAll().toStdString();
+            QThread::msleep(250);
+        }
+    }
+
+    // What the instance printed so far, waiting up to `ms` for `text` to be among it.
+    bool instanceSaid(const QString& text, int ms)
+    {
+        QElapsedTimer waited;
+        waited.start();
+        while (!instanceOutput.contains(text) && waited.elapsed() < ms) {
+            instance.waitForReadyRead(100);
+            instanceOutput += QString::fromUtf8(instance.readAllStandardOutput());
+        }
+        return instanceOutput.contains(text);
+    }
+
+    QStringList waitForClips(int count)
+    {
+        QStringList saved;
+        QElapsedTimer waited;
+        waited.start();
+        while (saved.size() < count && waited.elapsed() < 30000) {
+            QThread::msleep(200);
+            saved = QDir(clips).entryList({ QStringLiteral("*.mp4") }, QDir::Files);
+        }
+        return saved;
+    }
+
+    QString instanceOutput;
+
+    QString control(const QStringList& command, int* status)
     {
         QProcess p;
         p.setProcessEnvironment(env);
-        p.start(QStringLiteral(VELOTAPE_BINARY), { command });
+        p.start(QStringLiteral(VELOTAPE_BINARY), command);
         p.waitForFinished(10000);
         *status = p.exitCode();
         return QString::fromUtf8(p.readAllStandardOutput() + p.readAllStandardError()).trimmed();
@@ -152,25 +208,10 @@ protected:
 TEST_F(HeadlessEndToEnd, ToggleTwiceSavesAClipThatBeginsTheBufferBeforeTheFirstPress)
 {
     startPainter();
-    instance.setProcessEnvironment(env);
-    instance.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
-    instance.start(QStringLiteral(VELOTAPE_BINARY), { QStringLiteral("--headless") });
-    ASSERT_TRUE(instance.waitForStarted());
-
-    // Wait until the ring holds the whole buffer.
+    ASSERT_NO_FATAL_FAILURE(startInstance());
+    ASSERT_NO_FATAL_FAILURE(waitUntilBuffered(4.0));
     int status = -1;
     QString answer;
-    QElapsedTimer waited;
-    waited.start();
-    const QRegularExpression buffering(QStringLiteral("^buffering (\\d+\\.\\d) s"));
-    for (;;) {
-        answer = control(QStringLiteral("status"), &status);
-        const auto m = buffering.match(answer);
-        if (status == 0 && m.hasMatch() && m.captured(1).toDouble() >= 4.0) break;
-        ASSERT_LT(waited.elapsed(), 30000) << "never buffered 4 s; last status: " << answer.toStdString()
-                                           << "\n" << instance.readAll().toStdString();
-        QThread::msleep(250);
-    }
     // A second instance does not start, and says so.
     QProcess second;
     second.setProcessEnvironment(env);
@@ -179,45 +220,90 @@ TEST_F(HeadlessEndToEnd, ToggleTwiceSavesAClipThatBeginsTheBufferBeforeTheFirstP
     EXPECT_EQ(second.exitCode(), 1);
     EXPECT_TRUE(QString::fromUtf8(second.readAllStandardError()).contains(QStringLiteral("already running")));
 
+    // Press once the ring holds well over the buffer (it keeps up to one segment more), so that a
+    // clip that kept the whole ring would stand out.
+    QElapsedTimer ringFilling;
+    ringFilling.start();
+    while (counterNow() < 90 && ringFilling.elapsed() < 20000)
+        QThread::msleep(100);
     const int counterAtPress = counterNow();
-    answer = control(QStringLiteral("toggle"), &status);
+    answer = control({ QStringLiteral("toggle") }, &status);
     ASSERT_EQ(status, 0) << answer.toStdString();
     EXPECT_EQ(answer, QStringLiteral("recording"));
     QThread::msleep(3000);
-    answer = control(QStringLiteral("toggle"), &status);
+    answer = control({ QStringLiteral("toggle") }, &status);
     ASSERT_EQ(status, 0) << answer.toStdString();
 
-    QStringList saved;
-    waited.restart();
-    while (saved.isEmpty() && waited.elapsed() < 30000) {
-        QThread::msleep(200);
-        saved = QDir(clips).entryList({ QStringLiteral("*.mp4") }, QDir::Files);
-    }
-    ASSERT_EQ(saved.size(), 1) << instance.readAll().toStdString();
+    const QStringList saved = waitForClips(1);
+    ASSERT_EQ(saved.size(), 1) << instanceOutput.toStdString();
     EXPECT_TRUE(QRegularExpression(QStringLiteral("^.+, \\S+ \\d{1,2}, \\d{2}-\\d{2}-\\d{2}\\.mp4$")).match(saved[0]).hasMatch())
         << saved[0].toStdString();
     // The toast reaches standard output.
-    waited.restart();
-    QByteArray out;
-    while (!out.contains("Saved: ") && waited.elapsed() < 5000) {
-        instance.waitForReadyRead(200);
-        out += instance.readAllStandardOutput();
-    }
-    EXPECT_TRUE(out.contains(("Saved: " + saved[0]).toUtf8())) << out.toStdString();
+    EXPECT_TRUE(instanceSaid(QStringLiteral("Saved: ") + saved[0], 5000)) << instanceOutput.toStdString();
 
     double duration = 0;
     const auto colour = firstShownColour(QDir(clips).filePath(saved[0]), &duration);
     ASSERT_TRUE(colour);
     const int firstCounter = counterFromColour(colour->red(), colour->green());
-    // The clip opens about the buffer's 4 s (40 counts) before the press, give or take the
-    // painter's and the capture's delays.
-    // The colour counts modulo 256.
-    const int expected = ((counterAtPress - 40) % 256 + 256) % 256;
+    // The clip opens about the buffer's 4 s (40 counts) before the press. On a busy machine the
+    // painter and the capture both lag, and a frame that came late stands for the time before it,
+    // so a second either way is allowed; a clip cut at the press, or one that kept the whole
+    // ring, is far outside that.
+    const int expected = ((counterAtPress - 40) % 256 + 256) % 256; // the colour counts modulo 256
     const int distance = std::abs(firstCounter - expected);
-    EXPECT_LE(std::min(distance, 256 - distance), 6) << "first " << firstCounter << ", press at " << counterAtPress;
+    EXPECT_LE(std::min(distance, 256 - distance), 10) << "first " << firstCounter << " (" << colour->red() << ", " << colour->green() << ", " << colour->blue() << "), press at " << counterAtPress;
     EXPECT_NEAR(duration, 7.0, 1.5);
 
     // The journal lists it.
     const QList<ClipEntry> listed = ClipJournalStore::scanFolder(clips);
     ASSERT_EQ(listed.size(), 1);
+}
+
+TEST_F(HeadlessEndToEnd, ArmedOverAWindowItRecordsWhileTheWindowLooksDifferent)
+{
+    X11TestClient client;
+    ASSERT_TRUE(client.isConnected());
+    const QColor calm(60, 60, 70);
+    const xcb_window_t window = client.create({ .rect = QRect(100, 100, 240, 160), .wmClass = "Chart",
+        .title = QStringLiteral("Order book"), .background = calm });
+    client.fill(window, QRect(0, 0, 240, 160), calm);
+    ASSERT_NO_FATAL_FAILURE(startInstance());
+    // A still screen sends one frame and then nothing: streaming is what counts here.
+    ASSERT_NO_FATAL_FAILURE(waitUntilBuffered(0.0));
+
+    int status = -1;
+    EXPECT_EQ(control({ QStringLiteral("arm") }, &status), QStringLiteral("Pick an area first."));
+    EXPECT_EQ(status, 2);
+    EXPECT_EQ(control({ QStringLiteral("area"), QStringLiteral("120"), QStringLiteral("120"), QStringLiteral("200"),
+                  QStringLiteral("120") },
+                  &status),
+        QStringLiteral("Watch area captured"));
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(control({ QStringLiteral("arm") }, &status), QStringLiteral("Area monitor armed"));
+    EXPECT_EQ(status, 0);
+
+    // The window changes: a recording starts by itself.
+    QThread::msleep(600);
+    client.fill(window, QRect(0, 0, 240, 160), QColor(230, 40, 40));
+    ASSERT_TRUE(instanceSaid(QStringLiteral("Area changed — recording…"), 5000)) << instanceOutput.toStdString();
+    QThread::msleep(1500);
+    EXPECT_TRUE(control({ QStringLiteral("status") }, &status).startsWith(QStringLiteral("recording")));
+
+    // Back to the reference: after three seconds of match the clip is saved.
+    QElapsedTimer calmSince;
+    client.fill(window, QRect(0, 0, 240, 160), calm);
+    calmSince.start();
+    ASSERT_TRUE(instanceSaid(QStringLiteral("Area back to default — saving…"), 8000)) << instanceOutput.toStdString();
+    EXPECT_GE(calmSince.elapsed(), 2900);
+    const QStringList saved = waitForClips(1);
+    ASSERT_EQ(saved.size(), 1) << instanceOutput.toStdString();
+    EXPECT_TRUE(instanceSaid(QStringLiteral("Saved: ") + saved[0], 5000)) << instanceOutput.toStdString();
+    const QList<ClipEntry> listed = ClipJournalStore::scanFolder(clips);
+    ASSERT_EQ(listed.size(), 1);
+
+    EXPECT_EQ(control({ QStringLiteral("disarm") }, &status), QStringLiteral("Area monitor disarmed"));
+    // A bad command is a bad command, and the instance keeps running.
+    EXPECT_NE(control({ QStringLiteral("area"), QStringLiteral("1"), QStringLiteral("2") }, &status), QString());
+    EXPECT_EQ(status, 2);
+    EXPECT_EQ(control({ QStringLiteral("status") }, &status).left(9), QStringLiteral("buffering"));
 }
