@@ -1,0 +1,211 @@
+// CPU per second of capturing a 1920x1080 display at 30 fps: the capture engine against
+// `ffmpeg -f x11grab` at the same size and rate, both writing nowhere, once with a screen that
+// changes every frame and once with a still one. See bench/README.md.
+
+#include "capture/CaptureEngine.h"
+#include "platform/x11/X11CaptureBackend.h"
+#include "support/TestDesktop.h"
+
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QFile>
+#include <QProcess>
+#include <QTimer>
+
+#include <xcb/xcb.h>
+
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+#include <dirent.h>
+#include <sys/resource.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+constexpr int width = 1920;
+constexpr int height = 1080;
+constexpr int fps = 30;
+
+double seconds()
+{
+    bool ok = false;
+    const double s = qEnvironmentVariable("VELOTAPE_BENCH_SECONDS").toDouble(&ok);
+    return ok && s > 0 ? s : 10.0;
+}
+
+// CPU seconds (user + system) a process has used, from /proc.
+double processCpu(pid_t pid)
+{
+    QFile file(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!file.open(QIODevice::ReadOnly)) return 0;
+    const QByteArray stat = file.readAll();
+    // Fields after the command name, which is in parentheses and may hold blanks.
+    const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+    return (fields.value(11).toDouble() + fields.value(12).toDouble()) / double(sysconf(_SC_CLK_TCK));
+}
+
+double ownCpu()
+{
+    rusage usage {};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_utime.tv_sec + usage.ru_utime.tv_usec / 1e6 + usage.ru_stime.tv_sec + usage.ru_stime.tv_usec / 1e6;
+}
+
+// The X server this process started (the harness's Xvfb), to see what the grabs cost it.
+pid_t childNamed(const char* name)
+{
+    DIR* proc = opendir("/proc");
+    pid_t found = 0;
+    while (dirent* entry = proc ? readdir(proc) : nullptr) {
+        const pid_t pid = atoi(entry->d_name);
+        if (pid <= 0) continue;
+        QFile file(QStringLiteral("/proc/%1/stat").arg(pid));
+        if (!file.open(QIODevice::ReadOnly)) continue;
+        const QByteArray stat = file.readAll();
+        const QByteArray comm = stat.mid(stat.indexOf('(') + 1, stat.lastIndexOf(')') - stat.indexOf('(') - 1);
+        const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+        if (comm == name && fields.value(1).toInt() == getpid()) found = pid;
+    }
+    if (proc) closedir(proc);
+    return found;
+}
+
+void runEventLoopFor(double s)
+{
+    QEventLoop loop;
+    QTimer::singleShot(int(s * 1000), &loop, &QEventLoop::quit);
+    loop.exec();
+}
+
+// A separate process that changes the screen 60 times a second (a moving square on a full-screen
+// window), so that every capture tick sees a change; its own CPU is nobody's capture cost.
+std::unique_ptr<QProcess> startPainter()
+{
+    auto painter = std::make_unique<QProcess>();
+    painter->start(QCoreApplication::applicationFilePath(), { QStringLiteral("--paint") });
+    painter->waitForStarted();
+    return painter;
+}
+
+int paintForever()
+{
+    xcb_connection_t* c = xcb_connect(nullptr, nullptr);
+    if (xcb_connection_has_error(c)) return 1;
+    xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+    const xcb_window_t w = xcb_generate_id(c);
+    const uint32_t values[] = { 0x202020, 1 };
+    xcb_create_window(c, XCB_COPY_FROM_PARENT, w, screen->root, 0, 0, width, height, 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
+        screen->root_visual, XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT, values);
+    xcb_map_window(c, w);
+    const xcb_gcontext_t gc = xcb_generate_id(c);
+    xcb_create_gc(c, gc, w, 0, nullptr);
+    for (int i = 0;; ++i) {
+        const int x = (i * 16) % (width - 200);
+        uint32_t colour = 0x202020;
+        xcb_change_gc(c, gc, XCB_GC_FOREGROUND, &colour);
+        const xcb_rectangle_t old { int16_t(x == 0 ? width - 216 : x - 16), 400, 200, 200 };
+        xcb_poly_fill_rectangle(c, w, gc, 1, &old);
+        colour = 0x00c0ff;
+        xcb_change_gc(c, gc, XCB_GC_FOREGROUND, &colour);
+        const xcb_rectangle_t square { int16_t(x), 400, 200, 200 };
+        xcb_poly_fill_rectangle(c, w, gc, 1, &square);
+        xcb_flush(c);
+        std::this_thread::sleep_for(std::chrono::microseconds(1'000'000 / 60));
+        if (xcb_connection_has_error(c)) return 0;
+    }
+}
+
+struct Measured {
+    double cpuPerSecond = 0;
+    double serverCpuPerSecond = 0;
+    double framesPerSecond = 0;
+};
+
+Measured measureOurs(pid_t server)
+{
+    CaptureEngine engine(std::make_shared<X11CaptureBackend>());
+    int frames = 0;
+    engine.frameSink = [&frames](const VideoFrame&) { ++frames; };
+    bool listed = false;
+    engine.refreshAvailableContent([&listed] { listed = true; });
+    while (!listed)
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
+    engine.startStream(width, height, fps, true, false, false);
+    if (!engine.isStreaming()) return {};
+    runEventLoopFor(1.0); // settle
+    const double s = seconds();
+    const int framesBefore = frames;
+    const double cpuBefore = ownCpu();
+    const double serverBefore = processCpu(server);
+    runEventLoopFor(s);
+    Measured m { (ownCpu() - cpuBefore) / s, (processCpu(server) - serverBefore) / s, (frames - framesBefore) / s };
+    engine.stopStream();
+    return m;
+}
+
+Measured measureFfmpeg(const QString& display, pid_t server)
+{
+    QProcess ffmpeg;
+    ffmpeg.start(QStringLiteral("ffmpeg"),
+        { QStringLiteral("-hide_banner"), QStringLiteral("-loglevel"), QStringLiteral("error"), QStringLiteral("-f"),
+            QStringLiteral("x11grab"), QStringLiteral("-framerate"), QString::number(fps), QStringLiteral("-video_size"),
+            QStringLiteral("%1x%2").arg(width).arg(height), QStringLiteral("-draw_mouse"), QStringLiteral("1"),
+            QStringLiteral("-i"), display, QStringLiteral("-f"), QStringLiteral("null"), QStringLiteral("-") });
+    if (!ffmpeg.waitForStarted()) return {};
+    const pid_t pid = pid_t(ffmpeg.processId());
+    std::this_thread::sleep_for(std::chrono::seconds(1)); // settle
+    const double s = seconds();
+    const double cpuBefore = processCpu(pid);
+    const double serverBefore = processCpu(server);
+    std::this_thread::sleep_for(std::chrono::duration<double>(s));
+    Measured m { (processCpu(pid) - cpuBefore) / s, (processCpu(server) - serverBefore) / s, double(fps) };
+    ffmpeg.terminate();
+    ffmpeg.waitForFinished(3000);
+    return m;
+}
+
+void captureCpu(benchmark::State& state, bool changing)
+{
+    TestDesktop desktop;
+    if (const QString error = desktop.start({ .width = width, .height = height, .audio = false }); !error.isEmpty()) {
+        state.SkipWithError(error.toStdString().c_str());
+        return;
+    }
+    const pid_t server = childNamed("Xvfb");
+    std::unique_ptr<QProcess> painter;
+    if (changing) painter = startPainter();
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    Measured ours, ffmpeg;
+    for (auto _ : state) {
+        ffmpeg = measureFfmpeg(desktop.display(), server);
+        ours = measureOurs(server);
+        state.SetIterationTime(2 * seconds());
+    }
+    state.counters["ours_cpu_%"] = ours.cpuPerSecond * 100;
+    state.counters["ffmpeg_cpu_%"] = ffmpeg.cpuPerSecond * 100;
+    state.counters["ours/ffmpeg"] = ffmpeg.cpuPerSecond > 0 ? ours.cpuPerSecond / ffmpeg.cpuPerSecond : 0;
+    state.counters["ours_fps"] = ours.framesPerSecond;
+    state.counters["Xvfb_cpu_%_ours"] = ours.serverCpuPerSecond * 100;
+    state.counters["Xvfb_cpu_%_ffmpeg"] = ffmpeg.serverCpuPerSecond * 100;
+    if (painter) {
+        painter->kill();
+        painter->waitForFinished(1000);
+    }
+}
+
+} // namespace
+
+BENCHMARK_CAPTURE(captureCpu, changing, true)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+BENCHMARK_CAPTURE(captureCpu, still, false)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+
+int main(int argc, char** argv)
+{
+    if (argc > 1 && QByteArray(argv[1]) == "--paint") return paintForever();
+    QCoreApplication app(argc, argv);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
