@@ -83,7 +83,9 @@ QString usage()
         "  velotape arm | disarm             arm or disarm the area monitor (the arm hotkey)\n"
         "  velotape area X Y W H             watch this area (global points) and take its reference\n"
         "  velotape journal [--folder DIR] [--unit U] [--json]\n"
-        "                                    the journal's statistics\n"
+        "                                    the journal's statistics (U: dollars, R, points, ticks)\n"
+        "  velotape journal --simulate [--horizon N] [--paths N] [--start X] [--ruin OFFSET]\n"
+        "                   [--seed N] [--json]  a Monte Carlo run over the journal's trades\n"
         "Exit status: 0 done, 1 no running instance, 2 bad command.\n");
 }
 

@@ -8,6 +8,7 @@
 #include <QElapsedTimer>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QSize>
 #include <QTemporaryDir>
 #include <QThread>
 
@@ -31,7 +32,7 @@ int counterFromColour(int r, int g) { return ((g / 16) * 16 + r / 16); }
 
 // The first picture a player shows of `path`, as RGB, sampled near the top-left corner (the
 // pointer sits in the middle of the screen, and is drawn in).
-std::optional<QColor> firstShownColour(const QString& path, double* durationSeconds)
+std::optional<QColor> firstShownColour(const QString& path, double* durationSeconds, QSize* size)
 {
     AVFormatContext* format = nullptr;
     if (avformat_open_input(&format, path.toUtf8().constData(), nullptr, nullptr) < 0) return std::nullopt;
@@ -42,6 +43,7 @@ std::optional<QColor> firstShownColour(const QString& path, double* durationSeco
     const int index = av_find_best_stream(format, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
     if (index < 0) return std::nullopt;
     const AVCodecParameters* par = format->streams[index]->codecpar;
+    *size = QSize(par->width, par->height);
     const AVCodec* codec = avcodec_find_decoder(par->codec_id);
     std::unique_ptr<AVCodecContext, void (*)(AVCodecContext*)> ctx(
         avcodec_alloc_context3(codec), [](AVCodecContext* c) { avcodec_free_context(&c); });
@@ -242,7 +244,8 @@ TEST_F(HeadlessEndToEnd, ToggleTwiceSavesAClipThatBeginsTheBufferBeforeTheFirstP
     EXPECT_TRUE(instanceSaid(QStringLiteral("Saved: ") + saved[0], 5000)) << instanceOutput.toStdString();
 
     double duration = 0;
-    const auto colour = firstShownColour(QDir(clips).filePath(saved[0]), &duration);
+    QSize size;
+    const auto colour = firstShownColour(QDir(clips).filePath(saved[0]), &duration, &size);
     ASSERT_TRUE(colour);
     const int firstCounter = counterFromColour(colour->red(), colour->green());
     // The clip opens about the buffer's 4 s (40 counts) before the press. On a busy machine the
@@ -253,6 +256,7 @@ TEST_F(HeadlessEndToEnd, ToggleTwiceSavesAClipThatBeginsTheBufferBeforeTheFirstP
     const int distance = std::abs(firstCounter - expected);
     EXPECT_LE(std::min(distance, 256 - distance), 10) << "first " << firstCounter << " (" << colour->red() << ", " << colour->green() << ", " << colour->blue() << "), press at " << counterAtPress;
     EXPECT_NEAR(duration, 7.0, 1.5);
+    EXPECT_EQ(size, QSize(640, 360)); // the display's own size at the default resolution
 
     // The journal lists it.
     const QList<ClipEntry> listed = ClipJournalStore::scanFolder(clips);
