@@ -3,9 +3,14 @@
 #include "core/MediaTime.h"
 
 #include <xcb/composite.h>
+#include <xcb/xinput.h>
 
+#include <cerrno>
 #include <chrono>
+#include <poll.h>
 #include <pthread.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
 namespace {
 
@@ -35,6 +40,8 @@ CaptureBackend::StreamStart X11CaptureStream::start(
     if (!stream->connection) return { nullptr, error };
     stream->configuration = configuration;
     stream->output = std::move(output);
+    stream->stopSignal = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (stream->stopSignal < 0) return { nullptr, QStringLiteral("cannot make an event descriptor") };
     if (QString failed = stream->setUp(filter); !failed.isEmpty()) {
         stream->stop();
         return { nullptr, failed };
@@ -47,6 +54,7 @@ CaptureBackend::StreamStart X11CaptureStream::start(
 X11CaptureStream::~X11CaptureStream()
 {
     stop();
+    if (stopSignal >= 0) ::close(stopSignal);
 }
 
 QString X11CaptureStream::setUp(const ContentFilter& filter)
@@ -97,8 +105,21 @@ QString X11CaptureStream::setUp(const ContentFilter& filter)
     }
     damagedRegion = xcb_generate_id(c);
     xcb_xfixes_create_region(c, damagedRegion, 0, nullptr);
-    if (configuration.showsCursor)
+    if (configuration.showsCursor) {
         xcb_xfixes_select_cursor_input(c, connection->root(), XCB_XFIXES_CURSOR_NOTIFY_MASK_DISPLAY_CURSOR);
+        // Raw motion on the root window reports every pointer move, whoever has the focus.
+        if (ext.xinput2) {
+            struct {
+                xcb_input_event_mask_t head;
+                uint32_t mask;
+            } selection {};
+            selection.head.deviceid = XCB_INPUT_DEVICE_ALL_MASTER;
+            selection.head.mask_len = 1;
+            selection.mask = XCB_INPUT_XI_EVENT_MASK_RAW_MOTION;
+            watchesMotion
+                = !requestFailed(c, xcb_input_xi_select_events_checked(c, connection->root(), 1, &selection.head));
+        }
+    }
     grabber = std::make_unique<XcbImageGrabber>(c, ext.shm);
     xcb_flush(c);
     return {};
@@ -124,12 +145,11 @@ void X11CaptureStream::releaseWindowPixmap()
 
 void X11CaptureStream::stop()
 {
-    {
-        std::lock_guard lock(mutex);
-        stopping = true;
+    if (thread.joinable()) {
+        const uint64_t one = 1;
+        [[maybe_unused]] const auto written = ::write(stopSignal, &one, sizeof one);
+        thread.join();
     }
-    wake.notify_all();
-    if (thread.joinable()) thread.join();
     if (!connection || connection->isBroken()) return;
     // Disconnecting would free all of this too; saying so keeps the server tidy while we stay
     // connected, and the window unredirected at once.
@@ -152,33 +172,66 @@ void X11CaptureStream::run()
     const auto interval = std::chrono::nanoseconds(frameInterval.isNumeric() && frameInterval.value > 0
             ? frameInterval.value * 1'000'000'000 / frameInterval.timescale
             : 1'000'000'000 / 60);
-    auto next = Clock::now();
+    auto lastLook = Clock::now() - interval;
     for (;;) {
-        {
-            std::unique_lock lock(mutex);
-            if (wake.wait_until(lock, next, [this] { return stopping; })) return;
-        }
-        // After a stall the next tick is one interval from now, not a burst to catch up.
-        next += interval;
-        if (const auto now = Clock::now(); next < now) next = now + interval;
-
+        // Everything the server has sent so far, read before sleeping: replies read while grabbing
+        // may have queued events that the descriptor will not announce again.
         QString error;
         if (!readEvents(&error)) {
             output->didStopWithError(error);
             return;
         }
-        bool changed = forceFrame;
-        if (damagePending) {
-            damagePending = false;
-            changed = damageInsideArea() || changed;
+        const auto now = Clock::now();
+        const bool pointerDue = configuration.showsCursor && now >= lastPointerCheck + pointerCheckInterval;
+        auto wakeAt = Clock::time_point::max();
+        if (somethingToLookAt() || pointerDue) {
+            if (now >= lastLook + interval) {
+                lastLook = now;
+                look();
+                continue;
+            }
+            wakeAt = lastLook + interval;
+        } else if (configuration.showsCursor) {
+            wakeAt = lastPointerCheck + pointerCheckInterval;
         }
-        if (configuration.showsCursor) {
-            bool moved = false;
-            refreshCursor(&moved);
-            changed = changed || moved;
-        }
-        if (changed) deliver();
+        const int timeoutMs = wakeAt == Clock::time_point::max()
+            ? -1
+            : int(std::chrono::ceil<std::chrono::milliseconds>(wakeAt - now).count());
+        if (!waitForEvents(timeoutMs)) return;
     }
+}
+
+bool X11CaptureStream::somethingToLookAt() const
+{
+    return forceFrame || damagePending
+        || (configuration.showsCursor && (cursorStale || pointerMoved || !watchesMotion));
+}
+
+bool X11CaptureStream::waitForEvents(int timeoutMs)
+{
+    pollfd fds[2] = { { xcb_get_file_descriptor(connection->get()), POLLIN, 0 }, { stopSignal, POLLIN, 0 } };
+    for (;;) {
+        const int n = ::poll(fds, 2, timeoutMs);
+        if (n < 0 && errno == EINTR) continue;
+        return !(n > 0 && (fds[1].revents & POLLIN));
+    }
+}
+
+void X11CaptureStream::look()
+{
+    bool changed = forceFrame;
+    if (damagePending) {
+        damagePending = false;
+        changed = damageInsideArea() || changed;
+    }
+    if (configuration.showsCursor) {
+        bool moved = false;
+        pointerMoved = false;
+        lastPointerCheck = std::chrono::steady_clock::now();
+        refreshCursor(&moved);
+        changed = changed || moved;
+    }
+    if (changed) deliver();
 }
 
 bool X11CaptureStream::readEvents(QString* error)
@@ -192,6 +245,10 @@ bool X11CaptureStream::readEvents(QString* error)
             damagePending = true;
         } else if (type == ext.xfixesFirstEvent + XCB_XFIXES_CURSOR_NOTIFY) {
             cursorStale = true;
+        } else if (type == XCB_GE_GENERIC) {
+            const auto* generic = reinterpret_cast<const xcb_ge_generic_event_t*>(raw);
+            if (generic->extension == ext.xinputOpcode && generic->event_type == XCB_INPUT_RAW_MOTION)
+                pointerMoved = true;
         } else if (windowMode && type == XCB_CONFIGURE_NOTIFY) {
             const auto* configure = reinterpret_cast<const xcb_configure_notify_event_t*>(raw);
             // A resized window gets new off-screen storage, which must be named again.

@@ -9,17 +9,21 @@
 #include <xcb/damage.h>
 #include <xcb/xfixes.h>
 
-#include <condition_variable>
+#include <chrono>
 #include <memory>
-#include <mutex>
 #include <thread>
 
 // One running screen stream on its own X connection and its own thread.
 //
-// At most once per frame interval the thread looks at what XDamage reported; only when something
-// inside the captured area changed (or the shown cursor moved or changed shape) does it grab
-// (MIT-SHM), draw the cursor in, fit the picture into the output size and hand the frame on. A still
-// screen therefore costs one wake-up per interval and delivers nothing. The first frame always comes.
+// The thread sleeps on the X connection until the server reports something: damage (XDamage), a
+// new cursor shape (XFixes), or pointer motion (XInput 2 raw events, while the cursor is shown).
+// Then, no sooner than one frame interval after its last look, it checks whether the change lies
+// inside the captured area; only then does it grab (MIT-SHM), draw the cursor in, fit the picture
+// into the output size and hand the frame on. A still screen with a still pointer therefore costs
+// next to nothing and delivers nothing. The first frame always comes.
+//
+// While the cursor is shown, the pointer is also asked where it is twice a second: a warped
+// pointer (XWarpPointer, xdotool) makes no raw motion. Without XInput 2 it is asked every interval.
 //
 // A display stream grabs a rectangle of the root window. A window stream redirects the window with
 // XComposite and grabs its own pixmap: it is right while covered, and it follows moves and resizes.
@@ -45,6 +49,13 @@ private:
     void run();
     // Reads the queued events; false once the stream can go no further (the reason in *error).
     bool readEvents(QString* error);
+    // Whether anything reported since the last look may have changed the picture.
+    bool somethingToLookAt() const;
+    // Blocks until the X connection has something to read, `timeoutMs` passed (-1: no limit) or
+    // stop() was called; false once stopped.
+    bool waitForEvents(int timeoutMs);
+    // Looks at what changed and delivers a frame if the picture did.
+    void look();
     bool damageInsideArea();
     bool refreshCursor(bool* moved);
     void deliver();
@@ -63,13 +74,16 @@ private:
     FrameScaler scaler;
     X11Cursor cursor;
     bool cursorStale = true;
+    bool watchesMotion = false; // raw motion events come; otherwise the pointer is asked every interval
+    bool pointerMoved = true; // since the pointer was last asked where it is
+    std::chrono::steady_clock::time_point lastPointerCheck;
+    static constexpr auto pointerCheckInterval = std::chrono::milliseconds(500);
     QPoint pointer { -1000000, -1000000 }; // in area coordinates
     bool cursorShownLastFrame = false;
     bool damagePending = true;
     bool forceFrame = true; // the first frame, and the first after a resize or a map
 
-    std::mutex mutex;
-    std::condition_variable wake;
-    bool stopping = false; // guarded by mutex
+    // An eventfd that stop() writes once; the capture thread sleeps on it and on the X connection.
+    int stopSignal = -1;
     std::thread thread;
 };

@@ -5,6 +5,7 @@
 #include <xcb/randr.h>
 #include <xcb/shm.h>
 #include <xcb/xfixes.h>
+#include <xcb/xinput.h>
 
 #include <cstring>
 
@@ -81,6 +82,7 @@ std::unique_ptr<XcbConnection> XcbConnection::open(QString* error)
     xcb_prefetch_extension_data(raw, &xcb_xfixes_id);
     xcb_prefetch_extension_data(raw, &xcb_composite_id);
     xcb_prefetch_extension_data(raw, &xcb_randr_id);
+    xcb_prefetch_extension_data(raw, &xcb_input_id);
 
     Extensions& ext = c->available;
     const xcb_query_extension_reply_t* shm = xcb_get_extension_data(raw, &xcb_shm_id);
@@ -88,6 +90,7 @@ std::unique_ptr<XcbConnection> XcbConnection::open(QString* error)
     const xcb_query_extension_reply_t* xfixes = xcb_get_extension_data(raw, &xcb_xfixes_id);
     const xcb_query_extension_reply_t* composite = xcb_get_extension_data(raw, &xcb_composite_id);
     const xcb_query_extension_reply_t* randr = xcb_get_extension_data(raw, &xcb_randr_id);
+    const xcb_query_extension_reply_t* xinput = xcb_get_extension_data(raw, &xcb_input_id);
 
     // DAMAGE and XFIXES must be told which version the client speaks before they answer anything.
     xcb_shm_query_version_cookie_t shmCookie {};
@@ -95,11 +98,13 @@ std::unique_ptr<XcbConnection> XcbConnection::open(QString* error)
     xcb_xfixes_query_version_cookie_t xfixesCookie {};
     xcb_composite_query_version_cookie_t compositeCookie {};
     xcb_randr_query_version_cookie_t randrCookie {};
+    xcb_input_xi_query_version_cookie_t xinputCookie {};
     if (shm && shm->present) shmCookie = xcb_shm_query_version(raw);
     if (xfixes && xfixes->present) xfixesCookie = xcb_xfixes_query_version(raw, 5, 0);
     if (damage && damage->present) damageCookie = xcb_damage_query_version(raw, 1, 1);
     if (composite && composite->present) compositeCookie = xcb_composite_query_version(raw, 0, 4);
     if (randr && randr->present) randrCookie = xcb_randr_query_version(raw, 1, 5);
+    if (xinput && xinput->present) xinputCookie = xcb_input_xi_query_version(raw, 2, 0);
 
     for (int i = 0; i < AtomCount; ++i) {
         XcbReply<xcb_intern_atom_reply_t> reply(xcb_intern_atom_reply(raw, atomCookies[i], nullptr));
@@ -127,6 +132,11 @@ std::unique_ptr<XcbConnection> XcbConnection::open(QString* error)
     if (randr && randr->present) {
         XcbReply<xcb_randr_query_version_reply_t> r(xcb_randr_query_version_reply(raw, randrCookie, nullptr));
         ext.randrMonitors = r && (r->major_version > 1 || r->minor_version >= 5);
+    }
+    if (xinput && xinput->present) {
+        XcbReply<xcb_input_xi_query_version_reply_t> r(xcb_input_xi_query_version_reply(raw, xinputCookie, nullptr));
+        ext.xinput2 = r && r->major_version >= 2;
+        ext.xinputOpcode = xinput->major_opcode;
     }
     return c;
 }

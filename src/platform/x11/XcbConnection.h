@@ -43,6 +43,8 @@ public:
         uint8_t xfixesFirstEvent = 0;
         bool composite = false; // 0.2 or later, which can name a window's pixmap
         bool randrMonitors = false; // RandR 1.5 or later
+        bool xinput2 = false; // XInput 2.0 or later, for raw pointer motion
+        uint8_t xinputOpcode = 0;
     };
 
     // Null with the reason in *error when the display can't be opened.
