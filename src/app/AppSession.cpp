@@ -54,6 +54,8 @@ bool AppSession::start(QString* error)
     hotkeys->followSettings(settings.get());
 
     if (options.headless) {
+        // Nothing shows the preview.
+        controller->engine()->setPreviewEnabled(false);
         static QTextStream out(stdout);
         echoEventsTo(out);
     }

@@ -228,6 +228,7 @@ void CaptureEngine::handleFrame(const VideoFrame& frame)
 {
     if (SegmentedRecorder* r = recorderLink.data()) r->ingest(frame);
     if (frameSink) frameSink(frame);
+    if (!previewEnabled) return;
 
     const int64_t now = clock();
     if (lastPreviewAt && now - *lastPreviewAt < previewIntervalNs) return;

@@ -106,6 +106,10 @@ public:
     // Every complete frame: to the recorder first, then to frameSink, then perhaps a preview.
     void handleFrame(const VideoFrame& frame);
 
+    // Whether previews are made at all; on by default. Scaling a large frame down is most of the
+    // engine's own work, so a session that shows no picture (headless) turns them off.
+    void setPreviewEnabled(bool enabled) { previewEnabled = enabled; }
+
     // The stream settings that startStream asks for: sizes even and at least 2, fps at least 1.
     static StreamConfiguration makeConfiguration(int width, int height, int fps, bool showCursor, bool captureAudio);
     // The filter of a source. A region is its display's filter with the rectangle as sourceRect.
@@ -157,6 +161,7 @@ private:
     int height = 1080;
     QPointer<SegmentedRecorder> recorderLink;
     std::optional<int64_t> lastPreviewAt;
+    bool previewEnabled = true;
 
     std::shared_ptr<AudioRoute> audioRoute = std::make_shared<AudioRoute>();
     std::shared_ptr<StreamOutput> streamOutput;

@@ -27,22 +27,23 @@ QRect FrameScaler::fitRect(QSize source, QSize output)
     return QRect(x, y, width, height);
 }
 
-QImage FrameScaler::fit(const uchar* pixels, int stride, QSize source, QSize output)
+QImage FrameScaler::fit(const QImage& picture, QSize output)
 {
-    if (source.isEmpty() || output.isEmpty() || !pixels) return {};
+    const QSize source = picture.size();
+    if (source.isEmpty() || output.isEmpty()) return {};
+    if (source == output) return picture;
     QImage image(output, QImage::Format_RGB32);
     if (image.isNull()) return {};
     const QRect target = fitRect(source, output);
     if (target.size() != output) image.fill(Qt::black);
+    const uchar* pixels = picture.constBits();
+    const int stride = int(picture.bytesPerLine());
 
     if (target.size() == source) {
-        // Same size: a copy that also makes the padding byte opaque, which the X server leaves as 0.
-        for (int y = 0; y < source.height(); ++y) {
-            const auto* from = reinterpret_cast<const uint32_t*>(pixels + size_t(y) * stride);
-            auto* to = reinterpret_cast<uint32_t*>(image.scanLine(target.y() + y)) + target.x();
-            for (int x = 0; x < source.width(); ++x)
-                to[x] = from[x] | 0xff000000u;
-        }
+        // Only bars to add: a copy into the middle.
+        for (int y = 0; y < source.height(); ++y)
+            std::memcpy(image.scanLine(target.y() + y) + size_t(target.x()) * 4, pixels + size_t(y) * stride,
+                size_t(source.width()) * 4);
         return image;
     }
 

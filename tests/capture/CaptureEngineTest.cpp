@@ -317,6 +317,13 @@ TEST(CaptureEngine, PreviewThrottleAndSize)
     engine.handleFrame(VideoFrame { QImage(), MediaTime::fromNanoseconds(5) });
     EXPECT_EQ(previews, 5);
     EXPECT_EQ(engine.latestPreview().size(), QSize(300, 500));
+
+    // With previews off frames still go on, and no preview is made.
+    engine.setPreviewEnabled(false);
+    now += 100'000'000;
+    engine.handleFrame(frame(64, 36));
+    EXPECT_EQ(previews, 5);
+    EXPECT_EQ(delivered, 8);
 }
 
 TEST(CaptureEngine, FramesHopToTheMainThreadWithABoundedQueue)

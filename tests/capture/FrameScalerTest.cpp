@@ -44,14 +44,20 @@ TEST(FrameScaler, ScalesIntoTheOutputWithBlackBarsAndOpaqueAlpha)
     FrameScaler scaler;
     const QImage source = serverPicture(400, 200);
 
-    // Same size: a straight copy, alpha made opaque.
-    QImage same = scaler.fit(source.constBits(), int(source.bytesPerLine()), source.size(), QSize(400, 200));
-    ASSERT_EQ(same.size(), QSize(400, 200));
+    // Same size: the picture itself, not a copy; it still reads as opaque.
+    QImage same = scaler.fit(source, QSize(400, 200));
+    EXPECT_EQ(same.constBits(), source.constBits());
     EXPECT_EQ(same.pixel(10, 10), 0xffff0000u);
     EXPECT_EQ(same.pixel(390, 190), 0xff0000ffu);
 
+    // Same size as the target but not the output: bars on both sides, the picture in the middle.
+    QImage barred = scaler.fit(source, QSize(400, 300));
+    expectColour(barred, 200, 20, qRgb(0, 0, 0));
+    expectColour(barred, 10, 150, qRgb(255, 0, 0));
+    expectColour(barred, 390, 150, qRgb(0, 0, 255));
+
     // Half size into a square: 200x100 in the middle, black above and below.
-    QImage square = scaler.fit(source.constBits(), int(source.bytesPerLine()), source.size(), QSize(200, 200));
+    QImage square = scaler.fit(source, QSize(200, 200));
     ASSERT_EQ(square.size(), QSize(200, 200));
     expectColour(square, 100, 10, qRgb(0, 0, 0));
     expectColour(square, 100, 190, qRgb(0, 0, 0));
@@ -60,10 +66,10 @@ TEST(FrameScaler, ScalesIntoTheOutputWithBlackBarsAndOpaqueAlpha)
     EXPECT_EQ(qAlpha(square.pixel(40, 100)), 255);
 
     // Up, and with another size than before (the scaling context is made again).
-    QImage larger = scaler.fit(source.constBits(), int(source.bytesPerLine()), source.size(), QSize(800, 400));
+    QImage larger = scaler.fit(source, QSize(800, 400));
     expectColour(larger, 100, 200, qRgb(255, 0, 0));
     expectColour(larger, 700, 200, qRgb(0, 0, 255));
     EXPECT_EQ(qAlpha(larger.pixel(700, 200)), 255);
 
-    EXPECT_TRUE(scaler.fit(source.constBits(), int(source.bytesPerLine()), QSize(), QSize(10, 10)).isNull());
+    EXPECT_TRUE(scaler.fit(QImage(), QSize(10, 10)).isNull());
 }

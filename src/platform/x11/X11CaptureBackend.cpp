@@ -19,14 +19,14 @@ namespace {
 // two, few enough that nothing lives off screen for long without need.
 constexpr size_t redirectedWindowLimit = 4;
 
-// 32-bit pixels of a grab as an opaque image of their own.
-QImage opaqueCopy(const XcbImageGrabber::Pixels& pixels)
+// A grab as an opaque image of its own (the server leaves the fourth byte as it likes).
+QImage opaqueCopy(const QImage& pixels)
 {
-    QImage image(pixels.size, QImage::Format_RGB32);
-    for (int y = 0; y < pixels.size.height(); ++y) {
-        const auto* from = reinterpret_cast<const uint32_t*>(pixels.data + size_t(y) * pixels.stride);
+    QImage image(pixels.size(), QImage::Format_RGB32);
+    for (int y = 0; y < pixels.height(); ++y) {
+        const auto* from = reinterpret_cast<const uint32_t*>(pixels.constScanLine(y));
         auto* to = reinterpret_cast<uint32_t*>(image.scanLine(y));
-        for (int x = 0; x < pixels.size.width(); ++x)
+        for (int x = 0; x < pixels.width(); ++x)
             to[x] = from[x] | 0xff000000u;
     }
     return image;
@@ -165,7 +165,7 @@ std::optional<QImage> X11CaptureBackend::grabRect(const QRectF& globalRect)
     if (!onScreen.isEmpty()) {
         // Single grabs are small and rare: the socket path is enough.
         XcbImageGrabber grabber(connection->get(), false);
-        std::optional<XcbImageGrabber::Pixels> pixels = grabber.grab(connection->root(), onScreen);
+        std::optional<QImage> pixels = grabber.grab(connection->root(), onScreen);
         drainLocked();
         if (!pixels) return std::nullopt;
         QPainter painter(&image);
@@ -222,7 +222,7 @@ std::optional<QImage> X11CaptureBackend::grabWindowRect(uint32_t windowID, const
             return std::nullopt;
         }
         XcbImageGrabber grabber(c, false);
-        std::optional<XcbImageGrabber::Pixels> pixels = grabber.grab(pixmap, inside.translated(-windowRect.topLeft()));
+        std::optional<QImage> pixels = grabber.grab(pixmap, inside.translated(-windowRect.topLeft()));
         if (pixels) {
             QPainter painter(&image);
             painter.drawImage(inside.topLeft() - wanted.topLeft(), opaqueCopy(*pixels));

@@ -224,10 +224,13 @@ void X11CaptureStream::look()
         damagePending = false;
         changed = damageInsideArea() || changed;
     }
-    if (configuration.showsCursor) {
+    // The pointer is asked only when it may have moved: one round trip less per frame.
+    const auto now = std::chrono::steady_clock::now();
+    if (configuration.showsCursor
+        && (pointerMoved || cursorStale || forceFrame || !watchesMotion || now >= lastPointerCheck + pointerCheckInterval)) {
         bool moved = false;
         pointerMoved = false;
-        lastPointerCheck = std::chrono::steady_clock::now();
+        lastPointerCheck = now;
         refreshCursor(&moved);
         changed = changed || moved;
     }
@@ -276,6 +279,12 @@ bool X11CaptureStream::readEvents(QString* error)
 bool X11CaptureStream::damageInsideArea()
 {
     xcb_connection_t* c = connection->get();
+    // A whole window, or the whole screen: any damage is inside, and no region need be fetched.
+    const QRect screenRect(0, 0, connection->screen().width_in_pixels, connection->screen().height_in_pixels);
+    if (windowMode || area == screenRect) {
+        xcb_damage_subtract(c, damage, XCB_NONE, XCB_NONE);
+        return true;
+    }
     // Taking the damage away re-arms the report, so a change after this grab makes a new frame.
     xcb_damage_subtract(c, damage, XCB_NONE, damagedRegion);
     XcbReply<xcb_xfixes_fetch_region_reply_t> region(
@@ -313,19 +322,20 @@ void X11CaptureStream::deliver()
 {
     if (windowMode && windowPixmap == XCB_NONE) return;
     const int64_t grabbedAt = monotonicNanoseconds();
-    std::optional<XcbImageGrabber::Pixels> pixels = grabber->grab(windowMode ? windowPixmap : connection->root(), area);
-    if (!pixels) return;
+    // With MIT-SHM the picture is a view on shared memory of its own: the cursor is drawn straight
+    // into it, and at the output size it goes on without a copy.
+    std::optional<QImage> picture = grabber->grab(windowMode ? windowPixmap : connection->root(), area);
+    if (!picture) return;
     forceFrame = false;
     cursorShownLastFrame = false;
     if (configuration.showsCursor && cursor.hasImage()) {
         const QRect placed = cursor.placement(pointer);
-        if (placed.intersects(QRect(QPoint(0, 0), pixels->size))) {
-            cursor.paint(pixels->data, pixels->stride, pixels->size, placed.topLeft());
+        if (placed.intersects(picture->rect())) {
+            cursor.paint(picture->bits(), int(picture->bytesPerLine()), picture->size(), placed.topLeft());
             cursorShownLastFrame = true;
         }
     }
-    QImage image
-        = scaler.fit(pixels->data, pixels->stride, pixels->size, QSize(configuration.width, configuration.height));
+    QImage image = scaler.fit(*picture, QSize(configuration.width, configuration.height));
     if (image.isNull()) return;
     output->didOutputFrame(VideoFrame { image, MediaTime::fromNanoseconds(grabbedAt) });
 }

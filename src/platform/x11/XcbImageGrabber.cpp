@@ -1,84 +1,155 @@
 #include "platform/x11/XcbImageGrabber.h"
 
+#include <algorithm>
 #include <cstdlib>
+#include <mutex>
 #include <sys/ipc.h>
 #include <sys/shm.h>
+#include <vector>
 
-XcbImageGrabber::XcbImageGrabber(xcb_connection_t* connection, bool useShm)
+struct XcbImageGrabber::Segment {
+    xcb_shm_seg_t id = 0;
+    uchar* address = nullptr;
+    size_t bytes = 0;
+    std::shared_ptr<Pool> pool;
+};
+
+// Shared by the grabber and every image that is out: images may outlive the grabber.
+struct XcbImageGrabber::Pool {
+    std::mutex mutex;
+    xcb_connection_t* connection = nullptr; // guarded by mutex; null once the grabber has gone
+    std::vector<Segment*> all; // guarded by mutex; while the grabber lives
+    std::vector<Segment*> idle; // guarded by mutex
+};
+
+namespace {
+
+void unmap(uchar* address)
+{
+    if (address) shmdt(address);
+}
+
+} // namespace
+
+XcbImageGrabber::XcbImageGrabber(xcb_connection_t* connection, bool useShm, int segmentLimit)
     : connection(connection)
     , shmWanted(useShm)
+    , segmentLimit(segmentLimit)
+    , pool(std::make_shared<Pool>())
 {
+    pool->connection = connection;
 }
 
 XcbImageGrabber::~XcbImageGrabber()
 {
-    releaseSegment();
-}
-
-void XcbImageGrabber::releaseSegment()
-{
-    if (segment) xcb_shm_detach(connection, segment);
-    if (mapped) shmdt(mapped);
-    segment = 0;
-    mapped = nullptr;
-    mappedBytes = 0;
-}
-
-bool XcbImageGrabber::ensureSegment(size_t bytes)
-{
-    if (!shmWanted) return false;
-    if (segment && mappedBytes >= bytes) return true;
-    releaseSegment();
-    const int id = shmget(IPC_PRIVATE, bytes, IPC_CREAT | 0600);
-    if (id < 0) {
-        shmWanted = false;
-        return false;
+    std::lock_guard lock(pool->mutex);
+    // The server lets go of every segment now; the memory of those still held by images goes
+    // when the last of them is released.
+    for (Segment* s : pool->all)
+        xcb_shm_detach(connection, s->id);
+    for (Segment* s : pool->idle) {
+        unmap(s->address);
+        delete s;
     }
+    pool->idle.clear();
+    pool->all.clear();
+    pool->connection = nullptr;
+}
+
+XcbImageGrabber::Segment* XcbImageGrabber::makeSegment(size_t bytes)
+{
+    const int id = shmget(IPC_PRIVATE, bytes, IPC_CREAT | 0600);
+    if (id < 0) return nullptr;
     void* address = shmat(id, nullptr, 0);
-    // Marked for removal at once: the segment goes when the last of us and the server detaches,
-    // even if this process dies.
     if (address == reinterpret_cast<void*>(-1)) {
         shmctl(id, IPC_RMID, nullptr);
-        shmWanted = false;
-        return false;
+        return nullptr;
     }
     const xcb_shm_seg_t seg = xcb_generate_id(connection);
-    xcb_generic_error_t* error = xcb_request_check(connection, xcb_shm_attach_checked(connection, seg, id, 0));
+    XcbReply<xcb_generic_error_t> error(xcb_request_check(connection, xcb_shm_attach_checked(connection, seg, id, 0)));
+    // Marked for removal at once: it goes when the last of us and the server detaches, even if
+    // this process dies.
     shmctl(id, IPC_RMID, nullptr);
     if (error) {
-        // A server in another IPC namespace (a container, a remote display) cannot map it.
-        std::free(error);
-        shmdt(address);
-        shmWanted = false;
-        return false;
+        unmap(static_cast<uchar*>(address));
+        return nullptr;
     }
-    segment = seg;
-    mapped = static_cast<uchar*>(address);
-    mappedBytes = bytes;
-    return true;
+    auto* segment = new Segment { seg, static_cast<uchar*>(address), bytes, pool };
+    pool->all.push_back(segment);
+    return segment;
 }
 
-std::optional<XcbImageGrabber::Pixels> XcbImageGrabber::grab(xcb_drawable_t drawable, const QRect& rect)
+XcbImageGrabber::Segment* XcbImageGrabber::takeSegment(size_t bytes)
+{
+    std::lock_guard lock(pool->mutex);
+    while (!pool->idle.empty()) {
+        Segment* s = pool->idle.back();
+        pool->idle.pop_back();
+        if (s->bytes >= bytes) return s;
+        // Too small after a resize: let it go.
+        xcb_shm_detach(connection, s->id);
+        pool->all.erase(std::find(pool->all.begin(), pool->all.end(), s));
+        unmap(s->address);
+        delete s;
+    }
+    if (int(pool->all.size()) >= segmentLimit) return nullptr;
+    Segment* s = makeSegment(bytes);
+    // A server that cannot map our memory never will: no more tries.
+    if (!s && pool->all.empty()) shmWanted = false;
+    return s;
+}
+
+void XcbImageGrabber::returnSegment(void* raw)
+{
+    auto* segment = static_cast<Segment*>(raw);
+    std::shared_ptr<Pool> pool = segment->pool;
+    std::lock_guard lock(pool->mutex);
+    if (pool->connection) {
+        pool->idle.push_back(segment);
+        return;
+    }
+    unmap(segment->address);
+    segment->pool.reset();
+    delete segment;
+}
+
+std::optional<QImage> XcbImageGrabber::grab(xcb_drawable_t drawable, const QRect& rect)
 {
     if (rect.isEmpty()) return std::nullopt;
     const size_t bytes = size_t(rect.width()) * size_t(rect.height()) * 4;
-    if (ensureSegment(bytes)) {
-        xcb_generic_error_t* error = nullptr;
-        XcbReply<xcb_shm_get_image_reply_t> reply(xcb_shm_get_image_reply(connection,
-            xcb_shm_get_image(connection, drawable, int16_t(rect.x()), int16_t(rect.y()), uint16_t(rect.width()),
-                uint16_t(rect.height()), ~0u, XCB_IMAGE_FORMAT_Z_PIXMAP, segment, 0),
-            &error));
-        std::free(error);
-        if (!reply) return std::nullopt;
-        return Pixels { mapped, rect.width() * 4, rect.size(), reply->depth };
+    Segment* segment = shmWanted ? takeSegment(bytes) : nullptr;
+    if (!segment) return grabThroughSocket(drawable, rect);
+
+    XcbReply<xcb_generic_error_t> error;
+    xcb_generic_error_t* rawError = nullptr;
+    XcbReply<xcb_shm_get_image_reply_t> reply(xcb_shm_get_image_reply(connection,
+        xcb_shm_get_image(connection, drawable, int16_t(rect.x()), int16_t(rect.y()), uint16_t(rect.width()),
+            uint16_t(rect.height()), ~0u, XCB_IMAGE_FORMAT_Z_PIXMAP, segment->id, 0),
+        &rawError));
+    error.reset(rawError);
+    if (!reply) {
+        returnSegment(segment);
+        return std::nullopt;
     }
-    xcb_generic_error_t* error = nullptr;
-    XcbReply<xcb_get_image_reply_t> reply(xcb_get_image_reply(connection,
+    return QImage(segment->address, rect.width(), rect.height(), rect.width() * 4, QImage::Format_RGB32,
+        &XcbImageGrabber::returnSegment, segment);
+}
+
+std::optional<QImage> XcbImageGrabber::grabThroughSocket(xcb_drawable_t drawable, const QRect& rect)
+{
+    xcb_generic_error_t* rawError = nullptr;
+    xcb_get_image_reply_t* reply = xcb_get_image_reply(connection,
         xcb_get_image(connection, XCB_IMAGE_FORMAT_Z_PIXMAP, drawable, int16_t(rect.x()), int16_t(rect.y()),
             uint16_t(rect.width()), uint16_t(rect.height()), ~0u),
-        &error));
-    std::free(error);
-    if (!reply || size_t(xcb_get_image_data_length(reply.get())) < bytes) return std::nullopt;
-    lastReply = std::move(reply);
-    return Pixels { xcb_get_image_data(lastReply.get()), rect.width() * 4, rect.size(), lastReply->depth };
+        &rawError);
+    XcbReply<xcb_generic_error_t> error(rawError);
+    if (!reply) return std::nullopt;
+    if (size_t(xcb_get_image_data_length(reply)) < size_t(rect.width()) * size_t(rect.height()) * 4) {
+        std::free(reply);
+        return std::nullopt;
+    }
+    // The image keeps the reply and frees it with its last copy.
+    return QImage(
+        xcb_get_image_data(reply), rect.width(), rect.height(), rect.width() * 4, QImage::Format_RGB32,
+        [](void* r) { std::free(r); }, reply);
 }

@@ -2,48 +2,49 @@
 
 #include "platform/x11/XcbConnection.h"
 
+#include <QImage>
 #include <QRect>
-#include <QString>
 
 #include <xcb/shm.h>
 #include <xcb/xcb.h>
 
-#include <cstddef>
-#include <cstdint>
+#include <memory>
 #include <optional>
 
 // Reads rectangles of a drawable (the root window, or a window's composite pixmap) as 32-bit
-// pixels. Through a MIT-SHM segment when the server can map ours (no copy through the socket),
-// otherwise through plain GetImage. Used by one thread at a time.
+// pixels, QImage::Format_RGB32 (the fourth byte is whatever the server leaves there).
+//
+// With MIT-SHM the server writes straight into shared segments of ours, and the image handed out is
+// a view on its segment: no copy is made in this process. The segment goes back to a small pool
+// when the last copy of the image is gone, on whatever thread that happens, and is used again.
+// Without MIT-SHM (a server in another IPC namespace, a remote display), or when every pooled
+// segment is still held, the pixels come through the socket instead.
+//
+// grab() is used by one thread at a time; images may travel anywhere.
 class XcbImageGrabber {
 public:
-    // The pixels of one grab; valid until the next grab or the grabber's end.
-    struct Pixels {
-        uchar* data = nullptr;
-        int stride = 0;
-        QSize size;
-        uint8_t depth = 0;
-    };
-
     // The connection must outlive the grabber. `useShm` false forces the socket path.
-    XcbImageGrabber(xcb_connection_t* connection, bool useShm);
+    XcbImageGrabber(xcb_connection_t* connection, bool useShm, int segmentLimit = 12);
     ~XcbImageGrabber();
     XcbImageGrabber(const XcbImageGrabber&) = delete;
     XcbImageGrabber& operator=(const XcbImageGrabber&) = delete;
 
     // Blocking. None if the server refused (a drawable that is gone, a rectangle outside it).
-    std::optional<Pixels> grab(xcb_drawable_t drawable, const QRect& rect);
-    bool usesShm() const { return segment != 0; }
+    // The image is the caller's alone: drawing into it changes no other grab.
+    std::optional<QImage> grab(xcb_drawable_t drawable, const QRect& rect);
+    bool usesShm() const { return shmWanted; }
 
 private:
-    bool ensureSegment(size_t bytes);
-    void releaseSegment();
+    struct Pool;
+    struct Segment;
+
+    Segment* takeSegment(size_t bytes);
+    Segment* makeSegment(size_t bytes);
+    static void returnSegment(void* segment);
+    std::optional<QImage> grabThroughSocket(xcb_drawable_t drawable, const QRect& rect);
 
     xcb_connection_t* connection;
     bool shmWanted;
-    xcb_shm_seg_t segment = 0;
-    uchar* mapped = nullptr;
-    size_t mappedBytes = 0;
-    // The socket path keeps its last reply alive here.
-    XcbReply<xcb_get_image_reply_t> lastReply;
+    int segmentLimit;
+    std::shared_ptr<Pool> pool;
 };
