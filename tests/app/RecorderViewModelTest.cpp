@@ -101,6 +101,15 @@ protected:
         settings->setSaveFolderPath(dir.filePath(QStringLiteral("clips")));
     }
 
+    // What the area picker answers, when the test gives one; nullopt inside means "cancelled".
+    std::optional<std::optional<QRectF>> pickerAnswer;
+
+    struct ScriptedPicker : AreaPicker {
+        std::optional<std::optional<QRectF>>* answer;
+        explicit ScriptedPicker(std::optional<std::optional<QRectF>>* a) : answer(a) { }
+        void pick(Completion completion) override { completion(answer->value_or(std::nullopt)); }
+    };
+
     void make()
     {
         auto scheduler = std::make_unique<ManualTaskScheduler>();
@@ -108,6 +117,7 @@ protected:
         RecorderViewModel::Platform platform;
         platform.screen = screen;
         platform.scheduler = std::move(scheduler);
+        if (pickerAnswer) platform.areaPicker = std::make_unique<ScriptedPicker>(&pickerAnswer);
         vm = std::make_unique<RecorderViewModel>(settings.get(), std::move(platform));
     }
 
@@ -363,11 +373,19 @@ TEST_F(RecorderViewModelTest, ArmingWithoutAnAreaOrAPictureSaysWhy)
 
 TEST_F(RecorderViewModelTest, APickedRegionBecomesTheSourceOfTheDisplayUnderItsMiddle)
 {
+    pickerAnswer = std::optional<QRectF>(); // the user cancels first
     make();
     startUp();
+    const auto started = vm->engine()->selectedSource();
     const int before = screen->streamsStarted;
+    vm->pickRecordingRegion();
+    EXPECT_EQ(vm->engine()->selectedSource(), started);
+    EXPECT_EQ(screen->streamsStarted, before);
+    EXPECT_FALSE(vm->toast());
+
     // Drawn across both displays, its middle on the second: local to it, reaching beyond its left edge.
-    vm->useRecordingRegion(QRectF(1900, 100, 101, 51));
+    pickerAnswer = std::optional<QRectF>(QRectF(1900, 100, 101, 51));
+    vm->pickRecordingRegion();
     ASSERT_TRUE(vm->engine()->selectedSource());
     const CaptureSource& source = *vm->engine()->selectedSource();
     EXPECT_EQ(source.kind(), CaptureSource::Kind::region);
