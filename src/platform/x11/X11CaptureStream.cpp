@@ -1,6 +1,7 @@
 #include "platform/x11/X11CaptureStream.h"
 
 #include "core/MediaTime.h"
+#include "platform/x11/XInputSelection.h"
 
 #include <xcb/composite.h>
 #include <xcb/xinput.h>
@@ -108,17 +109,7 @@ QString X11CaptureStream::setUp(const ContentFilter& filter)
     if (configuration.showsCursor) {
         xcb_xfixes_select_cursor_input(c, connection->root(), XCB_XFIXES_CURSOR_NOTIFY_MASK_DISPLAY_CURSOR);
         // Raw motion on the root window reports every pointer move, whoever has the focus.
-        if (ext.xinput2) {
-            struct {
-                xcb_input_event_mask_t head;
-                uint32_t mask;
-            } selection {};
-            selection.head.deviceid = XCB_INPUT_DEVICE_ALL_MASTER;
-            selection.head.mask_len = 1;
-            selection.mask = XCB_INPUT_XI_EVENT_MASK_RAW_MOTION;
-            watchesMotion
-                = !requestFailed(c, xcb_input_xi_select_events_checked(c, connection->root(), 1, &selection.head));
-        }
+        if (ext.xinput2) watchesMotion = selectXInputEvents(c, connection->root(), XCB_INPUT_XI_EVENT_MASK_RAW_MOTION);
     }
     grabber = std::make_unique<XcbImageGrabber>(c, ext.shm);
     xcb_flush(c);

@@ -2,6 +2,7 @@
 
 #include "core/Log.h"
 #include "platform/x11/XInputModifierState.h"
+#include "platform/x11/XInputSelection.h"
 
 #include <QSocketNotifier>
 
@@ -119,16 +120,9 @@ std::unique_ptr<X11HotkeyMonitor> X11HotkeyMonitor::create(const QString& displa
     connection->xinputOpcode = extension->major_opcode;
     if (!connection->loadKeyboardMapping()) return nullptr;
 
-    struct {
-        xcb_input_event_mask_t head;
-        uint32_t mask;
-    } selection {};
-    selection.head.deviceid = XCB_INPUT_DEVICE_ALL_MASTER;
-    selection.head.mask_len = 1;
-    selection.mask = XCB_INPUT_XI_EVENT_MASK_RAW_KEY_PRESS | XCB_INPUT_XI_EVENT_MASK_RAW_KEY_RELEASE;
-    XcbPtr<xcb_generic_error_t> error(xcb_request_check(connection->xcb.get(),
-        xcb_input_xi_select_events_checked(connection->xcb.get(), connection->root, 1, &selection.head)));
-    if (error) return nullptr;
+    if (!selectXInputEvents(connection->xcb.get(), connection->root,
+            XCB_INPUT_XI_EVENT_MASK_RAW_KEY_PRESS | XCB_INPUT_XI_EVENT_MASK_RAW_KEY_RELEASE))
+        return nullptr;
     // Modifiers already held when the monitor starts count too.
     if (!connection->loadPressedKeys()) return nullptr;
 
