@@ -6,6 +6,8 @@
 #include "monitor/AreaMonitorActions.h"
 #include "recorder/SegmentedRecorder.h"
 
+#include <cmath>
+
 using ControlProtocol::Reply;
 
 ControlProtocol::Reply ControlCommands::handle(const QStringList& command)
@@ -44,12 +46,12 @@ ControlProtocol::Reply ControlCommands::handle(const QStringList& command)
     }
     if (name == QStringLiteral("area")) {
         QList<double> n;
-        for (int i = 1; i < command.size(); ++i) {
-            bool ok = false;
-            n.append(command[i].toDouble(&ok));
-            if (!ok) n.clear();
+        bool valid = command.size() == 5;
+        for (int i = 1; valid && i < command.size(); ++i) {
+            n.append(command[i].toDouble(&valid));
+            valid = valid && std::isfinite(n.back());
         }
-        if (n.size() != 4 || !(n[2] > 0) || !(n[3] > 0))
+        if (!valid || !(n[2] > 0) || !(n[3] > 0))
             return Reply::failure(QStringLiteral("'area' takes four numbers X Y W H, with W and H above 0"));
         const QString text = viewModel.watchArea(QRectF(n[0], n[1], n[2], n[3]));
         const bool captured = text != AreaMonitorActions::armFailureMessage(AreaMonitor::ArmFailure::captureFailed);

@@ -1,4 +1,5 @@
 #include "app/AppSettings.h"
+#include "app/ControlCommands.h"
 #include "app/RecorderViewModel.h"
 #include "capture/CaptureBackend.h"
 #include "capture/CaptureEngine.h"
@@ -399,4 +400,24 @@ TEST_F(RecorderViewModelTest, APickedRegionBecomesTheSourceOfTheDisplayUnderItsM
     EXPECT_EQ(vm->toast(), QStringLiteral("Couldn't identify the display for that region."));
     EXPECT_EQ(vm->engine()->selectedSource()->capturedDisplay().displayID, 2u);
     EXPECT_EQ(screen->streamsStarted, before + 1);
+}
+
+TEST_F(RecorderViewModelTest, ControlCommandsRefuseWhatTheyCannotDo)
+{
+    make();
+    ControlCommands commands(*vm);
+    const auto reply = [&](const QStringList& command) { return commands.handle(command); };
+    EXPECT_EQ(reply({ "status" }).text, QStringLiteral("idle (no source selected)"));
+    EXPECT_FALSE(reply({ "rewind" }).ok);
+    for (const QStringList& bad : { QStringList { "area", "1", "2", "3" }, QStringList { "area", "x", "1", "2", "3", "4" },
+             QStringList { "area", "1", "2", "nan", "4" }, QStringList { "area", "1", "inf", "3", "4" },
+             QStringList { "area", "1", "2", "0", "4" } }) {
+        EXPECT_FALSE(reply(bad).ok) << bad.join(u' ').toStdString();
+        EXPECT_FALSE(vm->areaMonitor()->rect());
+    }
+    const auto arm = reply({ "arm" });
+    EXPECT_FALSE(arm.ok);
+    EXPECT_EQ(arm.text, QStringLiteral("Pick an area first."));
+    EXPECT_EQ(reply({ "disarm" }).text, QStringLiteral("not armed"));
+    EXPECT_EQ(reply({ "stop" }).text, QStringLiteral("not recording"));
 }
