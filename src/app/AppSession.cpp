@@ -9,6 +9,7 @@
 #include "app/SourceGeometry.h"
 #include "capture/CaptureEngine.h"
 #include "core/Publisher.h"
+#include "monitor/RegionPicking.h"
 
 #include <QTextStream>
 
@@ -95,14 +96,26 @@ void AppSession::selectRequestedSource()
         for (const CaptureDisplay& d : engine->availableDisplays()) {
             if (d.displayID != region->displayID) continue;
             const QRectF r = region->localPointRect.intersected(QRectF(0, 0, d.width, d.height));
-            chosen = CaptureSource::region(d, r, int(r.width()) & ~1, int(r.height()) & ~1);
+            if (r.isEmpty()) break; // outside the display: no source
+            // X11 points are pixels; sizes even and at least 2, as a drawn region's.
+            chosen = CaptureSource::region(
+                d, r, RegionPicking::evenPixelLength(r.width(), 1.0), RegionPicking::evenPixelLength(r.height(), 1.0));
         }
     } else {
         chosen = controller->findSource(options.source);
     }
     if (!chosen) {
-        std::fprintf(stderr, "velotape: no source matches '%s'; keeping %s\n", qPrintable(options.source),
-            engine->selectedSource() ? "the current one" : "none");
+        // Say what could have been asked for: nobody knows a display's id by heart.
+        QStringList available;
+        for (const CaptureDisplay& d : engine->availableDisplays())
+            available << SourceGeometry::displayDescriptor(d.displayID) + QStringLiteral(" (%1x%2)").arg(d.width).arg(d.height);
+        for (const CaptureWindow& w : engine->availableWindows())
+            if (w.owningApplication && w.title)
+                available << SourceGeometry::windowDescriptor(w.owningApplication->bundleIdentifier, *w.title);
+        std::fprintf(stderr, "velotape: no source matches '%s'; keeping %s. Available: %s\n", qPrintable(options.source),
+            engine->selectedSource() ? "the current one" : "none",
+            available.isEmpty() ? "none" : qPrintable(available.join(QStringLiteral(", "))));
+        if (!engine->isStreaming()) controller->startPreview();
         return;
     }
     engine->setSelectedSource(chosen);
