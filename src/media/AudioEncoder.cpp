@@ -140,22 +140,10 @@ int AudioEncoder::encodeFullFrames(bool includePartial, const PacketSink& sink)
         framePosition += n;
         rc = avcodec_send_frame(codec.get(), frame.get());
         if (rc < 0) return rc;
-        rc = drain(sink);
+        rc = drainEncoder(codec.get(), packet.get(), sink);
         if (rc < 0) return rc;
     }
     return 0;
-}
-
-int AudioEncoder::drain(const PacketSink& sink)
-{
-    for (;;) {
-        int rc = avcodec_receive_packet(codec.get(), packet.get());
-        if (rc == AVERROR(EAGAIN) || rc == AVERROR_EOF) return 0;
-        if (rc < 0) return rc;
-        rc = sink(packet.get());
-        av_packet_unref(packet.get());
-        if (rc < 0) return rc;
-    }
 }
 
 int AudioEncoder::finish(const PacketSink& sink)
@@ -179,5 +167,5 @@ int AudioEncoder::finish(const PacketSink& sink)
     if (rc < 0) return rc;
     rc = avcodec_send_frame(codec.get(), nullptr);
     if (rc < 0) return rc;
-    return drain(sink);
+    return drainEncoder(codec.get(), packet.get(), sink);
 }

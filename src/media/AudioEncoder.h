@@ -20,7 +20,6 @@ public:
 
     // Receives every packet the encoder gives (time base 1/44100); a negative result stops the
     // encoding with that error.
-    using PacketSink = std::function<int(AVPacket* packet)>;
 
     static std::unique_ptr<AudioEncoder> open(QString* error);
     ~AudioEncoder();
@@ -39,7 +38,6 @@ private:
     AudioEncoder() = default;
     int convert(const AudioBuffer& buffer, FramePtr& out);
     int encodeFullFrames(bool includePartial, const PacketSink& sink);
-    int drain(const PacketSink& sink);
 
     CodecContextPtr codec;
     SwrContextPtr resampler;

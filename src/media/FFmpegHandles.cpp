@@ -17,3 +17,15 @@ InputFormatPtr openInput(const QString& path, QString* error)
     }
     return InputFormatPtr(raw);
 }
+
+int drainEncoder(AVCodecContext* codec, AVPacket* packet, const PacketSink& sink)
+{
+    for (;;) {
+        int rc = avcodec_receive_packet(codec, packet);
+        if (rc == AVERROR(EAGAIN) || rc == AVERROR_EOF) return 0;
+        if (rc < 0) return rc;
+        rc = sink(packet);
+        av_packet_unref(packet);
+        if (rc < 0) return rc;
+    }
+}

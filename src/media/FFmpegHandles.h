@@ -14,6 +14,7 @@ extern "C" {
 #include <libswscale/swscale.h>
 }
 
+#include <functional>
 #include <memory>
 
 struct CodecContextDeleter {
@@ -71,3 +72,10 @@ QString avErrorText(int errnum);
 // Opens `path` for demuxing, reading only the container's headers (no probing decode). Null on
 // failure, with the reason in *error when given.
 InputFormatPtr openInput(const QString& path, QString* error = nullptr);
+
+// Where an encoder's packets go; a negative result stops the drain and is passed back.
+using PacketSink = std::function<int(AVPacket* packet)>;
+
+// Hands every packet the encoder has ready to `sink`, reusing `packet`. 0 when the encoder wants
+// more input or has ended, otherwise the first error.
+int drainEncoder(AVCodecContext* codec, AVPacket* packet, const PacketSink& sink);

@@ -151,24 +151,13 @@ int VideoEncoder::send(const QImage& image, int64_t pts, bool forceKeyFrame, con
     input->pict_type = forceKeyFrame ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
     rc = avcodec_send_frame(codec.get(), input);
     if (rc < 0) return rc;
-    return drain(sink);
+    return drainEncoder(codec.get(), packet.get(), sink);
 }
 
 int VideoEncoder::finish(const PacketSink& sink)
 {
     const int rc = avcodec_send_frame(codec.get(), nullptr);
     if (rc < 0) return rc;
-    return drain(sink);
+    return drainEncoder(codec.get(), packet.get(), sink);
 }
 
-int VideoEncoder::drain(const PacketSink& sink)
-{
-    for (;;) {
-        int rc = avcodec_receive_packet(codec.get(), packet.get());
-        if (rc == AVERROR(EAGAIN) || rc == AVERROR_EOF) return 0;
-        if (rc < 0) return rc;
-        rc = sink(packet.get());
-        av_packet_unref(packet.get());
-        if (rc < 0) return rc;
-    }
-}

@@ -15,7 +15,6 @@ class VideoEncoder {
 public:
     // Receives every packet the encoder gives, in the encoder's time base; a negative result stops
     // the encoding with that error.
-    using PacketSink = std::function<int(AVPacket* packet)>;
 
     struct Settings {
         int width = 1920;
@@ -44,7 +43,6 @@ public:
 private:
     VideoEncoder() = default;
     int convert(const QImage& image, AVFrame* target);
-    int drain(const PacketSink& sink);
 
     CodecContextPtr codec;
     BufferRefPtr hwDevice;

@@ -230,7 +230,7 @@ TEST(JournalMetrics, CompassScore)
         clip(TradeOutcome::loss, std::nullopt, "2024-05-01 10:00") };
     EXPECT_FALSE(JournalMetrics(clips, PnLUnit::dollars).compassScore());
 
-    // Five tagged, none with an amount: win part 7.5, sample part 2.5, consistency part 12.5; 22.5
+    // Five tagged, none with an amount: win share 7.5, sample share 2.5, consistency share 12.5; 22.5
     // rounds away from zero.
     clips.append(clip(TradeOutcome::breakeven, std::nullopt, "2024-04-30 10:00"));
     EXPECT_EQ(JournalMetrics(clips, PnLUnit::dollars).compassScore(), 23);
