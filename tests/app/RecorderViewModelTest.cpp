@@ -6,6 +6,7 @@
 #include "journal/ClipJournalStore.h"
 #include "monitor/AreaMonitor.h"
 #include "recorder/SegmentedRecorder.h"
+#include "support/EventLoop.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -68,24 +69,6 @@ public:
     }
     std::optional<QImage> grabWindowRect(uint32_t, const std::optional<QRectF>&) override { return std::nullopt; }
 };
-
-void spinFor(int ms)
-{
-    QElapsedTimer t;
-    t.start();
-    while (t.elapsed() < ms)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
-}
-
-template <typename F>
-bool spinUntil(F condition, int ms = 3000)
-{
-    QElapsedTimer t;
-    t.start();
-    while (!condition() && t.elapsed() < ms)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
-    return condition();
-}
 
 class RecorderViewModelTest : public ::testing::Test {
 protected:

@@ -4,6 +4,8 @@
 #include <QElapsedTimer>
 #include <QTimer>
 
+#include "support/EventLoop.h"
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -33,14 +35,6 @@ private:
     int sizeValue = 1;
     QString nameValue = QStringLiteral("a");
 };
-
-void spinFor(int ms)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (timer.elapsed() < ms)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
-}
 
 } // namespace
 

@@ -80,7 +80,7 @@ TEST(CapturePulse, ToneInTheNullSinkArrivesAsSystemAudioWithIncreasingTimestamps
     engine.startStream(320, 180, 10, false, false, true);
     ASSERT_TRUE(engine.isStreaming()) << engine.errorMessage().value_or(QString()).toStdString();
     ASSERT_EQ(desktop.run(QStringLiteral("paplay"), { QStringLiteral("--device=vsink"), tone }), 0);
-    waitUntil([] { return false; }, 300);
+    spinUntil([] { return false; }, 300);
     engine.stopStream();
     const int64_t stopped = monotonicNanoseconds();
 
@@ -136,7 +136,7 @@ TEST(CapturePulse, ASourceInFloatFormatIsRecordedAsFloat)
     EXPECT_EQ(opened.source->sourceName(), QStringLiteral("vmic"));
     // The harness's sine source makes float samples: the path the system audio test doesn't take.
     ASSERT_TRUE(out.contains(QStringLiteral("vmic\tmodule-sine-source.c\tfloat32le"))) << out.toStdString();
-    ASSERT_TRUE(waitUntil([&log] { return log.snapshot().size() > 5; }, 3000));
+    ASSERT_TRUE(spinUntil([&log] { return log.snapshot().size() > 5; }, 3000));
     opened.source->stop();
     const size_t count = log.snapshot().size();
     QThread::msleep(100);

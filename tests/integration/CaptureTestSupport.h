@@ -1,39 +1,25 @@
 #pragma once
 
 #include "capture/CaptureEngine.h"
+#include "support/EventLoop.h"
 
 #include <QColor>
-#include <QCoreApplication>
-#include <QElapsedTimer>
 #include <QImage>
-#include <QThread>
 
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <vector>
 
-// Waiting on the main loop, and looking at captured pixels, for the capture integration tests.
+// Looking at captured pixels, for the capture integration tests.
 namespace CaptureTestSupport {
 
-// Runs the event loop until `condition` holds or `timeoutMs` passed; the condition's last answer.
-inline bool waitUntil(const std::function<bool()>& condition, int timeoutMs)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > timeoutMs) return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-        QThread::msleep(2);
-    }
-    return true;
-}
 
 inline void refresh(CaptureEngine& engine)
 {
     bool done = false;
     engine.refreshAvailableContent([&done] { done = true; });
-    ASSERT_TRUE(waitUntil([&done] { return done; }, 5000));
+    ASSERT_TRUE(spinUntil([&done] { return done; }, 5000));
 }
 
 // Every frame the engine hands on, in order.
@@ -48,7 +34,7 @@ struct FrameLog {
     // Waits for a frame after the first `after` frames that satisfies `test`.
     bool waitFor(size_t after, const std::function<bool(const QImage&)>& test, int timeoutMs = 3000)
     {
-        return waitUntil(
+        return spinUntil(
             [&] {
                 for (size_t i = after; i < frames.size(); ++i)
                     if (test(frames[i].image)) return true;

@@ -67,7 +67,7 @@ TEST(CaptureX11, DisplayAndRegionFramesHoldThePaintedPixelsAtTheRightPlaceAndSca
     const int64_t before = monotonicNanoseconds();
     engine.startStream(320, 180, 30, false, false, false);
     ASSERT_TRUE(engine.isStreaming()) << engine.errorMessage().value_or(QString()).toStdString();
-    ASSERT_TRUE(waitUntil([&] { return log.count() > 0; }, 3000));
+    ASSERT_TRUE(spinUntil([&] { return log.count() > 0; }, 3000));
     QImage image = log.last();
     ASSERT_EQ(image.size(), QSize(320, 180));
     EXPECT_EQ(image.format(), QImage::Format_RGB32);
@@ -86,7 +86,7 @@ TEST(CaptureX11, DisplayAndRegionFramesHoldThePaintedPixelsAtTheRightPlaceAndSca
     // Into a square: the aspect is kept, with black bars above and below.
     size_t seen = log.count();
     engine.startStream(320, 320, 30, false, false, false);
-    ASSERT_TRUE(waitUntil([&] { return log.count() > seen; }, 3000));
+    ASSERT_TRUE(spinUntil([&] { return log.count() > seen; }, 3000));
     image = log.last();
     ASSERT_EQ(image.size(), QSize(320, 320));
     EXPECT_COLOUR(image, 160, 30, black);
@@ -99,7 +99,7 @@ TEST(CaptureX11, DisplayAndRegionFramesHoldThePaintedPixelsAtTheRightPlaceAndSca
     seen = log.count();
     engine.startStream(400, 240, 30, false, false, false);
     ASSERT_TRUE(engine.isStreaming());
-    ASSERT_TRUE(waitUntil([&] { return log.count() > seen; }, 3000));
+    ASSERT_TRUE(spinUntil([&] { return log.count() > seen; }, 3000));
     image = log.last();
     ASSERT_EQ(image.size(), QSize(400, 240));
     EXPECT_COLOUR(image, 240, 120, green); // the square lies at 80..160, 20..100 of the region
@@ -146,7 +146,7 @@ TEST(CaptureX11, DisplaysComeFromRandRMonitorsInTheServersOrder)
         if (display.name == QStringLiteral("right")) engine.setSelectedSource(CaptureSource::display(display));
     EXPECT_EQ(engine.selectedSource()->capturedDisplay().frame, QRect(320, 0, 320, 360));
     engine.startStream(320, 360, 30, false, false, false);
-    ASSERT_TRUE(waitUntil([&] { return log.count() > 0; }, 3000));
+    ASSERT_TRUE(spinUntil([&] { return log.count() > 0; }, 3000));
     EXPECT_COLOUR(log.last(), 10, 300, blue);
     EXPECT_COLOUR(log.last(), 200, 80, green);
 }
@@ -211,7 +211,7 @@ TEST(CaptureX11, WindowCapturedByItselfWhileCoveredAndFollowed)
     QCoreApplication::processEvents();
     seen = log.count();
     client.fill(cover, QRect(0, 0, 340, 240), white);
-    EXPECT_FALSE(waitUntil([&] { return log.count() > seen; }, 300));
+    EXPECT_FALSE(spinUntil([&] { return log.count() > seen; }, 300));
     EXPECT_TRUE(engine.isStreaming());
     EXPECT_FALSE(engine.liveFrame(painter));
 }
@@ -233,11 +233,11 @@ TEST(CaptureX11, StillScreenDeliversNothingUntilSomethingChanges)
     refresh(engine);
     const CaptureDisplay display = engine.availableDisplays().at(0);
     engine.startStream(640, 360, 30, true, false, false);
-    ASSERT_TRUE(waitUntil([&] { return log.count() > 0; }, 3000));
+    ASSERT_TRUE(spinUntil([&] { return log.count() > 0; }, 3000));
     // Let a frame that raced with the start come in, then watch two seconds of nothing.
-    waitUntil([] { return false; }, 200);
+    spinUntil([] { return false; }, 200);
     size_t seen = log.count();
-    EXPECT_FALSE(waitUntil([&] { return log.count() > seen; }, 2000))
+    EXPECT_FALSE(spinUntil([&] { return log.count() > seen; }, 2000))
         << log.count() - seen << " frames of a still screen";
 
     client.fill(w, QRect(100, 100, 50, 50), red);
@@ -249,7 +249,7 @@ TEST(CaptureX11, StillScreenDeliversNothingUntilSomethingChanges)
     ASSERT_EQ(d.desktop.run(QStringLiteral("xdotool"),
                   { QStringLiteral("mousemove"), QStringLiteral("400"), QStringLiteral("200") }),
         0);
-    ASSERT_TRUE(waitUntil([&] { return log.count() > seen; }, 1000));
+    ASSERT_TRUE(spinUntil([&] { return log.count() > seen; }, 1000));
     bool cursorDrawn = false;
     for (int y = 185; y < 215 && !cursorDrawn; ++y)
         for (int x = 385; x < 415 && !cursorDrawn; ++x)
@@ -260,14 +260,14 @@ TEST(CaptureX11, StillScreenDeliversNothingUntilSomethingChanges)
     engine.setSelectedSource(CaptureSource::region(display, QRectF(0, 0, 200, 200), 200, 200));
     engine.startStream(200, 200, 30, false, false, false);
     seen = log.count();
-    ASSERT_TRUE(waitUntil([&] { return log.count() > seen; }, 3000));
-    waitUntil([] { return false; }, 200);
+    ASSERT_TRUE(spinUntil([&] { return log.count() > seen; }, 3000));
+    spinUntil([] { return false; }, 200);
     seen = log.count();
     client.fill(w, QRect(300, 250, 100, 100), blue);
     ASSERT_EQ(d.desktop.run(QStringLiteral("xdotool"),
                   { QStringLiteral("mousemove"), QStringLiteral("50"), QStringLiteral("50") }),
         0);
-    EXPECT_FALSE(waitUntil([&] { return log.count() > seen; }, 500));
+    EXPECT_FALSE(spinUntil([&] { return log.count() > seen; }, 500));
     client.fill(w, QRect(150, 150, 20, 20), blue);
     ASSERT_TRUE(log.waitFor(
         seen, [](const QImage& i) { return near(i, 160, 160, blue); }, 1000));
@@ -336,7 +336,7 @@ TEST(CaptureX11, WindowListFromTheWindowManagersClientList)
     ASSERT_EQ(d.error, QString());
     X11TestClient client;
     const ListedScene scene = makeListScene(client);
-    ASSERT_TRUE(waitUntil([&] { return client.listedByWindowManager(scene.alpha); }, 3000));
+    ASSERT_TRUE(spinUntil([&] { return client.listedByWindowManager(scene.alpha); }, 3000));
 
     CaptureEngine engine(std::make_shared<X11CaptureBackend>());
     refresh(engine);
@@ -351,7 +351,7 @@ TEST(CaptureX11, WindowListFromTheWindowManagersClientList)
     ASSERT_EQ(d.desktop.run(
                   QStringLiteral("xdotool"), { QStringLiteral("windowminimize"), QString::number(scene.betaLarge) }),
         0);
-    ASSERT_TRUE(waitUntil(
+    ASSERT_TRUE(spinUntil(
         [&] {
             refresh(engine);
             return engine.availableWindows().size() == 3 && engine.availableWindows()[1].windowID == scene.betaSmall;

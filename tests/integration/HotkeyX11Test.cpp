@@ -1,5 +1,6 @@
 #include "app/GlobalHotkeys.h"
 #include "platform/x11/X11HotkeyMonitor.h"
+#include "support/EventLoop.h"
 #include "support/TestDesktop.h"
 
 #include <QCoreApplication>
@@ -12,15 +13,6 @@
 #include <functional>
 
 namespace {
-
-bool waitUntil(const std::function<bool()>& condition, int timeoutMs = 3000)
-{
-    QElapsedTimer elapsed;
-    elapsed.start();
-    while (!condition() && elapsed.elapsed() < timeoutMs)
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 20);
-    return condition();
-}
 
 // A program on the test display that reports on stdout; what it said so far is kept.
 struct Client {
@@ -92,7 +84,7 @@ TEST_F(HotkeyX11Test, TheGlobalMonitorObservesWithoutTakingTheKey)
     hotkeys.registerArmHotkey(HotkeyBinding { true, 38, QStringLiteral("a"), HotkeyBinding::controlBit });
 
     key(QStringLiteral("ctrl+shift+r"));
-    EXPECT_TRUE(waitUntil([&] { return saves == 1; }));
+    EXPECT_TRUE(spinUntil([&] { return saves == 1; }));
     // The key went on to the focused program as if nobody had listened.
     EXPECT_TRUE(xev.waitFor(QStringLiteral("keycode 27 (keysym 0x52, R)"))) << xev.said.toStdString();
 
@@ -103,19 +95,19 @@ TEST_F(HotkeyX11Test, TheGlobalMonitorObservesWithoutTakingTheKey)
     key(QStringLiteral("r"));
     key(QStringLiteral("super+r"));
     key(QStringLiteral("ctrl+shift+r"));
-    EXPECT_TRUE(waitUntil([&] { return saves >= 2; }));
+    EXPECT_TRUE(spinUntil([&] { return saves >= 2; }));
     EXPECT_EQ(saves, 2);
     EXPECT_EQ(arms, 0);
 
     key(QStringLiteral("super+a"));
-    EXPECT_TRUE(waitUntil([&] { return arms == 1; }));
+    EXPECT_TRUE(spinUntil([&] { return arms == 1; }));
     EXPECT_EQ(saves, 2);
 
     // Unregistered: nothing hears the key any more.
     hotkeys.unregisterHotkey();
     key(QStringLiteral("ctrl+shift+r"));
     key(QStringLiteral("super+a"));
-    EXPECT_TRUE(waitUntil([&] { return arms == 2; }));
+    EXPECT_TRUE(spinUntil([&] { return arms == 2; }));
     EXPECT_EQ(saves, 2);
 }
 
@@ -138,7 +130,7 @@ TEST_F(HotkeyX11Test, InsideTheApplicationTheLocalMonitorTakesTheKeyOnce)
     ASSERT_EQ(desktop.run(QStringLiteral("xdotool"), { QStringLiteral("type"), QStringLiteral("c") }), 0);
 
     // Ask until every key has been handled: "c" came after the hotkey.
-    const bool typed = waitUntil(
+    const bool typed = spinUntil(
         [&] {
             probe.process.write("text\n");
             return probe.waitFor(QStringLiteral("text:abc"), 200);

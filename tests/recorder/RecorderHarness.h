@@ -1,6 +1,7 @@
 #pragma once
 
 #include "IndexedFrames.h"
+#include "support/EventLoop.h"
 #include "recorder/SegmentWriter.h"
 #include "recorder/SegmentedRecorder.h"
 
@@ -23,18 +24,6 @@ inline std::unique_ptr<SegmentedRecorder> pacedRecorder(
     });
     recorder->configure(width, height, 1.0, bufferSeconds, fps);
     return recorder;
-}
-
-// Lets queued main-thread work (property updates, callbacks) run until `done` or the timeout.
-inline bool spinUntil(const std::function<bool()>& done, int timeoutMs = 20000)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!done()) {
-        if (timer.elapsed() > timeoutMs) return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    }
-    return true;
 }
 
 // The ring has run everything handed to it, and the main thread has seen the results.
