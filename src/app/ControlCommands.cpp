@@ -3,7 +3,6 @@
 #include "app/RecorderViewModel.h"
 #include "capture/CaptureEngine.h"
 #include "monitor/AreaMonitor.h"
-#include "monitor/AreaMonitorActions.h"
 #include "recorder/SegmentedRecorder.h"
 
 #include <cmath>
@@ -35,14 +34,12 @@ ControlProtocol::Reply ControlCommands::handle(const QStringList& command)
     AreaMonitor* monitor = viewModel.areaMonitor();
     if (name == QStringLiteral("arm")) {
         if (monitor->isArmed()) return Reply::success(QStringLiteral("already armed"));
-        viewModel.toggleAreaMonitor();
-        const QString text = viewModel.toast().value_or(QString());
+        const QString text = viewModel.toggleAreaMonitor();
         return monitor->isArmed() ? Reply::success(text) : Reply::failure(text);
     }
     if (name == QStringLiteral("disarm")) {
         if (!monitor->isArmed()) return Reply::success(QStringLiteral("not armed"));
-        viewModel.toggleAreaMonitor();
-        return Reply::success(viewModel.toast().value_or(QString()));
+        return Reply::success(viewModel.toggleAreaMonitor());
     }
     if (name == QStringLiteral("area")) {
         QList<double> n;
@@ -53,9 +50,8 @@ ControlProtocol::Reply ControlCommands::handle(const QStringList& command)
         }
         if (!valid || !(n[2] > 0) || !(n[3] > 0))
             return Reply::failure(QStringLiteral("'area' takes four numbers X Y W H, with W and H above 0"));
-        const QString text = viewModel.watchArea(QRectF(n[0], n[1], n[2], n[3]));
-        const bool captured = text != AreaMonitorActions::armFailureMessage(AreaMonitor::ArmFailure::captureFailed);
-        return captured ? Reply::success(text) : Reply::failure(text);
+        const auto watched = viewModel.watchArea(QRectF(n[0], n[1], n[2], n[3]));
+        return watched.captured ? Reply::success(watched.toast) : Reply::failure(watched.toast);
     }
     return Reply::failure(QStringLiteral("unknown command '%1'").arg(name));
 }

@@ -321,10 +321,11 @@ void RecorderViewModel::monitorReset()
 
 // ---- Area monitor and region picking ----
 
-void RecorderViewModel::toggleAreaMonitor()
+QString RecorderViewModel::toggleAreaMonitor()
 {
     const QString text = AreaMonitorActions::toggle(*monitor);
     if (!text.isEmpty()) showToast(text);
+    return text;
 }
 
 std::optional<AreaMonitorActions::WindowScope> RecorderViewModel::windowScope() const
@@ -339,11 +340,11 @@ void RecorderViewModel::setPickedAreaRect(const QRectF& rect)
     AreaMonitorActions::setPickedAreaRect(*monitor, rect, windowScope());
 }
 
-QString RecorderViewModel::watchArea(const QRectF& rect)
+AreaMonitorActions::WatchResult RecorderViewModel::watchArea(const QRectF& rect)
 {
-    const QString text = AreaMonitorActions::watchArea(*monitor, rect, windowScope());
-    showToast(text);
-    return text;
+    const auto result = AreaMonitorActions::watchArea(*monitor, rect, windowScope());
+    showToast(result.toast);
+    return result;
 }
 
 void RecorderViewModel::pickRecordingRegion()

@@ -88,16 +88,17 @@ public:
     // The stream restart: throw the ring away, stop the stream, start the preview again.
     void restartStream();
 
-    // What the arm hotkey does: disarm an armed monitor, arm a disarmed one, and say so.
-    void toggleAreaMonitor();
+    // What the arm hotkey does: disarm an armed monitor, arm a disarmed one, and say so. Returns
+    // the toast it showed.
+    QString toggleAreaMonitor();
     // Lets the user draw a region with the area picker and makes it the capture source.
     void pickRecordingRegion();
     // Makes a drawn rectangle (global display space) the watched area, tied to the captured window
     // when a window is captured.
     void setPickedAreaRect(const QRectF& rect);
     // What the monitor strip does with a drawn rectangle: setPickedAreaRect, then a new reference.
-    // Shows and returns the toast.
-    QString watchArea(const QRectF& rect);
+    // Shows the toast.
+    AreaMonitorActions::WatchResult watchArea(const QRectF& rect);
     // The capture source for a rectangle drawn in global display space, with the toast that says
     // what became of it; the stream restarts on success. What pickRecordingRegion does with the
     // picker's answer.

@@ -21,10 +21,11 @@ void setPickedAreaRect(AreaMonitor& monitor, const QRectF& rect, const std::opti
     monitor.setRect(std::optional<QRectF>(rect));
 }
 
-QString watchArea(AreaMonitor& monitor, const QRectF& rect, const std::optional<WindowScope>& scope)
+WatchResult watchArea(AreaMonitor& monitor, const QRectF& rect, const std::optional<WindowScope>& scope)
 {
     setPickedAreaRect(monitor, rect, scope);
-    return monitor.captureReference() ? QStringLiteral("Watch area captured") : grabFailedText();
+    if (monitor.captureReference()) return { true, QStringLiteral("Watch area captured") };
+    return { false, grabFailedText() };
 }
 
 QString toggle(AreaMonitor& monitor)

@@ -24,9 +24,14 @@ struct WindowScope {
 // screen rectangle otherwise.
 void setPickedAreaRect(AreaMonitor& monitor, const QRectF& rect, const std::optional<WindowScope>& scope);
 
-// setPickedAreaRect, then a fresh reference; returns the toast: "Watch area captured", or
-// "Couldn't grab that area — check Screen Recording permission."
-QString watchArea(AreaMonitor& monitor, const QRectF& rect, const std::optional<WindowScope>& scope);
+struct WatchResult {
+    bool captured = false;
+    // "Watch area captured", or "Couldn't grab that area — check Screen Recording permission."
+    QString toast;
+};
+
+// setPickedAreaRect, then a fresh reference.
+WatchResult watchArea(AreaMonitor& monitor, const QRectF& rect, const std::optional<WindowScope>& scope);
 
 // Arms a disarmed monitor and disarms an armed one; returns the toast to show.
 QString toggle(AreaMonitor& monitor);

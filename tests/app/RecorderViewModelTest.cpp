@@ -337,11 +337,11 @@ TEST_F(RecorderViewModelTest, AreaMonitorComesBackFromTheSettingsAndDrivesRecord
     EXPECT_EQ(settings->areaMonitorRect(), QRectF(0, 0, 40, 40));
     EXPECT_FALSE(settings->areaReferenceSignature());
     EXPECT_EQ(settings->areaSensitivity(), AreaSensitivity::low);
-    EXPECT_EQ(vm->watchArea(QRectF(0, 0, 40, 40)), QStringLiteral("Watch area captured"));
+    EXPECT_EQ(vm->watchArea(QRectF(0, 0, 40, 40)).toast, QStringLiteral("Watch area captured"));
     ASSERT_TRUE(settings->areaReferenceSignature());
     EXPECT_EQ(settings->areaReferenceSignature()->size(), 256);
     screen->screenPicture.reset();
-    EXPECT_EQ(vm->watchArea(QRectF(5, 5, 40, 40)), QStringLiteral("Couldn't grab that area — check Screen Recording permission."));
+    EXPECT_EQ(vm->watchArea(QRectF(5, 5, 40, 40)).toast, QStringLiteral("Couldn't grab that area — check Screen Recording permission."));
 }
 
 TEST_F(RecorderViewModelTest, ArmingWithoutAnAreaOrAPictureSaysWhy)

@@ -88,8 +88,9 @@ TEST(RegionPicking, PickedAreaIsWindowRelativeOnlyWhenAWindowIsCaptured)
     AreaMonitor monitor(std::move(grabber));
 
     const AreaMonitorActions::WindowScope window { 9, QRectF(100, 100, 500, 500) };
-    EXPECT_EQ(AreaMonitorActions::watchArea(monitor, QRectF(150, 120, 64, 32), window),
-        QStringLiteral("Watch area captured"));
+    const auto watched = AreaMonitorActions::watchArea(monitor, QRectF(150, 120, 64, 32), window);
+    EXPECT_TRUE(watched.captured);
+    EXPECT_EQ(watched.toast, QStringLiteral("Watch area captured"));
     EXPECT_EQ(monitor.scopedWindowID(), 9u);
     EXPECT_EQ(monitor.windowLocalRect(), QRectF(50, 20, 64, 32));
     EXPECT_EQ(monitor.rect(), QRectF(150, 120, 64, 32));
@@ -103,8 +104,9 @@ TEST(RegionPicking, PickedAreaIsWindowRelativeOnlyWhenAWindowIsCaptured)
     EXPECT_TRUE(monitor.referenceSignature());
 
     screen->failing = true;
-    EXPECT_EQ(AreaMonitorActions::watchArea(monitor, QRectF(0, 0, 64, 32), std::nullopt),
-        QStringLiteral("Couldn't grab that area — check Screen Recording permission."));
+    const auto failed = AreaMonitorActions::watchArea(monitor, QRectF(0, 0, 64, 32), std::nullopt);
+    EXPECT_FALSE(failed.captured);
+    EXPECT_EQ(failed.toast, QStringLiteral("Couldn't grab that area — check Screen Recording permission."));
     EXPECT_FALSE(monitor.referenceSignature()) << "a new rectangle dropped the old reference";
 }
 
