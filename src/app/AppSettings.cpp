@@ -210,10 +210,7 @@ void AppSettings::setCameraDeviceID(const std::optional<QString>& value)
 {
     cameraDeviceIDValue = value;
     emit cameraDeviceIDChanged();
-    if (value)
-        write("vt2.camera.deviceID", *value);
-    else
-        remove("vt2.camera.deviceID");
+    writeOrRemove("vt2.camera.deviceID", value);
 }
 
 void AppSettings::setMicrophoneEnabled(bool value)
@@ -227,10 +224,7 @@ void AppSettings::setMicrophoneDeviceID(const std::optional<QString>& value)
 {
     microphoneDeviceIDValue = value;
     emit microphoneDeviceIDChanged();
-    if (value)
-        write("vt2.mic.deviceID", *value);
-    else
-        remove("vt2.mic.deviceID");
+    writeOrRemove("vt2.mic.deviceID", value);
 }
 
 void AppSettings::setSystemAudioEnabled(bool value)
@@ -244,10 +238,8 @@ void AppSettings::setAreaMonitorRect(const std::optional<QRectF>& value)
 {
     areaMonitorRectValue = value;
     emit areaMonitorRectChanged();
-    if (value)
-        write("vt2.areaMonitorRect", QVariantList { value->x(), value->y(), value->width(), value->height() });
-    else
-        remove("vt2.areaMonitorRect");
+    writeOrRemove("vt2.areaMonitorRect",
+        value ? std::optional(QVariantList { value->x(), value->y(), value->width(), value->height() }) : std::nullopt);
 }
 
 void AppSettings::setAreaSensitivity(AreaSensitivity value)
@@ -275,20 +267,14 @@ void AppSettings::setAreaReferenceSignature(const std::optional<QByteArray>& val
 {
     areaReferenceSignatureValue = value;
     emit areaReferenceSignatureChanged();
-    if (value)
-        write("vt2.areaReferenceSignature", *value);
-    else
-        remove("vt2.areaReferenceSignature");
+    writeOrRemove("vt2.areaReferenceSignature", value);
 }
 
 void AppSettings::setSavedSourceDescriptor(const std::optional<QString>& value)
 {
     savedSourceDescriptorValue = value;
     emit savedSourceDescriptorChanged();
-    if (value)
-        write("vt2.savedSourceDescriptor", *value);
-    else
-        remove("vt2.savedSourceDescriptor");
+    writeOrRemove("vt2.savedSourceDescriptor", value);
 }
 
 void AppSettings::setSavedCaptureMode(const QString& value)
@@ -331,8 +317,12 @@ void AppSettings::write(const char* key, const QVariant& value)
     store->sync(); // written at once: a crash never loses an assignment
 }
 
-void AppSettings::remove(const char* key)
+void AppSettings::writeOrRemove(const char* key, const std::optional<QVariant>& value)
 {
+    if (value) {
+        write(key, *value);
+        return;
+    }
     store->remove(QLatin1String(key));
     store->sync();
 }

@@ -7,6 +7,7 @@
 #include <QObject>
 #include <QRectF>
 #include <QString>
+#include <QVariant>
 
 #include <memory>
 #include <optional>
@@ -184,7 +185,13 @@ private:
     void load();
     void applyQualityPreset();
     void write(const char* key, const QVariant& value);
-    void remove(const char* key);
+    // An absent value removes the key.
+    void writeOrRemove(const char* key, const std::optional<QVariant>& value);
+    template <typename T>
+    void writeOrRemove(const char* key, const std::optional<T>& value)
+    {
+        writeOrRemove(key, value ? std::optional(QVariant::fromValue(*value)) : std::nullopt);
+    }
 
     std::unique_ptr<QSettings> store;
 
