@@ -6,12 +6,15 @@
 #include <xcb/composite.h>
 #include <xcb/xinput.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <optional>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -141,6 +144,7 @@ void X11CaptureStream::stop()
         [[maybe_unused]] const auto written = ::write(stopSignal, &one, sizeof one);
         thread.join();
     }
+    if (grabber) abandonPendingFrame();
     if (!connection || connection->isBroken()) return;
     // Disconnecting would free all of this too; saying so keeps the server tidy while we stay
     // connected, and the window unredirected at once.
@@ -163,7 +167,13 @@ void X11CaptureStream::run()
     const auto interval = std::chrono::nanoseconds(frameInterval.isNumeric() && frameInterval.value > 0
             ? frameInterval.value * 1'000'000'000 / frameInterval.timescale
             : 1'000'000'000 / 60);
-    auto lastLook = Clock::now() - interval;
+    // At ten frames a second or more, a grab is asked for at one look and its answer read at the
+    // next: the server copies the pixels while this thread sleeps, and no wake-up waits for it.
+    // The frame reaches the recorder one interval later, with the time it was grabbed at.
+    readsAnswersAtNextLook = interval <= std::chrono::milliseconds(100);
+    // Looks keep to a frame clock: while the picture keeps changing they come exactly one interval
+    // apart, however late each wake-up was.
+    auto nextLook = Clock::now();
     for (;;) {
         // Everything the server has sent so far, read before sleeping: replies read while grabbing
         // may have queued events that the descriptor will not announce again.
@@ -174,58 +184,69 @@ void X11CaptureStream::run()
         }
         const auto now = Clock::now();
         const bool pointerDue = configuration.showsCursor && now >= lastPointerCheck + pointerCheckInterval;
-        auto wakeAt = Clock::time_point::max();
         if (somethingToLookAt() || pointerDue) {
-            if (now >= lastLook + interval) {
-                lastLook = now;
+            if (now >= nextLook) {
+                nextLook = now - nextLook < interval ? nextLook + interval : now + interval;
                 look();
                 continue;
             }
-            wakeAt = lastLook + interval;
-        } else if (configuration.showsCursor) {
-            wakeAt = lastPointerCheck + pointerCheckInterval;
+            // Not before the next frame is due: the thread sleeps through the rest of the interval
+            // without listening to the server, so changes that come faster than the frame rate
+            // wake it once a frame, not once a change.
+            if (!sleepUntil(nextLook, false)) return;
+            continue;
         }
-        const int timeoutMs = wakeAt == Clock::time_point::max()
-            ? -1
-            : int(std::chrono::ceil<std::chrono::milliseconds>(wakeAt - now).count());
-        if (!waitForEvents(timeoutMs)) return;
+        const auto wakeAt
+            = configuration.showsCursor ? lastPointerCheck + pointerCheckInterval : Clock::time_point::max();
+        if (!sleepUntil(wakeAt, true)) return;
     }
 }
 
 bool X11CaptureStream::somethingToLookAt() const
 {
-    return forceFrame || damagePending
+    return forceFrame || damagePending || pendingFrame
         || (configuration.showsCursor && (cursorStale || pointerMoved || !watchesMotion));
 }
 
-bool X11CaptureStream::waitForEvents(int timeoutMs)
+bool X11CaptureStream::sleepUntil(std::chrono::steady_clock::time_point deadline, bool wakeOnServer)
 {
-    pollfd fds[2] = { { xcb_get_file_descriptor(connection->get()), POLLIN, 0 }, { stopSignal, POLLIN, 0 } };
+    pollfd fds[2] = { { stopSignal, POLLIN, 0 }, { xcb_get_file_descriptor(connection->get()), POLLIN, 0 } };
     for (;;) {
-        const int n = ::poll(fds, 2, timeoutMs);
+        timespec timeout {};
+        const bool noLimit = deadline == std::chrono::steady_clock::time_point::max();
+        if (!noLimit) {
+            const auto left
+                = std::max(deadline - std::chrono::steady_clock::now(), std::chrono::steady_clock::duration::zero());
+            const auto ns = std::chrono::duration_cast<std::chrono::nanoseconds>(left).count();
+            timeout = { time_t(ns / 1'000'000'000), long(ns % 1'000'000'000) };
+        }
+        const int n = ::ppoll(fds, wakeOnServer ? 2 : 1, noLimit ? nullptr : &timeout, nullptr);
         if (n < 0 && errno == EINTR) continue;
-        return !(n > 0 && (fds[1].revents & POLLIN));
+        return !(n > 0 && (fds[0].revents & POLLIN));
     }
 }
 
 void X11CaptureStream::look()
 {
-    bool changed = forceFrame;
+    // The frame asked for at the last look comes first: it was grabbed before anything seen now.
+    if (pendingFrame) deliverPendingFrame();
+    bool pictureChanged = forceFrame;
     if (damagePending) {
         damagePending = false;
-        changed = damageInsideArea() || changed;
+        pictureChanged = damageInsideArea() || pictureChanged;
     }
-    // The pointer is asked only when it may have moved: one round trip less per frame.
-    const auto now = std::chrono::steady_clock::now();
-    if (configuration.showsCursor
-        && (pointerMoved || cursorStale || forceFrame || !watchesMotion || now >= lastPointerCheck + pointerCheckInterval)) {
-        bool moved = false;
-        pointerMoved = false;
-        lastPointerCheck = now;
-        refreshCursor(&moved);
-        changed = changed || moved;
+    if (pictureChanged) {
+        askForFrame(Keep::always);
+    } else if (configuration.showsCursor && (pointerMoved || cursorStale || !watchesMotion)) {
+        // Only the pointer may have changed. The grab goes out with the question anyway, so that
+        // one round trip answers both, and the frame is kept only if the cursor visibly changed.
+        askForFrame(Keep::ifCursorChanged);
+    } else if (configuration.showsCursor
+        && std::chrono::steady_clock::now() >= lastPointerCheck + pointerCheckInterval) {
+        // A warped pointer makes no motion events: on a still screen it is asked now and then.
+        if (takePointer(askPointer())) askForFrame(Keep::always);
     }
-    if (changed) deliver();
+    if (pendingFrame && !readsAnswersAtNextLook) deliverPendingFrame();
 }
 
 bool X11CaptureStream::readEvents(QString* error)
@@ -288,35 +309,68 @@ bool X11CaptureStream::damageInsideArea()
     return false;
 }
 
-bool X11CaptureStream::refreshCursor(bool* moved)
+xcb_query_pointer_cookie_t X11CaptureStream::askPointer()
+{
+    lastPointerCheck = std::chrono::steady_clock::now();
+    pointerMoved = false;
+    return xcb_query_pointer(connection->get(), windowMode ? window : connection->root());
+}
+
+bool X11CaptureStream::takePointer(xcb_query_pointer_cookie_t question)
 {
     xcb_connection_t* c = connection->get();
-    const xcb_window_t relativeTo = windowMode ? window : connection->root();
-    XcbReply<xcb_query_pointer_reply_t> reply(xcb_query_pointer_reply(c, xcb_query_pointer(c, relativeTo), nullptr));
-    if (!reply) return false;
-    const QPoint now
-        = windowMode ? QPoint(reply->win_x, reply->win_y) : QPoint(reply->root_x - area.x(), reply->root_y - area.y());
+    XcbReply<xcb_query_pointer_reply_t> reply(xcb_query_pointer_reply(c, question, nullptr));
     bool newImage = false;
     if (cursorStale) {
         const uint32_t before = cursor.serial();
         cursorStale = !cursor.refreshImage(c);
         newImage = !cursorStale && cursor.serial() != before;
     }
+    if (!reply) return false;
+    const QPoint now
+        = windowMode ? QPoint(reply->win_x, reply->win_y) : QPoint(reply->root_x - area.x(), reply->root_y - area.y());
     const bool visible
         = reply->same_screen && cursor.hasImage() && cursor.placement(now).intersects(QRect(QPoint(0, 0), area.size()));
-    *moved = (visible || cursorShownLastFrame) && (now != pointer || newImage);
+    const bool moved = (visible || cursorShownLastFrame) && (now != pointer || newImage);
     pointer = now;
-    return true;
+    return moved;
 }
 
-void X11CaptureStream::deliver()
+void X11CaptureStream::askForFrame(Keep keep)
 {
     if (windowMode && windowPixmap == XCB_NONE) return;
-    const int64_t grabbedAt = monotonicNanoseconds();
+    PendingFrame frame;
+    frame.keep = keep;
+    // The pointer's question goes out with the grab and is answered in the same round trip.
+    if (configuration.showsCursor) frame.pointerQuestion = askPointer();
+    frame.grabbedAt = monotonicNanoseconds();
+    const std::optional<XcbImageGrabber::Request> request
+        = grabber->ask(windowMode ? windowPixmap : connection->root(), area);
+    if (!request) {
+        if (frame.pointerQuestion) takePointer(*frame.pointerQuestion);
+        return;
+    }
+    frame.request = *request;
+    pendingFrame = frame;
+    xcb_flush(connection->get());
+}
+
+void X11CaptureStream::abandonPendingFrame()
+{
+    if (!pendingFrame) return;
+    grabber->abandon(pendingFrame->request);
+    if (pendingFrame->pointerQuestion) xcb_discard_reply(connection->get(), pendingFrame->pointerQuestion->sequence);
+    pendingFrame.reset();
+}
+
+void X11CaptureStream::deliverPendingFrame()
+{
+    const PendingFrame frame = *std::exchange(pendingFrame, std::nullopt);
     // With MIT-SHM the picture is a view on shared memory of its own: the cursor is drawn straight
     // into it, and at the output size it goes on without a copy.
-    std::optional<QImage> picture = grabber->grab(windowMode ? windowPixmap : connection->root(), area);
-    if (!picture) return;
+    std::optional<QImage> picture = grabber->take(frame.request);
+    const bool cursorChanged = frame.pointerQuestion && takePointer(*frame.pointerQuestion);
+    if (!picture || (frame.keep == Keep::ifCursorChanged && !cursorChanged)) return;
     forceFrame = false;
     cursorShownLastFrame = false;
     if (configuration.showsCursor && cursor.hasImage()) {
@@ -328,5 +382,5 @@ void X11CaptureStream::deliver()
     }
     QImage image = scaler.fit(*picture, QSize(configuration.width, configuration.height));
     if (image.isNull()) return;
-    output->didOutputFrame(VideoFrame { image, MediaTime::fromNanoseconds(grabbedAt) });
+    output->didOutputFrame(VideoFrame { image, MediaTime::fromNanoseconds(frame.grabbedAt) });
 }

@@ -11,19 +11,26 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <thread>
 
 // One running screen stream on its own X connection and its own thread.
 //
 // The thread sleeps on the X connection until the server reports something: damage (XDamage), a
 // new cursor shape (XFixes), or pointer motion (XInput 2 raw events, while the cursor is shown).
-// Then, no sooner than one frame interval after its last look, it checks whether the change lies
-// inside the captured area; only then does it grab (MIT-SHM), draw the cursor in, fit the picture
-// into the output size and hand the frame on. A still screen with a still pointer therefore costs
-// next to nothing and delivers nothing. The first frame always comes.
+// Then, on a frame clock, it checks whether the change lies inside the captured area; only then
+// does it grab (MIT-SHM), draw the cursor in, fit the picture into the output size and hand the
+// frame on. After a look it sleeps out the rest of the frame interval without listening to the
+// server, so a screen that changes faster than the frame rate wakes it once a frame. A still
+// screen with a still pointer therefore costs next to nothing and delivers nothing. The first
+// frame always comes. At ten frames a second or more, the answer to a grab is read at the next
+// look rather than waited for, so the server copies the pixels while the thread sleeps; each frame
+// keeps the time it was grabbed at.
 //
-// While the cursor is shown, the pointer is also asked where it is twice a second: a warped
-// pointer (XWarpPointer, xdotool) makes no raw motion. Without XInput 2 it is asked every interval.
+// While the cursor is shown, the pointer is asked where it is with every grab, in the same round
+// trip. A pointer warped by a program (XWarpPointer, xdotool) makes no raw motion, so on an
+// otherwise still screen it is also asked every `pointerCheckInterval`. Without XInput 2 it is
+// asked every interval.
 //
 // A display stream grabs a rectangle of the root window. A window stream redirects the window with
 // XComposite and grabs its own pixmap: it is right while covered, and it follows moves and resizes.
@@ -51,14 +58,22 @@ private:
     bool readEvents(QString* error);
     // Whether anything reported since the last look may have changed the picture.
     bool somethingToLookAt() const;
-    // Blocks until the X connection has something to read, `timeoutMs` passed (-1: no limit) or
-    // stop() was called; false once stopped.
-    bool waitForEvents(int timeoutMs);
+    // Blocks until `deadline` (time_point::max(): no limit), until stop() is called, and, if
+    // `wakeOnServer`, until the X connection has something to read; false once stopped.
+    bool sleepUntil(std::chrono::steady_clock::time_point deadline, bool wakeOnServer);
     // Looks at what changed and delivers a frame if the picture did.
     void look();
     bool damageInsideArea();
-    bool refreshCursor(bool* moved);
-    void deliver();
+    // Sends the question of where the pointer is; takePointer() reads the answer (and the cursor's
+    // picture if it changed) and tells whether the cursor visibly moved or changed.
+    xcb_query_pointer_cookie_t askPointer();
+    bool takePointer(xcb_query_pointer_cookie_t question);
+    // Asks for a grab (and where the pointer is, when the cursor is shown), taken by
+    // deliverPendingFrame() at this look or the next one.
+    enum class Keep { always, ifCursorChanged };
+    void askForFrame(Keep keep);
+    void deliverPendingFrame();
+    void abandonPendingFrame();
 
     // Set up before the thread starts and owned by it afterwards.
     std::unique_ptr<XcbConnection> connection;
@@ -77,11 +92,20 @@ private:
     bool watchesMotion = false; // raw motion events come; otherwise the pointer is asked every interval
     bool pointerMoved = true; // since the pointer was last asked where it is
     std::chrono::steady_clock::time_point lastPointerCheck;
-    static constexpr auto pointerCheckInterval = std::chrono::milliseconds(500);
+    static constexpr auto pointerCheckInterval = std::chrono::seconds(2);
     QPoint pointer { -1000000, -1000000 }; // in area coordinates
     bool cursorShownLastFrame = false;
     bool damagePending = true;
     bool forceFrame = true; // the first frame, and the first after a resize or a map
+
+    struct PendingFrame {
+        XcbImageGrabber::Request request;
+        std::optional<xcb_query_pointer_cookie_t> pointerQuestion;
+        int64_t grabbedAt = 0;
+        Keep keep = Keep::always;
+    };
+    std::optional<PendingFrame> pendingFrame;
+    bool readsAnswersAtNextLook = false;
 
     // An eventfd that stop() writes once; the capture thread sleeps on it and on the X connection.
     int stopSignal = -1;

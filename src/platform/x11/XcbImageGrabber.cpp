@@ -115,33 +115,45 @@ void XcbImageGrabber::returnSegment(void* raw)
 
 std::optional<QImage> XcbImageGrabber::grab(xcb_drawable_t drawable, const QRect& rect)
 {
+    const std::optional<Request> request = ask(drawable, rect);
+    return request ? take(*request) : std::nullopt;
+}
+
+std::optional<XcbImageGrabber::Request> XcbImageGrabber::ask(xcb_drawable_t drawable, const QRect& rect)
+{
     if (rect.isEmpty()) return std::nullopt;
     const size_t bytes = size_t(rect.width()) * size_t(rect.height()) * 4;
     Segment* segment = shmWanted ? takeSegment(bytes) : nullptr;
-    if (!segment) return grabThroughSocket(drawable, rect);
-
-    XcbReply<xcb_generic_error_t> error;
-    xcb_generic_error_t* rawError = nullptr;
-    XcbReply<xcb_shm_get_image_reply_t> reply(xcb_shm_get_image_reply(connection,
-        xcb_shm_get_image(connection, drawable, int16_t(rect.x()), int16_t(rect.y()), uint16_t(rect.width()),
-            uint16_t(rect.height()), ~0u, XCB_IMAGE_FORMAT_Z_PIXMAP, segment->id, 0),
-        &rawError));
-    error.reset(rawError);
-    if (!reply) {
-        returnSegment(segment);
-        return std::nullopt;
-    }
-    return QImage(segment->address, rect.width(), rect.height(), rect.width() * 4, QImage::Format_RGB32,
-        &XcbImageGrabber::returnSegment, segment);
+    const auto x = int16_t(rect.x());
+    const auto y = int16_t(rect.y());
+    const auto width = uint16_t(rect.width());
+    const auto height = uint16_t(rect.height());
+    if (segment)
+        return Request { xcb_shm_get_image(
+                             connection, drawable, x, y, width, height, ~0u, XCB_IMAGE_FORMAT_Z_PIXMAP, segment->id, 0)
+                             .sequence,
+            rect, segment };
+    return Request { xcb_get_image(connection, XCB_IMAGE_FORMAT_Z_PIXMAP, drawable, x, y, width, height, ~0u).sequence,
+        rect, nullptr };
 }
 
-std::optional<QImage> XcbImageGrabber::grabThroughSocket(xcb_drawable_t drawable, const QRect& rect)
+std::optional<QImage> XcbImageGrabber::take(const Request& request)
 {
+    const QRect& rect = request.rect;
     xcb_generic_error_t* rawError = nullptr;
-    xcb_get_image_reply_t* reply = xcb_get_image_reply(connection,
-        xcb_get_image(connection, XCB_IMAGE_FORMAT_Z_PIXMAP, drawable, int16_t(rect.x()), int16_t(rect.y()),
-            uint16_t(rect.width()), uint16_t(rect.height()), ~0u),
-        &rawError);
+    if (Segment* segment = request.segment) {
+        XcbReply<xcb_shm_get_image_reply_t> reply(
+            xcb_shm_get_image_reply(connection, xcb_shm_get_image_cookie_t { request.sequence }, &rawError));
+        XcbReply<xcb_generic_error_t> error(rawError);
+        if (!reply) {
+            returnSegment(segment);
+            return std::nullopt;
+        }
+        return QImage(segment->address, rect.width(), rect.height(), rect.width() * 4, QImage::Format_RGB32,
+            &XcbImageGrabber::returnSegment, segment);
+    }
+    xcb_get_image_reply_t* reply
+        = xcb_get_image_reply(connection, xcb_get_image_cookie_t { request.sequence }, &rawError);
     XcbReply<xcb_generic_error_t> error(rawError);
     if (!reply) return std::nullopt;
     if (size_t(xcb_get_image_data_length(reply)) < size_t(rect.width()) * size_t(rect.height()) * 4) {
@@ -152,4 +164,11 @@ std::optional<QImage> XcbImageGrabber::grabThroughSocket(xcb_drawable_t drawable
     return QImage(
         xcb_get_image_data(reply), rect.width(), rect.height(), rect.width() * 4, QImage::Format_RGB32,
         [](void* r) { std::free(r); }, reply);
+}
+
+void XcbImageGrabber::abandon(const Request& request)
+{
+    // The server may be writing into the segment still: it goes back to the pool once the answer
+    // is in.
+    take(request);
 }

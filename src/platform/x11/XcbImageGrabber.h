@@ -20,9 +20,21 @@
 // Without MIT-SHM (a server in another IPC namespace, a remote display), or when every pooled
 // segment is still held, the pixels come through the socket instead.
 //
-// grab() is used by one thread at a time; images may travel anywhere.
+// A grab can also be split in two: ask() sends the request and returns at once, take() reads the
+// answer later, so the server copies the pixels while the caller sleeps.
+//
+// The grabber is used by one thread at a time; images may travel anywhere.
 class XcbImageGrabber {
+    struct Segment;
+
 public:
+    // A grab that was asked for and not yet taken. Each one must go to take() or abandon().
+    struct Request {
+        unsigned int sequence = 0;
+        QRect rect;
+        Segment* segment = nullptr; // null: the pixels come through the socket
+    };
+
     // The connection must outlive the grabber. `useShm` false forces the socket path.
     XcbImageGrabber(xcb_connection_t* connection, bool useShm, int segmentLimit = 12);
     ~XcbImageGrabber();
@@ -32,16 +44,20 @@ public:
     // Blocking. None if the server refused (a drawable that is gone, a rectangle outside it).
     // The image is the caller's alone: drawing into it changes no other grab.
     std::optional<QImage> grab(xcb_drawable_t drawable, const QRect& rect);
+    // Sends the request; none for an empty rectangle.
+    std::optional<Request> ask(xcb_drawable_t drawable, const QRect& rect);
+    // Blocks only if the answer has not come yet.
+    std::optional<QImage> take(const Request& request);
+    // For a request whose answer is no longer wanted. Blocks until the answer is in.
+    void abandon(const Request& request);
     bool usesShm() const { return shmWanted; }
 
 private:
     struct Pool;
-    struct Segment;
 
     Segment* takeSegment(size_t bytes);
     Segment* makeSegment(size_t bytes);
     static void returnSegment(void* segment);
-    std::optional<QImage> grabThroughSocket(xcb_drawable_t drawable, const QRect& rect);
 
     xcb_connection_t* connection;
     bool shmWanted;
