@@ -12,13 +12,11 @@
 #include <QProcess>
 #include <QTimer>
 
-#include <xcb/xcb.h>
-
 #include <benchmark/benchmark.h>
+#include <xcb/xcb.h>
 
 #include <chrono>
 #include <dirent.h>
-#include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
 
@@ -35,22 +33,26 @@ double seconds()
     return ok && s > 0 ? s : 10.0;
 }
 
-// CPU seconds (user + system) a process has used, from /proc.
+// CPU seconds a process has run, summed over its threads: the scheduler's own count in
+// nanoseconds (/proc/PID/task/TID/schedstat). The user and system times of /proc/PID/stat come in
+// clock ticks of 10 ms, too coarse for a process that runs a few milliseconds a second.
 double processCpu(pid_t pid)
 {
-    QFile file(QStringLiteral("/proc/%1/stat").arg(pid));
-    if (!file.open(QIODevice::ReadOnly)) return 0;
-    const QByteArray stat = file.readAll();
-    // Fields after the command name, which is in parentheses and may hold blanks.
-    const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
-    return (fields.value(11).toDouble() + fields.value(12).toDouble()) / double(sysconf(_SC_CLK_TCK));
+    const QString tasks = QStringLiteral("/proc/%1/task").arg(pid);
+    DIR* dir = opendir(tasks.toLocal8Bit().constData());
+    double total = 0;
+    while (dirent* entry = dir ? readdir(dir) : nullptr) {
+        if (entry->d_name[0] == '.') continue;
+        QFile file(tasks + QLatin1Char('/') + QLatin1String(entry->d_name) + QStringLiteral("/schedstat"));
+        if (file.open(QIODevice::ReadOnly)) total += file.readAll().split(' ').value(0).toDouble() / 1e9;
+    }
+    if (dir) closedir(dir);
+    return total;
 }
 
 double ownCpu()
 {
-    rusage usage {};
-    getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_utime.tv_sec + usage.ru_utime.tv_usec / 1e6 + usage.ru_stime.tv_sec + usage.ru_stime.tv_usec / 1e6;
+    return processCpu(getpid());
 }
 
 // The X server this process started (the harness's Xvfb), to see what the grabs cost it.
@@ -72,11 +74,14 @@ pid_t childNamed(const char* name)
     return found;
 }
 
-void runEventLoopFor(double s)
+// Runs the event loop for about `s` seconds and returns how long it really ran.
+double runEventLoopFor(double s)
 {
+    const auto started = std::chrono::steady_clock::now();
     QEventLoop loop;
-    QTimer::singleShot(int(s * 1000), &loop, &QEventLoop::quit);
+    QTimer::singleShot(int(s * 1000), Qt::PreciseTimer, &loop, &QEventLoop::quit);
     loop.exec();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
 }
 
 // A separate process that changes the screen 60 times a second (a moving square on a full-screen
@@ -138,11 +143,10 @@ Measured measureOurs(pid_t server, bool previews)
     engine.startStream(width, height, fps, true, false, false);
     if (!engine.isStreaming()) return {};
     runEventLoopFor(1.0); // settle
-    const double s = seconds();
     const int framesBefore = frames;
     const double cpuBefore = ownCpu();
     const double serverBefore = processCpu(server);
-    runEventLoopFor(s);
+    const double s = runEventLoopFor(seconds());
     Measured m { (ownCpu() - cpuBefore) / s, (processCpu(server) - serverBefore) / s, (frames - framesBefore) / s };
     engine.stopStream();
     return m;
@@ -153,9 +157,10 @@ Measured measureFfmpeg(const QString& display, pid_t server)
     QProcess ffmpeg;
     ffmpeg.start(QStringLiteral("ffmpeg"),
         { QStringLiteral("-hide_banner"), QStringLiteral("-loglevel"), QStringLiteral("error"), QStringLiteral("-f"),
-            QStringLiteral("x11grab"), QStringLiteral("-framerate"), QString::number(fps), QStringLiteral("-video_size"),
-            QStringLiteral("%1x%2").arg(width).arg(height), QStringLiteral("-draw_mouse"), QStringLiteral("1"),
-            QStringLiteral("-i"), display, QStringLiteral("-f"), QStringLiteral("null"), QStringLiteral("-") });
+            QStringLiteral("x11grab"), QStringLiteral("-framerate"), QString::number(fps),
+            QStringLiteral("-video_size"), QStringLiteral("%1x%2").arg(width).arg(height),
+            QStringLiteral("-draw_mouse"), QStringLiteral("1"), QStringLiteral("-i"), display, QStringLiteral("-f"),
+            QStringLiteral("null"), QStringLiteral("-") });
     if (!ffmpeg.waitForStarted()) return {};
     const pid_t pid = pid_t(ffmpeg.processId());
     std::this_thread::sleep_for(std::chrono::seconds(1)); // settle
