@@ -253,7 +253,10 @@ bool X11CaptureStream::readEvents(QString* error)
 {
     xcb_connection_t* c = connection->get();
     const XcbConnection::Extensions& ext = connection->extensions();
-    while (xcb_generic_event_t* raw = xcb_poll_for_event(c)) {
+    // One read of the socket; what came with it is taken from the queue without reading again.
+    bool read = false;
+    while (
+        xcb_generic_event_t* raw = std::exchange(read, true) ? xcb_poll_for_queued_event(c) : xcb_poll_for_event(c)) {
         XcbReply<xcb_generic_event_t> event(raw);
         const uint8_t type = event->response_type & 0x7f;
         if (type == ext.damageFirstEvent + XCB_DAMAGE_NOTIFY) {
