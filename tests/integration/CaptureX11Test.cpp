@@ -31,6 +31,15 @@ xcb_window_t paintScene(X11TestClient& client)
     return w;
 }
 
+// A window over the whole 640x360 screen in one colour.
+xcb_window_t fillScreen(X11TestClient& client, const char* name, const QColor& colour)
+{
+    const xcb_window_t w
+        = client.create({ .rect = QRect(0, 0, 640, 360), .wmClass = name, .title = QString::fromLatin1(name) });
+    client.fill(w, QRect(0, 0, 640, 360), colour);
+    return w;
+}
+
 struct Desktop {
     TestDesktop desktop;
     QString error;
@@ -224,9 +233,7 @@ TEST(CaptureX11, StillScreenDeliversNothingUntilSomethingChanges)
     Desktop d;
     ASSERT_EQ(d.error, QString());
     X11TestClient client;
-    const xcb_window_t w
-        = client.create({ .rect = QRect(0, 0, 640, 360), .wmClass = "Still", .title = QStringLiteral("Still") });
-    client.fill(w, QRect(0, 0, 640, 360), grey);
+    const xcb_window_t w = fillScreen(client, "Still", grey);
     ASSERT_EQ(d.desktop.run(QStringLiteral("xdotool"),
                   { QStringLiteral("mousemove"), QStringLiteral("600"), QStringLiteral("340") }),
         0);
@@ -287,9 +294,7 @@ TEST(CaptureX11, FramesKeepToTheRateAndTheLastChangeStillArrives)
     Desktop d;
     ASSERT_EQ(d.error, QString());
     X11TestClient client;
-    const xcb_window_t w
-        = client.create({ .rect = QRect(0, 0, 640, 360), .wmClass = "Busy", .title = QStringLiteral("Busy") });
-    client.fill(w, QRect(0, 0, 640, 360), grey);
+    const xcb_window_t w = fillScreen(client, "Busy", grey);
 
     CaptureEngine engine(std::make_shared<X11CaptureBackend>());
     FrameLog log(engine);
