@@ -67,6 +67,9 @@ void ringThroughput(benchmark::State& state, int width, int height, double media
     const int frames = int(mediaSeconds * fps);
     for (auto _ : state) {
         auto recorder = std::make_unique<SegmentedRecorder>();
+        // Time moves with the frames offered, and every one of them is taken.
+        recorder->setClock([] { return MediaTime::invalid(); });
+        recorder->setFramesWaitingLimit(std::numeric_limits<int>::max());
         // Paced writers: the benchmark offers frames as fast as the ring takes them.
         recorder->setWriterFactory([](const QString& path) {
             auto writer = std::make_unique<SegmentWriter>(path);

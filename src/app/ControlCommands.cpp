@@ -61,8 +61,10 @@ QString ControlCommands::status() const
     const SegmentedRecorder* recorder = viewModel.recorder();
     const CaptureEngine* engine = viewModel.engine();
     QString state;
-    if (recorder->isRecording())
+    if (recorder->isRecording()) {
         state = QStringLiteral("recording %1 s").arg(recorder->currentDuration(), 0, 'f', 1);
+        if (recorder->droppedFrames() > 0) state += QStringLiteral(", dropped %1 frames").arg(recorder->droppedFrames());
+    }
     else if (recorder->isExporting())
         state = QStringLiteral("saving a clip");
     else if (engine->isStreaming())

@@ -8,8 +8,12 @@
 #include <QFileInfo>
 #include <QUuid>
 
-#include <filesystem>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
 #include <optional>
+#include <unistd.h>
 
 namespace {
 
@@ -19,6 +23,7 @@ struct Piece {
     int videoIndex = -1;
     int audioIndex = -1;
     MediaTime rangeStart; // in the file's own time
+    MediaTime rangeEnd; // in the file's own time: where the picture ends
     MediaTime insertAt; // in the clip's time
 };
 
@@ -28,16 +33,42 @@ MediaTime streamDuration(const AVStream* st)
     return MediaTime(st->duration * st->time_base.num, st->time_base.den);
 }
 
-// The longer of the file's tracks, like the duration of an asset.
-MediaTime fileDuration(const AVFormatContext* f, int videoIndex, int audioIndex)
+// How long a segment lasts in the clip: its picture's track, which lasts until the segment closed.
+// Its sound may end a little later (the last audio packet is whole); the next segment's sound takes
+// over from there.
+MediaTime segmentDuration(const AVFormatContext* f, int videoIndex)
 {
     MediaTime d = streamDuration(f->streams[videoIndex]);
-    if (audioIndex >= 0) {
-        const MediaTime a = streamDuration(f->streams[audioIndex]);
-        if (a.isNumeric() && (!d.isNumeric() || a > d)) d = a;
-    }
     if (!d.isNumeric() && f->duration != AV_NOPTS_VALUE && f->duration > 0) d = MediaTime(f->duration, AV_TIME_BASE);
     return d;
+}
+
+// Moves `from` to `to`, or to the first free "(n)" name beside it, never over an existing file.
+// The path it went to, or none with *error.
+std::optional<QString> moveWithoutReplacing(const QString& from, const QString& to, QString* error)
+{
+    for (int attempt = 0; attempt < 1000; ++attempt) {
+        const QString target = ClipExporter::freeName(to);
+        const QByteArray source = QFile::encodeName(from);
+        const QByteArray destination = QFile::encodeName(target);
+        if (::renameat2(AT_FDCWD, source.constData(), AT_FDCWD, destination.constData(), RENAME_NOREPLACE) == 0)
+            return target;
+        if (errno == EEXIST) continue; // taken between the look and the move: look again
+        if (errno != EINVAL && errno != ENOSYS) {
+            *error = QString::fromLocal8Bit(std::strerror(errno));
+            return std::nullopt;
+        }
+        // A file system without the no-replace move: a hard link fails on an existing name too.
+        if (::link(source.constData(), destination.constData()) == 0) {
+            ::unlink(source.constData());
+            return target;
+        }
+        if (errno == EEXIST) continue;
+        *error = QString::fromLocal8Bit(std::strerror(errno));
+        return std::nullopt;
+    }
+    *error = QStringLiteral("no free name");
+    return std::nullopt;
 }
 
 int64_t ticks(const MediaTime& t, AVRational tb)
@@ -75,7 +106,7 @@ ClipExporter::Result ClipExporter::exportConcatenated(
     const std::vector<Segment>& segments, const MediaTime& trimFromPTS, const QString& destination)
 {
     if (segments.empty())
-        return { false, QStringLiteral("Nothing was buffered yet — wait a second after starting preview.") };
+        return Result::failure(QStringLiteral("Nothing was buffered yet — wait a second after starting preview."));
 
     // Plan: which part of which file lands where. Unreadable files and files without video are
     // skipped without a word; they keep their index, so only the given first segment is ever cut.
@@ -90,39 +121,42 @@ ClipExporter::Result ClipExporter::exportConcatenated(
         if (piece.videoIndex < 0) continue;
         piece.audioIndex = av_find_best_stream(in, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
         if (piece.audioIndex < 0) piece.audioIndex = -1;
-        const MediaTime duration = fileDuration(in, piece.videoIndex, piece.audioIndex);
+        const MediaTime duration = segmentDuration(in, piece.videoIndex);
         if (!duration.isNumeric() || duration <= MediaTime::zero()) continue;
         MediaTime start = MediaTime::zero();
         MediaTime length = duration;
         if (i == 0) {
             const MediaTime offset = trimFromPTS - segments[i].startPTS;
-            if (offset.isNumeric() && offset > MediaTime::zero() && offset < duration) {
+            if (offset.isNumeric() && offset > MediaTime::zero()) {
+                // A file shorter than the cut holds nothing of the clip's span.
+                if (!(offset < duration)) continue;
                 start = offset;
                 length = duration - offset;
             }
         }
         piece.rangeStart = start;
+        piece.rangeEnd = start + length;
         piece.insertAt = insertion;
         insertion = insertion + length;
         pieces.push_back(std::move(piece));
     }
 
-    // The folder may have gone since the recording started; the old file makes way.
+    // The folder may have gone since the recording started. A file already at the destination
+    // stays: the clip takes a free name beside it.
     const QFileInfo target(destination);
     QDir().mkpath(target.absolutePath());
-    QFile::remove(destination);
 
-    if (pieces.empty()) return { false, QStringLiteral("Export failed.") };
+    if (pieces.empty()) return Result::failure(QStringLiteral("Export failed."));
 
     const QString temporary = target.absolutePath() + QStringLiteral("/.") + target.fileName() + QLatin1Char('.')
         + QUuid::createUuid().toString(QUuid::WithoutBraces).left(8) + QStringLiteral(".part");
     AVFormatContext* raw = nullptr;
     if (avformat_alloc_output_context2(&raw, nullptr, "mp4", temporary.toUtf8().constData()) < 0 || !raw)
-        return { false, QStringLiteral("Could not set up exporter.") };
+        return Result::failure(QStringLiteral("Could not set up exporter."));
     OutputFormatPtr out(raw);
 
     AVStream* video = avformat_new_stream(out.get(), nullptr);
-    if (!video) return { false, QStringLiteral("Could not create a video composition.") };
+    if (!video) return Result::failure(QStringLiteral("Could not create a video composition."));
     const AVStream* firstVideo = pieces.front().input->streams[pieces.front().videoIndex];
     avcodec_parameters_copy(video->codecpar, firstVideo->codecpar);
     video->codecpar->codec_tag = 0;
@@ -145,7 +179,7 @@ ClipExporter::Result ClipExporter::exportConcatenated(
     auto cleanUp = [&](const QString& text) {
         out.reset();
         QFile::remove(temporary);
-        return Result { false, text };
+        return Result::failure(text);
     };
     int rc = avio_open(&out->pb, temporary.toUtf8().constData(), AVIO_FLAG_WRITE);
     if (rc < 0) return cleanUp(writeError(destination, rc));
@@ -217,6 +251,12 @@ ClipExporter::Result ClipExporter::exportConcatenated(
             }
             const AVStream* inStream = in->streams[packet->stream_index];
             AVStream* outStream = isVideo ? video : audio;
+            // Sound past the end of this segment's picture belongs to the time of the next one.
+            if (isAudio && packet->pts != AV_NOPTS_VALUE && p + 1 < pieces.size()
+                && packet->pts >= ticks(piece.rangeEnd, inStream->time_base)) {
+                av_packet_unref(packet.get());
+                continue;
+            }
             const int64_t shift
                 = ticks(piece.insertAt, inStream->time_base) - ticks(piece.rangeStart, inStream->time_base);
             if (packet->pts != AV_NOPTS_VALUE) packet->pts += shift;
@@ -245,14 +285,23 @@ ClipExporter::Result ClipExporter::exportConcatenated(
     if (rc < 0) return cleanUp(writeError(destination, rc));
     out.reset();
 
-    std::error_code error;
-    std::filesystem::rename(temporary.toStdString(), destination.toStdString(), error);
-    if (error) {
+    QString error;
+    const std::optional<QString> written = moveWithoutReplacing(temporary, destination, &error);
+    if (!written) {
         QFile::remove(temporary);
-        return {
-            false,
-            QStringLiteral("Could not write \"%1\": %2").arg(target.fileName(), QString::fromStdString(error.message()))
-        };
+        return Result::failure(QStringLiteral("Could not write \"%1\": %2").arg(target.fileName(), error));
     }
-    return { true, {} };
+    return Result::success(*written);
+}
+
+QString ClipExporter::freeName(const QString& path)
+{
+    const QFileInfo info(path);
+    const QString folder = info.absolutePath() + QLatin1Char('/');
+    const QString suffix = info.suffix().isEmpty() ? QString() : QLatin1Char('.') + info.suffix();
+    const QString stem = info.fileName().chopped(suffix.size());
+    QString candidate = path;
+    for (int n = 2; QFileInfo::exists(candidate) || QFileInfo(candidate).isSymLink(); ++n)
+        candidate = folder + stem + QStringLiteral(" (%1)").arg(n) + suffix;
+    return candidate;
 }

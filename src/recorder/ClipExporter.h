@@ -9,10 +9,13 @@
 
 // Joins finished segment files into one MP4 clip without re-encoding: packets are copied, never
 // decoded. The first segment is cut at trimFromPTS through an MP4 edit list (the copy starts at
-// the key frame before the cut and the edit hides the pre-roll); later segments follow without
-// gaps, each advancing the clip by its file's duration; the audio track appears from the first
-// segment that has audio. The clip is written with its index at the front, under a temporary name
-// in the destination folder, and renamed into place only when it is complete.
+// the key frame before the cut and the edit hides the pre-roll); a first segment that ends before
+// the cut is left out. Later segments follow without gaps, each advancing the clip by the length
+// of its picture (which lasts until the segment closed); sound of a segment that reaches past its
+// picture gives way to the next segment's. The audio track appears from the first segment that has
+// audio. The clip is written with its index at the front, under a temporary name in the
+// destination folder, and moved into place only when it is complete. It never replaces a file:
+// when the name is taken, the clip is called "name (2).mp4", "name (3).mp4"...
 //
 // Blocking; runs on any thread but the recorder's queue (it reads only what it is given).
 class ClipExporter {
@@ -20,7 +23,14 @@ public:
     struct Result {
         bool completed = false;
         QString errorText; // for the user, when not completed
+        QString path; // where the clip went, when completed
+
+        static Result failure(const QString& text) { return { false, text, {} }; }
+        static Result success(const QString& path) { return { true, {}, path }; }
     };
+
+    // `path`, or the first of "stem (2).ext", "stem (3).ext"... that names no file.
+    static QString freeName(const QString& path);
 
     static Result exportConcatenated(
         const std::vector<Segment>& segments, const MediaTime& trimFromPTS, const QString& destination);

@@ -48,6 +48,7 @@ struct SegmentWriter::Impl {
     QString errorText; // guarded by mutex
     MediaTime sessionStart; // set before the thread reads it
     bool sessionStarted = false;
+    MediaTime sessionEnd; // guarded by mutex; invalid: no end given
     std::thread thread;
 
     // The writer thread only (and startWriting before the thread starts).
@@ -235,8 +236,16 @@ bool SegmentWriter::Impl::finish()
 {
     int rc = video->finish([this](AVPacket* p) { return writeVideoPacket(p); });
     if (rc >= 0 && heldVideo->data) {
+        MediaTime end;
+        {
+            std::lock_guard lock(mutex);
+            end = sessionEnd;
+        }
+        const MediaTime endOffset = (end - sessionStart).convertScale(videoTimeBase.den);
         const int64_t fallback = videoTimeBase.den / std::max(1, videoSettings.expectedFPS);
-        rc = writeHeldVideo(lastVideoInterval > 0 ? lastVideoInterval : fallback);
+        int64_t duration = lastVideoInterval > 0 ? lastVideoInterval : fallback;
+        if (endOffset.isNumeric() && endOffset.value > heldVideo->pts) duration = endOffset.value - heldVideo->pts;
+        rc = writeHeldVideo(duration);
     }
     if (rc >= 0 && audio) {
         rc = audio->finish([this](AVPacket* p) {
@@ -315,6 +324,12 @@ void SegmentWriter::startSession(const MediaTime& sourceTime)
     if (impl->sessionStarted) return;
     impl->sessionStart = sourceTime;
     impl->sessionStarted = true;
+}
+
+void SegmentWriter::endSession(const MediaTime& sourceTime)
+{
+    std::lock_guard lock(impl->mutex);
+    impl->sessionEnd = sourceTime;
 }
 
 namespace {

@@ -45,6 +45,10 @@ public:
     bool startWriting();
     // The file's time zero is this source time; earlier samples are not written.
     void startSession(const MediaTime& sourceTime);
+    // The file ends at this source time: the last picture lasts until then, however long ago it
+    // came (a still screen sends no frames). Without it the last picture lasts as long as the
+    // interval before it. Before finishWriting.
+    void endSession(const MediaTime& sourceTime);
 
     bool isReadyForMoreMediaData() const; // the video input
     bool isReadyForMoreAudioData() const; // the audio input

@@ -6,6 +6,8 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
+#include <QTimer>
 #include <QUuid>
 
 #include <algorithm>
@@ -36,11 +38,28 @@ QString orQuestionMark(const QString& text)
 
 SegmentedRecorder::SegmentedRecorder(QObject* parent)
     : QObject(parent)
+    , clock([] { return MediaTime::fromNanoseconds(monotonicNanoseconds()); })
+    , clockTicker(new QTimer(this))
     , segmentsDir(makeSegmentsDir())
     , anchor(std::make_shared<Anchor>())
 {
     anchor->recorder = this;
     writerFactory = [](const QString& path) { return std::make_unique<SegmentWriter>(path); };
+    clockTicker->setInterval(clockTickMilliseconds);
+    connect(clockTicker, &QTimer::timeout, this, &SegmentedRecorder::tick);
+}
+
+void SegmentedRecorder::setClock(Clock c)
+{
+    clock = std::move(c);
+    const bool live = now().isNumeric();
+    onQueue(anchor, [live](SegmentedRecorder& r) { r.awaitsSound = live; });
+}
+
+void SegmentedRecorder::tick()
+{
+    const MediaTime t = now();
+    if (t.isNumeric()) advanceClock(t - MediaTime::fromSeconds(clockTickLagSeconds, 1000));
 }
 
 SegmentedRecorder::~SegmentedRecorder()
@@ -53,6 +72,7 @@ SegmentedRecorder::~SegmentedRecorder()
     queue.sync([] {});
     utilityPool.waitForDone();
     currentWriter.reset();
+    audioTail.reset();
     QDir(segmentsDir).removeRecursively();
 }
 
@@ -87,7 +107,12 @@ void SegmentedRecorder::onMain(const std::weak_ptr<Anchor>& weak, std::function<
         recorder, [recorder, task = std::move(task)] { task(*recorder); }, Qt::QueuedConnection);
 }
 
-// ---- public operations (any thread) ----
+MediaTime SegmentedRecorder::now() const
+{
+    return clock ? clock() : MediaTime::invalid();
+}
+
+// ---- public operations ----
 
 void SegmentedRecorder::configure(int width, int height, double bitrateMbps, double bufferSecs, int fps)
 {
@@ -98,41 +123,69 @@ void SegmentedRecorder::configure(int width, int height, double bitrateMbps, dou
         const double bits = std::isnan(bitrateMbps) ? 0.0 : std::clamp(bitrateMbps * 1e6, 0.0, 1e12);
         r.bitrate = std::max<int64_t>(static_cast<int64_t>(bits), 1000000);
         r.expectedFPS = std::max(1, fps);
-        r.bufferSeconds = std::max(1.0, bufferSecs);
+        // A day is more than any screen would want; beyond it the ring would grow without bound
+        // and the time arithmetic would overflow.
+        r.bufferSeconds = std::isnan(bufferSecs) ? 1.0 : std::clamp(bufferSecs, 1.0, 86400.0);
     });
 }
 
 void SegmentedRecorder::armBuffering()
 {
-    onMain(anchor, [](SegmentedRecorder& r) { r.setBuffering(true); });
+    setBuffering(true);
+    clockTicker->start();
 }
 
 void SegmentedRecorder::disarmBuffering()
 {
+    clockTicker->stop();
+    // What the old ring still has on its way to this thread is stale from here on.
+    ++mainGeneration;
+    setBuffering(false);
+    setRecording(false);
+    setCurrentDuration(0);
+    setBufferedSeconds(0);
     onQueue(anchor, [](SegmentedRecorder& r) {
-        r.finalizeCurrentSegmentSync();
+        // Everything of this ring goes: the open segment is abandoned unwritten, closings still
+        // under way remove their files when they report back.
+        ++r.ringGeneration;
+        if (r.currentSegmentURL) QFile::remove(*r.currentSegmentURL);
+        if (r.audioTail) QFile::remove(r.audioTail->url);
+        r.currentWriter.reset();
+        r.currentSegmentURL.reset();
+        r.currentSegmentStartPTS.reset();
+        r.audioTail.reset();
+        r.lastFrame.reset();
+        r.clockPTS = MediaTime::invalid();
         for (const Segment& s : r.completedSegments)
             QFile::remove(s.url);
         r.completedSegments.clear();
         r.recordingStartPTS.reset();
         r.destinationURL.reset();
-        onMain(r.anchor, [](SegmentedRecorder& m) {
-            m.setBuffering(false);
-            m.setRecording(false);
-            m.setCurrentDuration(0);
-            m.setBufferedSeconds(0);
-        });
     });
 }
 
 void SegmentedRecorder::ingest(const VideoFrame& frame)
 {
-    onQueue(anchor, [frame](SegmentedRecorder& r) { r.appendFrame(frame); });
+    // A ring that falls behind drops what it cannot take rather than hold pictures without bound.
+    if (framesWaiting.fetch_add(1) >= framesWaitingLimit) {
+        framesWaiting.fetch_sub(1);
+        framesRefusedWaiting.fetch_add(1);
+        return;
+    }
+    onQueue(anchor, [frame](SegmentedRecorder& r) {
+        r.framesWaiting.fetch_sub(1);
+        r.appendFrame(frame);
+    });
 }
 
 void SegmentedRecorder::ingestAudio(const AudioBuffer& buffer)
 {
     onQueue(anchor, [buffer](SegmentedRecorder& r) { r.appendAudio(buffer); });
+}
+
+void SegmentedRecorder::advanceClock(const MediaTime& time)
+{
+    onQueue(anchor, [time](SegmentedRecorder& r) { r.advanceClockOnQueue(time); });
 }
 
 void SegmentedRecorder::setAudioEnabled(bool enabled)
@@ -142,19 +195,29 @@ void SegmentedRecorder::setAudioEnabled(bool enabled)
 
 void SegmentedRecorder::startRecording(const QString& destination)
 {
-    onQueue(anchor, [destination](SegmentedRecorder& r) {
+    // The mark is the moment of the press, taken here: the ring may be a few frames behind.
+    const MediaTime pressedAt = now();
+    setRecording(true);
+    setCurrentDuration(0);
+    setDroppedFrames(0);
+    onQueue(anchor, [destination, pressedAt](SegmentedRecorder& r) {
         r.destinationURL = destination;
-        r.recordingStartPTS = r.latestPTS;
-        onMain(r.anchor, [](SegmentedRecorder& m) {
-            m.setRecording(true);
-            m.setCurrentDuration(0);
-        });
+        r.recordingStartPTS = pressedAt.isNumeric() ? pressedAt : r.latestPTS;
+        r.droppedSinceRecordingStart = 0;
     });
 }
 
 void SegmentedRecorder::stopRecording()
 {
-    onQueue(anchor, [](SegmentedRecorder& r) { r.stopRecordingOnQueue(); });
+    const MediaTime pressedAt = now();
+    setRecording(false);
+    onQueue(anchor, [pressedAt](SegmentedRecorder& r) { r.stopRecordingOnQueue(pressedAt); });
+    // The sound of the last moments is awaited for a little while: a tick after that time lets the
+    // clip go without it, even when the clock's ticks are not running.
+    if (pressedAt.isNumeric())
+        QTimer::singleShot(
+            std::chrono::milliseconds(int((audioTailGraceSeconds + clockTickLagSeconds) * 1000) + 50), this,
+            &SegmentedRecorder::tick);
 }
 
 void SegmentedRecorder::setWriterFactory(SegmentWriterFactory factory)
@@ -185,40 +248,101 @@ void SegmentedRecorder::appendFrame(const VideoFrame& frame)
     if (!pts.isValid() || !pts.isNumeric()) return;
     // No check that time moves forward: the writer gets the frame as it is.
     latestPTS = pts;
+    lastFrame = frame;
+    moveClockTo(pts);
 
-    if (!currentWriter) startNewSegment(pts);
-    if (currentSegmentStartPTS && (pts - *currentSegmentStartPTS).seconds() >= segmentDuration) rotateSegmentAsync(pts);
-
-    // The camera composite belongs here (cameraProvider, drawn into a new picture); until that pass
-    // exists the frame goes in as it came. Results are ignored: a refused frame is simply gone.
-    if (currentWriter && currentWriter->hasVideoInput() && currentWriter->isReadyForMoreMediaData())
-        currentWriter->append(frame);
-
+    if (!currentWriter) {
+        startNewSegment(pts);
+    } else if (currentSegmentStartPTS && (pts - *currentSegmentStartPTS).seconds() >= segmentDuration) {
+        rotateSegmentAsync(pts);
+    }
+    deliverFrame(frame);
+    closeAudioTailIfDue();
     evictOldSegments();
+    publishClock();
+}
 
-    MediaTime earliest = pts;
+void SegmentedRecorder::advanceClockOnQueue(const MediaTime& time)
+{
+    // Only a ring that has seen a picture has anything to hold on to.
+    if (!lastFrame || !time.isNumeric() || (clockPTS.isNumeric() && time <= clockPTS)) return;
+    moveClockTo(time);
+    if (!currentWriter) {
+        // A writer that could not be made is tried again with every tick, as with every frame.
+        startSegmentWithLastPicture(time);
+    } else if (currentSegmentStartPTS && (time - *currentSegmentStartPTS).seconds() >= segmentDuration) {
+        rotateSegmentAsync(time);
+        // The picture has not changed: the new segment starts with it, once, as its key frame.
+        deliverFrame(VideoFrame { lastFrame->image, time });
+    }
+    closeAudioTailIfDue();
+    evictOldSegments();
+    publishClock();
+}
+
+void SegmentedRecorder::moveClockTo(const MediaTime& time)
+{
+    if (!clockPTS.isNumeric() || time > clockPTS) clockPTS = time;
+}
+
+void SegmentedRecorder::deliverFrame(const VideoFrame& frame)
+{
+    // A frame grabbed before the open segment began was overtaken by a tick: it has no place.
+    const bool fits = currentSegmentStartPTS && !(frame.pts < *currentSegmentStartPTS);
+    // The camera composite belongs here (cameraProvider, drawn into a new picture); until that pass
+    // exists the frame goes in as it came.
+    if (fits && currentWriter && currentWriter->hasVideoInput() && currentWriter->isReadyForMoreMediaData()
+        && currentWriter->append(frame))
+        return;
+    countRefusedFrame();
+}
+
+void SegmentedRecorder::countRefusedFrame()
+{
+    ++currentRefused.frames;
+    ++droppedSinceRecordingStart;
+}
+
+void SegmentedRecorder::publishClock()
+{
+    const int refusedWaiting = framesRefusedWaiting.exchange(0);
+    currentRefused.frames += refusedWaiting;
+    droppedSinceRecordingStart += refusedWaiting;
+
+    MediaTime earliest = clockPTS;
     if (!completedSegments.empty())
         earliest = completedSegments.front().startPTS;
+    else if (audioTail)
+        earliest = audioTail->start;
     else if (currentSegmentStartPTS)
         earliest = *currentSegmentStartPTS;
-    double seconds = (pts - earliest).seconds();
+    double seconds = (clockPTS - earliest).seconds();
     if (!(seconds > 0)) seconds = 0; // also NaN
     seconds = std::min(seconds, bufferSeconds);
-    onMain(anchor, [seconds](SegmentedRecorder& m) { m.setBufferedSeconds(seconds); });
+    const int generation = ringGeneration;
+    onMain(anchor, [seconds, generation](SegmentedRecorder& m) {
+        if (m.mainGeneration == generation) m.setBufferedSeconds(seconds);
+    });
 
     if (recordingStartPTS) {
-        const double length = std::max(0.0, (pts - *recordingStartPTS).seconds());
-        onMain(anchor, [length](SegmentedRecorder& m) { m.setCurrentDuration(length); });
+        const double length = std::max(0.0, (clockPTS - *recordingStartPTS).seconds());
+        const qint64 refused = droppedSinceRecordingStart;
+        onMain(anchor, [length, refused](SegmentedRecorder& m) {
+            if (!m.recording) return; // stopped or thrown away since
+            m.setCurrentDuration(length);
+            m.setDroppedFrames(refused);
+        });
     }
 }
 
-void SegmentedRecorder::startNewSegment(const MediaTime& startingAt)
+bool SegmentedRecorder::startNewSegment(const MediaTime& startingAt)
 {
     const QString url = segmentsDir + QStringLiteral("/seg-") + shortUuid() + QStringLiteral(".mp4");
     std::shared_ptr<SegmentWriter> writer = writerFactory ? writerFactory(url) : nullptr;
     if (!writer || writer->status() == SegmentWriter::Status::failed) {
-        logLine(QStringLiteral("Segment writer init failed: ") + orQuestionMark(writer ? writer->error() : QString()));
-        return;
+        segmentProblem = orQuestionMark(writer ? writer->error() : QString());
+        logLine(QStringLiteral("Segment writer init failed: ") + segmentProblem);
+        return false;
     }
     SegmentWriter::VideoSettings video;
     video.width = targetWidth;
@@ -228,77 +352,102 @@ void SegmentedRecorder::startNewSegment(const MediaTime& startingAt)
     writer->addVideoInput(video);
     if (audioEnabled) writer->addAudioInput(); // refused: the segment goes on silent
     if (!writer->startWriting()) {
-        logLine(QStringLiteral("startWriting failed: ") + orQuestionMark(writer->error()));
-        return;
+        segmentProblem = orQuestionMark(writer->error());
+        logLine(QStringLiteral("startWriting failed: ") + segmentProblem);
+        return false;
     }
     writer->startSession(startingAt);
 
     currentWriter = std::move(writer);
     currentSegmentURL = url;
     currentSegmentStartPTS = startingAt;
+    currentRefused = {};
     hasSessionStarted = true;
     lastAudioPTS = MediaTime::invalid();
+    return true;
+}
+
+void SegmentedRecorder::startSegmentWithLastPicture(const MediaTime& at)
+{
+    if (!lastFrame || !startNewSegment(at)) return;
+    deliverFrame(VideoFrame { lastFrame->image, at });
 }
 
 void SegmentedRecorder::rotateSegmentAsync(const MediaTime& startingAt)
 {
     if (!currentWriter || !currentWriter->hasVideoInput() || !currentSegmentURL || !currentSegmentStartPTS) return;
-    std::shared_ptr<SegmentWriter> writer = std::move(currentWriter);
-    const QString url = *currentSegmentURL;
-    const MediaTime start = *currentSegmentStartPTS;
-    // appendFrame has just stored the new frame's time: the old segment ends where the new begins.
-    const MediaTime end = latestPTS.isValid() ? latestPTS : start;
+    // The old segment ends where the new one begins: no overlap and no gap on the clock.
+    endCurrentSegment(startingAt);
+    // The new writer opens before the old one has finished closing, so no frame falls between them.
+    startNewSegment(startingAt);
+}
+
+void SegmentedRecorder::endCurrentSegment(const MediaTime& end)
+{
+    if (!currentWriter || !currentSegmentURL || !currentSegmentStartPTS) return;
+    closeAudioTail(); // one tail at a time; segments are seconds apart
+    currentWriter->endSession(end);
+    AudioTail ended { std::move(currentWriter), *currentSegmentURL, *currentSegmentStartPTS, end, currentRefused };
     currentWriter.reset();
     currentSegmentURL.reset();
     currentSegmentStartPTS.reset();
+    currentRefused = {};
+    ++closingsInFlight; // counted from here, so that a stop's export waits for the tail too
+    if (awaitsSound && ended.writer->hasAudioInput() && ended.writer->isReadyForMoreAudioData()) {
+        audioTail = std::move(ended);
+        return;
+    }
+    closeSegmentAsync(ended.writer, ended.url, ended.start, ended.end, ended.refused);
+}
 
-    // The new writer opens before the old one starts to close, so no frame falls between them.
-    startNewSegment(startingAt);
+void SegmentedRecorder::closeAudioTailIfDue()
+{
+    // The source may be stalled or gone: the tail does not wait for it for long.
+    if (audioTail && clockPTS.isNumeric() && (clockPTS - audioTail->end).seconds() > audioTailGraceSeconds)
+        closeAudioTail();
+}
 
+void SegmentedRecorder::closeAudioTail()
+{
+    if (!audioTail) return;
+    AudioTail tail = std::move(*audioTail);
+    audioTail.reset();
+    closeSegmentAsync(tail.writer, tail.url, tail.start, tail.end, tail.refused);
+}
+
+void SegmentedRecorder::closeSegmentAsync(std::shared_ptr<SegmentWriter> writer, const QString& url,
+    const MediaTime& start, const MediaTime& end, const Refused& refused)
+{
     // Closing waits for the encoder to drain: never on `queue`, whose frames must not stall.
     std::weak_ptr<Anchor> weak = anchor;
-    ++closingsInFlight;
-    utilityPool.start([weak, writer, url, start, end] {
+    const int generation = ringGeneration;
+    utilityPool.start([weak, writer, url, start, end, refused, generation] {
         writer->markAsFinished();
         const SegmentWriter::Status status = writer->finishWriting();
         const QString error = writer->error();
         onQueue(weak, [=](SegmentedRecorder& r) {
             --r.closingsInFlight;
-            if (status == SegmentWriter::Status::completed) {
-                // A stop may have closed a later segment in the meantime: keep the ring in time order.
+            if (refused.frames > 0 || refused.audioBuffers > 0)
+                logLine(QStringLiteral("Segment %1 dropped %2 frames and %3 audio buffers")
+                            .arg(QFileInfo(url).fileName())
+                            .arg(refused.frames)
+                            .arg(refused.audioBuffers));
+            if (generation != r.ringGeneration) {
+                QFile::remove(url); // the ring it belonged to was thrown away
+            } else if (status == SegmentWriter::Status::completed) {
+                r.segmentProblem.clear();
+                // Closings may report back out of order: keep the ring in time order.
                 const auto at = std::upper_bound(r.completedSegments.begin(), r.completedSegments.end(), start,
                     [](const MediaTime& t, const Segment& s) { return t < s.startPTS; });
                 r.completedSegments.insert(at, Segment { url, start, end });
             } else {
-                logLine(QStringLiteral("Segment failed: ") + orQuestionMark(error));
+                r.segmentProblem = orQuestionMark(error);
+                logLine(QStringLiteral("Segment failed: ") + r.segmentProblem);
                 QFile::remove(url);
             }
             r.startPendingExportsIfReady();
         });
     });
-}
-
-void SegmentedRecorder::finalizeCurrentSegmentSync()
-{
-    if (currentWriter && currentWriter->hasVideoInput() && currentSegmentURL && currentSegmentStartPTS) {
-        const QString url = *currentSegmentURL;
-        const MediaTime start = *currentSegmentStartPTS;
-        const MediaTime end = latestPTS.isValid() ? latestPTS : start;
-        currentWriter->markAsFinished();
-        // The one place where `queue` waits: frames that come meanwhile queue up behind this.
-        const SegmentWriter::Status status = currentWriter->finishWriting();
-        if (status == SegmentWriter::Status::completed) {
-            completedSegments.push_back(Segment { url, start, end });
-        } else {
-            logLine(QStringLiteral("Segment failed: ") + orQuestionMark(currentWriter->error()));
-            QFile::remove(url);
-        }
-    } else {
-        return;
-    }
-    currentWriter.reset();
-    currentSegmentURL.reset();
-    currentSegmentStartPTS.reset();
 }
 
 void SegmentedRecorder::evictOldSegments()
@@ -308,7 +457,7 @@ void SegmentedRecorder::evictOldSegments()
     const double limit = recordingStartPTS ? std::numeric_limits<double>::infinity() : bufferSeconds + 6.0;
     while (!completedSegments.empty()) {
         const Segment& oldest = completedSegments.front();
-        const double age = (latestPTS - oldest.endPTS).seconds();
+        const double age = (clockPTS - oldest.endPTS).seconds();
         if (!(limit < age)) break; // exactly at the limit, or not a number: it stays
         QFile::remove(oldest.url);
         completedSegments.erase(completedSegments.begin());
@@ -317,64 +466,99 @@ void SegmentedRecorder::evictOldSegments()
 
 void SegmentedRecorder::appendAudio(const AudioBuffer& buffer)
 {
-    if (!currentWriter || !currentWriter->hasAudioInput() || !currentWriter->isReadyForMoreAudioData()
-        || !currentSegmentStartPTS)
-        return;
     const MediaTime pts = buffer.pts;
-    if (!pts.isValid() || !pts.isNumeric()) return;
-    if (pts < *currentSegmentStartPTS) return;
+    if (!pts.isValid() || !pts.isNumeric() || buffer.frameCount() == 0) return;
     // Two sources share one track: the one that lags behind loses its buffer, nothing is reordered.
     if (lastAudioPTS.isValid() && !(pts > lastAudioPTS)) return;
-    currentWriter->appendAudio(buffer);
-    lastAudioPTS = pts;
+
+    AudioBuffer rest = buffer;
+    if (audioTail && pts < audioTail->end) {
+        // The last moments of the segment that ended: they belong to its file, not the next one.
+        const int head = buffer.framesBefore(audioTail->end);
+        if (!(pts < audioTail->start) && !audioTail->writer->appendAudio(buffer.slice(0, head)))
+            ++audioTail->refused.audioBuffers;
+        rest = buffer.slice(head, buffer.frameCount());
+        lastAudioPTS = pts;
+    }
+    // Sound has reached the end of the segment that ended: its file can close.
+    if (audioTail && !(buffer.end() < audioTail->end)) closeAudioTail();
+    if (rest.frameCount() == 0) return;
+
+    // Audio before the first picture, and while no segment is open, is gone.
+    if (!currentWriter || !currentWriter->hasAudioInput() || !currentSegmentStartPTS) return;
+    if (rest.pts < *currentSegmentStartPTS) {
+        const int before = rest.framesBefore(*currentSegmentStartPTS);
+        rest = rest.slice(before, rest.frameCount());
+        if (rest.frameCount() == 0) return;
+    }
+    if (!currentWriter->isReadyForMoreAudioData() || !currentWriter->appendAudio(rest)) {
+        ++currentRefused.audioBuffers;
+        ++droppedSinceRecordingStart;
+        return;
+    }
+    lastAudioPTS = rest.pts;
 }
 
 // ---- recording and export ----
 
-void SegmentedRecorder::stopRecordingOnQueue()
+void SegmentedRecorder::stopRecordingOnQueue(const MediaTime& pressedAt)
 {
-    if (!recordingStartPTS || !destinationURL) {
-        onMain(anchor, [](SegmentedRecorder& m) { m.setRecording(false); });
-        return;
-    }
-    finalizeCurrentSegmentSync();
+    if (!recordingStartPTS || !destinationURL) return; // no recording: no clip, no error
+    // The clip ends at the press, and its last picture lasts until then.
+    if (pressedAt.isNumeric()) moveClockTo(pressedAt);
+    const MediaTime end = clockPTS.isNumeric() ? clockPTS : latestPTS;
+    const MediaTime lastStart = currentSegmentStartPTS.value_or(end);
+    endCurrentSegment(end);
     pendingExports.push_back(PendingExport {
-        *recordingStartPTS - MediaTime::fromSeconds(bufferSeconds, 600), latestPTS, *destinationURL });
+        *recordingStartPTS - MediaTime::fromSeconds(bufferSeconds, 600), end, lastStart, *destinationURL });
+    const double length = std::max(0.0, (end - *recordingStartPTS).seconds());
     recordingStartPTS.reset();
     destinationURL.reset();
-    onMain(anchor, [](SegmentedRecorder& m) {
-        m.setRecording(false);
+    // The length stays on show after the stop, unless a new recording has begun meanwhile.
+    onMain(anchor, [length](SegmentedRecorder& m) {
+        if (!m.recording) m.setCurrentDuration(length);
         m.setExporting(true);
     });
-    // A segment rotated just before the stop may still be closing; the export waits for it rather
-    // than leave a hole in the clip. Closings take a fraction of a second.
+    // With a clock the ring goes on at once, with the picture on screen now; without one the next
+    // frame opens the next segment.
+    if (pressedAt.isNumeric()) startSegmentWithLastPicture(end);
+    // Segments that ended just before the stop may still be closing; the export waits for them
+    // rather than leave a hole in the clip. Closings take a fraction of a second.
     startPendingExportsIfReady();
 }
 
 void SegmentedRecorder::startPendingExportsIfReady()
 {
     if (closingsInFlight > 0) return;
+    const QString problem = segmentProblem;
     for (const PendingExport& job : std::exchange(pendingExports, {})) {
         std::vector<Segment> chosen;
         for (const Segment& s : completedSegments)
-            if (s.endPTS > job.trimFromPTS && !(s.startPTS > job.lastPTS)) chosen.push_back(s);
+            if (s.endPTS > job.trimFromPTS && !(s.startPTS > job.lastStart)) chosen.push_back(s);
         std::weak_ptr<Anchor> weak = anchor;
-        QThreadPool::globalInstance()->start([weak, chosen, job] {
+        QThreadPool::globalInstance()->start([weak, chosen, job, problem] {
             if (weak.expired()) return;
-            exportConcatenated(weak, chosen, job.trimFromPTS, job.destination);
+            exportConcatenated(weak, chosen, job.trimFromPTS, job.destination, problem);
         });
     }
 }
 
 void SegmentedRecorder::exportConcatenated(const std::weak_ptr<Anchor>& weak, const std::vector<Segment>& segments,
-    const MediaTime& trimFromPTS, const QString& destination)
+    const MediaTime& trimFromPTS, const QString& destination, const QString& bufferProblem)
 {
+    if (segments.empty() && !bufferProblem.isEmpty()) {
+        // Nothing buffered because nothing could be written: say why, not "wait a second".
+        reportError(weak,
+            QStringLiteral("Nothing could be buffered: %1 (in %2).").arg(bufferProblem, QDir::tempPath()));
+        onMain(weak, [](SegmentedRecorder& m) { m.setExporting(false); });
+        return;
+    }
     const ClipExporter::Result result = ClipExporter::exportConcatenated(segments, trimFromPTS, destination);
     if (result.completed) {
-        onQueue(weak, [segments, destination](SegmentedRecorder& r) {
+        onQueue(weak, [segments, path = result.path](SegmentedRecorder& r) {
             r.removeExportedSegments(segments);
-            onMain(r.anchor, [destination](SegmentedRecorder& m) {
-                if (m.onFinished) m.onFinished(destination);
+            onMain(r.anchor, [path](SegmentedRecorder& m) {
+                if (m.onFinished) m.onFinished(path);
                 m.setExporting(false);
             });
         });
@@ -435,4 +619,11 @@ void SegmentedRecorder::setExporting(bool value)
     if (exporting == value) return;
     exporting = value;
     emit isExportingChanged(value);
+}
+
+void SegmentedRecorder::setDroppedFrames(qint64 value)
+{
+    if (dropped == value) return;
+    dropped = value;
+    emit droppedFramesChanged(value);
 }

@@ -13,12 +13,14 @@
 #include <QString>
 #include <QThreadPool>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <vector>
 
+class QTimer;
 class SegmentWriter;
 struct CameraComposite; // the camera overlay of one frame, drawn by the compositing pass
 
@@ -27,10 +29,17 @@ struct CameraComposite; // the camera overlay of one frame, drawn by the composi
 // for it. A recording only marks a point on this chain; stopping it joins the segments of the
 // span into one MP4 by copying packets (ClipExporter).
 //
+// Time is the capture clock's, not the frames'. A still screen sends no frames, yet the ring's
+// clock keeps running: while buffering, a tick on the main thread tells the ring what time it is,
+// so segments still close every segmentDuration, old ones still go, the counters count real
+// seconds, and a segment's last picture lasts until the segment closed. A segment that opens with
+// no new frame starts with the last picture again (one frame, not one per frame interval). A clip
+// therefore covers the clock from bufferSeconds before the first press to the second press.
+//
 // Threads: the observable properties, onFinished and onError live on the thread that owns the
 // object (the main thread) and are written there only. Every writer field lives on `queue`
 // ("vt2.recorder.segments"); the public operations below may be called from any thread and only
-// place work there. Closing a rotated segment runs on `utilityPool`; an export on the global pool.
+// place work there. Closing a segment runs on `utilityPool`; an export on the global pool.
 class SegmentedRecorder : public QObject {
     Q_OBJECT
     Q_PROPERTY(bool isBuffering READ isBuffering NOTIFY isBufferingChanged)
@@ -38,6 +47,7 @@ class SegmentedRecorder : public QObject {
     Q_PROPERTY(double currentDuration READ currentDuration NOTIFY currentDurationChanged)
     Q_PROPERTY(double bufferedSeconds READ bufferedSeconds NOTIFY bufferedSecondsChanged)
     Q_PROPERTY(bool isExporting READ isExporting NOTIFY isExportingChanged)
+    Q_PROPERTY(qint64 droppedFrames READ droppedFrames NOTIFY droppedFramesChanged)
 
 public:
     // Makes the writer of one segment file at `path`. The recorder uses a real SegmentWriter;
@@ -45,8 +55,21 @@ public:
     // whose status is already failed counts as "could not be made".
     using SegmentWriterFactory = std::function<std::unique_ptr<SegmentWriter>(const QString& path)>;
     using CameraProvider = std::function<std::optional<CameraComposite>()>;
+    // The capture clock's present time. An invalid answer means "no clock": then the ring's time is
+    // that of the newest frame, and nothing moves between frames.
+    using Clock = std::function<MediaTime()>;
 
     static constexpr double segmentDuration = 6.0;
+    // How often the clock ticks while buffering, and how far behind the clock a tick stays: a
+    // frame grabbed just before a tick may still be on its way, and must not land before the
+    // start of a segment that the tick opened.
+    static constexpr int clockTickMilliseconds = 250;
+    static constexpr double clockTickLagSeconds = 0.25;
+    // The audio of a closed segment is awaited this long past its end before the file closes
+    // without it (a stalled or silent source).
+    static constexpr double audioTailGraceSeconds = 0.5;
+    // Frames handed to the ring and not yet taken; more are dropped and counted.
+    static constexpr int defaultFramesWaitingLimit = 8;
 
     explicit SegmentedRecorder(QObject* parent = nullptr);
     // Abandons the open segment and removes the whole segment folder. Main thread.
@@ -58,29 +81,45 @@ public:
     double currentDuration() const { return duration; }
     double bufferedSeconds() const { return buffered; }
     bool isExporting() const { return exporting; }
+    // Frames and audio buffers refused since the running (or last) recording started: the writer
+    // could not keep up, had failed, or the ring was too far behind.
+    qint64 droppedFrames() const { return dropped; }
     // The folder of this run's segment files.
     QString segmentsDirectory() const { return segmentsDir; }
+
+    // Main thread, before anything else: where the ring's time comes from. The default reads the
+    // monotonic capture clock. Without a clock a segment's sound is not awaited after it ends.
+    void setClock(Clock clock);
 
     // Any thread. Stored on `queue`: size, bit rate and rate apply from the next segment,
     // bufferSeconds from the next frame.
     void configure(int width, int height, double bitrateMbps, double bufferSeconds, int fps);
-    // Any thread: only shows that the ring is wanted; the ring runs whenever frames come.
+    // Main thread: the ring is wanted; its clock ticks from now on.
     void armBuffering();
-    // Any thread: closes the open segment, throws the ring and any running recording away.
+    // Main thread: closes the open segment, throws the ring and any running recording away, and
+    // stops the clock's ticks.
     void disarmBuffering();
     // Any thread: hands the sample to appendFrame / appendAudio on `queue`.
     void ingest(const VideoFrame& frame);
     void ingestAudio(const AudioBuffer& buffer);
+    // Any thread: the capture clock has reached `now`. The tick does this while buffering.
+    void advanceClock(const MediaTime& now);
     // Any thread: whether segments opened from now on get an audio track.
     void setAudioEnabled(bool enabled);
-    // Any thread: marks the newest frame as the start of a recording that goes to `destination`.
+    // Main thread: marks the present moment of the clock as the start of a recording that goes to
+    // `destination`. isRecording changes at once.
     void startRecording(const QString& destination);
-    // Any thread: closes the open segment and joins the span into the destination clip.
+    // Main thread: closes the open segment at the present moment and joins the span into the
+    // destination clip. isRecording changes at once.
     void stopRecording();
     // Any thread: replaces how segment writers are made (see SegmentWriterFactory).
     void setWriterFactory(SegmentWriterFactory factory);
+    // How many frames may wait for the ring before new ones are dropped. A source faster than
+    // real time (a test, a benchmark) that wants every frame lifts it.
+    void setFramesWaitingLimit(int limit) { framesWaitingLimit = limit; }
 
-    // Set on the main thread by the owner; called on the main thread.
+    // Set on the main thread by the owner; called on the main thread. onFinished receives the
+    // path the clip was written to: the destination, or a free name beside it if that was taken.
     std::function<void(const QString& url)> onFinished;
     std::function<void(const QString& text)> onError;
     // Set by the owner before frames flow; called on `queue` (the compositing pass).
@@ -99,6 +138,7 @@ signals:
     void currentDurationChanged(double value);
     void bufferedSecondsChanged(double value);
     void isExportingChanged(bool value);
+    void droppedFramesChanged(qint64 value);
 
 private:
     // Lets work that outlives a call (closings, exports) find out whether the recorder still
@@ -106,6 +146,22 @@ private:
     struct Anchor {
         std::mutex mutex;
         SegmentedRecorder* recorder = nullptr; // guarded by mutex
+    };
+
+    // What is refused while a segment is open, logged when it closes.
+    struct Refused {
+        int frames = 0;
+        int audioBuffers = 0;
+    };
+
+    // A segment that has ended on the clock but still takes the audio of its last moments, which
+    // comes a little after the picture.
+    struct AudioTail {
+        std::shared_ptr<SegmentWriter> writer;
+        QString url;
+        MediaTime start;
+        MediaTime end;
+        Refused refused;
     };
 
     // Runs on `queue` with the recorder, or not at all once the recorder is gone.
@@ -116,12 +172,28 @@ private:
     // All on `queue`.
     void appendFrame(const VideoFrame& frame);
     void appendAudio(const AudioBuffer& buffer);
-    void startNewSegment(const MediaTime& startingAt);
+    void advanceClockOnQueue(const MediaTime& now);
+    // The ring's present time: the newest of the clock's ticks and the frames.
+    void moveClockTo(const MediaTime& time);
+    bool startNewSegment(const MediaTime& startingAt);
+    // Opens a segment at `at` whose first picture is the last one seen, if there is one.
+    void startSegmentWithLastPicture(const MediaTime& at);
+    void deliverFrame(const VideoFrame& frame);
+    // Ends the open segment at `end`: its audio may still come (AudioTail), then it closes.
+    void endCurrentSegment(const MediaTime& end);
+    // Moves the clock on to `time`: segments rotate, old ones go, counters follow.
+    void tick();
     void rotateSegmentAsync(const MediaTime& startingAt);
-    void finalizeCurrentSegmentSync();
+    // The tail closes once its sound has come, or when it waited long enough.
+    void closeAudioTailIfDue();
+    void closeAudioTail();
+    void closeSegmentAsync(std::shared_ptr<SegmentWriter> writer, const QString& url, const MediaTime& start,
+        const MediaTime& end, const Refused& refused);
     void evictOldSegments();
-    void stopRecordingOnQueue();
-    // Starts the exports of stops once no rotated segment is still closing.
+    void publishClock();
+    void countRefusedFrame();
+    void stopRecordingOnQueue(const MediaTime& pressedAt);
+    // Starts the exports of stops once no ended segment is still closing.
     void startPendingExportsIfReady();
     void removeExportedSegments(const std::vector<Segment>& exported);
 
@@ -129,7 +201,9 @@ private:
     static void reportError(const std::weak_ptr<Anchor>& anchor, const QString& text);
     // The global pool: joins `segments` into `destination`, then reports.
     static void exportConcatenated(const std::weak_ptr<Anchor>& anchor, const std::vector<Segment>& segments,
-        const MediaTime& trimFromPTS, const QString& destination);
+        const MediaTime& trimFromPTS, const QString& destination, const QString& bufferProblem);
+    // The present time on the capture clock, or invalid without one. Main thread.
+    MediaTime now() const;
 
     // Main thread.
     void setBuffering(bool value);
@@ -137,6 +211,7 @@ private:
     void setCurrentDuration(double value);
     void setBufferedSeconds(double value);
     void setExporting(bool value);
+    void setDroppedFrames(qint64 value);
 
     // Main thread only.
     bool buffering = false;
@@ -144,6 +219,11 @@ private:
     double duration = 0;
     double buffered = 0;
     bool exporting = false;
+    qint64 dropped = 0;
+    Clock clock;
+    QTimer* clockTicker;
+    // Counts disarms, like ringGeneration on `queue`: values published by an older ring are dropped.
+    int mainGeneration = 0;
 
     // `queue` only.
     int targetWidth = 1920;
@@ -154,27 +234,46 @@ private:
     std::shared_ptr<SegmentWriter> currentWriter;
     std::optional<QString> currentSegmentURL;
     std::optional<MediaTime> currentSegmentStartPTS;
+    Refused currentRefused;
+    std::optional<AudioTail> audioTail;
+    // Whether the sound of a segment's last moments is awaited (there is a clock to time out by).
+    bool awaitsSound = true;
     bool hasSessionStarted = false;
     bool audioEnabled = false;
     MediaTime lastAudioPTS;
     std::vector<Segment> completedSegments;
     MediaTime latestPTS = MediaTime::zero();
+    // The ring's present time; invalid until the first frame.
+    MediaTime clockPTS;
+    // The last picture, which lasts until something changes.
+    std::optional<VideoFrame> lastFrame;
     std::optional<MediaTime> recordingStartPTS;
     std::optional<QString> destinationURL;
-    // Rotated segments whose closing has not reported back yet.
+    qint64 droppedSinceRecordingStart = 0;
+    // Why the last segment could not be written, until one is written again.
+    QString segmentProblem;
+    // Raised by disarmBuffering: closings of an older ring remove their file instead of joining.
+    int ringGeneration = 0;
+    // Ended segments whose closing has not reported back yet.
     int closingsInFlight = 0;
     // Stops whose exports wait for those closings, so that no segment is missing from a clip.
     struct PendingExport {
         MediaTime trimFromPTS;
-        MediaTime lastPTS; // the last frame before the stop: later segments are not the clip's
+        MediaTime end; // the stop
+        MediaTime lastStart; // the start of the segment the stop ended: later ones are not the clip's
         QString destination;
     };
     std::vector<PendingExport> pendingExports;
     SegmentWriterFactory writerFactory;
 
+    // Any thread.
+    std::atomic<int> framesWaiting { 0 };
+    std::atomic<int> framesWaitingLimit { defaultFramesWaitingLimit };
+    std::atomic<int> framesRefusedWaiting { 0 };
+
     const QString segmentsDir;
     std::shared_ptr<Anchor> anchor;
-    // Closings of rotated segments, so that they never wait behind anything else.
+    // Closings of segments, so that they never wait behind anything else.
     QThreadPool utilityPool;
     // Last member: destroyed first, after the destructor has stopped its work.
     SerialQueue queue { QStringLiteral("vt2.recorder.segments") };

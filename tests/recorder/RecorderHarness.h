@@ -9,6 +9,7 @@
 #include <QElapsedTimer>
 
 #include <functional>
+#include <limits>
 #include <memory>
 
 // A recorder at a small picture size whose writers are paced instead of thinned, so that a test can
@@ -17,6 +18,9 @@ inline std::unique_ptr<SegmentedRecorder> pacedRecorder(
     int fps, double bufferSeconds, int width = 256, int height = 144)
 {
     auto recorder = std::make_unique<SegmentedRecorder>();
+    // Time moves with the frames the test feeds, and only with them.
+    recorder->setClock([] { return MediaTime::invalid(); });
+    recorder->setFramesWaitingLimit(std::numeric_limits<int>::max());
     recorder->setWriterFactory([](const QString& path) {
         auto writer = std::make_unique<SegmentWriter>(path);
         writer->setExpectsMediaDataInRealTime(false);
