@@ -63,9 +63,9 @@ QString ControlCommands::status() const
     QString state;
     if (recorder->isRecording()) {
         state = QStringLiteral("recording %1 s").arg(recorder->currentDuration(), 0, 'f', 1);
-        if (recorder->droppedFrames() > 0) state += QStringLiteral(", dropped %1 frames").arg(recorder->droppedFrames());
-    }
-    else if (recorder->isExporting())
+        if (recorder->droppedFrames() > 0)
+            state += QStringLiteral(", dropped %1 frames").arg(recorder->droppedFrames());
+    } else if (recorder->isExporting())
         state = QStringLiteral("saving a clip");
     else if (engine->isStreaming())
         state = QStringLiteral("buffering %1 s").arg(recorder->bufferedSeconds(), 0, 'f', 1);

@@ -23,7 +23,6 @@ struct Piece {
     int videoIndex = -1;
     int audioIndex = -1;
     MediaTime rangeStart; // in the file's own time
-    MediaTime rangeEnd; // in the file's own time: where the picture ends
     MediaTime insertAt; // in the clip's time
 };
 
@@ -135,7 +134,6 @@ ClipExporter::Result ClipExporter::exportConcatenated(
             }
         }
         piece.rangeStart = start;
-        piece.rangeEnd = start + length;
         piece.insertAt = insertion;
         insertion = insertion + length;
         pieces.push_back(std::move(piece));
@@ -251,14 +249,18 @@ ClipExporter::Result ClipExporter::exportConcatenated(
             }
             const AVStream* inStream = in->streams[packet->stream_index];
             AVStream* outStream = isVideo ? video : audio;
-            // Sound past the end of this segment's picture belongs to the time of the next one.
-            if (isAudio && packet->pts != AV_NOPTS_VALUE && p + 1 < pieces.size()
-                && packet->pts >= ticks(piece.rangeEnd, inStream->time_base)) {
-                av_packet_unref(packet.get());
-                continue;
-            }
             const int64_t shift
                 = ticks(piece.insertAt, inStream->time_base) - ticks(piece.rangeStart, inStream->time_base);
+            if (isVideo && piece.rangeStart > MediaTime::zero() && packet->pts != AV_NOPTS_VALUE
+                && packet->duration > 0) {
+                // The picture on show at the cut may have been on show for seconds (a still
+                // screen): it starts at the cut instead, so that the edit does not hide it.
+                const int64_t cut = ticks(piece.rangeStart, inStream->time_base);
+                if (packet->pts < cut && packet->pts + packet->duration > cut) {
+                    packet->duration -= cut - packet->pts;
+                    packet->pts = packet->dts = cut;
+                }
+            }
             if (packet->pts != AV_NOPTS_VALUE) packet->pts += shift;
             if (packet->dts != AV_NOPTS_VALUE) packet->dts += shift;
             av_packet_rescale_ts(packet.get(), inStream->time_base, outStream->time_base);

@@ -11,11 +11,11 @@
 // decoded. The first segment is cut at trimFromPTS through an MP4 edit list (the copy starts at
 // the key frame before the cut and the edit hides the pre-roll); a first segment that ends before
 // the cut is left out. Later segments follow without gaps, each advancing the clip by the length
-// of its picture (which lasts until the segment closed); sound of a segment that reaches past its
-// picture gives way to the next segment's. The audio track appears from the first segment that has
-// audio. The clip is written with its index at the front, under a temporary name in the
-// destination folder, and moved into place only when it is complete. It never replaces a file:
-// when the name is taken, the clip is called "name (2).mp4", "name (3).mp4"...
+// of its picture (which lasts until the segment closed). A segment's sound may reach a little past
+// its picture, up to where the next segment's sound begins; where the two overlap, the next one
+// gives way. The audio track appears from the first segment that has audio. The clip is written with its index at the
+// front, under a temporary name in the destination folder, and moved into place only when it is complete. It never
+// replaces a file: when the name is taken, the clip is called "name (2).mp4", "name (3).mp4"...
 //
 // Blocking; runs on any thread but the recorder's queue (it reads only what it is given).
 class ClipExporter {

@@ -185,8 +185,8 @@ void SegmentWriter::Impl::encodeVideo(const VideoFrame& frame)
     // frame after which the next one (at the present interval) would be more than a second after
     // the last key frame.
     const int64_t interval = lastVideoPts == INT64_MIN ? 0 : pts - lastVideoPts;
-    const bool key = lastKeyPts == INT64_MIN || framesSinceKey >= fps
-        || pts - lastKeyPts + interval > int64_t(videoTimeBase.den);
+    const bool key
+        = lastKeyPts == INT64_MIN || framesSinceKey >= fps || pts - lastKeyPts + interval > int64_t(videoTimeBase.den);
     if (key) {
         lastKeyPts = pts;
         framesSinceKey = 0;

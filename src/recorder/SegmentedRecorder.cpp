@@ -215,9 +215,8 @@ void SegmentedRecorder::stopRecording()
     // The sound of the last moments is awaited for a little while: a tick after that time lets the
     // clip go without it, even when the clock's ticks are not running.
     if (pressedAt.isNumeric())
-        QTimer::singleShot(
-            std::chrono::milliseconds(int((audioTailGraceSeconds + clockTickLagSeconds) * 1000) + 50), this,
-            &SegmentedRecorder::tick);
+        QTimer::singleShot(std::chrono::milliseconds(int((audioTailGraceSeconds + clockTickLagSeconds) * 1000) + 50),
+            this, &SegmentedRecorder::tick);
 }
 
 void SegmentedRecorder::setWriterFactory(SegmentWriterFactory factory)
@@ -440,6 +439,8 @@ void SegmentedRecorder::closeSegmentAsync(std::shared_ptr<SegmentWriter> writer,
                 const auto at = std::upper_bound(r.completedSegments.begin(), r.completedSegments.end(), start,
                     [](const MediaTime& t, const Segment& s) { return t < s.startPTS; });
                 r.completedSegments.insert(at, Segment { url, start, end });
+                r.evictOldSegments(); // it may have come back too old to keep
+                r.publishClock();
             } else {
                 r.segmentProblem = orQuestionMark(error);
                 logLine(QStringLiteral("Segment failed: ") + r.segmentProblem);
@@ -459,6 +460,10 @@ void SegmentedRecorder::evictOldSegments()
         const Segment& oldest = completedSegments.front();
         const double age = (clockPTS - oldest.endPTS).seconds();
         if (!(limit < age)) break; // exactly at the limit, or not a number: it stays
+        // A stop whose export has not begun yet still needs what lies in its span.
+        const bool wanted = std::any_of(pendingExports.begin(), pendingExports.end(),
+            [&](const PendingExport& job) { return oldest.endPTS > job.trimFromPTS; });
+        if (wanted) break;
         QFile::remove(oldest.url);
         completedSegments.erase(completedSegments.begin());
     }
@@ -548,8 +553,8 @@ void SegmentedRecorder::exportConcatenated(const std::weak_ptr<Anchor>& weak, co
 {
     if (segments.empty() && !bufferProblem.isEmpty()) {
         // Nothing buffered because nothing could be written: say why, not "wait a second".
-        reportError(weak,
-            QStringLiteral("Nothing could be buffered: %1 (in %2).").arg(bufferProblem, QDir::tempPath()));
+        reportError(
+            weak, QStringLiteral("Nothing could be buffered: %1 (in %2).").arg(bufferProblem, QDir::tempPath()));
         onMain(weak, [](SegmentedRecorder& m) { m.setExporting(false); });
         return;
     }

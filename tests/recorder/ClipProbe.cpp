@@ -5,6 +5,9 @@
 
 #include <QFile>
 
+#include <algorithm>
+#include <cmath>
+
 namespace {
 
 bool moovBeforeMdat(const QString& path)
@@ -79,12 +82,19 @@ ClipProbe ClipProbe::read(const QString& path)
                 ? -1
                 : double(frame->best_effort_timestamp) * av_q2d(tb);
             if (index == v) {
+                probe.videoEnd = std::max(probe.videoEnd, t + double(frame->pkt_duration) * av_q2d(tb));
                 probe.frames.push_back(
                     { t, IndexedFrames::indexFromLuma(frame->data[0], frame->linesize[0], frame->width, frame->height),
                         frame->key_frame != 0 });
             } else {
                 if (probe.audioStart < 0) probe.audioStart = t;
                 probe.audioSeconds += double(frame->nb_samples) / frame->sample_rate;
+                if (frame->format == AV_SAMPLE_FMT_FLTP || frame->format == AV_SAMPLE_FMT_FLT) {
+                    const auto* samples = reinterpret_cast<const float*>(frame->data[0]);
+                    const int step = frame->format == AV_SAMPLE_FMT_FLT ? frame->ch_layout.nb_channels : 1;
+                    for (int i = 0; i < frame->nb_samples; ++i)
+                        probe.audio.push_back(samples[i * step]);
+                }
             }
             av_frame_unref(frame.get());
         }
@@ -109,6 +119,24 @@ ClipProbe ClipProbe::read(const QString& path)
         drain(audioDecoder.get(), a);
     }
     return probe;
+}
+
+double ClipProbe::longestQuietStretch(float level) const
+{
+    size_t longest = 0, run = 0;
+    for (float x : audio) {
+        run = std::abs(x) < level ? run + 1 : 0;
+        longest = std::max(longest, run);
+    }
+    return audioSampleRate > 0 ? double(longest) / audioSampleRate : 0;
+}
+
+const ClipProbe::Frame* ClipProbe::frameAt(double seconds) const
+{
+    const Frame* shown = nullptr;
+    for (const Frame& f : frames)
+        if (f.seconds <= seconds + 1e-6 && (!shown || f.seconds >= shown->seconds)) shown = &f;
+    return shown;
 }
 
 double ClipProbe::duration() const

@@ -27,8 +27,14 @@ struct ClipProbe {
     int videoPackets = 0; // in the file, including any hidden by an edit list
     double audioStart = -1; // seconds of the first decoded audio sample shown, -1 when none
     double audioSeconds = 0; // decoded audio, in seconds
+    std::vector<float> audio; // the decoded samples of the first channel, from audioStart on
+    double videoEnd = 0; // where the last frame's display ends: its time plus its duration
     int decodeErrors = 0;
 
     static ClipProbe read(const QString& path);
     double duration() const;
+    // The longest run of samples quieter than `level`, in seconds (a hole in a tone).
+    double longestQuietStretch(float level) const;
+    // The frame on show at `seconds`: the last one that starts at or before it; null if none.
+    const Frame* frameAt(double seconds) const;
 };

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "IndexedFrames.h"
-#include "support/EventLoop.h"
 #include "recorder/SegmentWriter.h"
 #include "recorder/SegmentedRecorder.h"
+#include "support/EventLoop.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
