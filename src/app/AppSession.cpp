@@ -3,11 +3,13 @@
 #include "app/AppSettings.h"
 #include "app/ControlCommands.h"
 #include "app/ControlServer.h"
+#include "app/ControlSocketPath.h"
 #include "app/GlobalHotkeys.h"
 #include "app/PlatformFactory.h"
 #include "app/RecorderViewModel.h"
 #include "app/SourceGeometry.h"
 #include "capture/CaptureEngine.h"
+#include "core/Log.h"
 #include "core/Publisher.h"
 #include "monitor/RegionPicking.h"
 
@@ -36,7 +38,16 @@ bool AppSession::start(QString* error)
     controller = std::make_unique<RecorderViewModel>(settings.get(), PlatformFactory::create());
     commands = std::make_unique<ControlCommands>(*controller);
     server = std::make_unique<ControlServer>([this](const QStringList& command) { return commands->handle(command); });
-    const QString path = options.socketPath.isEmpty() ? ControlProtocol::defaultSocketPath() : options.socketPath;
+    QString path = options.socketPath;
+    if (path.isEmpty()) {
+        const ControlSocketPath::Location location = ControlSocketPath::forThisUser(true);
+        if (!location.note.isEmpty()) logLine(location.note);
+        if (!location.error.isEmpty()) {
+            if (error) *error = QStringLiteral("no private place for the control socket: %1").arg(location.error);
+            return false;
+        }
+        path = location.path;
+    }
     QString listenError;
     switch (server->listen(path, &listenError)) {
     case ControlServer::ListenResult::alreadyRunning:

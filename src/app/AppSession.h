@@ -22,7 +22,7 @@ public:
     struct Options {
         bool headless = false;
         QString source;     // a descriptor to select once the sources are listed (headless)
-        QString socketPath; // empty: the default under $XDG_RUNTIME_DIR
+        QString socketPath; // empty: the user's private one (see ControlSocketPath)
     };
 
     explicit AppSession(Options options, QObject* parent = nullptr);

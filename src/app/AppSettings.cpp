@@ -1,7 +1,5 @@
 #include "app/AppSettings.h"
 
-#include "app/SettingsReader.h"
-
 #include <QDir>
 #include <QSettings>
 
@@ -24,20 +22,21 @@ QString AppSettings::defaultSaveFolderPath()
     return QDir::homePath() + QStringLiteral("/Desktop");
 }
 
-// Reads every key once, in the order of the fields; a value that can't be read keeps the default.
+// Reads every key once, in the order of the fields; a value that can't be read keeps the default,
+// and a number out of its range is held to it (one log line each).
 void AppSettings::load()
 {
     const SettingsReader read(*store);
-    bufferSecondsValue = read.readDouble("vt2.bufferSeconds").value_or(bufferSecondsValue);
+    bufferSecondsValue = read.readDouble("vt2.bufferSeconds", bufferSecondsRange).value_or(bufferSecondsValue);
     resolutionValue = fromRawValue<Resolution>(read.rawString("vt2.resolution")).value_or(resolutionValue);
     frameRateValue = frameRateFromStoredInteger(read.integer("vt2.frameRate"));
-    bitrateMbpsValue = read.readDouble("vt2.bitrateMbps").value_or(bitrateMbpsValue);
+    bitrateMbpsValue = read.readDouble("vt2.bitrateMbps", bitrateMbpsRange).value_or(bitrateMbpsValue);
     qualityModeValue = fromRawValue<QualityMode>(read.rawString("vt2.qualityMode")).value_or(qualityModeValue);
     cursorValue = read.rawString("vt2.cursor") == QStringLiteral("Hide") ? CursorMode::hide : CursorMode::show;
     saveFolderPathValue = read.readString("vt2.savePath").value_or(saveFolderPathValue);
     openFinderOnSaveValue = read.readBool("vt2.openFinder").value_or(openFinderOnSaveValue);
     playSoundOnSaveValue = read.readBool("vt2.playSound").value_or(playSoundOnSaveValue);
-    autoStopMinutesValue = read.readDouble("vt2.autoStopMinutes").value_or(autoStopMinutesValue);
+    autoStopMinutesValue = read.readDouble("vt2.autoStopMinutes", autoStopMinutesRange).value_or(autoStopMinutesValue);
     hideAppInCapturesValue = read.readBool("vt2.hideApp").value_or(hideAppInCapturesValue);
     saveHotkeyValue = read.hotkey("vt2.saveHotkeyBinding").value_or(saveHotkeyValue);
     armHotkeyValue = read.hotkey("vt2.armHotkeyBinding").value_or(armHotkeyValue);
@@ -46,14 +45,14 @@ void AppSettings::load()
     cameraFrameStyleValue
         = fromRawValue<CameraFrameStyle>(read.rawString("vt2.camera.frameStyle")).value_or(cameraFrameStyleValue);
     cameraFrameEnabledValue = read.readBool("vt2.camera.frameEnabled").value_or(cameraFrameEnabledValue);
-    cameraPositionXValue = read.readDouble("vt2.camera.posX").value_or(cameraPositionXValue);
-    cameraPositionYValue = read.readDouble("vt2.camera.posY").value_or(cameraPositionYValue);
-    cameraSizeValue = read.readDouble("vt2.camera.size").value_or(cameraSizeValue);
+    cameraPositionXValue = read.readDouble("vt2.camera.posX", cameraPositionRange).value_or(cameraPositionXValue);
+    cameraPositionYValue = read.readDouble("vt2.camera.posY", cameraPositionRange).value_or(cameraPositionYValue);
+    cameraSizeValue = read.readDouble("vt2.camera.size", cameraSizeRange).value_or(cameraSizeValue);
     cameraDeviceIDValue = read.readString("vt2.camera.deviceID");
     microphoneEnabledValue = read.readBool("vt2.mic.enabled").value_or(microphoneEnabledValue);
     microphoneDeviceIDValue = read.readString("vt2.mic.deviceID");
     systemAudioEnabledValue = read.readBool("vt2.systemAudio.enabled").value_or(systemAudioEnabledValue);
-    areaMonitorRectValue = read.rect("vt2.areaMonitorRect");
+    areaMonitorRectValue = read.rect("vt2.areaMonitorRect", areaCornerRange, areaLengthRange);
     areaSensitivityValue
         = fromRawValue<AreaSensitivity>(read.rawString("vt2.areaSensitivity")).value_or(areaSensitivityValue);
     areaOverlayStyleValue

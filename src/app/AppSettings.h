@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/SettingsReader.h"
 #include "core/HotkeyBinding.h"
 #include "core/SettingsEnums.h"
 
@@ -17,8 +18,9 @@ class QSettings;
 // Everything the user can change and everything the program remembers between launches, one
 // setting key each under "vt2.". Every value is read once, when the object is made; each assignment
 // updates the value, notifies, then writes its key at once. A stored value that can't be read falls
-// back to its default silently and its key is left alone. Nothing is clamped: the ranges are those
-// of the settings screen.
+// back to its default silently and its key is left alone. A stored number outside its range below
+// (a hand-edited file) is held to the range when read, with a line in the log, and its key is left
+// alone too; assignments are not checked, the settings screen's controls have these ranges.
 //
 // Main thread only. Closures elsewhere (the recorder's camera provider) read fields by plain access.
 class AppSettings : public QObject {
@@ -76,6 +78,17 @@ public:
     ~AppSettings() override;
 
     static QString defaultSaveFolderPath();
+
+    // What a stored number may be. The first four are the ranges of the settings screen's sliders.
+    static constexpr SettingsReader::Range bufferSecondsRange { 3, 120 };
+    static constexpr SettingsReader::Range bitrateMbpsRange { 2, 100 };
+    static constexpr SettingsReader::Range autoStopMinutesRange { 0, 180 }; // 0: never
+    static constexpr SettingsReader::Range cameraSizeRange { 0.04, 0.4 };
+    // The bubble's centre as a fraction of the source's width and height.
+    static constexpr SettingsReader::Range cameraPositionRange { 0, 1 };
+    // The watched area: a corner and a size that an X screen (16-bit coordinates) can hold.
+    static constexpr SettingsReader::Range areaCornerRange { -32768, 32767 };
+    static constexpr SettingsReader::Range areaLengthRange { 1, 65535 };
 
     double bufferSeconds() const { return bufferSecondsValue; }
     Resolution resolution() const { return resolutionValue; }

@@ -6,14 +6,25 @@
 #include <QLocalSocket>
 #include <QTextStream>
 
+#include <unistd.h>
+
 namespace ControlClient {
 
-int send(const QString& socketPath, const QStringList& command, QTextStream& out, QTextStream& err, int timeoutMs)
+int send(const QString& socketPath, const QStringList& command, QTextStream& out, QTextStream& err, int timeoutMs,
+    std::optional<uint32_t> ownerUid)
 {
     QLocalSocket socket;
     socket.connectToServer(socketPath);
     if (!socket.waitForConnected(timeoutMs)) {
         err << "velotape is not running (no answer on " << socketPath << ")\n";
+        return 1;
+    }
+    // Whoever answers must be us: a command is not given away, and an answer is not believed, if
+    // another user's program holds the socket.
+    const std::optional<uint32_t> peer = ControlProtocol::peerUserId(socket.socketDescriptor());
+    if (peer != ownerUid.value_or(::getuid())) {
+        err << "velotape: not talking to " << socketPath << ": a program of another user ("
+            << (peer ? QStringLiteral("uid %1").arg(*peer) : QStringLiteral("unknown uid")) << ") answers there\n";
         return 1;
     }
     socket.write(ControlProtocol::encodeRequest(command));

@@ -3,15 +3,18 @@
 #include <QString>
 #include <QStringList>
 
+#include <cstdint>
+#include <optional>
+
 class QTextStream;
 
 // `velotape <command>` on the client side: sends the command to the running instance and prints its
-// one-line answer.
+// one-line answer. It talks only to a socket whose other end runs as its own user.
 namespace ControlClient {
 
-// Exit status: 0 when the instance did it, 1 when no instance runs (or it did not answer), 2 when
-// the instance refused the command.
-int send(
-    const QString& socketPath, const QStringList& command, QTextStream& out, QTextStream& err, int timeoutMs = 5000);
+// Exit status: 0 when the instance did it, 1 when no instance of ours runs (or it did not answer),
+// 2 when the instance refused the command. `ownerUid` none: the user running this process.
+int send(const QString& socketPath, const QStringList& command, QTextStream& out, QTextStream& err,
+    int timeoutMs = 5000, std::optional<uint32_t> ownerUid = std::nullopt);
 
 } // namespace ControlClient

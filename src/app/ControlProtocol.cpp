@@ -1,17 +1,19 @@
 #include "app/ControlProtocol.h"
 
-#include <QDir>
 #include <QUrl>
 
-#include <unistd.h>
+#include <sys/socket.h>
 
 namespace ControlProtocol {
 
-QString defaultSocketPath()
+std::optional<uint32_t> peerUserId(qintptr socketDescriptor)
 {
-    const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
-    if (!runtime.isEmpty() && QDir(runtime).exists()) return runtime + QStringLiteral("/velotape.sock");
-    return QDir::tempPath() + QStringLiteral("/velotape-%1.sock").arg(::getuid());
+    struct ucred credentials { };
+    socklen_t length = sizeof credentials;
+    if (::getsockopt(int(socketDescriptor), SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0
+        || length != sizeof credentials)
+        return std::nullopt;
+    return credentials.uid;
 }
 
 // Arguments are percent-encoded so that a title with spaces stays one argument.

@@ -3,14 +3,17 @@
 #include <QString>
 #include <QStringList>
 
+#include <cstdint>
+#include <optional>
+
 // The line protocol between `velotape <command>` and the running instance: the client writes one
 // line (the command and its arguments separated by spaces), the instance answers one line that
 // starts with "ok " or "error " and closes the connection.
 namespace ControlProtocol {
 
-// The socket lives in the user's runtime directory; without one, in the temporary directory under a
-// name that carries the user id.
-QString defaultSocketPath();
+// The user id of the process at the other end of a connected local socket; none if the kernel
+// does not say. Both ends talk only to a peer of their own user.
+std::optional<uint32_t> peerUserId(qintptr socketDescriptor);
 
 struct Reply {
     bool ok = true;

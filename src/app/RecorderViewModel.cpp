@@ -342,7 +342,10 @@ void RecorderViewModel::setPickedAreaRect(const QRectF& rect)
 
 AreaMonitorActions::WatchResult RecorderViewModel::watchArea(const QRectF& rect)
 {
-    const auto result = AreaMonitorActions::watchArea(*monitor, rect, windowScope());
+    std::vector<QRectF> displays;
+    for (const ScreenLayout::Screen& screen : screenLayout().screens)
+        displays.push_back(screen.frame);
+    const auto result = AreaMonitorActions::watchArea(*monitor, rect, windowScope(), displays);
     showToast(result.toast);
     return result;
 }

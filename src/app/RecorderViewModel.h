@@ -96,8 +96,8 @@ public:
     // Makes a drawn rectangle (global display space) the watched area, tied to the captured window
     // when a window is captured.
     void setPickedAreaRect(const QRectF& rect);
-    // What the monitor strip does with a drawn rectangle: setPickedAreaRect, then a new reference.
-    // Shows the toast.
+    // What the monitor strip does with a drawn rectangle: setPickedAreaRect, then a new reference;
+    // an area on no listed display, or one that can't be grabbed, changes nothing. Shows the toast.
     AreaMonitorActions::WatchResult watchArea(const QRectF& rect);
     // The capture source for a rectangle drawn in global display space, with the toast that says
     // what became of it; the stream restarts on success. What pickRecordingRegion does with the

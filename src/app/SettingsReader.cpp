@@ -1,8 +1,11 @@
 #include "app/SettingsReader.h"
 
+#include "core/Log.h"
+
 #include <QSettings>
 #include <QVariant>
 
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -15,8 +18,11 @@ std::optional<double> toDouble(const QVariant& value)
     case QMetaType::Int:
     case QMetaType::UInt:
     case QMetaType::LongLong:
-    case QMetaType::ULongLong:
-        return value.toDouble();
+    case QMetaType::ULongLong: {
+        const double d = value.toDouble();
+        if (std::isfinite(d)) return d;
+        return std::nullopt;
+    }
     case QMetaType::QString: {
         bool ok = false;
         const double d = value.toString().trimmed().toDouble(&ok);
@@ -28,11 +34,35 @@ std::optional<double> toDouble(const QVariant& value)
     }
 }
 
+double held(double value, SettingsReader::Range range)
+{
+    return std::clamp(value, range.min, range.max);
+}
+
+QString rangeText(SettingsReader::Range range)
+{
+    return QStringLiteral("%1 to %2").arg(range.min).arg(range.max);
+}
+
 } // namespace
 
 std::optional<double> SettingsReader::readDouble(const char* key) const
 {
     return toDouble(store.value(QLatin1String(key)));
+}
+
+std::optional<double> SettingsReader::readDouble(const char* key, Range range) const
+{
+    const std::optional<double> stored = readDouble(key);
+    if (!stored) return std::nullopt;
+    const double value = held(*stored, range);
+    if (value != *stored)
+        logLine(QStringLiteral("Settings: %1 = %2 is outside %3; using %4")
+                    .arg(QLatin1String(key))
+                    .arg(*stored)
+                    .arg(rangeText(range))
+                    .arg(value));
+    return value;
 }
 
 std::optional<bool> SettingsReader::readBool(const char* key) const
@@ -78,7 +108,7 @@ std::optional<HotkeyBinding> SettingsReader::hotkey(const char* key) const
     return std::nullopt;
 }
 
-std::optional<QRectF> SettingsReader::rect(const char* key) const
+std::optional<QRectF> SettingsReader::rect(const char* key, Range origin, Range length) const
 {
     const QVariant value = store.value(QLatin1String(key));
     QVariantList items;
@@ -96,7 +126,17 @@ std::optional<QRectF> SettingsReader::rect(const char* key) const
         if (!d) return std::nullopt;
         v[i] = *d;
     }
-    return QRectF(v[0], v[1], v[2], v[3]);
+    const QRectF stored(v[0], v[1], v[2], v[3]);
+    const QRectF rect(held(v[0], origin), held(v[1], origin), held(v[2], length), held(v[3], length));
+    if (rect.x() != stored.x() || rect.y() != stored.y() || rect.width() != stored.width()
+        || rect.height() != stored.height()) {
+        const auto numbers = [](const QRectF& r) {
+            return QStringLiteral("%1, %2, %3, %4").arg(r.x()).arg(r.y()).arg(r.width()).arg(r.height());
+        };
+        logLine(QStringLiteral("Settings: %1 = %2 is outside corners of %3 and sizes of %4; using %5")
+                    .arg(QLatin1String(key), numbers(stored), rangeText(origin), rangeText(length), numbers(rect)));
+    }
+    return rect;
 }
 
 std::optional<QByteArray> SettingsReader::data(const char* key) const

@@ -1,7 +1,7 @@
 #include "app/AppSession.h"
 #include "app/CommandLine.h"
 #include "app/ControlClient.h"
-#include "app/ControlProtocol.h"
+#include "app/ControlSocketPath.h"
 #include "app/JournalCommand.h"
 
 #include <QApplication>
@@ -114,7 +114,12 @@ int main(int argc, char** argv)
         return 2;
     case Invocation::Kind::control: {
         QCoreApplication app(argc, argv);
-        return ControlClient::send(ControlProtocol::defaultSocketPath(), invocation.command, out, err);
+        const ControlSocketPath::Location socket = ControlSocketPath::forThisUser(false);
+        if (!socket.error.isEmpty()) {
+            err << "velotape: " << socket.error << '\n';
+            return 1;
+        }
+        return ControlClient::send(socket.path, invocation.command, out, err);
     }
     case Invocation::Kind::journal: {
         QCoreApplication app(argc, argv);

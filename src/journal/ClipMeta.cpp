@@ -20,6 +20,11 @@ bool sameSize(const std::optional<QSizeF>& a, const std::optional<QSizeF>& b)
 
 } // namespace
 
+bool ClipMeta::isPlausiblePnL(double value)
+{
+    return std::isfinite(value) && std::fabs(value) <= maxPnLMagnitude;
+}
+
 bool ClipMeta::isEmpty() const
 {
     return *this == ClipMeta {};

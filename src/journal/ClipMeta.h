@@ -12,6 +12,11 @@
 // What the user (or the P&L detector) says about one clip as a trade; the content of its sidecar.
 // A plain value, compared field by field and exactly (QRectF's own == is fuzzy, this one is not).
 struct ClipMeta {
+    // No real account moves more than this in one trade; a larger amount is a typo or a broken file.
+    static constexpr double maxPnLMagnitude = 1e12;
+    // Finite and no larger than maxPnLMagnitude either way.
+    static bool isPlausiblePnL(double value);
+
     TradeOutcome outcome = TradeOutcome::unset;
     // As typed or detected; its sign need not agree with `outcome` (see signedPnL).
     std::optional<double> pnl;

@@ -156,6 +156,9 @@ std::optional<ClipMeta> decode(const QByteArray& json)
         return std::nullopt;
     }
     if (optionalNumber(object, QLatin1StringView("pnl"), meta.pnl) == Presence::wrongType) return std::nullopt;
+    // An amount beyond any account reads as no amount; the rest of the record stands, and the file
+    // keeps what it says until the user saves the record again.
+    if (meta.pnl && !ClipMeta::isPlausiblePnL(*meta.pnl)) meta.pnl.reset();
     if (optionalNumber(object, QLatin1StringView("date"), meta.date) == Presence::wrongType) return std::nullopt;
     if (optionalRect(object, QLatin1StringView("monitorRect"), meta.monitorRect) == Presence::wrongType) {
         return std::nullopt;

@@ -12,7 +12,8 @@
 // UTF-8 JSON object with sorted keys, pretty printed. This is the one place that knows its format.
 //
 // Nothing here reports a failure: a clip whose sidecar is missing, unreadable, malformed or larger
-// than `maxSidecarBytes` simply has no metadata, and its file is left as it is. Synchronous; the
+// than `maxSidecarBytes` simply has no metadata, and its file is left as it is. A P&L beyond
+// ClipMeta::maxPnLMagnitude reads as none, the rest of the record as written. Synchronous; the
 // program calls it on the main thread, but it has no state and is safe from any thread. Writes are
 // atomic (a temporary file renamed into place), so a reader never sees half a sidecar.
 namespace ClipMetaStore {

@@ -78,15 +78,36 @@ void AreaMonitor::disarm()
 bool AreaMonitor::captureReference()
 {
     if (!rectValue) return false;
-    const std::optional<QImage> image = screenshot();
+    std::optional<QImage> image = screenshot();
     if (!image) return false;
     const std::optional<QByteArray> signature = AreaSignature::downsampleToSignature(*image);
     if (!signature) return false;
+    adoptReference(std::move(*image), *signature);
+    return true;
+}
+
+bool AreaMonitor::captureReferenceOf(
+    const QRectF& value, std::optional<uint32_t> scopedTo, std::optional<QRectF> windowFrame)
+{
+    const bool scoped = scopedTo && windowFrame;
+    const QRectF windowLocal = scoped
+        ? QRectF(value.x() - windowFrame->x(), value.y() - windowFrame->y(), value.width(), value.height())
+        : QRectF();
+    std::optional<QImage> image = screenshotOf(value, scoped ? scopedTo : std::nullopt, windowLocal);
+    if (!image) return false;
+    const std::optional<QByteArray> signature = AreaSignature::downsampleToSignature(*image);
+    if (!signature) return false;
+    setRect(value, scopedTo, windowFrame);
+    adoptReference(std::move(*image), *signature);
+    return true;
+}
+
+void AreaMonitor::adoptReference(QImage image, const QByteArray& signature)
+{
     referenceSignatureValue = signature;
-    setReferenceThumbnail(image);
+    setReferenceThumbnail(std::move(image));
     setPhase(isArmedValue ? MonitorPhase::matching : MonitorPhase::idle);
     if (onReferenceChanged) onReferenceChanged(signature);
-    return true;
 }
 
 void AreaMonitor::clearReference()
@@ -154,17 +175,26 @@ void AreaMonitor::tick()
 
 std::optional<QImage> AreaMonitor::screenshot()
 {
+    if (scopedWindowIDValue && windowLocalRectValue)
+        return screenshotOf(rectValue.value_or(QRectF()), scopedWindowIDValue, *windowLocalRectValue);
+    if (!rectValue) return std::nullopt;
+    return screenshotOf(*rectValue, std::nullopt, QRectF());
+}
+
+std::optional<QImage> AreaMonitor::screenshotOf(
+    const QRectF& area, std::optional<uint32_t> windowID, const QRectF& windowLocal)
+{
     if (!grabber) return std::nullopt;
     std::optional<QImage> image;
-    if (scopedWindowIDValue && windowLocalRectValue) {
+    if (windowID) {
         // The grab follows the window: other windows passing in front don't count, and a moved
         // window stays watched.
-        const std::optional<QRectF> frame = grabber->windowFrame(*scopedWindowIDValue);
+        const std::optional<QRectF> frame = grabber->windowFrame(*windowID);
         if (!frame) return std::nullopt;
-        const QRectF area(frame->topLeft() + windowLocalRectValue->topLeft(), windowLocalRectValue->size());
-        image = grabber->grabWindowRect(*scopedWindowIDValue, area);
-    } else if (rectValue) {
-        image = grabber->grabRect(*rectValue);
+        image
+            = grabber->grabWindowRect(*windowID, QRectF(frame->topLeft() + windowLocal.topLeft(), windowLocal.size()));
+    } else {
+        image = grabber->grabRect(area);
     }
     if (!image || image->isNull()) return std::nullopt;
     return image;

@@ -92,6 +92,9 @@ public:
     void disarm();
     // Grabs the area now and makes it the reference; an existing reference survives a failure.
     bool captureReference();
+    // Grabs `value` (tied to a window as setRect does) and, only if that works, makes it the area
+    // and the picture its reference. On failure nothing changes: the old area and reference stay.
+    bool captureReferenceOf(const QRectF& value, std::optional<uint32_t> scopedTo, std::optional<QRectF> windowFrame);
     // Drops the reference and its thumbnail, and reports the change.
     void clearReference();
     // Restores the persisted area and reference at launch: no reference is cleared, nothing is
@@ -121,6 +124,9 @@ signals:
 
 private:
     std::optional<QImage> screenshot();
+    // The screenshot of an area, watched on its own or through a window.
+    std::optional<QImage> screenshotOf(const QRectF& area, std::optional<uint32_t> windowID, const QRectF& windowLocal);
+    void adoptReference(QImage image, const QByteArray& signature);
     void startTimer();
     void stopTimer();
     void setPhase(MonitorPhase value);

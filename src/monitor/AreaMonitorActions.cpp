@@ -1,12 +1,26 @@
 #include "monitor/AreaMonitorActions.h"
 
+#include <QStringList>
+
+#include <algorithm>
+
 namespace AreaMonitorActions {
 
 namespace {
 
+// X11 has no capture permission: a grab fails when the display server has no picture to give.
 QString grabFailedText()
 {
-    return QStringLiteral("Couldn't grab that area — check Screen Recording permission.");
+    return QStringLiteral("Couldn't grab that area — the display server gave no picture of it.");
+}
+
+QString offDisplaysText(const std::vector<QRectF>& displays)
+{
+    QStringList frames;
+    for (const QRectF& d : displays)
+        frames << QStringLiteral("%1x%2+%3+%4").arg(d.width()).arg(d.height()).arg(d.x()).arg(d.y());
+    return QStringLiteral("That area is on no display (displays: %1).")
+        .arg(frames.isEmpty() ? QStringLiteral("none found") : frames.join(QStringLiteral(", ")));
 }
 
 } // namespace
@@ -21,10 +35,15 @@ void setPickedAreaRect(AreaMonitor& monitor, const QRectF& rect, const std::opti
     monitor.setRect(std::optional<QRectF>(rect));
 }
 
-WatchResult watchArea(AreaMonitor& monitor, const QRectF& rect, const std::optional<WindowScope>& scope)
+WatchResult watchArea(AreaMonitor& monitor, const QRectF& rect, const std::optional<WindowScope>& scope,
+    const std::vector<QRectF>& displays)
 {
-    setPickedAreaRect(monitor, rect, scope);
-    if (monitor.captureReference()) return { true, QStringLiteral("Watch area captured") };
+    // Off every display a grab would still give a picture, all black, and nothing would ever change.
+    if (std::none_of(displays.begin(), displays.end(), [&](const QRectF& d) { return d.intersects(rect); }))
+        return { false, offDisplaysText(displays) };
+    const bool captured = scope ? monitor.captureReferenceOf(rect, scope->windowID, scope->frame)
+                                : monitor.captureReferenceOf(rect, std::nullopt, std::nullopt);
+    if (captured) return { true, QStringLiteral("Watch area captured") };
     return { false, grabFailedText() };
 }
 

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <vector>
 
 // The controller's side of the area monitor, kept here as functions so that the controller's
 // operations are one call each and the texts live beside the behaviour they describe. Main thread.
@@ -26,17 +27,20 @@ void setPickedAreaRect(AreaMonitor& monitor, const QRectF& rect, const std::opti
 
 struct WatchResult {
     bool captured = false;
-    // "Watch area captured", or "Couldn't grab that area — check Screen Recording permission."
+    // "Watch area captured", or why not.
     QString toast;
 };
 
-// setPickedAreaRect, then a fresh reference.
-WatchResult watchArea(AreaMonitor& monitor, const QRectF& rect, const std::optional<WindowScope>& scope);
+// Makes `rect` the watched area, as setPickedAreaRect does, with a fresh reference of it. A
+// rectangle that overlaps none of `displays` (global display space), or whose picture can't be
+// had, is refused and the monitor keeps its area and reference.
+WatchResult watchArea(AreaMonitor& monitor, const QRectF& rect, const std::optional<WindowScope>& scope,
+    const std::vector<QRectF>& displays);
 
 // Arms a disarmed monitor and disarms an armed one; returns the toast to show.
 QString toggle(AreaMonitor& monitor);
 
-// "Pick an area first." / "Couldn't grab that area — check Screen Recording permission."
+// "Pick an area first." / "Couldn't grab that area — …"
 QString armFailureMessage(AreaMonitor::ArmFailure failure);
 
 // What the controller does when the monitor asks for a recording: start one only if none runs.

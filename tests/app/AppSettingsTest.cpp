@@ -111,6 +111,38 @@ TEST_F(AppSettingsTest, ReadableStoredValues)
     EXPECT_TRUE(settings->sidebarCollapsed());
 }
 
+TEST_F(AppSettingsTest, StoredNumbersOutOfRangeAreHeldToItWithALogLineAndStayStored)
+{
+    writeFile("vt2.bufferSeconds=1e308\n"
+              "vt2.bitrateMbps=-4\n"
+              "vt2.autoStopMinutes=1e308\n"
+              "vt2.camera.posX=7\n"
+              "vt2.camera.posY=0.5\n"
+              "vt2.camera.size=0.0001\n"
+              "vt2.areaMonitorRect=1e308, -1e308, 1e308, 0\n");
+    testing::internal::CaptureStderr();
+    auto settings = make();
+    const QStringList log
+        = QString::fromStdString(testing::internal::GetCapturedStderr()).split(u'\n', Qt::SkipEmptyParts);
+    EXPECT_EQ(settings->bufferSeconds(), 120.0);
+    EXPECT_EQ(settings->bitrateMbps(), 2.0);
+    EXPECT_EQ(settings->autoStopMinutes(), 180.0); // the longest auto-stop, not "never"
+    EXPECT_EQ(settings->cameraPositionX(), 1.0);
+    EXPECT_EQ(settings->cameraPositionY(), 0.5);
+    EXPECT_EQ(settings->cameraSize(), 0.04);
+    EXPECT_EQ(settings->areaMonitorRect(), QRectF(32767, -32768, 65535, 1));
+    // One line for each value held, naming its key; none for the value in range.
+    ASSERT_EQ(log.size(), 6) << log.join(u'\n').toStdString();
+    for (const char* key : { "vt2.bufferSeconds = 1e+308", "vt2.bitrateMbps = -4", "vt2.autoStopMinutes = 1e+308",
+             "vt2.camera.posX = 7", "vt2.camera.size = 0.0001", "vt2.areaMonitorRect = 1e+308, -1e+308, 1e+308, 0" })
+        EXPECT_EQ(log.filter(QLatin1String(key)).size(), 1) << key;
+    // Reading rewrites nothing.
+    settings.reset();
+    EXPECT_EQ(stored("vt2.bufferSeconds").toString(), QStringLiteral("1e308"));
+    EXPECT_EQ(stored("vt2.autoStopMinutes").toString(), QStringLiteral("1e308"));
+    EXPECT_EQ(stored("vt2.camera.size").toString(), QStringLiteral("0.0001"));
+}
+
 TEST_F(AppSettingsTest, StudioOverNativeSixtyAssignsOnlyTheBitrate)
 {
     auto settings = make();

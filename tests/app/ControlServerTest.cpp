@@ -1,8 +1,11 @@
 #include "app/ControlServer.h"
 
 #include "app/ControlClient.h"
+#include "app/ControlSocketPath.h"
+#include "support/EventLoop.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
@@ -10,7 +13,17 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
 #include <future>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -20,12 +33,13 @@ struct ClientResult {
     QString out, err;
 };
 
-ClientResult runClient(const QString& path, const QStringList& command, int timeoutMs = 3000)
+ClientResult runClient(
+    const QString& path, const QStringList& command, int timeoutMs = 3000, std::optional<uint32_t> ownerUid = {})
 {
     auto future = std::async(std::launch::async, [=] {
         ClientResult r;
         QTextStream out(&r.out), err(&r.err);
-        r.status = ControlClient::send(path, command, out, err, timeoutMs);
+        r.status = ControlClient::send(path, command, out, err, timeoutMs, ownerUid);
         out.flush();
         err.flush();
         return r;
@@ -34,6 +48,81 @@ ClientResult runClient(const QString& path, const QStringList& command, int time
         QCoreApplication::processEvents();
     return future.get();
 }
+
+// A client that speaks the socket by hand, to do what `velotape` never does; it reads while the
+// main loop runs, as the server lives there.
+class RawClient {
+public:
+    explicit RawClient(const QString& path)
+        : fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+        sockaddr_un address {};
+        address.sun_family = AF_UNIX;
+        const QByteArray native = QFile::encodeName(path);
+        std::memcpy(address.sun_path, native.constData(), size_t(native.size()));
+        connected = ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+        ::fcntl(fd, F_SETFL, O_NONBLOCK);
+    }
+    ~RawClient() { ::close(fd); }
+
+    bool connected = false;
+
+    // As much of `bytes` as the socket takes without waiting.
+    void write(const QByteArray& bytes)
+    {
+        [[maybe_unused]] auto n = ::send(fd, bytes.constData(), size_t(bytes.size()), MSG_NOSIGNAL);
+    }
+    // Everything until the server closes the connection, or what came within `timeoutMs`.
+    QByteArray readUntilClosed(int timeoutMs)
+    {
+        QByteArray got;
+        spinUntil(
+            [&] {
+                char buffer[4096];
+                const ssize_t n = ::read(fd, buffer, sizeof buffer);
+                if (n > 0) got.append(buffer, n);
+                closedByServer = n == 0 || (n < 0 && errno != EAGAIN);
+                return closedByServer;
+            },
+            timeoutMs);
+        return got;
+    }
+    bool closedByServer = false;
+
+private:
+    int fd;
+};
+
+// Lowers this process's limit of open files to just above what is open, then takes every
+// descriptor left, as a busy instance would find itself; all is given back at the end.
+class NoFreeDescriptors {
+public:
+    NoFreeDescriptors()
+    {
+        ::getrlimit(RLIMIT_NOFILE, &saved);
+        int highest = 0;
+        for (const QString& name :
+            QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::System))
+            highest = std::max(highest, name.toInt());
+        rlimit low = saved;
+        low.rlim_cur = rlim_t(highest) + 32;
+        ::setrlimit(RLIMIT_NOFILE, &low);
+        for (int fd; (fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;)
+            taken.push_back(fd);
+        exhausted = errno == EMFILE;
+    }
+    ~NoFreeDescriptors()
+    {
+        for (int fd : taken)
+            ::close(fd);
+        ::setrlimit(RLIMIT_NOFILE, &saved);
+    }
+    bool exhausted = false;
+
+private:
+    rlimit saved {};
+    std::vector<int> taken;
+};
 
 } // namespace
 
@@ -96,4 +185,154 @@ TEST(ControlServer, SecondInstanceIsRefusedAndAStaleSocketIsTakenOver)
     ControlServer third([](const QStringList&) { return ControlProtocol::Reply::success(QStringLiteral("third")); });
     EXPECT_EQ(third.listen(path), ControlServer::ListenResult::listening);
     EXPECT_EQ(runClient(path, { QStringLiteral("status") }).out, QStringLiteral("third\n"));
+}
+
+TEST(ControlServer, AConnectionThatArrivesWithNoDescriptorLeftIsAnsweredOnceOneIsFree)
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("velotape.sock"));
+    ControlServer server(
+        [](const QStringList&) { return ControlProtocol::Reply::success(QStringLiteral("still here")); });
+    ASSERT_EQ(server.listen(path), ControlServer::ListenResult::listening);
+
+    RawClient early(path); // its descriptor is made before they run out
+    ASSERT_TRUE(early.connected);
+    {
+        NoFreeDescriptors none;
+        ASSERT_TRUE(none.exhausted);
+        spinFor(600); // the server tries to take the connection, and fails
+    }
+    EXPECT_TRUE(QFileInfo::exists(path)) << "the socket file must stay";
+    early.write("status\n");
+    EXPECT_EQ(early.readUntilClosed(3000), QByteArray("ok still here\n"));
+    EXPECT_EQ(runClient(path, { QStringLiteral("status") }).out, QStringLiteral("still here\n"));
+    ControlServer second([](const QStringList&) { return ControlProtocol::Reply::success(QString()); });
+    EXPECT_EQ(second.listen(path), ControlServer::ListenResult::alreadyRunning);
+}
+
+TEST(ControlServer, ARequestIsBoundedInSizeAndInTime)
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("velotape.sock"));
+    int handled = 0;
+    ControlServer server(
+        [&](const QStringList&) {
+            ++handled;
+            return ControlProtocol::Reply::success(QStringLiteral("fine"));
+        },
+        ControlServer::Options {
+            .maxRequestBytes = 4096, .requestTimeoutMs = 300, .maxConnections = 16, .ownerUid = {} });
+    ASSERT_EQ(server.listen(path), ControlServer::ListenResult::listening);
+
+    // A line with no end, longer than any request: refused at once, after one request's worth.
+    RawClient flood(path);
+    flood.write(QByteArray(64 * 1024, 'x'));
+    EXPECT_EQ(flood.readUntilClosed(3000), QByteArray("error request longer than 4096 bytes\n"));
+    EXPECT_TRUE(flood.closedByServer);
+
+    // A line that never ends, and a client that says nothing: told so and dropped when time is up.
+    RawClient slow(path), silent(path);
+    slow.write("stat");
+    EXPECT_EQ(slow.readUntilClosed(3000), QByteArray("error no request line within 300 ms\n"));
+    EXPECT_TRUE(slow.closedByServer);
+    silent.readUntilClosed(1000);
+    EXPECT_TRUE(silent.closedByServer);
+    EXPECT_EQ(handled, 0);
+
+    // A request of exactly the largest size is still served.
+    RawClient largest(path);
+    largest.write("status " + QByteArray(4096 - 8, 'a') + '\n');
+    EXPECT_EQ(largest.readUntilClosed(3000), QByteArray("ok fine\n"));
+    EXPECT_EQ(handled, 1);
+}
+
+TEST(ControlServer, BothEndsTalkOnlyToTheirOwnUser)
+{
+    // No second user's program can run here, so each end is told that another user owns it: the
+    // peer check, on the real credentials of the socket, then sees a stranger.
+    const uint32_t stranger = ::getuid() + 1;
+    QTemporaryDir dir;
+    const QString ours = dir.filePath(QStringLiteral("ours.sock"));
+    const QString theirs = dir.filePath(QStringLiteral("theirs.sock"));
+    QStringList received;
+    const auto handler = [&](const QStringList& command) {
+        received += command;
+        return ControlProtocol::Reply::success(QStringLiteral("recording"));
+    };
+    ControlServer ourServer(handler);
+    ASSERT_EQ(ourServer.listen(ours), ControlServer::ListenResult::listening);
+    ControlServer strangersServer(handler,
+        ControlServer::Options {
+            .maxRequestBytes = 4096, .requestTimeoutMs = 2000, .maxConnections = 16, .ownerUid = stranger });
+    ASSERT_EQ(strangersServer.listen(theirs), ControlServer::ListenResult::listening);
+
+    // A client does not give its command to a socket that another user answers.
+    ClientResult r = runClient(ours, { QStringLiteral("toggle") }, 3000);
+    EXPECT_EQ(r.status, 0);
+    r = runClient(ours, { QStringLiteral("toggle") }, 3000, stranger);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_TRUE(r.err.contains(QStringLiteral("another user (uid %1)").arg(::getuid()))) << r.err.toStdString();
+
+    // A server closes another user's connection unanswered.
+    r = runClient(theirs, { QStringLiteral("toggle") }, 1000);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(received, QStringList { QStringLiteral("toggle") }) << "only our own client was heard";
+
+    // And an instance does not start beside one that is not its own user's, nor call it "running".
+    ControlServer second(handler,
+        ControlServer::Options {
+            .maxRequestBytes = 4096, .requestTimeoutMs = 2000, .maxConnections = 16, .ownerUid = stranger });
+    QString error;
+    EXPECT_EQ(second.listen(ours, &error), ControlServer::ListenResult::failed);
+    EXPECT_TRUE(error.contains(QStringLiteral("another user"))) << error.toStdString();
+}
+
+TEST(ControlSocketPath, TheSocketLivesOnlyInAPrivateDirectoryOfTheUser)
+{
+    using ControlSocketPath::resolve;
+    const uint32_t me = ::getuid();
+    QTemporaryDir tmp; // stands for /tmp
+    const QString fallback = tmp.filePath(QStringLiteral("velotape-%1").arg(me));
+    const auto mode = [](const QString& path) {
+        struct stat info { };
+        return ::lstat(QFile::encodeName(path).constData(), &info) == 0 ? info.st_mode : 0u;
+    };
+
+    // A client makes nothing: no directory means nobody listens.
+    EXPECT_EQ(resolve({}, tmp.path(), me, false).path, fallback + QStringLiteral("/velotape.sock"));
+    EXPECT_FALSE(QFileInfo::exists(fallback));
+    // Without a runtime directory the instance makes <tmp>/velotape-UID, for its owner alone.
+    const auto made = resolve({}, tmp.path(), me, true);
+    EXPECT_EQ(made.path, fallback + QStringLiteral("/velotape.sock"));
+    EXPECT_EQ(mode(fallback), S_IFDIR | 0700u);
+
+    // A private runtime directory is used as it is; one open to others is passed over, with a word.
+    QTemporaryDir runtime;
+    ASSERT_EQ(mode(runtime.path()) & 077, 0u);
+    EXPECT_EQ(resolve(runtime.path(), tmp.path(), me, true).path, runtime.filePath(QStringLiteral("velotape.sock")));
+    ::chmod(QFile::encodeName(runtime.path()).constData(), 0755);
+    const auto passedOver = resolve(runtime.path(), tmp.path(), me, true);
+    EXPECT_EQ(passedOver.path, made.path);
+    EXPECT_TRUE(passedOver.note.contains(QStringLiteral("open to other users"))) << passedOver.note.toStdString();
+
+    // The name taken first by someone else's means, by the instance and the client alike.
+    const auto refused = [&](uint32_t uid, const QString& why) {
+        for (bool create : { true, false }) {
+            const auto at = resolve({}, tmp.path(), uid, create);
+            EXPECT_TRUE(at.path.isEmpty()) << at.path.toStdString();
+            EXPECT_TRUE(at.error.contains(why)) << at.error.toStdString();
+        }
+    };
+    ASSERT_TRUE(QDir(fallback).removeRecursively());
+    ASSERT_EQ(::mkdir(QFile::encodeName(fallback).constData(), 0700), 0);
+    ::chmod(QFile::encodeName(fallback).constData(), 0777);
+    refused(me, QStringLiteral("open to other users"));
+    ASSERT_TRUE(QDir(fallback).removeRecursively());
+    ASSERT_TRUE(QFile::link(runtime.path(), fallback)); // a link, even to a directory of ours
+    refused(me, QStringLiteral("symbolic link"));
+    QFile::remove(fallback);
+    // Another user's directory: here ours, seen by a user one id further.
+    const QString strangers = tmp.filePath(QStringLiteral("velotape-%1").arg(me + 1));
+    ASSERT_EQ(::mkdir(QFile::encodeName(strangers).constData(), 0700), 0);
+    refused(me + 1, QStringLiteral("belongs to another user (uid %1)").arg(me));
 }

@@ -7,6 +7,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QRegularExpression>
 #include <QSettings>
 #include <QTemporaryDir>
 
@@ -115,6 +116,19 @@ TEST(JournalCommand, PrintsEveryFigureWithItsCaption)
     EXPECT_EQ(rowOf(points.out, "Expectancy"), QStringLiteral("Expectancy — Average $ per trade"));
     EXPECT_EQ(rowOf(points.out, "Recovery"), QStringLiteral("Recovery — Trades to climb back to the prior peak."));
     EXPECT_EQ(rowOf(points.out, "Win Rate"), rowOf(r.out, "Win Rate"));
+}
+
+TEST(JournalCommand, AmountsBeyondAnyAccountCountAsNoAmount)
+{
+    JournalFolder journal;
+    journal.add("ES_2024-05-08_10-00.mp4", TradeOutcome::win, 1e308);
+    journal.add("ES_2024-05-09_10-00.mp4", TradeOutcome::win, 1e308);
+    const CommandRun text = run({ "--folder", journal.path() });
+    EXPECT_EQ(rowOf(text.out, "Net P&L"), QStringLiteral("Net P&L $11.00 Total profit minus losses"));
+    EXPECT_FALSE(text.out.contains(QStringLiteral("inf")));
+    EXPECT_FALSE(text.out.contains(QRegularExpression(QStringLiteral("\\d{16}")))) << text.out.toStdString();
+    const CommandRun json = run({ "--folder", journal.path(), "--json" });
+    EXPECT_FALSE(json.out.contains(QStringLiteral("null"))) << json.out.toStdString();
 }
 
 TEST(JournalCommand, JsonHoldsTheSameFiguresUnrounded)

@@ -337,11 +337,46 @@ TEST_F(RecorderViewModelTest, AreaMonitorComesBackFromTheSettingsAndDrivesRecord
     EXPECT_EQ(settings->areaMonitorRect(), QRectF(0, 0, 40, 40));
     EXPECT_FALSE(settings->areaReferenceSignature());
     EXPECT_EQ(settings->areaSensitivity(), AreaSensitivity::low);
-    EXPECT_EQ(vm->watchArea(QRectF(0, 0, 40, 40)).toast, QStringLiteral("Watch area captured"));
-    ASSERT_TRUE(settings->areaReferenceSignature());
-    EXPECT_EQ(settings->areaReferenceSignature()->size(), 256);
+}
+
+TEST_F(RecorderViewModelTest, AWatchedAreaMustBeOnADisplayAndGrabbedOrTheOldOneStays)
+{
+    QImage white(64, 32, QImage::Format_RGB32);
+    white.fill(Qt::white);
+    screen->screenPicture = white;
+    make();
+    startUp();
+    ControlCommands commands(*vm);
+    const auto area = [&](double x, double y) {
+        return commands.handle({ "area", QString::number(x), QString::number(y), "40", "40" });
+    };
+    EXPECT_EQ(area(0, 0).text, QStringLiteral("Watch area captured"));
+    const auto reference = settings->areaReferenceSignature();
+    ASSERT_TRUE(reference);
+    const auto unchanged = [&] {
+        EXPECT_EQ(vm->areaMonitor()->rect(), QRectF(0, 0, 40, 40));
+        EXPECT_EQ(settings->areaMonitorRect(), QRectF(0, 0, 40, 40));
+        EXPECT_EQ(settings->areaReferenceSignature(), reference);
+    };
+
+    // Below the taller display, past the right one, left of the left one: no display shows them.
+    for (const auto& [x, y] : { std::pair(100.0, 1100.0), std::pair(5000.0, 5000.0), std::pair(-40.0, 0.0) }) {
+        const auto reply = area(x, y);
+        EXPECT_FALSE(reply.ok);
+        EXPECT_EQ(
+            reply.text, QStringLiteral("That area is on no display (displays: 1920x1080+0+0, 1280x1024+1920+0)."));
+        unchanged();
+    }
+    // Reaching over a display's edge is fine.
+    EXPECT_TRUE(area(1900, 1000).ok);
+    EXPECT_TRUE(area(0, 0).ok);
+
+    // A grab that fails changes nothing, and its words are true where no permission exists.
     screen->screenPicture.reset();
-    EXPECT_EQ(vm->watchArea(QRectF(5, 5, 40, 40)).toast, QStringLiteral("Couldn't grab that area — check Screen Recording permission."));
+    const auto failed = area(5, 5);
+    EXPECT_FALSE(failed.ok);
+    EXPECT_EQ(failed.text, QStringLiteral("Couldn't grab that area — the display server gave no picture of it."));
+    unchanged();
 }
 
 TEST_F(RecorderViewModelTest, ArmingWithoutAnAreaOrAPictureSaysWhy)
@@ -351,7 +386,7 @@ TEST_F(RecorderViewModelTest, ArmingWithoutAnAreaOrAPictureSaysWhy)
     EXPECT_EQ(vm->toast(), QStringLiteral("Pick an area first."));
     vm->setPickedAreaRect(QRectF(0, 0, 40, 40));
     vm->toggleAreaMonitor();
-    EXPECT_EQ(vm->toast(), QStringLiteral("Couldn't grab that area — check Screen Recording permission."));
+    EXPECT_EQ(vm->toast(), QStringLiteral("Couldn't grab that area — the display server gave no picture of it."));
     EXPECT_FALSE(vm->areaMonitor()->isArmed());
 }
 

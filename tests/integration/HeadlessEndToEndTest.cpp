@@ -94,6 +94,8 @@ protected:
         counterFile = home.filePath(QStringLiteral("counter"));
         QDir().mkpath(clips);
         QDir().mkpath(runtime);
+        // As a session's runtime directory is: the instance keeps its socket only in a private one.
+        QFile::setPermissions(runtime, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         QDir().mkpath(home.filePath(QStringLiteral("config/Velotape")));
         QFile conf(home.filePath(QStringLiteral("config/Velotape/Velotape.conf")));
         ASSERT_TRUE(conf.open(QIODevice::WriteOnly));

@@ -104,6 +104,27 @@ TEST(ClipMetaStore, ReadsWhatOthersWroteNullsAndUnknownKeys)
     EXPECT_EQ(entry.date(), 0.0);
 }
 
+TEST(ClipMetaStore, AnAmountBeyondAnyAccountReadsAsNoneAndTheFileStaysAsItIs)
+{
+    QTemporaryDir dir;
+    const QUrl url = makeClip(dir, QStringLiteral("ES.mp4"));
+    const QString sidecar = ClipMetaStore::sidecarPath(url);
+    const auto withPnL = [](const char* pnl) {
+        return QByteArray(R"({"outcome":"loss","unit":"dollars","notes":"fat finger","mistakes":"","pnl":)") + pnl
+            + '}';
+    };
+    for (const char* huge : { "1e308", "-1.7e308", "1000000000000.01" }) {
+        writeAll(sidecar, withPnL(huge));
+        const ClipMeta meta = ClipMetaStore::load(url);
+        EXPECT_FALSE(meta.pnl) << huge;
+        EXPECT_EQ(meta.outcome, TradeOutcome::loss) << huge;
+        EXPECT_EQ(meta.notes, QStringLiteral("fat finger")) << huge;
+        EXPECT_EQ(readAll(sidecar), withPnL(huge));
+    }
+    writeAll(sidecar, withPnL("-1e12"));
+    EXPECT_EQ(ClipMetaStore::load(url).pnl, -1e12);
+}
+
 TEST(ClipMetaStore, BadSidecarsLoadEmptyAndStayOnDisk)
 {
     QTemporaryDir dir;

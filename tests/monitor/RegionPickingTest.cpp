@@ -88,7 +88,8 @@ TEST(RegionPicking, PickedAreaIsWindowRelativeOnlyWhenAWindowIsCaptured)
     AreaMonitor monitor(std::move(grabber));
 
     const AreaMonitorActions::WindowScope window { 9, QRectF(100, 100, 500, 500) };
-    const auto watched = AreaMonitorActions::watchArea(monitor, QRectF(150, 120, 64, 32), window);
+    const std::vector<QRectF> display { QRectF(0, 0, 1920, 1080) };
+    const auto watched = AreaMonitorActions::watchArea(monitor, QRectF(150, 120, 64, 32), window, display);
     EXPECT_TRUE(watched.captured);
     EXPECT_EQ(watched.toast, QStringLiteral("Watch area captured"));
     EXPECT_EQ(monitor.scopedWindowID(), 9u);
@@ -103,11 +104,13 @@ TEST(RegionPicking, PickedAreaIsWindowRelativeOnlyWhenAWindowIsCaptured)
     EXPECT_FALSE(monitor.windowLocalRect());
     EXPECT_TRUE(monitor.referenceSignature());
 
+    // A new window-scoped area whose grab fails leaves the plain one and its reference in place.
     screen->failing = true;
-    const auto failed = AreaMonitorActions::watchArea(monitor, QRectF(0, 0, 64, 32), std::nullopt);
+    const auto failed = AreaMonitorActions::watchArea(monitor, QRectF(0, 0, 64, 32), window, display);
     EXPECT_FALSE(failed.captured);
-    EXPECT_EQ(failed.toast, QStringLiteral("Couldn't grab that area — check Screen Recording permission."));
-    EXPECT_FALSE(monitor.referenceSignature()) << "a new rectangle dropped the old reference";
+    EXPECT_EQ(monitor.rect(), QRectF(150, 120, 64, 32));
+    EXPECT_FALSE(monitor.scopedWindowID());
+    EXPECT_TRUE(monitor.referenceSignature());
 }
 
 TEST(RegionPicking, ToggleSaysWhatHappened)
@@ -119,7 +122,7 @@ TEST(RegionPicking, ToggleSaysWhatHappened)
     monitor.setRect(QRectF(0, 0, 32, 32));
     screen->failing = true;
     EXPECT_EQ(AreaMonitorActions::toggle(monitor),
-        QStringLiteral("Couldn't grab that area — check Screen Recording permission."));
+        QStringLiteral("Couldn't grab that area — the display server gave no picture of it."));
     EXPECT_FALSE(monitor.isArmed());
     screen->failing = false;
     EXPECT_EQ(AreaMonitorActions::toggle(monitor), QStringLiteral("Area monitor armed"));
