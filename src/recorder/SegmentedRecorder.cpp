@@ -20,13 +20,6 @@ QString shortUuid()
     return QUuid::createUuid().toString(QUuid::WithoutBraces).left(8);
 }
 
-QString makeSegmentsDir()
-{
-    const QString dir = QDir::tempPath() + QStringLiteral("/Velotape2/segments-") + shortUuid();
-    QDir().mkpath(dir); // a failure shows later as writers that cannot open
-    return dir;
-}
-
 QString orQuestionMark(const QString& text)
 {
     return text.isEmpty() ? QStringLiteral("?") : text;
@@ -36,7 +29,7 @@ QString orQuestionMark(const QString& text)
 
 SegmentedRecorder::SegmentedRecorder(QObject* parent)
     : QObject(parent)
-    , segmentsDir(makeSegmentsDir())
+    , segmentsDir(segmentFolder.path())
     , anchor(std::make_shared<Anchor>())
 {
     anchor->recorder = this;
@@ -53,7 +46,7 @@ SegmentedRecorder::~SegmentedRecorder()
     queue.sync([] {});
     utilityPool.waitForDone();
     currentWriter.reset();
-    QDir(segmentsDir).removeRecursively();
+    segmentFolder.remove();
 }
 
 void SegmentedRecorder::onQueue(const std::weak_ptr<Anchor>& weak, std::function<void(SegmentedRecorder&)> task)

@@ -7,6 +7,7 @@
 #include "core/SerialQueue.h"
 #include "media/MediaSample.h"
 #include "recorder/Segment.h"
+#include "recorder/SegmentFolder.h"
 #endif
 
 #include <QObject>
@@ -172,6 +173,7 @@ private:
     std::vector<PendingExport> pendingExports;
     SegmentWriterFactory writerFactory;
 
+    SegmentFolder segmentFolder;
     const QString segmentsDir;
     std::shared_ptr<Anchor> anchor;
     // Closings of rotated segments, so that they never wait behind anything else.
