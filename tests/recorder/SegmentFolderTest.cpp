@@ -1,4 +1,5 @@
 #include "recorder/SegmentFolder.h"
+#include "recorder/SegmentedRecorder.h"
 
 #include "recorder/PartialExports.h"
 
@@ -12,14 +13,15 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <optional>
 #include <sys/prctl.h>
 
 namespace {
 
 // A folder as a run leaves it: one segment file of `bytes`, and its lock file unless `locked` is false.
-QString runFolder(const QTemporaryDir& parent, const char* name, int bytes, bool withLockFile = true)
+QString runFolder(const QString& parent, const char* name, int bytes, bool withLockFile = true)
 {
-    const QString path = parent.filePath(QString::fromLatin1(name));
+    const QString path = parent + QLatin1Char('/') + QLatin1String(name);
     QDir().mkpath(path);
     QFile segment(path + QStringLiteral("/seg-0a1b2c3d.mp4"));
     segment.open(QIODevice::WriteOnly);
@@ -56,10 +58,17 @@ void writeFile(const QString& path, int ageSeconds)
 
 TEST(SegmentFolder, TheStartUpSweepTakesWhatDeadRunsLeftAndNothingOfLiveOnes)
 {
-    QTemporaryDir parent;
-    SegmentFolder own(parent.path());
-    ASSERT_TRUE(own.isLocked());
-    EXPECT_TRUE(QFileInfo(own.path()).fileName().startsWith(QStringLiteral("segments-")));
+    // A recorder running in this process makes its folder under this test's own temporary folder.
+    QTemporaryDir temp;
+    const std::optional<QByteArray> savedTmp
+        = qEnvironmentVariableIsSet("TMPDIR") ? std::optional(qgetenv("TMPDIR")) : std::nullopt;
+    qputenv("TMPDIR", QFile::encodeName(temp.path()));
+    auto recorder = std::make_unique<SegmentedRecorder>();
+    const QString parent = SegmentFolder::defaultParent();
+    savedTmp ? qputenv("TMPDIR", *savedTmp) : qunsetenv("TMPDIR");
+    const QString own = recorder->segmentsDirectory();
+    ASSERT_EQ(QFileInfo(own).absolutePath(), temp.path() + QStringLiteral("/Velotape2"));
+    ASSERT_TRUE(QFileInfo(own).isDir());
 
     QProcess liveOwner, crashedOwner;
     const QString live = runFolder(parent, "segments-11111111", 1000);
@@ -73,7 +82,7 @@ TEST(SegmentFolder, TheStartUpSweepTakesWhatDeadRunsLeftAndNothingOfLiveOnes)
     const QString unlocked = runFolder(parent, "segments-33333333", 500, false);
     const QString stranger = runFolder(parent, "keep-me", 10, false);
 
-    const SegmentFolder::SweepResult swept = SegmentFolder::sweepStale(parent.path(), own.path());
+    const SegmentFolder::SweepResult swept = SegmentFolder::sweepStale(parent, own);
     EXPECT_EQ(swept.removed, 2);
     EXPECT_EQ(swept.bytes, 3500);
     EXPECT_EQ(swept.alive, 1);
@@ -82,8 +91,8 @@ TEST(SegmentFolder, TheStartUpSweepTakesWhatDeadRunsLeftAndNothingOfLiveOnes)
     EXPECT_FALSE(QFileInfo::exists(unlocked));
     EXPECT_TRUE(QFileInfo::exists(stranger));
     // Seen from another start, this run's folder is as alive as the other.
-    EXPECT_EQ(SegmentFolder::sweepStale(parent.path()).alive, 2);
-    EXPECT_TRUE(QFileInfo::exists(own.path()));
+    EXPECT_EQ(SegmentFolder::sweepStale(parent).alive, 2);
+    EXPECT_TRUE(QFileInfo::exists(own));
 
     // Unfinished clips in the save folder: while another instance runs, only those no export has
     // written to for a while go; once none runs, every one. Other names are never touched.
@@ -109,7 +118,6 @@ TEST(SegmentFolder, TheStartUpSweepTakesWhatDeadRunsLeftAndNothingOfLiveOnes)
     liveOwner.waitForFinished(5000);
 
     // The end of a run takes its folder with it.
-    const QString ownPath = own.path();
-    own.remove();
-    EXPECT_FALSE(QFileInfo::exists(ownPath));
+    recorder.reset();
+    EXPECT_FALSE(QFileInfo::exists(own));
 }
