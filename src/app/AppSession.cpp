@@ -12,6 +12,9 @@
 #include "core/Log.h"
 #include "core/Publisher.h"
 #include "monitor/RegionPicking.h"
+#include "recorder/PartialExports.h"
+#include "recorder/SegmentFolder.h"
+#include "recorder/SegmentedRecorder.h"
 
 #include <QTextStream>
 
@@ -58,6 +61,8 @@ bool AppSession::start(QString* error)
         return false;
     case ControlServer::ListenResult::listening: break;
     }
+    // Only the instance that holds the socket sweeps: a second start that gives way touches nothing.
+    sweepWhatCrashedRunsLeft();
 
     // Without a window the local monitor hears nothing, but the global one works the same.
     hotkeys = std::make_unique<GlobalHotkeys>(GlobalHotkeys::systemMonitors());
@@ -81,6 +86,19 @@ bool AppSession::start(QString* error)
             controller->startPreview();
     });
     return true;
+}
+
+void AppSession::sweepWhatCrashedRunsLeft()
+{
+    const SegmentFolder::SweepResult folders
+        = SegmentFolder::sweepStale(SegmentFolder::defaultParent(), controller->recorder()->segmentsDirectory());
+    if (folders.removed > 0)
+        logLine(QStringLiteral("Removed %1 segment folder(s) of earlier runs that ended without cleaning up (%2 MB)")
+                    .arg(folders.removed)
+                    .arg(double(folders.bytes) / 1e6, 0, 'f', 1));
+    // Another instance (under another socket) may be exporting into the same folder right now.
+    const int parts = PartialExports::sweep(settings->saveFolderPath(), folders.alive > 0);
+    if (parts > 0) logLine(QStringLiteral("Removed %1 unfinished clip file(s) of earlier runs").arg(parts));
 }
 
 // Without a window, toasts and capture errors are lines on standard output.

@@ -36,6 +36,8 @@ public:
 
 private:
     void selectRequestedSource();
+    // Segment folders and unfinished clips that runs which crashed or were killed left behind.
+    void sweepWhatCrashedRunsLeft();
     void echoEventsTo(QTextStream& out);
 
     Options options;

@@ -20,6 +20,7 @@
 #include <QPointer>
 #include <QUrl>
 
+#include <algorithm>
 #include <cmath>
 
 using namespace std::chrono_literals;
@@ -145,9 +146,7 @@ void RecorderViewModel::wireSubscriptions()
     // 21. So is the selected source.
     observe(captureEngine, &CaptureEngine::selectedSource, &CaptureEngine::selectedSourceChanged)
         .dropFirst()
-        .sink(this, [this](const std::optional<CaptureSource>& source) {
-            if (!suppressPersistence) saveSourceDescriptor(source);
-        });
+        .sink(this, [this](const std::optional<CaptureSource>& source) { sourceSelected(source); });
 
     // 22. A clip was written.
     segmentRecorder->onFinished = [self](const QString& path) {
@@ -177,6 +176,9 @@ void RecorderViewModel::wireSubscriptions()
         .dropFirst()
         .debounce(restartDebounce)
         .sink(settingsSink, [this](const auto&) { restartStream(); });
+
+    // A stream that ends by itself: the controller decides what is recorded instead.
+    connect(captureEngine, &CaptureEngine::streamStopped, this, &RecorderViewModel::handleStreamStopped);
 }
 
 void RecorderViewModel::setActiveTab(Tab value)
@@ -235,6 +237,90 @@ void RecorderViewModel::restartStream()
     segmentRecorder->disarmBuffering();
     captureEngine->stopStream();
     startPreview();
+}
+
+void RecorderViewModel::handleStreamStopped(const QString& reason)
+{
+    const std::optional<CaptureSource> source = captureEngine->selectedSource();
+    if (!source || source->kind() != CaptureSource::Kind::window) {
+        showToast(QStringLiteral("Capture stopped: ") + reason);
+        return;
+    }
+    const CaptureWindow& window = source->capturedWindow();
+    const QString title = window.title.value_or(QString());
+    const QString bundle = window.owningApplication ? window.owningApplication->bundleIdentifier : QString();
+
+    // The display under the window's middle, or the first one: the trader keeps a recording of
+    // whatever replaced the window rather than none.
+    const std::vector<CaptureDisplay>& displays = captureEngine->availableDisplays();
+    const auto under = std::find_if(displays.begin(), displays.end(),
+        [&](const CaptureDisplay& d) { return QRectF(d.frame).contains(window.frame.center()); });
+    const CaptureDisplay* display = under != displays.end() ? &*under : displays.empty() ? nullptr : &displays.front();
+    if (display) switchSourceKeepingRing(CaptureSource::display(*display));
+    showToast(captureEngine->isStreaming()
+            ? QStringLiteral("The window “%1” was closed; recording the whole display until it reopens").arg(title)
+            : QStringLiteral("The window “%1” was closed; nothing is recorded until it reopens").arg(title));
+
+    // Found again as a saved window is: by application and title (a window without them never is).
+    if (bundle.isEmpty() || title.isEmpty()) return;
+    lostWindow = LostWindow { SourceGeometry::windowDescriptor(bundle, title), title };
+    scheduleLostWindowCheck();
+}
+
+void RecorderViewModel::switchSourceKeepingRing(const CaptureSource& source)
+{
+    switchingSourceItself = true;
+    captureEngine->setSelectedSource(source);
+    switchingSourceItself = false;
+    // The recorder keeps its size: a new picture is fitted into the frames the ring already holds.
+    captureEngine->startStream(captureEngine->outputWidth(), captureEngine->outputHeight(),
+        framesPerSecond(appSettings->frameRate()), appSettings->cursor() != CursorMode::hide,
+        appSettings->hideAppInCaptures(), appSettings->systemAudioEnabled());
+}
+
+void RecorderViewModel::sourceSelected(const std::optional<CaptureSource>& source)
+{
+    // A stand-in for a closed window, or the window back: the user's choice stays what is saved.
+    if (switchingSourceItself) return;
+    stopWaitingForLostWindow();
+    if (!suppressPersistence) saveSourceDescriptor(source);
+}
+
+void RecorderViewModel::scheduleLostWindowCheck()
+{
+    if (lostWindowTask) platform.scheduler->cancel(*lostWindowTask);
+    QPointer<RecorderViewModel> self(this);
+    lostWindowTask = platform.scheduler->schedule(lostWindowCheckInterval, [self] {
+        if (self) self->checkForLostWindow();
+    });
+}
+
+void RecorderViewModel::checkForLostWindow()
+{
+    lostWindowTask.reset();
+    if (!lostWindow) return;
+    QPointer<RecorderViewModel> self(this);
+    captureEngine->refreshAvailableContent([self] {
+        if (!self || !self->lostWindow) return; // the user chose another source meanwhile
+        const std::optional<CaptureSource> window = self->findSource(self->lostWindow->descriptor);
+        if (!window) {
+            self->scheduleLostWindowCheck();
+            return;
+        }
+        const QString title = self->lostWindow->title;
+        self->stopWaitingForLostWindow();
+        self->switchSourceKeepingRing(*window);
+        // A failed start speaks through the engine's errorMessage.
+        if (self->captureEngine->isStreaming())
+            self->showToast(QStringLiteral("The window “%1” is back; recording it again").arg(title));
+    });
+}
+
+void RecorderViewModel::stopWaitingForLostWindow()
+{
+    lostWindow.reset();
+    if (lostWindowTask) platform.scheduler->cancel(*lostWindowTask);
+    lostWindowTask.reset();
 }
 
 QString RecorderViewModel::filename(const QString& label, const QDateTime& date)

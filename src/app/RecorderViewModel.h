@@ -88,6 +88,14 @@ public:
     // The stream restart: throw the ring away, stop the stream, start the preview again.
     void restartStream();
 
+    // The stream ended by itself. A captured window that closed gives way to the display it was on,
+    // at the same picture size so that the ring and a running recording go on, and comes back once
+    // a window of the same application and title shows; the toast says both. Any other end is
+    // only said.
+    void handleStreamStopped(const QString& reason);
+    // How often the window list is asked for a closed window while it stays away.
+    static constexpr auto lostWindowCheckInterval = std::chrono::seconds(2);
+
     // What the arm hotkey does: disarm an armed monitor, arm a disarmed one, and say so. Returns
     // the toast it showed.
     QString toggleAreaMonitor();
@@ -133,6 +141,14 @@ private:
     void monitorReset();
     std::optional<AreaMonitorActions::WindowScope> windowScope() const;
     void setToast(const std::optional<QString>& text);
+    // A source chosen by anyone but this controller ends the wait for a closed window, and is saved.
+    void sourceSelected(const std::optional<CaptureSource>& source);
+    // Streams `source` at the size the stream runs at now; not saved as the user's choice.
+    void switchSourceKeepingRing(const CaptureSource& source);
+    // While a captured window is away: a refresh of the window list now and then, until it is back.
+    void scheduleLostWindowCheck();
+    void checkForLostWindow();
+    void stopWaitingForLostWindow();
 
     AppSettings* appSettings;
     Platform platform;
@@ -147,6 +163,15 @@ private:
     std::optional<QString> lastSaved;
     std::optional<TaskScheduler::Handle> autoStopTask;
     bool suppressPersistence = true;
+
+    // The captured window that closed and is waited for, by what it shows.
+    struct LostWindow {
+        QString descriptor;
+        QString title;
+    };
+    std::optional<LostWindow> lostWindow;
+    std::optional<TaskScheduler::Handle> lostWindowTask;
+    bool switchingSourceItself = false;
 };
 
 QString captureModeRawValue(RecorderViewModel::CaptureMode mode);

@@ -159,6 +159,12 @@ void CaptureEngine::startStream(int w, int h, int fps, bool showCursor, bool hid
             },
             Qt::QueuedConnection);
     };
+    output->onStop = [this, generation = ++streamGeneration](const QString& reason) {
+        // As for frames: the stream is stopped before this object goes, and a report still queued
+        // then goes with its other posted events.
+        QMetaObject::invokeMethod(
+            this, [this, generation, reason] { streamEnded(generation, reason); }, Qt::QueuedConnection);
+    };
     output->onAudio = [route = audioRoute](const AudioBuffer& buffer) {
         QPointer<SegmentedRecorder> recorder;
         std::function<void(const AudioBuffer&)> sink;
@@ -210,6 +216,13 @@ void CaptureEngine::stopStream()
     audioStream.reset();
     streamOutput.reset();
     setStreaming(false);
+}
+
+void CaptureEngine::streamEnded(uint64_t generation, const QString& reason)
+{
+    if (generation != streamGeneration || !stream) return;
+    stopStream();
+    emit streamStopped(reason);
 }
 
 std::optional<QRectF> CaptureEngine::liveFrame(uint32_t windowID) const

@@ -89,7 +89,7 @@ public:
 
     // Stops any running stream, then starts one for the selected source (nothing at all without a
     // selection). Returns once the stream runs or has failed; the outcome is in isStreaming and
-    // errorMessage.
+    // errorMessage. A stream that later ends by itself is let go and reported by streamStopped.
     void startStream(int width, int height, int fps, bool showCursor, bool hideSelf, bool captureSystemAudio);
     // Never fails. The last preview stays on show.
     void stopStream();
@@ -132,6 +132,9 @@ signals:
     void isStreamingChanged();
     void outputWidthChanged();
     void outputHeightChanged();
+    // The running stream ended by itself (its window was closed, the display server went away):
+    // it has been stopped and isStreaming is false. What comes instead is the owner's decision.
+    void streamStopped(const QString& reason);
 
 private:
     // What the audio thread may read: the recorder and the observer, under their own lock.
@@ -142,6 +145,8 @@ private:
     };
 
     void applyContent(const CaptureBackend::ContentResult& result);
+    // The stream of `generation` reported its end; a report of a stream since replaced is ignored.
+    void streamEnded(uint64_t generation, const QString& reason);
     void setErrorMessage(const std::optional<QString>& message);
     void setStreaming(bool value);
     void setOutputSize(int w, int h);
@@ -167,6 +172,8 @@ private:
     std::shared_ptr<StreamOutput> streamOutput;
     std::unique_ptr<CaptureStream> stream;
     std::unique_ptr<CaptureStream> audioStream;
+    // Counts the streams started, so that the end of one is never taken for the end of the next.
+    uint64_t streamGeneration = 0;
     // Frames posted to the main thread and not yet handled; beyond the queue depth new ones drop,
     // so a stalled main thread cannot pile up frames without bound.
     std::shared_ptr<std::atomic<int>> framesInFlight = std::make_shared<std::atomic<int>>(0);

@@ -16,5 +16,6 @@ void StreamOutput::didOutputAudio(const AudioBuffer& buffer) const
 
 void StreamOutput::didStopWithError(const QString& error) const
 {
-    logLine(QStringLiteral("SCStream stopped with error: ") + error);
+    logLine(QStringLiteral("Capture stream stopped: ") + error);
+    if (onStop) onStop(error);
 }

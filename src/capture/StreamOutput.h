@@ -7,19 +7,22 @@
 #include <functional>
 
 // The sink of one stream. Backends hand it every sample; it drops those that carry nothing and
-// passes the rest on. It holds nothing but the two callbacks, which are set before the stream
-// starts and never changed while it runs.
+// passes the rest on. It holds nothing but the callbacks, which are set before the stream starts
+// and never changed while it runs.
 class StreamOutput {
 public:
     // Called on the capture thread.
     std::function<void(const VideoFrame&)> onFrame;
     // Called on the audio thread.
     std::function<void(const AudioBuffer&)> onAudio;
+    // Called once, on the capture thread, when the stream ends by itself; with the reason.
+    std::function<void(const QString&)> onStop;
 
     // Capture thread: a frame whose picture changed. Frames without an image or time are dropped.
     void didOutputFrame(const VideoFrame& frame) const;
     // Audio thread: drops buffers without samples or time.
     void didOutputAudio(const AudioBuffer& buffer) const;
-    // Any thread: the stream ended by itself. Logged and nothing else: the frames just end.
+    // Any thread: the stream ended by itself (its window closed, the display server went away).
+    // Logged, then passed to onStop.
     void didStopWithError(const QString& error) const;
 };

@@ -22,13 +22,6 @@ QString shortUuid()
     return QUuid::createUuid().toString(QUuid::WithoutBraces).left(8);
 }
 
-QString makeSegmentsDir()
-{
-    const QString dir = QDir::tempPath() + QStringLiteral("/Velotape2/segments-") + shortUuid();
-    QDir().mkpath(dir); // a failure shows later as writers that cannot open
-    return dir;
-}
-
 QString orQuestionMark(const QString& text)
 {
     return text.isEmpty() ? QStringLiteral("?") : text;
@@ -40,7 +33,7 @@ SegmentedRecorder::SegmentedRecorder(QObject* parent)
     : QObject(parent)
     , clock([] { return MediaTime::fromNanoseconds(monotonicNanoseconds()); })
     , clockTicker(new QTimer(this))
-    , segmentsDir(makeSegmentsDir())
+    , segmentsDir(segmentFolder.path())
     , anchor(std::make_shared<Anchor>())
 {
     anchor->recorder = this;
@@ -73,7 +66,7 @@ SegmentedRecorder::~SegmentedRecorder()
     utilityPool.waitForDone();
     currentWriter.reset();
     audioTail.reset();
-    QDir(segmentsDir).removeRecursively();
+    segmentFolder.remove();
 }
 
 void SegmentedRecorder::onQueue(const std::weak_ptr<Anchor>& weak, std::function<void(SegmentedRecorder&)> task)

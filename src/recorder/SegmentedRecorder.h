@@ -7,6 +7,7 @@
 #include "core/SerialQueue.h"
 #include "media/MediaSample.h"
 #include "recorder/Segment.h"
+#include "recorder/SegmentFolder.h"
 #endif
 
 #include <QObject>
@@ -271,6 +272,7 @@ private:
     std::atomic<int> framesWaitingLimit { defaultFramesWaitingLimit };
     std::atomic<int> framesRefusedWaiting { 0 };
 
+    SegmentFolder segmentFolder;
     const QString segmentsDir;
     std::shared_ptr<Anchor> anchor;
     // Closings of segments, so that they never wait behind anything else.

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+
 // The engine's rules against a scripted backend: the platform seam is the one place where a
 // refused listing or a failed start can be produced on demand. Real streams are tested on a real
 // X server in the integration tests.
@@ -224,6 +226,38 @@ TEST(CaptureEngine, StartAndStopFollowTheSelection)
     EXPECT_EQ(engine.selectedWindowScope()->frame, QRectF(0, 0, 800, 600));
     engine.setSelectedSource(CaptureSource::display(d));
     EXPECT_FALSE(engine.selectedWindowScope());
+}
+
+TEST(CaptureEngine, AStreamThatEndsByItselfIsLetGoButTheEndOfAReplacedOneIsIgnored)
+{
+    auto backend = std::make_shared<ScriptedBackend>();
+    auto audio = std::make_shared<ScriptedAudio>();
+    CaptureEngine engine(backend, audio);
+    QStringList stops;
+    QObject::connect(&engine, &CaptureEngine::streamStopped, [&stops](const QString& why) { stops << why; });
+    engine.setSelectedSource(CaptureSource::window(window(42)));
+    engine.startStream(800, 600, 30, true, false, true);
+    const std::shared_ptr<const StreamOutput> replaced = backend->lastOutput;
+    engine.startStream(800, 600, 30, true, false, true);
+    ASSERT_NE(backend->lastOutput, replaced);
+
+    // The first stream's end arrives late, after the restart: the running stream stays.
+    std::thread([&] { replaced->didStopWithError(QStringLiteral("the window was closed")); }).join();
+    QCoreApplication::processEvents();
+    EXPECT_TRUE(engine.isStreaming());
+    EXPECT_EQ(backend->stops, 1);
+    EXPECT_TRUE(stops.isEmpty());
+
+    // The running one ends on its capture thread: stopped with its audio, and said once.
+    std::thread([&] { backend->lastOutput->didStopWithError(QStringLiteral("the window was closed")); }).join();
+    QElapsedTimer waited;
+    waited.start();
+    while (engine.isStreaming() && waited.elapsed() < 2000)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+    EXPECT_FALSE(engine.isStreaming());
+    EXPECT_EQ(backend->stops, 2);
+    EXPECT_EQ(audio->stops, 2);
+    EXPECT_EQ(stops, QStringList { QStringLiteral("the window was closed") });
 }
 
 TEST(CaptureEngine, ExcludesItsOwnApplicationWhenTheBackendOffersIt)

@@ -217,14 +217,15 @@ TEST(CaptureX11, WindowCapturedByItselfWhileCoveredAndFollowed)
     EXPECT_EQ(*engine.liveFrame(painter), QRectF(20, 100, 480, 160));
     EXPECT_EQ(engine.selectedWindowScope()->frame, QRectF(20, 100, 480, 160));
 
-    // The window closes: the stream ends by itself, frames stop, and the engine still says streaming.
+    // The window closes: the stream ends by itself, the engine lets it go and says why.
+    QStringList stops;
+    QObject::connect(&engine, &CaptureEngine::streamStopped, [&stops](const QString& why) { stops << why; });
     client.destroy(painter);
-    QThread::msleep(200);
-    QCoreApplication::processEvents();
+    ASSERT_TRUE(spinUntil([&] { return !engine.isStreaming(); }, 3000));
+    EXPECT_EQ(stops, QStringList { QStringLiteral("the window was closed") });
     seen = log.count();
     client.fill(cover, QRect(0, 0, 340, 240), white);
     EXPECT_FALSE(spinUntil([&] { return log.count() > seen; }, 300));
-    EXPECT_TRUE(engine.isStreaming());
     EXPECT_FALSE(engine.liveFrame(painter));
 }
 

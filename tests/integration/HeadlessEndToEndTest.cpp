@@ -6,6 +6,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QFileInfo>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QSize>
@@ -108,6 +109,9 @@ protected:
         env.insert(QStringLiteral("XDG_CONFIG_HOME"), home.filePath(QStringLiteral("config")));
         env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime);
         env.insert(QStringLiteral("HOME"), home.path());
+        // Segment folders of this test's own, where what a crashed run left can be laid out.
+        QDir().mkpath(home.filePath(QStringLiteral("tmp")));
+        env.insert(QStringLiteral("TMPDIR"), home.filePath(QStringLiteral("tmp")));
         env.remove(QStringLiteral("QT_QPA_PLATFORM"));
     }
 
@@ -211,9 +215,21 @@ protected:
 
 TEST_F(HeadlessEndToEnd, ToggleTwiceSavesAClipThatBeginsTheBufferBeforeTheFirstPress)
 {
+    // What a run that crashed left: its segments and a clip it was writing. The start sweeps both.
+    const QDir segments(home.filePath(QStringLiteral("tmp/Velotape2")));
+    const QString crashed = segments.filePath(QStringLiteral("segments-deadbeef"));
+    const QString unfinished = QDir(clips).filePath(QStringLiteral(".Clip, Mar 1, 10-00-00.mp4.0123abcd.part"));
+    QDir().mkpath(crashed);
+    for (const QString& path : { crashed + QStringLiteral("/seg-00000000.mp4"), unfinished }) {
+        QFile file(path);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    }
     startPainter();
     ASSERT_NO_FATAL_FAILURE(startInstance());
     ASSERT_NO_FATAL_FAILURE(waitUntilBuffered(4.0));
+    EXPECT_FALSE(QFileInfo::exists(crashed));
+    EXPECT_FALSE(QFileInfo::exists(unfinished));
+    EXPECT_EQ(segments.entryList({ QStringLiteral("segments-*") }, QDir::Dirs).size(), 1); // its own
     int status = -1;
     QString answer;
     // A second instance does not start, and says so.

@@ -184,7 +184,7 @@ TEST(RecorderClock, SoundGoesOnThroughAStillScreenAndStaysWithThePicture)
     EXPECT_NEAR(probe.audioStart, probe.frames.front().seconds, 0.05);
     EXPECT_NEAR(probe.audioSeconds, pictureLength, 0.05);
     // No hole at the joins: the sound of a boundary's last moments is in one file or the other.
-    // What remains is one AAC frame (23 ms) at a join, which the decoder fades in because each
-    // segment's sound was encoded on its own.
-    EXPECT_LT(probe.longestQuietStretch(0.02f), 1100.0 / 44100);
+    // What remains is up to an AAC frame and a half (23-35 ms) at a join, which the decoder fades
+    // in because each segment's sound was encoded on its own; a lost boundary would be 250 ms.
+    EXPECT_LT(probe.longestQuietStretch(0.02f), 0.045);
 }
