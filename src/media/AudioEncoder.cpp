@@ -121,6 +121,19 @@ int AudioEncoder::send(const AudioBuffer& buffer, int64_t position, const Packet
     return encodeFullFrames(false, sink);
 }
 
+int AudioEncoder::padTo(int64_t position, const PacketSink& sink)
+{
+    if (nextPosition < 0) nextPosition = framePosition = 0;
+    const int64_t missing = position - nextPosition;
+    if (missing <= 0) return 0;
+    std::vector<float> silence(static_cast<size_t>(missing), 0.0f);
+    void* planes[1] = { silence.data() };
+    const int rc = av_audio_fifo_write(fifo.get(), planes, static_cast<int>(missing));
+    if (rc < 0) return rc;
+    nextPosition += missing;
+    return encodeFullFrames(false, sink);
+}
+
 int AudioEncoder::encodeFullFrames(bool includePartial, const PacketSink& sink)
 {
     const int frameSize = codec->frame_size;

@@ -27,6 +27,9 @@ public:
     // Takes `buffer` whose first sample belongs at `position` (in samples of 44100 Hz from the
     // file's zero; negative positions lose their part before zero). 0 or a negative FFmpeg error.
     int send(const AudioBuffer& buffer, int64_t position, const PacketSink& sink);
+    // Silence from where the stream stands (the file's zero before the first buffer) up to
+    // `position`, so that a source that starts late or stalls leaves no hole. 0 or an FFmpeg error.
+    int padTo(int64_t position, const PacketSink& sink);
     // Encodes what is left and drains the encoder.
     int finish(const PacketSink& sink);
 

@@ -160,4 +160,3 @@ int VideoEncoder::finish(const PacketSink& sink)
     if (rc < 0) return rc;
     return drainEncoder(codec.get(), packet.get(), sink);
 }
-

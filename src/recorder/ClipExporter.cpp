@@ -23,6 +23,7 @@ struct Piece {
     int videoIndex = -1;
     int audioIndex = -1;
     MediaTime rangeStart; // in the file's own time
+    MediaTime rangeEnd; // in the file's own time: where the picture ends
     MediaTime insertAt; // in the clip's time
 };
 
@@ -134,6 +135,7 @@ ClipExporter::Result ClipExporter::exportConcatenated(
             }
         }
         piece.rangeStart = start;
+        piece.rangeEnd = start + length;
         piece.insertAt = insertion;
         insertion = insertion + length;
         pieces.push_back(std::move(piece));
@@ -251,6 +253,13 @@ ClipExporter::Result ClipExporter::exportConcatenated(
             AVStream* outStream = isVideo ? video : audio;
             const int64_t shift
                 = ticks(piece.insertAt, inStream->time_base) - ticks(piece.rangeStart, inStream->time_base);
+            // What the audio encoder gave out after the segment's end is its flush, not sound of
+            // that time: the next segment's sound takes over there.
+            if (isAudio && p + 1 < pieces.size() && packet->pts != AV_NOPTS_VALUE
+                && packet->pts >= ticks(piece.rangeEnd, inStream->time_base)) {
+                av_packet_unref(packet.get());
+                continue;
+            }
             if (isVideo && piece.rangeStart > MediaTime::zero() && packet->pts != AV_NOPTS_VALUE
                 && packet->duration > 0) {
                 // The picture on show at the cut may have been on show for seconds (a still

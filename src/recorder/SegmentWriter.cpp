@@ -77,6 +77,15 @@ struct SegmentWriter::Impl {
     void run();
     void encodeVideo(const VideoFrame& frame);
     void encodeAudio(const AudioBuffer& buffer);
+    // Where the audio encoder's packets go: into the file, in the stream's time base.
+    PacketSink audioSink()
+    {
+        return [this](AVPacket* p) {
+            p->stream_index = audioStream->index;
+            av_packet_rescale_ts(p, audio->context()->time_base, audioStream->time_base);
+            return av_interleaved_write_frame(muxer.get(), p);
+        };
+    }
     int writeVideoPacket(AVPacket* packet);
     int writeHeldVideo(int64_t duration);
     bool finish();
@@ -224,11 +233,9 @@ void SegmentWriter::Impl::encodeAudio(const AudioBuffer& buffer)
 {
     const MediaTime offset = (buffer.pts - sessionStart).convertScale(AudioEncoder::sampleRate);
     if (!offset.isNumeric()) return;
-    const int rc = audio->send(buffer, offset.value, [this](AVPacket* p) {
-        p->stream_index = audioStream->index;
-        av_packet_rescale_ts(p, audio->context()->time_base, audioStream->time_base);
-        return av_interleaved_write_frame(muxer.get(), p);
-    });
+    // Sound that starts after the segment does is silence until then, not a shorter track.
+    int rc = audio->endPosition() < 0 && offset.value > 0 ? audio->padTo(offset.value, audioSink()) : 0;
+    if (rc >= 0) rc = audio->send(buffer, offset.value, audioSink());
     if (rc < 0) fail(QStringLiteral("audio: ") + avErrorText(rc));
 }
 
@@ -248,11 +255,16 @@ bool SegmentWriter::Impl::finish()
         rc = writeHeldVideo(duration);
     }
     if (rc >= 0 && audio) {
-        rc = audio->finish([this](AVPacket* p) {
-            p->stream_index = audioStream->index;
-            av_packet_rescale_ts(p, audio->context()->time_base, audioStream->time_base);
-            return av_interleaved_write_frame(muxer.get(), p);
-        });
+        // A source that stalled or never started leaves silence up to the segment's end: the
+        // sound lasts as long as the picture.
+        MediaTime end;
+        {
+            std::lock_guard lock(mutex);
+            end = sessionEnd;
+        }
+        const MediaTime endOffset = (end - sessionStart).convertScale(AudioEncoder::sampleRate);
+        if (endOffset.isNumeric()) rc = audio->padTo(endOffset.value, audioSink());
+        if (rc >= 0) rc = audio->finish(audioSink());
     }
     if (rc >= 0) rc = av_write_trailer(muxer.get());
     if (rc >= 0) rc = avio_closep(&muxer->pb);

@@ -52,7 +52,7 @@ void SegmentedRecorder::setClock(Clock c)
 void SegmentedRecorder::tick()
 {
     const MediaTime t = now();
-    if (t.isNumeric()) advanceClock(t - MediaTime::fromSeconds(clockTickLagSeconds, 1000));
+    if (t.isNumeric()) advanceClock(t);
 }
 
 SegmentedRecorder::~SegmentedRecorder()
@@ -208,8 +208,8 @@ void SegmentedRecorder::stopRecording()
     // The sound of the last moments is awaited for a little while: a tick after that time lets the
     // clip go without it, even when the clock's ticks are not running.
     if (pressedAt.isNumeric())
-        QTimer::singleShot(std::chrono::milliseconds(int((audioTailGraceSeconds + clockTickLagSeconds) * 1000) + 50),
-            this, &SegmentedRecorder::tick);
+        QTimer::singleShot(
+            std::chrono::milliseconds(int(audioTailGraceSeconds * 1000) + 50), this, &SegmentedRecorder::tick);
 }
 
 void SegmentedRecorder::setWriterFactory(SegmentWriterFactory factory)
@@ -279,13 +279,21 @@ void SegmentedRecorder::moveClockTo(const MediaTime& time)
 
 void SegmentedRecorder::deliverFrame(const VideoFrame& frame)
 {
-    // A frame grabbed before the open segment began was overtaken by a tick: it has no place.
-    const bool fits = currentSegmentStartPTS && !(frame.pts < *currentSegmentStartPTS);
+    VideoFrame taken = frame;
+    if (currentSegmentStartPTS) {
+        // A frame grabbed before a tick or a stop opened this segment, and still on its way then,
+        // is newer than the picture the segment opened with: it comes right after it.
+        const MediaTime floor = currentLastVideoPTS.isNumeric() ? currentLastVideoPTS : *currentSegmentStartPTS;
+        if (currentLastVideoPTS.isNumeric() ? !(taken.pts > floor) : taken.pts < floor)
+            taken.pts = floor + MediaTime(1, 1000);
+    }
     // The camera composite belongs here (cameraProvider, drawn into a new picture); until that pass
     // exists the frame goes in as it came.
-    if (fits && currentWriter && currentWriter->hasVideoInput() && currentWriter->isReadyForMoreMediaData()
-        && currentWriter->append(frame))
+    if (currentWriter && currentWriter->hasVideoInput() && currentWriter->isReadyForMoreMediaData()
+        && currentWriter->append(taken)) {
+        currentLastVideoPTS = taken.pts;
         return;
+    }
     countRefusedFrame();
 }
 
@@ -353,6 +361,7 @@ bool SegmentedRecorder::startNewSegment(const MediaTime& startingAt)
     currentWriter = std::move(writer);
     currentSegmentURL = url;
     currentSegmentStartPTS = startingAt;
+    currentLastVideoPTS = MediaTime::invalid();
     currentRefused = {};
     hasSessionStarted = true;
     lastAudioPTS = MediaTime::invalid();

@@ -61,11 +61,8 @@ public:
     using Clock = std::function<MediaTime()>;
 
     static constexpr double segmentDuration = 6.0;
-    // How often the clock ticks while buffering, and how far behind the clock a tick stays: a
-    // frame grabbed just before a tick may still be on its way, and must not land before the
-    // start of a segment that the tick opened.
+    // How often the clock ticks while buffering.
     static constexpr int clockTickMilliseconds = 250;
-    static constexpr double clockTickLagSeconds = 0.25;
     // The audio of a closed segment is awaited this long past its end before the file closes
     // without it (a stalled or silent source).
     static constexpr double audioTailGraceSeconds = 0.5;
@@ -235,6 +232,8 @@ private:
     std::shared_ptr<SegmentWriter> currentWriter;
     std::optional<QString> currentSegmentURL;
     std::optional<MediaTime> currentSegmentStartPTS;
+    // The time of the last picture handed to the open segment.
+    MediaTime currentLastVideoPTS;
     Refused currentRefused;
     std::optional<AudioTail> audioTail;
     // Whether the sound of a segment's last moments is awaited (there is a clock to time out by).

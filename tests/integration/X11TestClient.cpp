@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 namespace {
 
@@ -88,6 +89,22 @@ xcb_window_t X11TestClient::create(const Window& w)
     while (xcb_generic_event_t* e = xcb_poll_for_event(connection))
         std::free(e);
     return id;
+}
+
+void X11TestClient::paintIndex(xcb_window_t window, const QSize& size, int index)
+{
+    std::vector<xcb_rectangle_t> cells[2];
+    for (int bit = 0; bit < 16; ++bit) {
+        const int col = bit % 4, row = bit / 4;
+        cells[(index >> bit) & 1].push_back({ int16_t(col * size.width() / 4), int16_t(row * size.height() / 4),
+            uint16_t(size.width() / 4), uint16_t(size.height() / 4) });
+    }
+    for (int white = 0; white < 2; ++white) {
+        const uint32_t foreground = pixelOf(white ? Qt::white : Qt::black);
+        xcb_change_gc(connection, gc, XCB_GC_FOREGROUND, &foreground);
+        xcb_poly_fill_rectangle(connection, window, gc, uint32_t(cells[white].size()), cells[white].data());
+    }
+    sync();
 }
 
 void X11TestClient::fill(xcb_window_t window, const QRect& rect, const QColor& colour)

@@ -30,6 +30,9 @@ public:
     // Creates and maps the window and waits until it is viewable.
     xcb_window_t create(const Window& window);
     void fill(xcb_window_t window, const QRect& rect, const QColor& colour);
+    // Paints the window's `size` with the picture of IndexedFrames: a 4x4 grid of black and white
+    // blocks, one bit of `index` each, in two requests.
+    void paintIndex(xcb_window_t window, const QSize& size, int index);
     void configure(xcb_window_t window, const QRect& rect);
     void destroy(xcb_window_t window);
     // A round trip: everything sent before has been handled by the server.

@@ -1,7 +1,7 @@
 #include "recorder/SegmentFolder.h"
-#include "recorder/SegmentedRecorder.h"
 
 #include "recorder/PartialExports.h"
+#include "recorder/SegmentedRecorder.h"
 
 #include <QDateTime>
 #include <QDir>
