@@ -1,15 +1,18 @@
 // CPU per second of capturing a 1920x1080 display at 30 fps: the capture engine against
 // `ffmpeg -f x11grab` at the same size and rate, both writing nowhere, once with a screen that
-// changes every frame and once with a still one. See bench/README.md.
+// changes every frame and once with a still one. The pipeline cases add the encoder and the ring
+// of segment files on both sides (`-f segment` with libx265 for ffmpeg). See bench/README.md.
 
 #include "capture/CaptureEngine.h"
 #include "platform/x11/X11CaptureBackend.h"
+#include "recorder/SegmentedRecorder.h"
 #include "support/TestDesktop.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>
 #include <QFile>
 #include <QProcess>
+#include <QTemporaryDir>
 #include <QTimer>
 
 #include <benchmark/benchmark.h>
@@ -128,9 +131,17 @@ struct Measured {
     double framesPerSecond = 0;
 };
 
-Measured measureOurs(pid_t server, bool previews)
+Measured measureOurs(pid_t server, bool previews, bool ring)
 {
     CaptureEngine engine(std::make_shared<X11CaptureBackend>());
+    // The whole pipeline: frames into the segment ring at the settings a user gets by default.
+    std::unique_ptr<SegmentedRecorder> recorder;
+    if (ring) {
+        recorder = std::make_unique<SegmentedRecorder>();
+        recorder->configure(width, height, 20, 10, fps);
+        recorder->armBuffering();
+        engine.setRecorder(recorder.get());
+    }
     // Without previews the engine only hands frames on, as ffmpeg writing to null does; with them
     // it also scales one frame in four down to 720 lines for the window.
     engine.setPreviewEnabled(previews);
@@ -143,38 +154,71 @@ Measured measureOurs(pid_t server, bool previews)
     engine.startStream(width, height, fps, true, false, false);
     if (!engine.isStreaming()) return {};
     runEventLoopFor(1.0); // settle
+    // A recording runs while measuring, so that the ring counts what it refuses.
+    if (recorder) recorder->startRecording(QDir::temp().filePath(QStringLiteral("never-saved.mp4")));
     const int framesBefore = frames;
     const double cpuBefore = ownCpu();
     const double serverBefore = processCpu(server);
     const double s = runEventLoopFor(seconds());
-    Measured m { (ownCpu() - cpuBefore) / s, (processCpu(server) - serverBefore) / s, (frames - framesBefore) / s };
+    const double refused = recorder ? double(recorder->droppedFrames()) : 0;
+    Measured m { (ownCpu() - cpuBefore) / s, (processCpu(server) - serverBefore) / s,
+        (frames - framesBefore - refused) / s };
     engine.stopStream();
+    if (recorder) recorder->disarmBuffering();
     return m;
 }
 
-Measured measureFfmpeg(const QString& display, pid_t server)
+// The frames ffmpeg has written so far, from its -progress lines.
+int ffmpegFrames(QProcess& ffmpeg, QByteArray& progress)
 {
+    progress += ffmpeg.readAllStandardOutput();
+    const int at = progress.lastIndexOf("frame=");
+    return at < 0 ? 0 : progress.mid(at + 6, progress.indexOf('\n', at) - at - 6).trimmed().toInt();
+}
+
+Measured measureFfmpeg(const QString& display, pid_t server, bool ring)
+{
+    QTemporaryDir segments;
+    QStringList args { QStringLiteral("-hide_banner"), QStringLiteral("-loglevel"), QStringLiteral("error"),
+        QStringLiteral("-progress"), QStringLiteral("pipe:1"), QStringLiteral("-f"), QStringLiteral("x11grab"),
+        QStringLiteral("-framerate"), QString::number(fps), QStringLiteral("-video_size"),
+        QStringLiteral("%1x%2").arg(width).arg(height), QStringLiteral("-draw_mouse"), QStringLiteral("1"),
+        QStringLiteral("-i"), display };
+    if (ring) {
+        // The matched peer: 4:2:0 as we encode, every grabbed frame encoded once (no duplicates),
+        // the same encoder, preset, bit rate, key frame interval and no B-frames, in 6 s files.
+        args << QStringLiteral("-pix_fmt") << QStringLiteral("yuv420p") << QStringLiteral("-c:v")
+             << QStringLiteral("libx265") << QStringLiteral("-preset") << QStringLiteral("ultrafast")
+             << QStringLiteral("-b:v") << QStringLiteral("20M") << QStringLiteral("-x265-params")
+             << QStringLiteral("keyint=%1:bframes=0:log-level=error").arg(fps) << QStringLiteral("-fps_mode")
+             << QStringLiteral("passthrough") << QStringLiteral("-f") << QStringLiteral("segment")
+             << QStringLiteral("-segment_time") << QStringLiteral("6")
+             << segments.filePath(QStringLiteral("seg%05d.mp4"));
+    } else {
+        args << QStringLiteral("-f") << QStringLiteral("null") << QStringLiteral("-");
+    }
     QProcess ffmpeg;
-    ffmpeg.start(QStringLiteral("ffmpeg"),
-        { QStringLiteral("-hide_banner"), QStringLiteral("-loglevel"), QStringLiteral("error"), QStringLiteral("-f"),
-            QStringLiteral("x11grab"), QStringLiteral("-framerate"), QString::number(fps),
-            QStringLiteral("-video_size"), QStringLiteral("%1x%2").arg(width).arg(height),
-            QStringLiteral("-draw_mouse"), QStringLiteral("1"), QStringLiteral("-i"), display, QStringLiteral("-f"),
-            QStringLiteral("null"), QStringLiteral("-") });
+    ffmpeg.start(QStringLiteral("ffmpeg"), args);
     if (!ffmpeg.waitForStarted()) return {};
     const pid_t pid = pid_t(ffmpeg.processId());
+    QByteArray progress;
     std::this_thread::sleep_for(std::chrono::seconds(1)); // settle
+    ffmpeg.waitForReadyRead(100);
+    const int framesBefore = ffmpegFrames(ffmpeg, progress);
     const double s = seconds();
     const double cpuBefore = processCpu(pid);
     const double serverBefore = processCpu(server);
     std::this_thread::sleep_for(std::chrono::duration<double>(s));
-    Measured m { (processCpu(pid) - cpuBefore) / s, (processCpu(server) - serverBefore) / s, double(fps) };
+    const double cpu = processCpu(pid) - cpuBefore;
+    const double serverCpu = processCpu(server) - serverBefore;
+    ffmpeg.waitForReadyRead(1500); // progress comes every half second
+    Measured m { cpu / s, serverCpu / s, (ffmpegFrames(ffmpeg, progress) - framesBefore) / s };
     ffmpeg.terminate();
     ffmpeg.waitForFinished(3000);
     return m;
 }
 
-void captureCpu(benchmark::State& state, bool changing, bool previews)
+void captureCpu(benchmark::State& state, bool changing, bool previews, bool ring)
 {
     TestDesktop desktop;
     if (const QString error = desktop.start({ .width = width, .height = height, .audio = false }); !error.isEmpty()) {
@@ -187,14 +231,15 @@ void captureCpu(benchmark::State& state, bool changing, bool previews)
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     Measured ours, ffmpeg;
     for (auto _ : state) {
-        ffmpeg = measureFfmpeg(desktop.display(), server);
-        ours = measureOurs(server, previews);
+        ffmpeg = measureFfmpeg(desktop.display(), server, ring);
+        ours = measureOurs(server, previews, ring);
         state.SetIterationTime(2 * seconds());
     }
     state.counters["ours_cpu_%"] = ours.cpuPerSecond * 100;
     state.counters["ffmpeg_cpu_%"] = ffmpeg.cpuPerSecond * 100;
     state.counters["ours/ffmpeg"] = ffmpeg.cpuPerSecond > 0 ? ours.cpuPerSecond / ffmpeg.cpuPerSecond : 0;
     state.counters["ours_fps"] = ours.framesPerSecond;
+    state.counters["ffmpeg_fps"] = ffmpeg.framesPerSecond;
     state.counters["Xvfb_cpu_%_ours"] = ours.serverCpuPerSecond * 100;
     state.counters["Xvfb_cpu_%_ffmpeg"] = ffmpeg.serverCpuPerSecond * 100;
     if (painter) {
@@ -205,9 +250,17 @@ void captureCpu(benchmark::State& state, bool changing, bool previews)
 
 } // namespace
 
-BENCHMARK_CAPTURE(captureCpu, changing, true, false)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
-BENCHMARK_CAPTURE(captureCpu, still, false, false)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
-BENCHMARK_CAPTURE(captureCpu, changing_with_previews, true, true)
+BENCHMARK_CAPTURE(captureCpu, changing, true, false, false)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+BENCHMARK_CAPTURE(captureCpu, still, false, false, false)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+BENCHMARK_CAPTURE(captureCpu, changing_with_previews, true, true, false)
+    ->Iterations(1)
+    ->UseManualTime()
+    ->Unit(benchmark::kSecond);
+BENCHMARK_CAPTURE(captureCpu, pipeline_changing, true, false, true)
+    ->Iterations(1)
+    ->UseManualTime()
+    ->Unit(benchmark::kSecond);
+BENCHMARK_CAPTURE(captureCpu, pipeline_still, false, false, true)
     ->Iterations(1)
     ->UseManualTime()
     ->Unit(benchmark::kSecond);
