@@ -57,12 +57,17 @@ std::unique_ptr<VideoEncoder> VideoEncoder::open(const QString& name, const Sett
 
     if (name == QLatin1String("libx265")) {
         setOption(c, "preset", "ultrafast");
+        // An always-on ring is not a file: no lookahead and no frame-level parallelism that holds
+        // pictures back, so a packet leaves with its frame and a closing has nothing to drain.
+        // The machine's cores still share each picture (wavefront rows).
+        setOption(c, "tune", "zerolatency");
         setOption(c, "profile", "main");
         setOption(c, "forced-idr", "1");
         // repeat-headers keeps VPS/SPS/PPS in every key frame, so that a segment encoded at another
         // bit rate still decodes after the first segment's hvcC. No B-frames means no reordering.
         const QByteArray params = QStringLiteral("keyint=%1:min-keyint=1:bframes=0:b-adapt=0:open-gop=0:"
-                                                 "repeat-headers=1:log-level=error")
+                                                 "rc-lookahead=0:frame-threads=1:wpp=1:repeat-headers=1:"
+                                                 "log-level=error")
                                       .arg(fps)
                                       .toUtf8();
         setOption(c, "x265-params", params.constData());
