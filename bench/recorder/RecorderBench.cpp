@@ -71,8 +71,8 @@ void ringThroughput(benchmark::State& state, int width, int height, double media
         recorder->setClock([] { return MediaTime::invalid(); });
         recorder->setFramesWaitingLimit(std::numeric_limits<int>::max());
         // Paced writers: the benchmark offers frames as fast as the ring takes them.
-        recorder->setWriterFactory([](const QString& path) {
-            auto writer = std::make_unique<SegmentWriter>(path);
+        recorder->setWriterFactory([](const QString& path, std::shared_ptr<SegmentEncoder> encoder) {
+            auto writer = std::make_unique<SegmentWriter>(path, encoder);
             writer->setExpectsMediaDataInRealTime(false);
             return writer;
         });

@@ -5,9 +5,6 @@
 #include <QByteArray>
 #include <QImage>
 
-#include <algorithm>
-#include <cmath>
-
 // One captured video frame: 32-bit BGRA in memory (QImage::Format_RGB32, Format_ARGB32 or
 // Format_ARGB32_Premultiplied on this little-endian platform), stamped on the capture clock.
 struct VideoFrame {
@@ -30,24 +27,4 @@ struct AudioBuffer {
     int frameCount() const { return channels > 0 ? int(data.size() / (bytesPerSample() * channels)) : 0; }
     MediaTime duration() const { return MediaTime(frameCount(), sampleRate); }
     MediaTime end() const { return pts + duration(); }
-
-    // The samples of this buffer from `first` on, `count` of them at most, stamped with their own
-    // time.
-    AudioBuffer slice(int first, int count) const
-    {
-        AudioBuffer part = *this;
-        first = std::clamp(first, 0, frameCount());
-        count = std::clamp(count, 0, frameCount() - first);
-        const int frameBytes = bytesPerSample() * channels;
-        part.data = data.mid(qsizetype(first) * frameBytes, qsizetype(count) * frameBytes);
-        part.pts = pts + MediaTime(first, sampleRate);
-        return part;
-    }
-    // How many of the samples come before `time` (0 when all come after it).
-    int framesBefore(const MediaTime& time) const
-    {
-        const double seconds = (time - pts).seconds();
-        if (!(seconds > 0)) return 0;
-        return int(std::min<double>(frameCount(), std::llround(seconds * sampleRate)));
-    }
 };

@@ -2,46 +2,48 @@
 
 #include "core/MediaTime.h"
 #include "media/MediaSample.h"
+#include "recorder/SegmentEncoder.h"
 
 #include <QString>
 
 #include <memory>
+#include <optional>
 
 // The writer of one segment file (MP4): HEVC video from BGRA frames and, optionally, AAC mono
-// 44100 Hz audio. Encoding and muxing run on the writer's own thread behind a small bounded
-// queue; a full queue means "not ready", and the caller drops the sample rather than wait.
+// 44100 Hz audio. The encoding runs on a SegmentEncoder's thread behind a small bounded queue; a
+// full queue means "not ready", and the caller drops the sample rather than wait. Writers that
+// share one encoder (the ring's) share its encoders too: a new file costs no start-up and the sound
+// runs on from one file into the next. A writer made without an encoder has one of its own.
 //
 // Threads: one owner drives it (the recorder's queue, or the closing that took it over);
 // isReadyForMoreMediaData and status may be read from any thread.
 class SegmentWriter {
 public:
     enum class Status { unknown, writing, completed, failed, cancelled };
-
-    struct VideoSettings {
-        int width = 1920;
-        int height = 1080;
-        int64_t averageBitRate = 20000000;
-        int expectedFPS = 60;
-    };
+    using VideoSettings = SegmentEncoder::VideoSettings;
 
     // Fails (status failed, error set) when a regular file already exists at `path`.
-    explicit SegmentWriter(QString path);
-    // Abandons an unfinished file: stops the encoding thread without writing the index.
+    explicit SegmentWriter(QString path, std::shared_ptr<SegmentEncoder> encoder = {});
+    // Abandons an unfinished file: what was written stays, without an index.
     ~SegmentWriter();
     SegmentWriter(const SegmentWriter&) = delete;
     SegmentWriter& operator=(const SegmentWriter&) = delete;
 
-    // Before startWriting. False when the input cannot be added (e.g. no encoder).
+    // Before startWriting. False when the input cannot be added.
     bool addVideoInput(const VideoSettings& settings);
     bool addAudioInput();
     bool hasVideoInput() const;
     bool hasAudioInput() const;
     // True (the default): a full queue makes the writer "not ready" and the caller drops the
     // sample, as a live source must. False: isReadyFor… waits for room instead, so that a source
-    // faster than real time (a test, a benchmark) is paced rather than thinned.
+    // faster than real time (a test, a benchmark) is paced rather than thinned. Applies to the
+    // encoder, and so to every writer that shares it.
     void setExpectsMediaDataInRealTime(bool realTime);
+    // How long finishWriting waits for the sound of the file's last moments, which comes a little
+    // after the picture; 0 (the default): not at all.
+    void setSoundGraceMilliseconds(int milliseconds) { soundGraceMs = milliseconds; }
 
-    // Opens the encoders and the file. False with error() on failure.
+    // Opens the file. False with error() on failure.
     bool startWriting();
     // The file's time zero is this source time; earlier samples are not written.
     void startSession(const MediaTime& sourceTime);
@@ -53,12 +55,12 @@ public:
     bool isReadyForMoreMediaData() const; // the video input
     bool isReadyForMoreAudioData() const; // the audio input
     // Queue a frame / audio buffer; false (and nothing queued) when not ready or not writing.
+    // Sound goes to the encoder, which puts it into the file whose span it falls in.
     bool append(const VideoFrame& frame);
     bool appendAudio(const AudioBuffer& buffer);
-    // No more samples will come.
+    // No more pictures will come.
     void markAsFinished();
-    // Drains the queue, flushes the encoders and writes the index; returns when the file is
-    // complete (or has failed). Blocks.
+    // Writes what is left and the index; returns when the file is complete (or has failed). Blocks.
     Status finishWriting();
 
     Status status() const;
@@ -66,7 +68,14 @@ public:
     const QString& path() const { return filePath; }
 
 private:
-    struct Impl;
     QString filePath;
-    std::unique_ptr<Impl> impl;
+    std::shared_ptr<SegmentEncoder> encoder;
+    std::shared_ptr<SegmentEncoder::File> file;
+    std::optional<VideoSettings> video;
+    bool audio = false;
+    bool started = false;
+    bool finished = false;
+    int soundGraceMs = 0;
+    MediaTime end;
+    QString openError;
 };

@@ -37,7 +37,10 @@ SegmentedRecorder::SegmentedRecorder(QObject* parent)
     , anchor(std::make_shared<Anchor>())
 {
     anchor->recorder = this;
-    writerFactory = [](const QString& path) { return std::make_unique<SegmentWriter>(path); };
+    writerFactory = [](const QString& path, std::shared_ptr<SegmentEncoder> shared) {
+        return std::make_unique<SegmentWriter>(path, std::move(shared));
+    };
+    encoder = std::make_shared<SegmentEncoder>();
     clockTicker->setInterval(clockTickMilliseconds);
     connect(clockTicker, &QTimer::timeout, this, &SegmentedRecorder::tick);
 }
@@ -65,7 +68,7 @@ SegmentedRecorder::~SegmentedRecorder()
     queue.sync([] {});
     utilityPool.waitForDone();
     currentWriter.reset();
-    audioTail.reset();
+    encoder.reset();
     segmentFolder.remove();
 }
 
@@ -142,11 +145,11 @@ void SegmentedRecorder::disarmBuffering()
         // under way remove their files when they report back.
         ++r.ringGeneration;
         if (r.currentSegmentURL) QFile::remove(*r.currentSegmentURL);
-        if (r.audioTail) QFile::remove(r.audioTail->url);
         r.currentWriter.reset();
         r.currentSegmentURL.reset();
         r.currentSegmentStartPTS.reset();
-        r.audioTail.reset();
+        // The next stream may have another size or rate: its encoders start afresh.
+        r.encoder = std::make_shared<SegmentEncoder>();
         r.lastFrame.reset();
         r.clockPTS = MediaTime::invalid();
         for (const Segment& s : r.completedSegments)
@@ -205,11 +208,6 @@ void SegmentedRecorder::stopRecording()
     const MediaTime pressedAt = now();
     setRecording(false);
     onQueue(anchor, [pressedAt](SegmentedRecorder& r) { r.stopRecordingOnQueue(pressedAt); });
-    // The sound of the last moments is awaited for a little while: a tick after that time lets the
-    // clip go without it, even when the clock's ticks are not running.
-    if (pressedAt.isNumeric())
-        QTimer::singleShot(
-            std::chrono::milliseconds(int(audioTailGraceSeconds * 1000) + 50), this, &SegmentedRecorder::tick);
 }
 
 void SegmentedRecorder::setWriterFactory(SegmentWriterFactory factory)
@@ -249,7 +247,6 @@ void SegmentedRecorder::appendFrame(const VideoFrame& frame)
         rotateSegmentAsync(pts);
     }
     deliverFrame(frame);
-    closeAudioTailIfDue();
     evictOldSegments();
     publishClock();
 }
@@ -267,7 +264,6 @@ void SegmentedRecorder::advanceClockOnQueue(const MediaTime& time)
         // The picture has not changed: the new segment starts with it, once, as its key frame.
         deliverFrame(VideoFrame { lastFrame->image, time });
     }
-    closeAudioTailIfDue();
     evictOldSegments();
     publishClock();
 }
@@ -312,8 +308,8 @@ void SegmentedRecorder::publishClock()
     MediaTime earliest = clockPTS;
     if (!completedSegments.empty())
         earliest = completedSegments.front().startPTS;
-    else if (audioTail)
-        earliest = audioTail->start;
+    else if (!closingStarts.empty())
+        earliest = *std::min_element(closingStarts.begin(), closingStarts.end());
     else if (currentSegmentStartPTS)
         earliest = *currentSegmentStartPTS;
     double seconds = (clockPTS - earliest).seconds();
@@ -338,7 +334,7 @@ void SegmentedRecorder::publishClock()
 bool SegmentedRecorder::startNewSegment(const MediaTime& startingAt)
 {
     const QString url = segmentsDir + QStringLiteral("/seg-") + shortUuid() + QStringLiteral(".mp4");
-    std::shared_ptr<SegmentWriter> writer = writerFactory ? writerFactory(url) : nullptr;
+    std::shared_ptr<SegmentWriter> writer = writerFactory ? writerFactory(url, encoder) : nullptr;
     if (!writer || writer->status() == SegmentWriter::Status::failed) {
         segmentProblem = orQuestionMark(writer ? writer->error() : QString());
         logLine(QStringLiteral("Segment writer init failed: ") + segmentProblem);
@@ -351,6 +347,7 @@ bool SegmentedRecorder::startNewSegment(const MediaTime& startingAt)
     video.expectedFPS = expectedFPS;
     writer->addVideoInput(video);
     if (audioEnabled) writer->addAudioInput(); // refused: the segment goes on silent
+    writer->setSoundGraceMilliseconds(awaitsSound ? soundGraceMilliseconds : 0);
     if (!writer->startWriting()) {
         segmentProblem = orQuestionMark(writer->error());
         logLine(QStringLiteral("startWriting failed: ") + segmentProblem);
@@ -364,7 +361,6 @@ bool SegmentedRecorder::startNewSegment(const MediaTime& startingAt)
     currentLastVideoPTS = MediaTime::invalid();
     currentRefused = {};
     hasSessionStarted = true;
-    lastAudioPTS = MediaTime::invalid();
     return true;
 }
 
@@ -386,34 +382,13 @@ void SegmentedRecorder::rotateSegmentAsync(const MediaTime& startingAt)
 void SegmentedRecorder::endCurrentSegment(const MediaTime& end)
 {
     if (!currentWriter || !currentSegmentURL || !currentSegmentStartPTS) return;
-    closeAudioTail(); // one tail at a time; segments are seconds apart
     currentWriter->endSession(end);
-    AudioTail ended { std::move(currentWriter), *currentSegmentURL, *currentSegmentStartPTS, end, currentRefused };
+    currentWriter->markAsFinished();
+    closeSegmentAsync(std::move(currentWriter), *currentSegmentURL, *currentSegmentStartPTS, end, currentRefused);
     currentWriter.reset();
     currentSegmentURL.reset();
     currentSegmentStartPTS.reset();
     currentRefused = {};
-    ++closingsInFlight; // counted from here, so that a stop's export waits for the tail too
-    if (awaitsSound && ended.writer->hasAudioInput() && ended.writer->isReadyForMoreAudioData()) {
-        audioTail = std::move(ended);
-        return;
-    }
-    closeSegmentAsync(ended.writer, ended.url, ended.start, ended.end, ended.refused);
-}
-
-void SegmentedRecorder::closeAudioTailIfDue()
-{
-    // The source may be stalled or gone: the tail does not wait for it for long.
-    if (audioTail && clockPTS.isNumeric() && (clockPTS - audioTail->end).seconds() > audioTailGraceSeconds)
-        closeAudioTail();
-}
-
-void SegmentedRecorder::closeAudioTail()
-{
-    if (!audioTail) return;
-    AudioTail tail = std::move(*audioTail);
-    audioTail.reset();
-    closeSegmentAsync(tail.writer, tail.url, tail.start, tail.end, tail.refused);
 }
 
 void SegmentedRecorder::closeSegmentAsync(std::shared_ptr<SegmentWriter> writer, const QString& url,
@@ -422,12 +397,17 @@ void SegmentedRecorder::closeSegmentAsync(std::shared_ptr<SegmentWriter> writer,
     // Closing waits for the encoder to drain: never on `queue`, whose frames must not stall.
     std::weak_ptr<Anchor> weak = anchor;
     const int generation = ringGeneration;
+    ++closingsInFlight;
+    closingStarts.push_back(start);
     utilityPool.start([weak, writer, url, start, end, refused, generation] {
         writer->markAsFinished();
         const SegmentWriter::Status status = writer->finishWriting();
         const QString error = writer->error();
         onQueue(weak, [=](SegmentedRecorder& r) {
             --r.closingsInFlight;
+            if (const auto at = std::find(r.closingStarts.begin(), r.closingStarts.end(), start);
+                at != r.closingStarts.end())
+                r.closingStarts.erase(at);
             if (refused.frames > 0 || refused.audioBuffers > 0)
                 logLine(QStringLiteral("Segment %1 dropped %2 frames and %3 audio buffers")
                             .arg(QFileInfo(url).fileName())
@@ -477,33 +457,15 @@ void SegmentedRecorder::appendAudio(const AudioBuffer& buffer)
     if (!pts.isValid() || !pts.isNumeric() || buffer.frameCount() == 0) return;
     // Two sources share one track: the one that lags behind loses its buffer, nothing is reordered.
     if (lastAudioPTS.isValid() && !(pts > lastAudioPTS)) return;
-
-    AudioBuffer rest = buffer;
-    if (audioTail && pts < audioTail->end) {
-        // The last moments of the segment that ended: they belong to its file, not the next one.
-        const int head = buffer.framesBefore(audioTail->end);
-        if (!(pts < audioTail->start) && !audioTail->writer->appendAudio(buffer.slice(0, head)))
-            ++audioTail->refused.audioBuffers;
-        rest = buffer.slice(head, buffer.frameCount());
-        lastAudioPTS = pts;
-    }
-    // Sound has reached the end of the segment that ended: its file can close.
-    if (audioTail && !(buffer.end() < audioTail->end)) closeAudioTail();
-    if (rest.frameCount() == 0) return;
-
-    // Audio before the first picture, and while no segment is open, is gone.
-    if (!currentWriter || !currentWriter->hasAudioInput() || !currentSegmentStartPTS) return;
-    if (rest.pts < *currentSegmentStartPTS) {
-        const int before = rest.framesBefore(*currentSegmentStartPTS);
-        rest = rest.slice(before, rest.frameCount());
-        if (rest.frameCount() == 0) return;
-    }
-    if (!currentWriter->isReadyForMoreAudioData() || !currentWriter->appendAudio(rest)) {
+    // Audio before the first picture, and while no segment is open, is gone. The encoder puts the
+    // rest into the segment whose span it falls in, also one that has just ended.
+    if (!currentWriter || !currentWriter->hasAudioInput()) return;
+    if (!currentWriter->isReadyForMoreAudioData() || !currentWriter->appendAudio(buffer)) {
         ++currentRefused.audioBuffers;
         ++droppedSinceRecordingStart;
         return;
     }
-    lastAudioPTS = rest.pts;
+    lastAudioPTS = pts;
 }
 
 // ---- recording and export ----

@@ -22,6 +22,7 @@
 #include <vector>
 
 class QTimer;
+class SegmentEncoder;
 class SegmentWriter;
 struct CameraComposite; // the camera overlay of one frame, drawn by the compositing pass
 
@@ -51,10 +52,11 @@ class SegmentedRecorder : public QObject {
     Q_PROPERTY(qint64 droppedFrames READ droppedFrames NOTIFY droppedFramesChanged)
 
 public:
-    // Makes the writer of one segment file at `path`. The recorder uses a real SegmentWriter;
-    // tests put their own factory here to make an open fail on demand. A null result or a writer
-    // whose status is already failed counts as "could not be made".
-    using SegmentWriterFactory = std::function<std::unique_ptr<SegmentWriter>(const QString& path)>;
+    // Makes the writer of one segment file at `path` on the ring's encoder. The recorder uses a
+    // real SegmentWriter; tests put their own factory here to make an open fail on demand. A null
+    // result or a writer whose status is already failed counts as "could not be made".
+    using SegmentWriterFactory
+        = std::function<std::unique_ptr<SegmentWriter>(const QString& path, std::shared_ptr<SegmentEncoder> encoder)>;
     using CameraProvider = std::function<std::optional<CameraComposite>()>;
     // The capture clock's present time. An invalid answer means "no clock": then the ring's time is
     // that of the newest frame, and nothing moves between frames.
@@ -63,9 +65,9 @@ public:
     static constexpr double segmentDuration = 6.0;
     // How often the clock ticks while buffering.
     static constexpr int clockTickMilliseconds = 250;
-    // The audio of a closed segment is awaited this long past its end before the file closes
-    // without it (a stalled or silent source).
-    static constexpr double audioTailGraceSeconds = 0.5;
+    // The sound of a segment's last moments is awaited this long before the file closes without
+    // it (a stalled or silent source).
+    static constexpr int soundGraceMilliseconds = 500;
     // Frames handed to the ring and not yet taken; more are dropped and counted.
     static constexpr int defaultFramesWaitingLimit = 8;
 
@@ -152,16 +154,6 @@ private:
         int audioBuffers = 0;
     };
 
-    // A segment that has ended on the clock but still takes the audio of its last moments, which
-    // comes a little after the picture.
-    struct AudioTail {
-        std::shared_ptr<SegmentWriter> writer;
-        QString url;
-        MediaTime start;
-        MediaTime end;
-        Refused refused;
-    };
-
     // Runs on `queue` with the recorder, or not at all once the recorder is gone.
     static void onQueue(const std::weak_ptr<Anchor>& anchor, std::function<void(SegmentedRecorder&)> task);
     // Places `task` on the main thread with the recorder, if it still exists.
@@ -177,14 +169,11 @@ private:
     // Opens a segment at `at` whose first picture is the last one seen, if there is one.
     void startSegmentWithLastPicture(const MediaTime& at);
     void deliverFrame(const VideoFrame& frame);
-    // Ends the open segment at `end`: its audio may still come (AudioTail), then it closes.
+    // Ends the open segment at `end` and closes it: its sound may still come for a moment.
     void endCurrentSegment(const MediaTime& end);
     // Moves the clock on to `time`: segments rotate, old ones go, counters follow.
     void tick();
     void rotateSegmentAsync(const MediaTime& startingAt);
-    // The tail closes once its sound has come, or when it waited long enough.
-    void closeAudioTailIfDue();
-    void closeAudioTail();
     void closeSegmentAsync(std::shared_ptr<SegmentWriter> writer, const QString& url, const MediaTime& start,
         const MediaTime& end, const Refused& refused);
     void evictOldSegments();
@@ -235,9 +224,12 @@ private:
     // The time of the last picture handed to the open segment.
     MediaTime currentLastVideoPTS;
     Refused currentRefused;
-    std::optional<AudioTail> audioTail;
-    // Whether the sound of a segment's last moments is awaited (there is a clock to time out by).
+    // The encoders, alive across segments; a new one with every new ring.
+    std::shared_ptr<SegmentEncoder> encoder;
+    // Whether the sound of a segment's last moments is awaited (there is a clock it keeps to).
     bool awaitsSound = true;
+    // Starts of the segments that are closing, for the buffered length.
+    std::vector<MediaTime> closingStarts;
     bool hasSessionStarted = false;
     bool audioEnabled = false;
     MediaTime lastAudioPTS;

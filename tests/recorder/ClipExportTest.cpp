@@ -105,8 +105,17 @@ TEST(ClipExport, ClipRunsFromBufferSecondsBeforeTheStartToTheLastFrame)
     EXPECT_EQ(clip.frames.back().index, stopFrame);
     EXPECT_EQ(int(clip.frames.size()), stopFrame - feeder.frameAt(20.0) + 1);
     EXPECT_EQ(clip.videoPackets, stopFrame - feeder.frameAt(19.4) + 1); // from the key frame on
-    for (size_t i = 1; i < clip.frames.size(); ++i)
+    // Across every segment boundary: no gap, no repeated picture, a key frame at least once a
+    // second and none decoded out of order.
+    double lastKey = 0;
+    for (size_t i = 1; i < clip.frames.size(); ++i) {
         ASSERT_EQ(clip.frames[i].index, clip.frames[i - 1].index + 1);
+        if (clip.frames[i].key) {
+            EXPECT_LE(clip.frames[i].seconds - lastKey, 1.0 + 1e-3) << "at " << clip.frames[i].seconds;
+            lastKey = clip.frames[i].seconds;
+        }
+    }
+    EXPECT_EQ(clip.reorderedPackets, 0);
     EXPECT_NEAR(clip.duration(), 30.0, 1e-3);
     EXPECT_NEAR(clip.audioStart, 0.0, 0.03);
     EXPECT_NEAR(clip.audioSeconds, 30.0, 0.1);

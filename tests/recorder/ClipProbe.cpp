@@ -103,7 +103,10 @@ ClipProbe ClipProbe::read(const QString& path)
         AVCodecContext* c = packet->stream_index == v ? videoDecoder.get()
             : packet->stream_index == a               ? audioDecoder.get()
                                                       : nullptr;
-        if (packet->stream_index == v) ++probe.videoPackets;
+        if (packet->stream_index == v) {
+            ++probe.videoPackets;
+            if (packet->pts != packet->dts) ++probe.reorderedPackets;
+        }
         if (c) {
             if (avcodec_send_packet(c, packet.get()) < 0) ++probe.decodeErrors;
             drain(c, packet->stream_index);

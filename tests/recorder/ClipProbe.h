@@ -25,6 +25,7 @@ struct ClipProbe {
     bool faststart = false; // the index (moov) comes before the media data (mdat)
     std::vector<Frame> frames;
     int videoPackets = 0; // in the file, including any hidden by an edit list
+    int reorderedPackets = 0; // video packets decoded before they are shown (B-frames)
     double audioStart = -1; // seconds of the first decoded audio sample shown, -1 when none
     double audioSeconds = 0; // decoded audio, in seconds
     std::vector<float> audio; // the decoded samples of the first channel, from audioStart on

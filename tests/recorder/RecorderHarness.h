@@ -21,8 +21,8 @@ inline std::unique_ptr<SegmentedRecorder> pacedRecorder(
     // Time moves with the frames the test feeds, and only with them.
     recorder->setClock([] { return MediaTime::invalid(); });
     recorder->setFramesWaitingLimit(std::numeric_limits<int>::max());
-    recorder->setWriterFactory([](const QString& path) {
-        auto writer = std::make_unique<SegmentWriter>(path);
+    recorder->setWriterFactory([](const QString& path, std::shared_ptr<SegmentEncoder> encoder) {
+        auto writer = std::make_unique<SegmentWriter>(path, encoder);
         writer->setExpectsMediaDataInRealTime(false);
         return writer;
     });

@@ -178,7 +178,7 @@ TEST(SegmentRing, FailedWritersAreRetriedWithTheNextFrameAndTheRingHeals)
     QTemporaryDir scratch;
     const QString fifthPath = scratch.filePath("fifth.mp4");
     std::atomic<int> opened = 0;
-    recorder->setWriterFactory([&](const QString& path) {
+    recorder->setWriterFactory([&](const QString& path, std::shared_ptr<SegmentEncoder> encoder) {
         const int n = ++opened;
         QString at = path;
         if (n == 2) {
@@ -189,7 +189,7 @@ TEST(SegmentRing, FailedWritersAreRetriedWithTheNextFrameAndTheRingHeals)
         } else if (n == 5) {
             at = fifthPath; // this one will run out of room while it writes
         }
-        auto writer = std::make_unique<SegmentWriter>(at);
+        auto writer = std::make_unique<SegmentWriter>(at, encoder);
         writer->setExpectsMediaDataInRealTime(false);
         return writer;
     });

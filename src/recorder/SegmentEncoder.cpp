@@ -1,0 +1,620 @@
+#include "recorder/SegmentEncoder.h"
+
+#include "media/AudioEncoder.h"
+#include "media/FFmpegHandles.h"
+#include "media/HevcEncoderProbe.h"
+#include "media/VideoEncoder.h"
+
+#include <QFileInfo>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace {
+
+// A few pictures of slack absorb the encoder's hiccups; more would only hide an encoder that cannot
+// keep up, and hold large pictures in memory.
+constexpr int videoCapacity = 6;
+constexpr int audioCapacity = 32;
+constexpr int64_t videoTicks = 90000; // the files' picture time base
+constexpr AVRational videoTimeBase { 1, int(videoTicks) };
+
+int64_t toTicks(const MediaTime& t, int64_t scale)
+{
+    return t.convertScale(int32_t(scale)).value;
+}
+
+} // namespace
+
+struct SegmentEncoder::File {
+    QString path;
+    VideoSettings video;
+    bool withAudio = false;
+
+    // Guarded by Impl::mutex.
+    Status status = Status::unknown;
+    QString errorText;
+    MediaTime start;
+    MediaTime end; // invalid until the span ends
+    bool ended = false; // no more pictures come
+    bool awaitSound = true;
+    bool forced = false; // complete now, with what sound there is
+
+    // The encoder's thread only (and openFile before any packet).
+    OutputFormatPtr muxer;
+    AVStream* videoStream = nullptr;
+    AVStream* audioStream = nullptr;
+    bool headerWritten = false;
+    PacketPtr heldVideo; // written once the next packet, or the end, tells its duration
+    int64_t lastVideoPts = INT64_MIN; // in videoTicks from start
+    int64_t lastVideoInterval = 0;
+    int64_t lastKeyPts = INT64_MIN;
+    int framesSinceKey = 0;
+    bool endReached = false; // the thread has taken every picture queued before the end
+};
+
+struct SegmentEncoder::Impl {
+    struct Item {
+        enum class Kind { open, video, audio, end, force, abandon } kind = Kind::video;
+        std::shared_ptr<File> file;
+        VideoFrame frame;
+        AudioBuffer audio;
+    };
+
+    mutable std::mutex mutex;
+    std::condition_variable wake; // the encoder's thread: work or an end
+    mutable std::condition_variable room; // producers of a paced encoder, and finishers
+    std::deque<Item> items; // guarded by mutex
+    int videoQueued = 0; // guarded by mutex
+    int audioQueued = 0; // guarded by mutex
+    bool stopping = false; // guarded by mutex
+    bool realTime = true; // guarded by mutex
+    std::thread thread;
+
+    // The encoder's thread only.
+    std::vector<std::shared_ptr<File>> live; // files that may still receive packets, oldest first
+    std::unique_ptr<VideoEncoder> videoEncoder;
+    // Pictures sent to the video encoder whose packets have not come out yet: the encoder's time
+    // of each, the file it belongs to and its time there. Packets keep their picture's time, so
+    // each finds its file exactly, even at a boundary.
+    struct Sent {
+        int64_t encoderPts;
+        std::weak_ptr<File> file;
+        int64_t filePts;
+    };
+    std::deque<Sent> sentPictures;
+    VideoSettings videoEncoderSettings;
+    MediaTime videoZero; // capture time of the encoder's time zero
+    std::unique_ptr<AudioEncoder> audioEncoder;
+    MediaTime audioZero; // capture time of the sound stream's first sample
+    MediaTime soundEncodedUntil; // capture time up to which the sound has left the encoder
+
+    void run();
+    void encodeVideo(const std::shared_ptr<File>& file, const VideoFrame& frame);
+    void encodeAudio(const AudioBuffer& buffer);
+    int writeVideoPacket(AVPacket* packet);
+    int writeAudioPacket(AVPacket* packet);
+    // The newest file with sound whose span holds `t`.
+    std::shared_ptr<File> soundFileAt(const MediaTime& t) const;
+    bool writeHeader(File& file);
+    int writeHeld(File& file, int64_t duration);
+    void tryComplete(const std::shared_ptr<File>& file);
+    void complete(const std::shared_ptr<File>& file);
+    void fail(File& file, const QString& text);
+    void setStatus(File& file, Status status);
+    bool hasRoom(bool video) const { return video ? videoQueued < videoCapacity : audioQueued < audioCapacity; }
+    bool push(Item item, bool video);
+    PacketSink videoSink()
+    {
+        return [this](AVPacket* p) { return writeVideoPacket(p); };
+    }
+    PacketSink audioSink()
+    {
+        return [this](AVPacket* p) { return writeAudioPacket(p); };
+    }
+};
+
+SegmentEncoder::SegmentEncoder()
+    : impl(std::make_shared<Impl>())
+{
+    impl->thread = std::thread([i = impl.get()] { i->run(); });
+}
+
+SegmentEncoder::~SegmentEncoder()
+{
+    {
+        std::lock_guard lock(impl->mutex);
+        impl->stopping = true;
+    }
+    impl->wake.notify_all();
+    impl->room.notify_all();
+    if (impl->thread.joinable()) impl->thread.join();
+    // What was not finished stays as it was: the ring removes such files.
+    for (const auto& file : impl->live) {
+        std::lock_guard lock(impl->mutex);
+        if (file->status == Status::writing || file->status == Status::unknown) {
+            file->status = Status::failed;
+            if (file->errorText.isEmpty()) file->errorText = QStringLiteral("abandoned");
+        }
+    }
+    impl->room.notify_all();
+}
+
+void SegmentEncoder::setExpectsMediaDataInRealTime(bool realTime)
+{
+    std::lock_guard lock(impl->mutex);
+    impl->realTime = realTime;
+    impl->room.notify_all();
+}
+
+std::shared_ptr<SegmentEncoder::File> SegmentEncoder::openFile(
+    const QString& path, const VideoSettings& video, bool withAudio)
+{
+    auto file = std::make_shared<File>();
+    file->path = path;
+    file->video = video;
+    file->withAudio = withAudio;
+    file->heldVideo.reset(av_packet_alloc());
+    auto failed = [&](const QString& text) {
+        file->status = Status::failed;
+        file->errorText = text;
+        file->muxer.reset();
+        return file;
+    };
+    // Like the platform's writer, never write over a file that is already there.
+    if (QFileInfo(path).isFile()) return failed(QStringLiteral("a file already exists at ") + path);
+    if (video.width < 2 || video.height < 2) return failed(QStringLiteral("no video input"));
+    AVFormatContext* raw = nullptr;
+    int rc = avformat_alloc_output_context2(&raw, nullptr, "mp4", path.toUtf8().constData());
+    if (rc < 0) return failed(avErrorText(rc));
+    file->muxer.reset(raw);
+    rc = avio_open(&file->muxer->pb, path.toUtf8().constData(), AVIO_FLAG_WRITE);
+    if (rc < 0) return failed(avErrorText(rc));
+    file->status = Status::writing;
+    return file;
+}
+
+void SegmentEncoder::beginFile(const std::shared_ptr<File>& file, const MediaTime& start)
+{
+    {
+        std::lock_guard lock(impl->mutex);
+        if (file->status != Status::writing || file->start.isValid()) return;
+        file->start = start;
+        impl->items.push_back({ Impl::Item::Kind::open, file, {}, {} });
+    }
+    impl->wake.notify_one();
+}
+
+void SegmentEncoder::abandonFile(const std::shared_ptr<File>& file)
+{
+    {
+        std::lock_guard lock(impl->mutex);
+        if (file->status != Status::writing) return;
+        file->ended = true;
+        impl->items.push_back({ Impl::Item::Kind::abandon, file, {}, {} });
+    }
+    impl->wake.notify_one();
+}
+
+bool SegmentEncoder::Impl::push(Item item, bool video)
+{
+    {
+        std::unique_lock lock(mutex);
+        if (!realTime) room.wait(lock, [&] { return stopping || hasRoom(video); });
+        if (stopping || !hasRoom(video)) return false;
+        if (item.file && (item.file->status != Status::writing || item.file->ended || !item.file->start.isValid()))
+            return false;
+        items.push_back(std::move(item));
+        (video ? videoQueued : audioQueued)++;
+    }
+    wake.notify_one();
+    return true;
+}
+
+bool SegmentEncoder::isReadyForMoreMediaData() const
+{
+    std::unique_lock lock(impl->mutex);
+    if (!impl->realTime) impl->room.wait(lock, [this] { return impl->stopping || impl->hasRoom(true); });
+    return !impl->stopping && impl->hasRoom(true);
+}
+
+bool SegmentEncoder::isReadyForMoreAudioData() const
+{
+    std::unique_lock lock(impl->mutex);
+    if (!impl->realTime) impl->room.wait(lock, [this] { return impl->stopping || impl->hasRoom(false); });
+    return !impl->stopping && impl->hasRoom(false);
+}
+
+bool SegmentEncoder::append(const std::shared_ptr<File>& file, const VideoFrame& frame)
+{
+    if (!file || frame.image.isNull() || !frame.pts.isNumeric()) return false;
+    return impl->push({ Impl::Item::Kind::video, file, frame, {} }, true);
+}
+
+bool SegmentEncoder::appendAudio(const AudioBuffer& buffer)
+{
+    if (buffer.frameCount() == 0 || !buffer.pts.isNumeric()) return false;
+    return impl->push({ Impl::Item::Kind::audio, nullptr, {}, buffer }, false);
+}
+
+void SegmentEncoder::endFile(const std::shared_ptr<File>& file, const MediaTime& end, bool awaitSound)
+{
+    {
+        std::lock_guard lock(impl->mutex);
+        if (file->ended) return;
+        file->ended = true;
+        file->end = end;
+        file->awaitSound = awaitSound;
+        impl->items.push_back({ Impl::Item::Kind::end, file, {}, {} });
+    }
+    impl->wake.notify_one();
+}
+
+SegmentEncoder::Status SegmentEncoder::finishFile(const std::shared_ptr<File>& file, int graceMs)
+{
+    std::unique_lock lock(impl->mutex);
+    auto done = [&] { return file->status != Status::writing && file->status != Status::unknown; };
+    if (!file->start.isValid() && file->status == Status::writing) {
+        file->status = Status::failed;
+        file->errorText = QStringLiteral("writing never started");
+    }
+    if (!file->ended) {
+        file->ended = true;
+        impl->items.push_back({ Impl::Item::Kind::end, file, {}, {} });
+        impl->wake.notify_one();
+    }
+    if (!impl->room.wait_for(lock, std::chrono::milliseconds(graceMs), done)) {
+        // The sound of its last moments did not come in time (a stalled or silent source).
+        impl->items.push_back({ Impl::Item::Kind::force, file, {}, {} });
+        impl->wake.notify_one();
+        impl->room.wait(lock, [&] { return done() || impl->stopping; });
+    }
+    if (!done()) {
+        file->status = Status::failed;
+        file->errorText = QStringLiteral("abandoned");
+    }
+    return file->status;
+}
+
+SegmentEncoder::Status SegmentEncoder::status(const File& file) const
+{
+    std::lock_guard lock(impl->mutex);
+    return file.status;
+}
+
+QString SegmentEncoder::error(const File& file) const
+{
+    std::lock_guard lock(impl->mutex);
+    return file.errorText;
+}
+
+// ---- the encoder's thread ----
+
+void SegmentEncoder::Impl::run()
+{
+    for (;;) {
+        Item item;
+        {
+            std::unique_lock lock(mutex);
+            wake.wait(lock, [this] { return stopping || !items.empty(); });
+            if (stopping) return;
+            item = std::move(items.front());
+            items.pop_front();
+            if (item.kind == Item::Kind::video) --videoQueued;
+            if (item.kind == Item::Kind::audio) --audioQueued;
+        }
+        room.notify_all();
+        switch (item.kind) {
+        case Item::Kind::video:
+            encodeVideo(item.file, item.frame);
+            break;
+        case Item::Kind::audio:
+            encodeAudio(item.audio);
+            break;
+        case Item::Kind::open:
+            if (item.file->status == Status::writing) live.push_back(item.file);
+            break;
+        case Item::Kind::end:
+            item.file->endReached = true;
+            tryComplete(item.file);
+            break;
+        case Item::Kind::abandon:
+            if (item.file->status == Status::writing) fail(*item.file, QStringLiteral("abandoned"));
+            break;
+        case Item::Kind::force: {
+            std::lock_guard lock(mutex);
+            item.file->forced = true;
+        }
+            tryComplete(item.file);
+            break;
+        }
+    }
+}
+
+void SegmentEncoder::Impl::fail(File& file, const QString& text)
+{
+    {
+        std::lock_guard lock(mutex);
+        if (file.errorText.isEmpty()) file.errorText = text;
+        file.status = Status::failed;
+    }
+    if (file.muxer) {
+        if (file.muxer->pb) avio_closep(&file.muxer->pb);
+        file.muxer.reset();
+    }
+    live.erase(std::remove_if(live.begin(), live.end(), [&](const auto& f) { return f.get() == &file; }), live.end());
+    room.notify_all();
+}
+
+void SegmentEncoder::Impl::setStatus(File& file, Status status)
+{
+    {
+        std::lock_guard lock(mutex);
+        file.status = status;
+    }
+    room.notify_all();
+}
+
+bool SegmentEncoder::Impl::writeHeader(File& file)
+{
+    if (file.headerWritten) return true;
+    if (!file.muxer || !videoEncoder) return false;
+    file.videoStream = avformat_new_stream(file.muxer.get(), nullptr);
+    if (!file.videoStream) return false;
+    avcodec_parameters_from_context(file.videoStream->codecpar, videoEncoder->context());
+    file.videoStream->time_base = videoTimeBase;
+    file.videoStream->avg_frame_rate = AVRational { std::max(1, file.video.expectedFPS), 1 };
+    if (file.withAudio && audioEncoder) {
+        file.audioStream = avformat_new_stream(file.muxer.get(), nullptr);
+        if (!file.audioStream) return false;
+        avcodec_parameters_from_context(file.audioStream->codecpar, audioEncoder->context());
+        file.audioStream->time_base = audioEncoder->context()->time_base;
+    }
+    const int rc = avformat_write_header(file.muxer.get(), nullptr);
+    if (rc < 0) {
+        fail(file, avErrorText(rc));
+        return false;
+    }
+    file.headerWritten = true;
+    return true;
+}
+
+void SegmentEncoder::Impl::encodeVideo(const std::shared_ptr<File>& file, const VideoFrame& frame)
+{
+    if (file->status != Status::writing) return;
+    // The sound may need its encoder before the first picture makes the header.
+    if (file->withAudio && !audioEncoder) {
+        QString error;
+        audioEncoder = AudioEncoder::open(&error);
+        if (!audioEncoder) return fail(*file, QStringLiteral("audio encoder: ") + error);
+    }
+    if (!videoEncoder || !(videoEncoderSettings == file->video)) {
+        // Another size or rate: the old encoder gives out what it holds, a new one starts.
+        if (videoEncoder) videoEncoder->finish(videoSink());
+        sentPictures.clear();
+        VideoEncoder::Settings settings;
+        settings.width = file->video.width;
+        settings.height = file->video.height;
+        settings.averageBitRate = file->video.averageBitRate;
+        settings.expectedFPS = file->video.expectedFPS;
+        settings.timeBase = videoTimeBase;
+        settings.globalHeader = true;
+        QString error;
+        videoEncoder = VideoEncoder::open(HevcEncoderProbe::chosen(), settings, &error);
+        if (!videoEncoder) return fail(*file, QStringLiteral("video encoder: ") + error);
+        videoEncoderSettings = file->video;
+        videoZero = frame.pts;
+    }
+    if (!file->headerWritten && !writeHeader(*file)) return;
+
+    const int64_t offset = toTicks(frame.pts - file->start, videoTicks);
+    // Before the file's start, or a time that does not move forward: it cannot be muxed, and that
+    // one picture goes rather than the file.
+    if (offset < 0 || offset <= file->lastVideoPts) return;
+    const int fps = std::max(1, file->video.expectedFPS);
+    // A key frame first in every file, every expectedFPS frames, and, when frames come slower than
+    // expected, on the frame after which the next one would be more than a second after the last.
+    const int64_t interval = file->lastVideoPts == INT64_MIN ? 0 : offset - file->lastVideoPts;
+    const bool key = file->lastKeyPts == INT64_MIN || file->framesSinceKey >= fps
+        || offset - file->lastKeyPts + interval > videoTicks;
+    if (key) {
+        file->lastKeyPts = offset;
+        file->framesSinceKey = 0;
+    }
+    ++file->framesSinceKey;
+    if (interval > 0) file->lastVideoInterval = interval;
+    file->lastVideoPts = offset;
+    const int64_t pts = toTicks(frame.pts - videoZero, videoTicks);
+    sentPictures.push_back({ pts, file, offset });
+    const int rc = videoEncoder->send(frame.image, pts, key, videoSink());
+    if (rc < 0) {
+        fail(*file, QStringLiteral("video: ") + avErrorText(rc));
+        videoEncoder.reset(); // the next picture starts a fresh one
+        sentPictures.clear();
+    }
+}
+
+std::shared_ptr<SegmentEncoder::File> SegmentEncoder::Impl::soundFileAt(const MediaTime& t) const
+{
+    std::shared_ptr<File> found;
+    for (const auto& file : live) {
+        if (!file->withAudio) continue;
+        MediaTime start, end;
+        {
+            std::lock_guard lock(mutex);
+            start = file->start;
+            end = file->end;
+        }
+        // A span holds its end too: the last picture may be at the very moment it ended. At a
+        // boundary the newer file, which starts there, takes it.
+        if (t < start) continue;
+        if (end.isNumeric() && t > end) continue;
+        found = file; // the newest that holds it
+    }
+    return found;
+}
+
+int SegmentEncoder::Impl::writeVideoPacket(AVPacket* packet)
+{
+    while (!sentPictures.empty() && sentPictures.front().encoderPts < packet->pts)
+        sentPictures.pop_front(); // pictures the encoder gave no packet for
+    if (sentPictures.empty() || sentPictures.front().encoderPts != packet->pts) return 0;
+    const Sent sent = sentPictures.front();
+    sentPictures.pop_front();
+    const std::shared_ptr<File> file = sent.file.lock();
+    if (!file || !file->headerWritten || file->status != Status::writing) return 0; // gone with its file
+    File& f = *file;
+    const int64_t pts = sent.filePts;
+    packet->pts = packet->dts = pts;
+    // No reordering: packets leave in presentation order, so each one's duration is known when
+    // the next arrives.
+    if (f.heldVideo->data) {
+        const int rc = writeHeld(f, pts - f.heldVideo->pts);
+        if (rc < 0) {
+            fail(f, avErrorText(rc));
+            return 0; // one file failing does not stop the encoder
+        }
+    }
+    av_packet_move_ref(f.heldVideo.get(), packet);
+    return 0;
+}
+
+int SegmentEncoder::Impl::writeHeld(File& file, int64_t duration)
+{
+    file.heldVideo->duration = std::max<int64_t>(1, duration);
+    file.heldVideo->stream_index = file.videoStream->index;
+    av_packet_rescale_ts(file.heldVideo.get(), videoTimeBase, file.videoStream->time_base);
+    const int rc = av_interleaved_write_frame(file.muxer.get(), file.heldVideo.get());
+    av_packet_unref(file.heldVideo.get());
+    return rc;
+}
+
+void SegmentEncoder::Impl::encodeAudio(const AudioBuffer& buffer)
+{
+    if (!audioEncoder) return; // no file has wanted sound yet
+    if (!audioZero.isValid()) {
+        // The sound's stream starts with the first file that has sound; what comes before is gone.
+        std::shared_ptr<File> first;
+        for (const auto& file : live)
+            if (file->withAudio && file->headerWritten) {
+                first = file;
+                break;
+            }
+        if (!first || buffer.end() <= first->start) return;
+        audioZero = first->start;
+    }
+    int64_t position = toTicks(buffer.pts - audioZero, AudioEncoder::sampleRate);
+    if (audioEncoder->endPosition() >= 0 && position - audioEncoder->endPosition() > AudioEncoder::sampleRate) {
+        // Sound that was off for a while (no file wanted it, or no source ran): a new stream from
+        // here rather than all that silence.
+        audioEncoder->finish(audioSink());
+        QString error;
+        audioEncoder = AudioEncoder::open(&error);
+        if (!audioEncoder) return;
+        audioZero = buffer.pts;
+        position = 0;
+    }
+    int rc = 0;
+    // Sound that starts after the stream does is silence until then.
+    if (audioEncoder->endPosition() < 0 && position > 0) rc = audioEncoder->padTo(position, audioSink());
+    if (rc >= 0) rc = audioEncoder->send(buffer, position, audioSink());
+    if (rc < 0) {
+        for (const auto& file : std::vector<std::shared_ptr<File>>(live))
+            if (file->withAudio) fail(*file, QStringLiteral("audio: ") + avErrorText(rc));
+        audioEncoder.reset();
+        audioZero = MediaTime::invalid();
+        return;
+    }
+    for (const auto& file : std::vector<std::shared_ptr<File>>(live))
+        tryComplete(file);
+}
+
+int SegmentEncoder::Impl::writeAudioPacket(AVPacket* packet)
+{
+    const MediaTime t = audioZero + MediaTime(packet->pts, AudioEncoder::sampleRate);
+    const MediaTime packetEnd = t + MediaTime(std::max<int64_t>(packet->duration, 0), AudioEncoder::sampleRate);
+    if (!soundEncodedUntil.isValid() || packetEnd > soundEncodedUntil) soundEncodedUntil = packetEnd;
+    std::shared_ptr<File> file = soundFileAt(t);
+    if (!file) {
+        // The encoder's priming comes just before the first file's start: it belongs to it.
+        for (const auto& f : live)
+            if (f->withAudio && t < f->start && (f->start - t).seconds() < 0.1) {
+                file = f;
+                break;
+            }
+    }
+    if (!file || !file->headerWritten || !file->audioStream) return 0;
+    File& f = *file;
+    const int64_t offset = toTicks(f.start - audioZero, AudioEncoder::sampleRate);
+    packet->pts -= offset;
+    packet->dts -= offset;
+    packet->stream_index = f.audioStream->index;
+    av_packet_rescale_ts(packet, audioEncoder->context()->time_base, f.audioStream->time_base);
+    const int rc = av_interleaved_write_frame(f.muxer.get(), packet);
+    if (rc < 0) fail(f, avErrorText(rc));
+    return 0;
+}
+
+void SegmentEncoder::Impl::tryComplete(const std::shared_ptr<File>& file)
+{
+    bool ended = false, awaitSound = true, forced = false;
+    MediaTime end;
+    {
+        std::lock_guard lock(mutex);
+        ended = file->ended;
+        awaitSound = file->awaitSound;
+        forced = file->forced;
+        end = file->end;
+    }
+    if (!ended || !file->endReached || file->status != Status::writing) return;
+    const bool soundIn = !file->withAudio || !audioEncoder || !awaitSound || !end.isNumeric()
+        || (soundEncodedUntil.isValid() && !(soundEncodedUntil < end));
+    if (!soundIn && !forced) return;
+    complete(file);
+}
+
+void SegmentEncoder::Impl::complete(const std::shared_ptr<File>& file)
+{
+    File& f = *file;
+    MediaTime end;
+    {
+        std::lock_guard lock(mutex);
+        end = f.end;
+    }
+    if (f.withAudio && audioEncoder && audioZero.isValid() && !end.isNumeric()) {
+        // A file with no end in time (a writer on its own): everything the sound encoder holds
+        // belongs to it. The next file that wants sound starts a new stream.
+        audioEncoder->finish(audioSink());
+        audioEncoder.reset();
+        audioZero = MediaTime::invalid();
+    } else if (f.withAudio && audioEncoder && audioZero.isValid() && end.isNumeric()
+        && (!soundEncodedUntil.isValid() || soundEncodedUntil < end)) {
+        // The source stalled or is silent: silence up to the end, and past it as far as the last
+        // packet reaches. Sound that comes later for those moments loses what overlaps.
+        const int64_t endPosition = toTicks(end - audioZero, AudioEncoder::sampleRate);
+        audioEncoder->padTo(endPosition + 2 * audioEncoder->context()->frame_size, audioSink());
+    }
+    if (!f.headerWritten && !writeHeader(f)) {
+        if (f.status == Status::writing) fail(f, QStringLiteral("no picture was written"));
+        return;
+    }
+    int rc = 0;
+    if (f.heldVideo->data) {
+        const int64_t endOffset = end.isNumeric() ? toTicks(end - f.start, videoTicks) : INT64_MIN;
+        const int64_t fallback = videoTicks / std::max(1, f.video.expectedFPS);
+        int64_t duration = f.lastVideoInterval > 0 ? f.lastVideoInterval : fallback;
+        if (endOffset > f.heldVideo->pts) duration = endOffset - f.heldVideo->pts;
+        rc = writeHeld(f, duration);
+    }
+    if (rc >= 0) rc = av_write_trailer(f.muxer.get());
+    if (rc >= 0) rc = avio_closep(&f.muxer->pb);
+    if (rc < 0) return fail(f, avErrorText(rc));
+    f.muxer.reset();
+    live.erase(std::remove(live.begin(), live.end(), file), live.end());
+    setStatus(f, Status::completed);
+}
