@@ -3,28 +3,40 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
-#include <vector>
+#include <cstring>
 
 namespace {
 
-// Rec. 709 luminance weights applied to linear light, one table per channel so that a pixel costs
-// three lookups and two additions.
+using AreaSignature::gridSize;
+
+// Rec. 709 luminance weights applied to linear light, in integers: one table per channel, so a
+// pixel costs three lookups and two additions, and sums are exact. With 2^32 steps to white each
+// entry is within 1.2e-10 of the true value, so a cell rounds as its true average does unless that
+// lies within about 1e-7 of a half; sums over a picture of 2^29 pixels still fit 64 bits.
+constexpr double tableScale = 4294967296.0;
+__extension__ typedef unsigned __int128 Wide;
+
 struct LuminanceTables {
-    std::array<float, 256> red {};
-    std::array<float, 256> green {};
-    std::array<float, 256> blue {};
+    std::array<uint64_t, 256> red {};
+    std::array<uint64_t, 256> green {};
+    std::array<uint64_t, 256> blue {};
+    uint64_t white = 0;
 
     LuminanceTables()
     {
         for (int i = 0; i < 256; ++i) {
             const double c = i / 255.0;
             const double linear = c <= 0.04045 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4);
-            red[i] = static_cast<float>(0.2126 * linear);
-            green[i] = static_cast<float>(0.7152 * linear);
-            blue[i] = static_cast<float>(0.0722 * linear);
+            red[size_t(i)] = uint64_t(std::llround(0.2126 * linear * tableScale));
+            green[size_t(i)] = uint64_t(std::llround(0.7152 * linear * tableScale));
+            blue[size_t(i)] = uint64_t(std::llround(0.0722 * linear * tableScale));
         }
+        white = uint64_t(red[255]) + green[255] + blue[255];
     }
+
+    uint64_t luminance(QRgb rgb) const { return red[(rgb >> 16) & 0xff] + green[(rgb >> 8) & 0xff] + blue[rgb & 0xff]; }
 };
 
 const LuminanceTables& luminanceTables()
@@ -33,27 +45,63 @@ const LuminanceTables& luminanceTables()
     return tables;
 }
 
-// How much of each grid cell one source pixel covers along one axis, in cell widths. A pixel
-// overlaps at most two cells when the picture is at least 16 pixels long, and several when it is
-// shorter, so each pixel keeps a short list.
-struct Coverage {
-    int cell;
-    float weight;
+// Where one grid cell lies along an axis of `length` pixels, measured in units of 1/length of a
+// cell: a pixel is then 16 units long and a cell `length` units, so every overlap is a whole
+// number and the weights of each cell add up to exactly `length`. The cell covers the pixels
+// first..last, the first with `firstWeight` units, the last with `lastWeight`, those between with
+// all 16 of theirs. A cell inside one pixel has first == last and the weight `length`.
+struct CellSpan {
+    int first = 0;
+    int last = 0;
+    uint32_t firstWeight = 0;
+    uint32_t lastWeight = 0;
 };
 
-std::vector<std::vector<Coverage>> coverageAlong(int pixels)
+std::array<CellSpan, gridSize> spansAlong(int length)
 {
-    std::vector<std::vector<Coverage>> result(static_cast<size_t>(pixels));
-    const double scale = static_cast<double>(AreaSignature::gridSize) / pixels;
-    for (int p = 0; p < pixels; ++p) {
-        const double start = p * scale;
-        const double end = (p + 1) * scale;
-        for (int cell = static_cast<int>(start); cell < AreaSignature::gridSize && cell < end; ++cell) {
-            const double overlap = std::min(end, cell + 1.0) - std::max(start, static_cast<double>(cell));
-            if (overlap > 0) result[static_cast<size_t>(p)].push_back({ cell, static_cast<float>(overlap) });
+    std::array<CellSpan, gridSize> spans {};
+    for (int cell = 0; cell < gridSize; ++cell) {
+        const int64_t start = int64_t(cell) * length;
+        const int64_t end = start + length;
+        CellSpan& s = spans[size_t(cell)];
+        s.first = int(start / gridSize);
+        s.last = int((end - 1) / gridSize);
+        if (s.first == s.last) {
+            s.firstWeight = uint32_t(length);
+        } else {
+            s.firstWeight = uint32_t(int64_t(s.first + 1) * gridSize - start);
+            s.lastWeight = uint32_t(end - int64_t(s.last) * gridSize);
         }
     }
-    return result;
+    return spans;
+}
+
+// Each cell's weighted luminance along one row of pixels.
+void sumRow(const QRgb* line, const std::array<CellSpan, gridSize>& spans, const LuminanceTables& tables,
+    std::array<uint64_t, gridSize>& out)
+{
+    for (size_t cell = 0; cell < size_t(gridSize); ++cell) {
+        const CellSpan& s = spans[cell];
+        if (s.first == s.last) {
+            out[cell] = uint64_t(s.firstWeight) * tables.luminance(line[s.first]);
+            continue;
+        }
+        // Runs of one colour are the rule on a screen: look up a pixel only when it differs from
+        // the one before.
+        const uint64_t firstLuminance = tables.luminance(line[s.first]);
+        uint64_t inner = 0;
+        QRgb last = line[s.first];
+        uint64_t lastLuminance = firstLuminance;
+        for (int x = s.first + 1; x < s.last; ++x) {
+            if (line[x] != last) {
+                last = line[x];
+                lastLuminance = tables.luminance(last);
+            }
+            inner += lastLuminance;
+        }
+        out[cell] = uint64_t(s.firstWeight) * firstLuminance + inner * uint64_t(gridSize)
+            + uint64_t(s.lastWeight) * tables.luminance(line[s.last]);
+    }
 }
 
 } // namespace
@@ -64,36 +112,47 @@ std::optional<QByteArray> downsampleToSignature(const QImage& image)
 {
     if (image.isNull() || image.width() <= 0 || image.height() <= 0) return std::nullopt;
     // A picture with alpha is drawn over black, as a gray bitmap without alpha would show it:
-    // premultiplied colour is exactly that.
+    // premultiplied colour is exactly that. RGB32's fourth byte doesn't count.
     QImage pixels = image;
     if (pixels.format() != QImage::Format_RGB32 && pixels.format() != QImage::Format_ARGB32_Premultiplied)
         pixels = pixels.convertToFormat(QImage::Format_ARGB32_Premultiplied);
     if (pixels.isNull()) return std::nullopt;
 
+    const int width = pixels.width();
+    const int height = pixels.height();
     const LuminanceTables& tables = luminanceTables();
-    const auto columns = coverageAlong(pixels.width());
-    const auto rows = coverageAlong(pixels.height());
-    std::array<double, byteCount> cells {};
-    std::array<double, gridSize> rowCells {};
-    for (int y = 0; y < pixels.height(); ++y) {
-        rowCells.fill(0.0);
-        const auto* line = reinterpret_cast<const QRgb*>(pixels.constScanLine(y));
-        for (int x = 0; x < pixels.width(); ++x) {
-            const QRgb rgb = line[x];
-            const float luminance = tables.red[qRed(rgb)] + tables.green[qGreen(rgb)] + tables.blue[qBlue(rgb)];
-            for (const Coverage& c : columns[static_cast<size_t>(x)])
-                rowCells[static_cast<size_t>(c.cell)] += c.weight * luminance;
+    const std::array<CellSpan, gridSize> columns = spansAlong(width);
+
+    // Screens repeat whole rows (backgrounds, empty chart space): a row equal to the one before
+    // has the same sums.
+    std::array<uint64_t, gridSize> rowSums {};
+    const uchar* previous = nullptr;
+    const size_t rowBytes = size_t(width) * sizeof(QRgb);
+    std::array<uint64_t, size_t(gridSize * gridSize)> cells {};
+    for (int y = 0; y < height; ++y) {
+        const uchar* line = pixels.constScanLine(y);
+        if (!previous || std::memcmp(line, previous, rowBytes) != 0)
+            sumRow(reinterpret_cast<const QRgb*>(line), columns, tables, rowSums);
+        previous = line;
+        // Only the cells whose rows this pixel row overlaps: one or two, more in a picture under 16
+        // pixels high.
+        const int64_t top = int64_t(y) * gridSize;
+        for (int row = int(top / height); row < gridSize && int64_t(row) * height < top + gridSize; ++row) {
+            const int64_t from = std::max(top, int64_t(row) * height);
+            const int64_t to = std::min(top + gridSize, int64_t(row + 1) * height);
+            const auto weight = uint64_t(to - from);
+            for (size_t cx = 0; cx < size_t(gridSize); ++cx)
+                cells[size_t(row) * gridSize + cx] += weight * rowSums[cx];
         }
-        for (const Coverage& r : rows[static_cast<size_t>(y)])
-            for (int cx = 0; cx < gridSize; ++cx)
-                cells[static_cast<size_t>(r.cell * gridSize + cx)] += r.weight * rowCells[static_cast<size_t>(cx)];
     }
 
-    // Each cell's weights add up to one cell area, so the sums are already averages.
+    // Each cell's weights add up to width * height units, and white is `tables.white`: the byte is
+    // 255 times the cell's share of that, rounded half up.
+    const Wide whole = Wide(uint64_t(width) * uint64_t(height)) * tables.white;
     QByteArray signature(byteCount, '\0');
-    for (int i = 0; i < byteCount; ++i) {
-        const long value = std::lround(cells[static_cast<size_t>(i)] * 255.0);
-        signature[i] = static_cast<char>(static_cast<unsigned char>(std::clamp(value, 0L, 255L)));
+    for (size_t i = 0; i < size_t(byteCount); ++i) {
+        const Wide value = (Wide(cells[i]) * 510 + whole) / (2 * whole);
+        signature[qsizetype(i)] = char(uint8_t(std::min<Wide>(value, 255)));
     }
     return signature;
 }
