@@ -1,6 +1,7 @@
 #include "app/BackendAreaGrabber.h"
 
 #include "capture/CaptureBackend.h"
+#include "monitor/AreaSignature.h"
 
 BackendAreaGrabber::BackendAreaGrabber(std::shared_ptr<CaptureBackend> screen)
     : screen(std::move(screen))
@@ -20,4 +21,16 @@ std::optional<QImage> BackendAreaGrabber::grabWindowRect(uint32_t windowID, cons
 std::optional<QRectF> BackendAreaGrabber::windowFrame(uint32_t windowID)
 {
     return screen ? screen->windowFrame(windowID) : std::nullopt;
+}
+
+std::optional<QByteArray> BackendAreaGrabber::signatureOfRect(const QRectF& globalRect)
+{
+    const std::optional<QImage> pixels = screen ? screen->peekRect(globalRect) : std::nullopt;
+    return pixels ? AreaSignature::downsampleToSignature(*pixels) : std::nullopt;
+}
+
+std::optional<QByteArray> BackendAreaGrabber::signatureOfWindowRect(uint32_t windowID, const QRectF& globalRect)
+{
+    const std::optional<QImage> pixels = screen ? screen->peekWindowRect(windowID, globalRect) : std::nullopt;
+    return pixels ? AreaSignature::downsampleToSignature(*pixels) : std::nullopt;
 }

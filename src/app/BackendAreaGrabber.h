@@ -6,7 +6,8 @@
 
 class CaptureBackend;
 
-// The area monitor's view of the screen: single grabs through the capture backend.
+// The area monitor's view of the screen: single grabs through the capture backend. A tick's
+// signature is read straight off the backend's own copy of the pixels.
 class BackendAreaGrabber final : public AreaGrabber {
 public:
     explicit BackendAreaGrabber(std::shared_ptr<CaptureBackend> screen);
@@ -14,6 +15,8 @@ public:
     std::optional<QImage> grabRect(const QRectF& globalRect) override;
     std::optional<QImage> grabWindowRect(uint32_t windowID, const QRectF& globalRect) override;
     std::optional<QRectF> windowFrame(uint32_t windowID) override;
+    std::optional<QByteArray> signatureOfRect(const QRectF& globalRect) override;
+    std::optional<QByteArray> signatureOfWindowRect(uint32_t windowID, const QRectF& globalRect) override;
 
 private:
     std::shared_ptr<CaptureBackend> screen;
