@@ -1,7 +1,6 @@
 #include "app/BackendAreaGrabber.h"
 
 #include "capture/CaptureBackend.h"
-#include "monitor/AreaSignature.h"
 
 BackendAreaGrabber::BackendAreaGrabber(std::shared_ptr<CaptureBackend> screen)
     : screen(std::move(screen))
@@ -26,11 +25,11 @@ std::optional<QRectF> BackendAreaGrabber::windowFrame(uint32_t windowID)
 std::optional<QByteArray> BackendAreaGrabber::signatureOfRect(const QRectF& globalRect)
 {
     const std::optional<QImage> pixels = screen ? screen->peekRect(globalRect) : std::nullopt;
-    return pixels ? AreaSignature::downsampleToSignature(*pixels) : std::nullopt;
+    return pixels ? signatures.signatureOf(*pixels) : std::nullopt;
 }
 
 std::optional<QByteArray> BackendAreaGrabber::signatureOfWindowRect(uint32_t windowID, const QRectF& globalRect)
 {
     const std::optional<QImage> pixels = screen ? screen->peekWindowRect(windowID, globalRect) : std::nullopt;
-    return pixels ? AreaSignature::downsampleToSignature(*pixels) : std::nullopt;
+    return pixels ? signatures.signatureOf(*pixels) : std::nullopt;
 }

@@ -1,13 +1,15 @@
 #pragma once
 
 #include "monitor/AreaGrabber.h"
+#include "monitor/IncrementalSignature.h"
 
 #include <memory>
 
 class CaptureBackend;
 
 // The area monitor's view of the screen: single grabs through the capture backend. A tick's
-// signature is read straight off the backend's own copy of the pixels.
+// signature is read straight off the backend's own copy of the pixels, and only the rows that
+// changed since the last tick are reduced again.
 class BackendAreaGrabber final : public AreaGrabber {
 public:
     explicit BackendAreaGrabber(std::shared_ptr<CaptureBackend> screen);
@@ -20,4 +22,5 @@ public:
 
 private:
     std::shared_ptr<CaptureBackend> screen;
+    IncrementalSignature signatures;
 };
