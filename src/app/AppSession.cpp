@@ -11,12 +11,14 @@
 #include "capture/CaptureEngine.h"
 #include "core/Log.h"
 #include "core/Publisher.h"
+#include "media/HevcEncoderProbe.h"
 #include "monitor/RegionPicking.h"
 #include "recorder/PartialExports.h"
 #include "recorder/SegmentFolder.h"
 #include "recorder/SegmentedRecorder.h"
 
 #include <QTextStream>
+#include <QThreadPool>
 
 #include <cstdio>
 
@@ -63,6 +65,10 @@ bool AppSession::start(QString* error)
     }
     // Only the instance that holds the socket sweeps: a second start that gives way touches nothing.
     sweepWhatCrashedRunsLeft();
+
+    // The encoder is chosen now, off the main thread: its log line comes at start-up, and the first
+    // segment rarely has to wait for it.
+    QThreadPool::globalInstance()->start([] { HevcEncoderProbe::chosen(); });
 
     // Without a window the local monitor hears nothing, but the global one works the same.
     hotkeys = std::make_unique<GlobalHotkeys>(GlobalHotkeys::systemMonitors());

@@ -21,3 +21,15 @@ std::optional<QRectF> BackendAreaGrabber::windowFrame(uint32_t windowID)
 {
     return screen ? screen->windowFrame(windowID) : std::nullopt;
 }
+
+std::optional<QByteArray> BackendAreaGrabber::signatureOfRect(const QRectF& globalRect)
+{
+    const std::optional<QImage> pixels = screen ? screen->peekRect(globalRect) : std::nullopt;
+    return pixels ? signatures.signatureOf(*pixels) : std::nullopt;
+}
+
+std::optional<QByteArray> BackendAreaGrabber::signatureOfWindowRect(uint32_t windowID, const QRectF& globalRect)
+{
+    const std::optional<QImage> pixels = screen ? screen->peekWindowRect(windowID, globalRect) : std::nullopt;
+    return pixels ? signatures.signatureOf(*pixels) : std::nullopt;
+}

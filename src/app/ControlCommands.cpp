@@ -2,6 +2,7 @@
 
 #include "app/RecorderViewModel.h"
 #include "capture/CaptureEngine.h"
+#include "media/HevcEncoderProbe.h"
 #include "monitor/AreaMonitor.h"
 #include "recorder/SegmentedRecorder.h"
 
@@ -74,5 +75,6 @@ QString ControlCommands::status() const
     const auto label = viewModel.sourceLabelForFilename();
     state += label ? QStringLiteral(" (source: %1)").arg(*label) : QStringLiteral(" (no source selected)");
     if (engine->errorMessage()) state += QStringLiteral("; ") + *engine->errorMessage();
+    if (const auto encoder = HevcEncoderProbe::chosenSoFar()) state += QStringLiteral("; encoder ") + *encoder;
     return state;
 }

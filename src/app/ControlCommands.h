@@ -14,7 +14,8 @@ public:
 
     ControlProtocol::Reply handle(const QStringList& command);
 
-    // One line about the state: recording or buffering, how much, and from which source.
+    // One line about the state: recording or buffering, how much, from which source, and with
+    // which encoder once it is chosen.
     QString status() const;
 
 private:

@@ -52,4 +52,15 @@ public:
     // Blocking. One window's own pixels, unaffected by whatever covers it: the part under
     // `globalRect`, or the whole window without one. None on failure or if the window is gone.
     virtual std::optional<QImage> grabWindowRect(uint32_t windowID, const std::optional<QRectF>& globalRect) = 0;
+
+    // Blocking. The same pixels as grabRect and grabWindowRect, for a caller that reads them and
+    // lets go, keeping at most the last one: the picture may be a view on the backend's own memory,
+    // held until the last copy of it is gone, and the fourth byte of each RGB32 pixel is undefined.
+    // What costs nothing here is what a grab four times a second must not pay for: copies, and
+    // filling the alpha.
+    virtual std::optional<QImage> peekRect(const QRectF& globalRect) { return grabRect(globalRect); }
+    virtual std::optional<QImage> peekWindowRect(uint32_t windowID, const QRectF& globalRect)
+    {
+        return grabWindowRect(windowID, globalRect);
+    }
 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QImage>
 #include <QRectF>
 
@@ -23,4 +24,10 @@ public:
     virtual std::optional<QImage> grabWindowRect(uint32_t windowID, const QRectF& globalRect) = 0;
     // The window's present frame, or none when it is gone.
     virtual std::optional<QRectF> windowFrame(uint32_t windowID) = 0;
+
+    // The area signature of what grabRect and grabWindowRect would give, for the monitor's ticks,
+    // which keep no picture. These grab and reduce; a grabber that can read the screen more
+    // cheaply overrides them, and must give the same bytes.
+    virtual std::optional<QByteArray> signatureOfRect(const QRectF& globalRect);
+    virtual std::optional<QByteArray> signatureOfWindowRect(uint32_t windowID, const QRectF& globalRect);
 };

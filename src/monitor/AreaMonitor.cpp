@@ -93,7 +93,8 @@ bool AreaMonitor::captureReferenceOf(
     const QRectF windowLocal = scoped
         ? QRectF(value.x() - windowFrame->x(), value.y() - windowFrame->y(), value.width(), value.height())
         : QRectF();
-    std::optional<QImage> image = screenshotOf(value, scoped ? scopedTo : std::nullopt, windowLocal);
+    const std::optional<GrabTarget> target = grabTargetOf(value, scoped ? scopedTo : std::nullopt, windowLocal);
+    std::optional<QImage> image = target ? screenshotOf(*target) : std::nullopt;
     if (!image) return false;
     const std::optional<QByteArray> signature = AreaSignature::downsampleToSignature(*image);
     if (!signature) return false;
@@ -141,9 +142,7 @@ void AreaMonitor::tick()
     if (!rectValue || !referenceSignatureValue) return;
     // A tick that can't see the area leaves everything as it was; the streak is timed by the
     // clock, so a failed tick neither breaks nor extends it.
-    const std::optional<QImage> image = screenshot();
-    if (!image) return;
-    const std::optional<QByteArray> live = AreaSignature::downsampleToSignature(*image);
+    const std::optional<QByteArray> live = liveSignature();
     if (!live) return;
     const double diff = AreaSignature::difference(*referenceSignatureValue, *live);
     setCurrentDiff(diff);
@@ -173,31 +172,48 @@ void AreaMonitor::tick()
     }
 }
 
-std::optional<QImage> AreaMonitor::screenshot()
+std::optional<AreaMonitor::GrabTarget> AreaMonitor::grabTarget()
 {
     if (scopedWindowIDValue && windowLocalRectValue)
-        return screenshotOf(rectValue.value_or(QRectF()), scopedWindowIDValue, *windowLocalRectValue);
+        return grabTargetOf(rectValue.value_or(QRectF()), scopedWindowIDValue, *windowLocalRectValue);
     if (!rectValue) return std::nullopt;
-    return screenshotOf(*rectValue, std::nullopt, QRectF());
+    return grabTargetOf(*rectValue, std::nullopt, QRectF());
 }
 
-std::optional<QImage> AreaMonitor::screenshotOf(
+std::optional<AreaMonitor::GrabTarget> AreaMonitor::grabTargetOf(
     const QRectF& area, std::optional<uint32_t> windowID, const QRectF& windowLocal)
 {
     if (!grabber) return std::nullopt;
-    std::optional<QImage> image;
     if (windowID) {
         // The grab follows the window: other windows passing in front don't count, and a moved
         // window stays watched.
         const std::optional<QRectF> frame = grabber->windowFrame(*windowID);
         if (!frame) return std::nullopt;
-        image
-            = grabber->grabWindowRect(*windowID, QRectF(frame->topLeft() + windowLocal.topLeft(), windowLocal.size()));
-    } else {
-        image = grabber->grabRect(area);
+        return GrabTarget { windowID, QRectF(frame->topLeft() + windowLocal.topLeft(), windowLocal.size()) };
     }
+    return GrabTarget { std::nullopt, area };
+}
+
+std::optional<QImage> AreaMonitor::screenshot()
+{
+    const std::optional<GrabTarget> target = grabTarget();
+    return target ? screenshotOf(*target) : std::nullopt;
+}
+
+std::optional<QImage> AreaMonitor::screenshotOf(const GrabTarget& target)
+{
+    std::optional<QImage> image
+        = target.windowID ? grabber->grabWindowRect(*target.windowID, target.area) : grabber->grabRect(target.area);
     if (!image || image->isNull()) return std::nullopt;
     return image;
+}
+
+std::optional<QByteArray> AreaMonitor::liveSignature()
+{
+    const std::optional<GrabTarget> target = grabTarget();
+    if (!target) return std::nullopt;
+    return target->windowID ? grabber->signatureOfWindowRect(*target->windowID, target->area)
+                            : grabber->signatureOfRect(target->area);
 }
 
 void AreaMonitor::startTimer()

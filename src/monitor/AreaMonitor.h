@@ -123,10 +123,22 @@ signals:
     void rectChanged();
 
 private:
+    // Where a grab looks: the window-scoped area at the window's present place, or the rectangle.
+    struct GrabTarget {
+        std::optional<uint32_t> windowID;
+        QRectF area;
+    };
+    // For the watched area; none when it has none or its window is gone.
+    std::optional<GrabTarget> grabTarget();
+    // For an area watched on its own or through a window.
+    std::optional<GrabTarget> grabTargetOf(
+        const QRectF& area, std::optional<uint32_t> windowID, const QRectF& windowLocal);
+    // The picture, for a reference and its thumbnail.
     std::optional<QImage> screenshot();
-    // The screenshot of an area, watched on its own or through a window.
-    std::optional<QImage> screenshotOf(const QRectF& area, std::optional<uint32_t> windowID, const QRectF& windowLocal);
+    std::optional<QImage> screenshotOf(const GrabTarget& target);
     void adoptReference(QImage image, const QByteArray& signature);
+    // The signature alone, for a tick: the grabber may get it without making the picture.
+    std::optional<QByteArray> liveSignature();
     void startTimer();
     void stopTimer();
     void setPhase(MonitorPhase value);

@@ -17,7 +17,9 @@ constexpr int byteCount = gridSize * gridSize;
 // The largest possible difference: every byte from 0 to 255.
 constexpr double maxDifference = 255.0 * byteCount;
 
-// None for an empty picture.
+// Each cell averages the pixels it covers, each weighted by how much of it the cell covers, in
+// integer sums. The fourth byte of an RGB32 picture is ignored, whatever it holds. None for an
+// empty picture.
 std::optional<QByteArray> downsampleToSignature(const QImage& image);
 
 // A stored signature counts only at exactly 256 bytes.

@@ -1,5 +1,6 @@
 #include "CaptureTestSupport.h"
 #include "X11TestClient.h"
+#include "monitor/ScreenPictures.h"
 #include "platform/x11/X11CaptureBackend.h"
 #include "support/TestDesktop.h"
 
@@ -465,6 +466,60 @@ TEST(CaptureX11, SingleGrabsOfTheScreenAndOfOneWindow)
     EXPECT_FALSE(backend.windowFrame(painter));
     EXPECT_FALSE(backend.grabWindowRect(painter, std::nullopt));
     EXPECT_TRUE(backend.grabRect(QRectF(0, 0, 10, 10))); // the shared connection survived the errors
+}
+
+TEST(CaptureX11, PeeksSeeWhatGrabsSee)
+{
+    Desktop d;
+    ASSERT_EQ(d.error, QString());
+    X11TestClient client;
+    const xcb_window_t chart
+        = client.create({ .rect = QRect(0, 0, 640, 360), .wmClass = "Chart", .title = QStringLiteral("Chart") });
+    client.draw(chart, QPoint(0, 0), ScreenPictures::tradingScreen(QSize(640, 360)));
+    X11CaptureBackend backend;
+    // A peek's fourth byte is undefined; the colours must be the grab's.
+    const auto sameColours = [](const QImage& peek, const QImage& grab) {
+        if (peek.size() != grab.size()) return false;
+        for (int y = 0; y < grab.height(); ++y)
+            for (int x = 0; x < grab.width(); ++x)
+                if ((peek.pixel(x, y) & 0xffffffu) != (grab.pixel(x, y) & 0xffffffu)) return false;
+        return true;
+    };
+
+    // Inside the screen, the whole screen, past its edge (black there), at fractional points.
+    for (const QRectF& r : { QRectF(30, 20, 500, 300), QRectF(0, 0, 640, 360), QRectF(600, 300, 80, 40),
+             QRectF(10.5, 10.25, 100.5, 50) }) {
+        const std::optional<QImage> peek = backend.peekRect(r);
+        const std::optional<QImage> grab = backend.grabRect(r);
+        ASSERT_TRUE(peek && grab);
+        EXPECT_TRUE(sameColours(*peek, *grab)) << r.x() << "," << r.y() << " " << r.width() << "x" << r.height();
+    }
+
+    // A peek still held keeps its pixels while the next one reads the changed screen.
+    const std::optional<QImage> before = backend.peekRect(QRectF(100, 100, 40, 40));
+    client.fill(chart, QRect(100, 100, 40, 40), magenta);
+    const std::optional<QImage> after = backend.peekRect(QRectF(100, 100, 40, 40));
+    ASSERT_TRUE(before && after);
+    EXPECT_NE(before->pixel(20, 20) & 0xffffffu, magenta.rgb() & 0xffffffu);
+    EXPECT_COLOUR(*after, 20, 20, magenta);
+
+    // A covered window: its own pixels, as a window grab sees them; none once it is gone. The
+    // first grab of a window redirects it, and the test client doesn't repaint on request.
+    ASSERT_TRUE(backend.peekWindowRect(chart, QRectF(0, 0, 10, 10)));
+    client.draw(chart, QPoint(0, 0), ScreenPictures::tradingScreen(QSize(640, 360)));
+    client.fill(chart, QRect(100, 100, 40, 40), magenta);
+    const xcb_window_t cover = client.create({ .rect = QRect(50, 50, 300, 200),
+        .wmClass = "Cover",
+        .title = QStringLiteral("Cover"),
+        .overrideRedirect = true });
+    client.fill(cover, QRect(0, 0, 300, 200), cyan);
+    const std::optional<QImage> windowPeek = backend.peekWindowRect(chart, QRectF(40, 40, 400, 250));
+    const std::optional<QImage> windowGrab = backend.grabWindowRect(chart, QRectF(40, 40, 400, 250));
+    ASSERT_TRUE(windowPeek && windowGrab);
+    EXPECT_TRUE(sameColours(*windowPeek, *windowGrab));
+    EXPECT_COLOUR(*windowPeek, 80, 80, magenta);
+    client.destroy(chart);
+    EXPECT_FALSE(backend.peekWindowRect(chart, QRectF(40, 40, 400, 250)));
 }
 
 TEST(CaptureX11, NoDisplayMeansClearFailuresNotCrashes)

@@ -3,6 +3,7 @@
 #include <QElapsedTimer>
 #include <QThread>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -113,6 +114,22 @@ void X11TestClient::fill(xcb_window_t window, const QRect& rect, const QColor& c
     xcb_change_gc(connection, gc, XCB_GC_FOREGROUND, &foreground);
     const xcb_rectangle_t r { int16_t(rect.x()), int16_t(rect.y()), uint16_t(rect.width()), uint16_t(rect.height()) };
     xcb_poly_fill_rectangle(connection, window, gc, 1, &r);
+    sync();
+}
+
+void X11TestClient::draw(xcb_window_t window, QPoint at, const QImage& picture)
+{
+    const QImage pixels = picture.convertToFormat(QImage::Format_RGB32);
+    const auto rowBytes = uint32_t(pixels.width()) * 4;
+    // As many rows a request as the server takes (its limit counts 4-byte units, header included).
+    const uint32_t limit = xcb_get_maximum_request_length(connection) * 4 - 64;
+    const int rowsPerRequest = std::max(1, int(limit / rowBytes));
+    for (int y = 0; y < pixels.height(); y += rowsPerRequest) {
+        const int rows = std::min(rowsPerRequest, pixels.height() - y);
+        xcb_put_image(connection, XCB_IMAGE_FORMAT_Z_PIXMAP, window, gc, uint16_t(pixels.width()), uint16_t(rows),
+            int16_t(at.x()), int16_t(at.y() + y), 0, screen->root_depth, rowBytes * uint32_t(rows),
+            pixels.constScanLine(y));
+    }
     sync();
 }
 

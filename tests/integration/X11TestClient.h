@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QColor>
+#include <QImage>
 #include <QRect>
 #include <QString>
 
@@ -10,7 +11,7 @@
 #include <cstdint>
 
 // A tiny X client for the capture tests: plain windows with a class and a title, painted with
-// solid rectangles. It talks to the X server of DISPLAY on its own connection and waits for the
+// solid rectangles or pictures. It talks to the X server of DISPLAY on its own connection and waits for the
 // server after every change, so that what it painted is on the screen when a call returns.
 class X11TestClient {
 public:
@@ -33,6 +34,8 @@ public:
     // Paints the window's `size` with the picture of IndexedFrames: a 4x4 grid of black and white
     // blocks, one bit of `index` each, in two requests.
     void paintIndex(xcb_window_t window, const QSize& size, int index);
+    // Puts a picture's pixels into the window with its top left at `at`.
+    void draw(xcb_window_t window, QPoint at, const QImage& picture);
     void configure(xcb_window_t window, const QRect& rect);
     void destroy(xcb_window_t window);
     // A round trip: everything sent before has been handled by the server.

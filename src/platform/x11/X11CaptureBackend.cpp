@@ -42,6 +42,7 @@ X11CaptureBackend::X11CaptureBackend()
 X11CaptureBackend::~X11CaptureBackend()
 {
     std::lock_guard lock(mutex);
+    peekGrabber.reset();
     if (connection && !connection->isBroken()) {
         for (uint32_t window : redirectedWindows)
             xcb_composite_unredirect_window(connection->get(), window, XCB_COMPOSITE_REDIRECT_AUTOMATIC);
@@ -64,6 +65,7 @@ XcbConnection* X11CaptureBackend::connectionLocked(QString* error)
 {
     if (connection && !connection->isBroken()) return connection.get();
     redirectedWindows.clear(); // a new connection owns no redirections
+    peekGrabber.reset();
     connection = XcbConnection::open(error);
     return connection.get();
 }
@@ -196,40 +198,98 @@ bool X11CaptureBackend::redirectLocked(uint32_t window, QSize size)
     return true;
 }
 
+std::optional<QRect> X11CaptureBackend::redirectedFrameLocked(uint32_t window)
+{
+    const std::optional<QRectF> frame = X11WindowList::frameOf(*connection, window);
+    if (!frame || !redirectLocked(window, frame->toAlignedRect().size())) return std::nullopt;
+    return frame->toAlignedRect();
+}
+
+std::optional<QImage> X11CaptureBackend::windowPixelsLocked(
+    uint32_t window, const QRect& rect, XcbImageGrabber& grabber)
+{
+    xcb_connection_t* c = connection->get();
+    const xcb_pixmap_t pixmap = xcb_generate_id(c);
+    XcbReply<xcb_generic_error_t> failed(
+        xcb_request_check(c, xcb_composite_name_window_pixmap_checked(c, window, pixmap)));
+    if (failed) return std::nullopt;
+    std::optional<QImage> pixels = grabber.grab(pixmap, rect);
+    xcb_free_pixmap(c, pixmap);
+    return pixels;
+}
+
+XcbImageGrabber& X11CaptureBackend::peekGrabberLocked()
+{
+    // A peek is let go before the next one: two segments are plenty.
+    if (!peekGrabber)
+        peekGrabber = std::make_unique<XcbImageGrabber>(connection->get(), connection->extensions().shm, 2);
+    return *peekGrabber;
+}
+
 std::optional<QImage> X11CaptureBackend::grabWindowRect(uint32_t windowID, const std::optional<QRectF>& globalRect)
 {
     std::lock_guard lock(mutex);
     QString error;
     if (!connectionLocked(&error) || !connection->extensions().composite) return std::nullopt;
-    xcb_connection_t* c = connection->get();
-    const std::optional<QRectF> frame = X11WindowList::frameOf(*connection, windowID);
-    if (!frame || !redirectLocked(windowID, frame->toAlignedRect().size())) {
+    const std::optional<QRect> windowRect = redirectedFrameLocked(windowID);
+    if (!windowRect) {
         drainLocked();
         return std::nullopt;
     }
-    const QRect windowRect = frame->toAlignedRect();
-    const QRect wanted = globalRect ? globalRect->toAlignedRect() : windowRect;
+    const QRect wanted = globalRect ? globalRect->toAlignedRect() : *windowRect;
     if (wanted.isEmpty()) return std::nullopt;
     QImage image(wanted.size(), QImage::Format_RGB32);
     image.fill(Qt::black);
-    const QRect inside = wanted & windowRect;
+    const QRect inside = wanted & *windowRect;
     if (!inside.isEmpty()) {
-        const xcb_pixmap_t pixmap = xcb_generate_id(c);
-        XcbReply<xcb_generic_error_t> failed(
-            xcb_request_check(c, xcb_composite_name_window_pixmap_checked(c, windowID, pixmap)));
-        if (failed) {
+        XcbImageGrabber grabber(connection->get(), false);
+        std::optional<QImage> pixels = windowPixelsLocked(windowID, inside.translated(-windowRect->topLeft()), grabber);
+        drainLocked();
+        if (!pixels) return std::nullopt;
+        QPainter painter(&image);
+        painter.drawImage(inside.topLeft() - wanted.topLeft(), opaqueCopy(*pixels));
+    }
+    return image;
+}
+
+std::optional<QImage> X11CaptureBackend::peekRect(const QRectF& globalRect)
+{
+    const QRect wanted = globalRect.toAlignedRect();
+    if (wanted.isEmpty()) return std::nullopt;
+    {
+        std::lock_guard lock(mutex);
+        QString error;
+        if (!connectionLocked(&error)) return std::nullopt;
+        const xcb_screen_t& screen = connection->screen();
+        if (QRect(0, 0, screen.width_in_pixels, screen.height_in_pixels).contains(wanted)) {
+            std::optional<QImage> pixels = peekGrabberLocked().grab(connection->root(), wanted);
+            drainLocked();
+            return pixels;
+        }
+    }
+    // Partly off the screen: the black margin needs a picture of its own.
+    return grabRect(globalRect);
+}
+
+std::optional<QImage> X11CaptureBackend::peekWindowRect(uint32_t windowID, const QRectF& globalRect)
+{
+    const QRect wanted = globalRect.toAlignedRect();
+    if (wanted.isEmpty()) return std::nullopt;
+    {
+        std::lock_guard lock(mutex);
+        QString error;
+        if (!connectionLocked(&error) || !connection->extensions().composite) return std::nullopt;
+        const std::optional<QRect> windowRect = redirectedFrameLocked(windowID);
+        if (!windowRect) {
             drainLocked();
             return std::nullopt;
         }
-        XcbImageGrabber grabber(c, false);
-        std::optional<QImage> pixels = grabber.grab(pixmap, inside.translated(-windowRect.topLeft()));
-        if (pixels) {
-            QPainter painter(&image);
-            painter.drawImage(inside.topLeft() - wanted.topLeft(), opaqueCopy(*pixels));
+        if (windowRect->contains(wanted)) {
+            std::optional<QImage> pixels
+                = windowPixelsLocked(windowID, wanted.translated(-windowRect->topLeft()), peekGrabberLocked());
+            drainLocked();
+            return pixels;
         }
-        xcb_free_pixmap(c, pixmap);
-        drainLocked();
-        if (!pixels) return std::nullopt;
     }
-    return image;
+    return grabWindowRect(windowID, globalRect);
 }
