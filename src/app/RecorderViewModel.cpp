@@ -562,7 +562,9 @@ QSizeF RecorderViewModel::sourcePointSize() const
     switch (source->kind()) {
     case CaptureSource::Kind::display: {
         const CaptureDisplay& d = source->capturedDisplay();
-        if (const auto* screen = screenLayout().screenForDisplay(d.displayID)) return screen->frame.size();
+        // The layout is a value: a screen found in it lives only as long as this copy.
+        const ScreenLayout layout = screenLayout();
+        if (const auto* screen = layout.screenForDisplay(d.displayID)) return screen->frame.size();
         return QSizeF(d.width, d.height);
     }
     case CaptureSource::Kind::window: return source->capturedWindow().frame.size();
@@ -598,7 +600,8 @@ std::optional<QString> RecorderViewModel::sourceLabelForFilename() const
     }
     case CaptureSource::Kind::display: {
         const CaptureDisplay& d = source->capturedDisplay();
-        const auto* screen = screenLayout().screenForDisplay(d.displayID);
+        const ScreenLayout layout = screenLayout();
+        const auto* screen = layout.screenForDisplay(d.displayID);
         label = screen ? screen->name : QStringLiteral("Display %1").arg(d.displayID);
         break;
     }

@@ -10,28 +10,31 @@
 
 namespace {
 
+// NaN and the infinities are no number a setting can mean, whether spelled as text or stored as a
+// binary double (a hand-edited "@Variant(...)"): they count as bad values like any other.
 std::optional<double> toDouble(const QVariant& value)
 {
+    double d = 0;
     switch (value.typeId()) {
     case QMetaType::Double:
     case QMetaType::Float:
     case QMetaType::Int:
     case QMetaType::UInt:
     case QMetaType::LongLong:
-    case QMetaType::ULongLong: {
-        const double d = value.toDouble();
-        if (std::isfinite(d)) return d;
-        return std::nullopt;
-    }
+    case QMetaType::ULongLong:
+        d = value.toDouble();
+        break;
     case QMetaType::QString: {
         bool ok = false;
-        const double d = value.toString().trimmed().toDouble(&ok);
-        if (ok && std::isfinite(d)) return d;
-        return std::nullopt;
+        d = value.toString().trimmed().toDouble(&ok);
+        if (!ok) return std::nullopt;
+        break;
     }
     default:
         return std::nullopt;
     }
+    if (!std::isfinite(d)) return std::nullopt;
+    return d;
 }
 
 double held(double value, SettingsReader::Range range)

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <limits>
 #include <optional>
 #include <unistd.h>
 
@@ -187,15 +188,24 @@ ClipExporter::Result ClipExporter::exportConcatenated(
     // reserved for it up front the file is written once; "faststart" would write it a second time
     // to move the index, which doubles the cost of an export. The reserve is generous (the index
     // needs under 40 bytes a sample); without sample counts faststart is the way.
+    // The counts come from each segment's own index, which a damaged file can make claim millions
+    // of samples that are not there: the reserve would fill the clip with gigabytes of padding, or
+    // exceed what the muxer takes and lose the clip. No sample is smaller than a byte of its file,
+    // so a count above the files' sizes is no count.
     int64_t samples = 0;
+    int64_t inputBytes = 0;
     for (const Piece& piece : pieces) {
         const int64_t v = piece.input->streams[piece.videoIndex]->nb_frames;
         const int64_t a = piece.audioIndex >= 0 ? piece.input->streams[piece.audioIndex]->nb_frames : 0;
-        samples = (v > 0 && a >= 0 && samples >= 0) ? samples + v + a : -1;
+        const int64_t bytes = piece.input->pb ? avio_size(piece.input->pb) : -1;
+        inputBytes = (bytes > 0 && inputBytes >= 0) ? inputBytes + bytes : -1;
+        samples = (v > 0 && a >= 0 && samples >= 0 && v <= inputBytes && a <= inputBytes) ? samples + v + a : -1;
+        if (samples > inputBytes) samples = -1;
     }
+    const int64_t reserve = samples > 0 ? 256 * 1024 + samples * 48 : -1;
     AVDictionary* rawOptions = nullptr;
-    if (samples > 0)
-        av_dict_set_int(&rawOptions, "moov_size", 256 * 1024 + samples * 48, 0);
+    if (samples > 0 && reserve <= std::numeric_limits<int>::max())
+        av_dict_set_int(&rawOptions, "moov_size", reserve, 0);
     else
         av_dict_set(&rawOptions, "movflags", "+faststart", 0);
     DictionaryPtr options(rawOptions);

@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 namespace {
 
 // Each test gets its own settings file, so nothing touches the user's real settings.
@@ -90,6 +92,19 @@ TEST_F(AppSettingsTest, BadStoredValuesFallBackAndKeepTheirKeys)
     EXPECT_EQ(stored("vt2.frameRate").toString(), QStringLiteral("45"));
     settings->setFrameRate(FrameRate::fps30);
     EXPECT_EQ(stored("vt2.frameRate").toInt(), 30);
+}
+
+TEST_F(AppSettingsTest, NonFiniteStoredNumbersFallBack)
+{
+    // Binary doubles, as a hand edit can leave them: NaN twice, then +infinity.
+    writeFile("vt2.bufferSeconds=@Variant(\\0\\0\\0\\x6\\x7f\\xf8\\0\\0\\0\\0\\0\\0)\n"
+              "vt2.frameRate=@Variant(\\0\\0\\0\\x6\\x7f\\xf8\\0\\0\\0\\0\\0\\0)\n"
+              "vt2.camera.posX=@Variant(\\0\\0\\0\\x6\\x7f\\xf0\\0\\0\\0\\0\\0\\0)\n");
+    ASSERT_TRUE(std::isnan(stored("vt2.bufferSeconds").toDouble()));
+    auto settings = make();
+    EXPECT_EQ(settings->bufferSeconds(), 10.0);
+    EXPECT_EQ(settings->frameRate(), FrameRate::fps60);
+    EXPECT_EQ(settings->cameraPositionX(), 0.84);
 }
 
 TEST_F(AppSettingsTest, ReadableStoredValues)

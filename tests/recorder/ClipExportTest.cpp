@@ -6,6 +6,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
+#include <QtEndian>
 
 #include <gtest/gtest.h>
 
@@ -278,6 +279,36 @@ TEST(ClipExport, AnExportThatFailsHalfwayLeavesNoClipBehind)
     EXPECT_TRUE(ok.completed) << ok.errorText.toStdString();
     const ClipProbe clip = ClipProbe::read(destination);
     EXPECT_EQ(clip.frames.size(), 360u);
+    EXPECT_EQ(clip.decodeErrors, 0);
+}
+
+TEST(ClipExport, ASegmentWhoseIndexClaimsMillionsOfFramesStillMakesAClipOfItsOwnSize)
+{
+    QTemporaryDir out;
+    auto recorder = pacedRecorder(30, 30);
+    for (int i = 0; i <= 30 * 6; ++i)
+        recorder->ingest(IndexedFrames::frame(i, 256, 144, ticks600(20 * i)));
+    settle(*recorder);
+    const std::vector<Segment> segments = recorder->segmentsSnapshot();
+    ASSERT_EQ(segments.size(), 1u);
+
+    // Damaged as a bad disk could leave it: the video track's first time-to-sample entry now counts
+    // a hundred million frames, which its file cannot hold.
+    QFile file(segments[0].url);
+    ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+    const qint64 stts = file.readAll().indexOf("stts");
+    ASSERT_GT(stts, 0);
+    const quint32 count = qToBigEndian<quint32>(100'000'000);
+    ASSERT_TRUE(file.seek(stts + 12));
+    ASSERT_EQ(file.write(reinterpret_cast<const char*>(&count), sizeof count), qint64(sizeof count));
+    file.close();
+
+    const QString destination = out.filePath("d.mp4");
+    const ClipExporter::Result result = ClipExporter::exportConcatenated(segments, ticks600(0), destination);
+    ASSERT_TRUE(result.completed) << result.errorText.toStdString();
+    EXPECT_LT(QFileInfo(destination).size(), 2 * QFileInfo(segments[0].url).size());
+    const ClipProbe clip = ClipProbe::read(destination);
+    EXPECT_EQ(clip.frames.size(), 180u);
     EXPECT_EQ(clip.decodeErrors, 0);
 }
 
