@@ -8,6 +8,7 @@
 #include <QTemporaryDir>
 #include <QtEndian>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -408,4 +409,57 @@ TEST(ClipExport, AStopRightAfterARotationWaitsForTheClosingSegment)
     EXPECT_EQ(clip.frames.back().index, rotationFrame);
     EXPECT_EQ(int(clip.frames.size()), rotationFrame + 1);
     EXPECT_EQ(clip.decodeErrors, 0);
+}
+
+// Two recordings started in the same second get the same name: the second clip takes a free name
+// beside the first and never replaces it. And a stop followed at once by a start is a new
+// recording, not a second stop.
+TEST(ClipExport, AClipNeverReplacesAnotherAndAStartRightAfterAStopRecords)
+{
+    QTemporaryDir out;
+    auto recorder = pacedRecorder(30, 10);
+    Outcome outcome(*recorder);
+    Feeder feeder { *recorder, 30, false };
+    const QString name = out.filePath("Display 1, Nov 23, 10-00-00.mp4");
+    feeder.feed(0, 30);
+    recorder->startRecording(name);
+    feeder.feed(31, 60);
+    recorder->stopRecording();
+    // What a toggle reads next, before anything else has run.
+    EXPECT_FALSE(recorder->isRecording());
+    recorder->startRecording(name);
+    EXPECT_TRUE(recorder->isRecording());
+    ASSERT_TRUE(spinUntil([&] { return outcome.finishedCalls == 1; }));
+    EXPECT_EQ(outcome.finished, name);
+    const qint64 firstSize = QFileInfo(name).size();
+    feeder.feed(61, 90);
+    recorder->stopRecording();
+    ASSERT_TRUE(spinUntil([&] { return outcome.finishedCalls == 2 && !recorder->isExporting(); }));
+    EXPECT_EQ(outcome.finished, out.filePath("Display 1, Nov 23, 10-00-00 (2).mp4"));
+    EXPECT_EQ(QFileInfo(name).size(), firstSize); // the first clip is as it was
+    EXPECT_EQ(ClipProbe::read(outcome.finished).frames.back().index, 90);
+    EXPECT_EQ(ClipExporter::freeName(name), out.filePath("Display 1, Nov 23, 10-00-00 (3).mp4"));
+}
+
+// When no segment could be written at all (a full or unwritable temporary folder), the stop says
+// why, instead of asking the user to wait.
+TEST(ClipExport, NothingWrittenSaysWhyNotWait)
+{
+    QTemporaryDir out;
+    auto recorder = pacedRecorder(30, 10);
+    recorder->setWriterFactory([&](const QString&, std::shared_ptr<SegmentEncoder> encoder) {
+        return std::make_unique<SegmentWriter>(out.filePath("no/such/folder/seg.mp4"), encoder);
+    });
+    Outcome outcome(*recorder);
+    Feeder feeder { *recorder, 30, false };
+    testing::internal::CaptureStderr();
+    feeder.feed(0, 10);
+    recorder->startRecording(out.filePath("clip.mp4"));
+    feeder.feed(11, 20);
+    recorder->stopRecording();
+    ASSERT_TRUE(spinUntil([&] { return outcome.arrived() && !recorder->isExporting(); }));
+    testing::internal::GetCapturedStderr();
+    EXPECT_THAT(
+        outcome.error.toStdString(), testing::StartsWith("Nothing could be buffered: No such file or directory"));
+    EXPECT_FALSE(QFile::exists(out.filePath("clip.mp4")));
 }
