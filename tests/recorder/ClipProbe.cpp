@@ -83,9 +83,14 @@ ClipProbe ClipProbe::read(const QString& path)
                 : double(frame->best_effort_timestamp) * av_q2d(tb);
             if (index == v) {
                 probe.videoEnd = std::max(probe.videoEnd, t + double(frame->pkt_duration) * av_q2d(tb));
+                long corner = 0;
+                const int side = std::min({ 64, frame->width, frame->height });
+                for (int y = 0; y < side; ++y)
+                    for (int x = 0; x < side; ++x)
+                        corner += frame->data[0][y * frame->linesize[0] + x];
                 probe.frames.push_back(
                     { t, IndexedFrames::indexFromLuma(frame->data[0], frame->linesize[0], frame->width, frame->height),
-                        frame->key_frame != 0 });
+                        frame->key_frame != 0, side > 0 ? int(corner / (side * side)) : 0 });
             } else {
                 if (probe.audioStart < 0) probe.audioStart = t;
                 probe.audioSeconds += double(frame->nb_samples) / frame->sample_rate;

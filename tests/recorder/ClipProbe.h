@@ -11,6 +11,7 @@ struct ClipProbe {
         double seconds = 0; // presentation time in the file
         int index = -1; // the index painted into the picture (IndexedFrames), -1 unreadable
         bool key = false;
+        int cornerLuma = 0; // mean luma of the top-left 64x64 pixels
     };
 
     bool opened = false;

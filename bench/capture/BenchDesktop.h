@@ -1,0 +1,135 @@
+#pragma once
+
+// What the capture benchmarks share: CPU and memory readings of processes, a painter process that
+// keeps the screen changing, and an event loop that runs for a while.
+
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QFile>
+#include <QProcess>
+#include <QTimer>
+
+#include <xcb/xcb.h>
+
+#include <chrono>
+#include <dirent.h>
+#include <memory>
+#include <sys/resource.h>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+
+namespace BenchDesktop {
+
+constexpr int width = 1920;
+constexpr int height = 1080;
+
+// CPU seconds a process has run, summed over its threads: the scheduler's own count in
+// nanoseconds (/proc/PID/task/TID/schedstat). The user and system times of /proc/PID/stat come in
+// clock ticks of 10 ms, too coarse for a process that runs a few milliseconds a second.
+inline double processCpu(pid_t pid)
+{
+    const QString tasks = QStringLiteral("/proc/%1/task").arg(pid);
+    DIR* dir = opendir(tasks.toLocal8Bit().constData());
+    double total = 0;
+    while (dirent* entry = dir ? readdir(dir) : nullptr) {
+        if (entry->d_name[0] == '.') continue;
+        QFile file(tasks + QLatin1Char('/') + QLatin1String(entry->d_name) + QStringLiteral("/schedstat"));
+        if (file.open(QIODevice::ReadOnly)) total += file.readAll().split(' ').value(0).toDouble() / 1e9;
+    }
+    if (dir) closedir(dir);
+    return total;
+}
+
+// This process, threads that have ended included: the ring's closings run on threads that come
+// and go, and their time would drop out of a sum over the threads still there.
+inline double ownCpu()
+{
+    rusage usage {};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_utime.tv_sec + usage.ru_stime.tv_sec + (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+// The X server this process started (the harness's Xvfb), to see what the grabs cost it.
+inline pid_t childNamed(const char* name)
+{
+    DIR* proc = opendir("/proc");
+    pid_t found = 0;
+    while (dirent* entry = proc ? readdir(proc) : nullptr) {
+        const pid_t pid = atoi(entry->d_name);
+        if (pid <= 0) continue;
+        QFile file(QStringLiteral("/proc/%1/stat").arg(pid));
+        if (!file.open(QIODevice::ReadOnly)) continue;
+        const QByteArray stat = file.readAll();
+        const QByteArray comm = stat.mid(stat.indexOf('(') + 1, stat.lastIndexOf(')') - stat.indexOf('(') - 1);
+        const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+        if (comm == name && fields.value(1).toInt() == getpid()) found = pid;
+    }
+    if (proc) closedir(proc);
+    return found;
+}
+
+// Runs the event loop for about `s` seconds and returns how long it really ran.
+inline double runEventLoopFor(double s)
+{
+    const auto started = std::chrono::steady_clock::now();
+    QEventLoop loop;
+    QTimer::singleShot(int(s * 1000), Qt::PreciseTimer, &loop, &QEventLoop::quit);
+    loop.exec();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+}
+
+// A separate process that changes the screen 60 times a second (a moving square on a full-screen
+// window), so that every capture tick sees a change; its own CPU is nobody's capture cost.
+inline std::unique_ptr<QProcess> startPainter()
+{
+    auto painter = std::make_unique<QProcess>();
+    painter->start(QCoreApplication::applicationFilePath(), { QStringLiteral("--paint") });
+    painter->waitForStarted();
+    return painter;
+}
+
+inline int paintForever()
+{
+    xcb_connection_t* c = xcb_connect(nullptr, nullptr);
+    if (xcb_connection_has_error(c)) return 1;
+    xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+    const xcb_window_t w = xcb_generate_id(c);
+    const uint32_t values[] = { 0x202020, 1 };
+    xcb_create_window(c, XCB_COPY_FROM_PARENT, w, screen->root, 0, 0, width, height, 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
+        screen->root_visual, XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT, values);
+    xcb_map_window(c, w);
+    const xcb_gcontext_t gc = xcb_generate_id(c);
+    xcb_create_gc(c, gc, w, 0, nullptr);
+    for (int i = 0;; ++i) {
+        const int x = (i * 16) % (width - 200);
+        uint32_t colour = 0x202020;
+        xcb_change_gc(c, gc, XCB_GC_FOREGROUND, &colour);
+        const xcb_rectangle_t old { int16_t(x == 0 ? width - 216 : x - 16), 400, 200, 200 };
+        xcb_poly_fill_rectangle(c, w, gc, 1, &old);
+        colour = 0x00c0ff;
+        xcb_change_gc(c, gc, XCB_GC_FOREGROUND, &colour);
+        const xcb_rectangle_t square { int16_t(x), 400, 200, 200 };
+        xcb_poly_fill_rectangle(c, w, gc, 1, &square);
+        xcb_flush(c);
+        std::this_thread::sleep_for(std::chrono::microseconds(1'000'000 / 60));
+        if (xcb_connection_has_error(c)) return 0;
+    }
+}
+
+// Resident memory of this process now and at its highest, in MB.
+inline std::pair<double, double> residentMegabytes()
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    double rss = 0, peak = 0;
+    if (status.open(QIODevice::ReadOnly))
+        for (const QByteArray& line : status.readAll().split('\n')) {
+            const QList<QByteArray> fields = line.simplified().split(' ');
+            if (fields.size() < 2) continue;
+            if (fields[0] == "VmRSS:") rss = fields[1].toDouble() / 1024;
+            if (fields[0] == "VmHWM:") peak = fields[1].toDouble() / 1024;
+        }
+    return { rss, peak };
+}
+
+} // namespace BenchDesktop

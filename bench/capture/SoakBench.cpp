@@ -1,0 +1,271 @@
+// The always-on recorder left running: 1080p30 of a changing screen with system audio on a private
+// Xvfb and PulseAudio, a save every 70 s, for as many minutes as asked. Every 10 s it prints the
+// resident memory, open files, threads and the ring's size on disk; at the end the A/V offset of the
+// first and the last clip, from a white flash painted at the moment a click is played, every 10 s.
+// The offset includes the null sink's own latency; its change from the first clip to the last is
+// the drift.
+//
+//     soak_bench MINUTES [SAVE_EVERY_SECONDS]
+//
+// See bench/README.md.
+
+#include "BenchDesktop.h"
+#include "ClipProbe.h"
+#include "capture/CaptureEngine.h"
+#include "platform/pulse/PulseSystemAudio.h"
+#include "platform/x11/X11CaptureBackend.h"
+#include "recorder/SegmentedRecorder.h"
+#include "support/TestDesktop.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QTemporaryDir>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <vector>
+
+using namespace BenchDesktop;
+
+namespace {
+
+int countEntries(const QString& path)
+{
+    return int(QDir(path).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::System).size());
+}
+
+int threadCount()
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (!status.open(QIODevice::ReadOnly)) return 0;
+    for (const QByteArray& line : status.readAll().split('\n'))
+        if (line.startsWith("Threads:")) return line.mid(8).trimmed().toInt();
+    return 0;
+}
+
+double folderMegabytes(const QString& path)
+{
+    qint64 bytes = 0;
+    for (QDirIterator it(path, QDir::Files, QDirIterator::Subdirectories); it.hasNext();) {
+        it.next();
+        bytes += it.fileInfo().size();
+    }
+    return bytes / 1e6;
+}
+
+// A white square in the top-left corner, shown for a moment: the picture half of the sync mark.
+class Flasher {
+public:
+    Flasher()
+    {
+        connection = xcb_connect(nullptr, nullptr);
+        xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(connection)).data;
+        window = xcb_generate_id(connection);
+        const uint32_t values[] = { 0xffffff, 1 };
+        xcb_create_window(connection, XCB_COPY_FROM_PARENT, window, screen->root, 0, 0, 200, 200, 0,
+            XCB_WINDOW_CLASS_INPUT_OUTPUT, screen->root_visual, XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT, values);
+        xcb_flush(connection);
+    }
+    ~Flasher() { xcb_disconnect(connection); }
+    void show(bool on)
+    {
+        if (on) {
+            const uint32_t above = XCB_STACK_MODE_ABOVE;
+            xcb_map_window(connection, window);
+            xcb_configure_window(connection, window, XCB_CONFIG_WINDOW_STACK_MODE, &above);
+        } else
+            xcb_unmap_window(connection, window);
+        xcb_flush(connection);
+    }
+
+private:
+    xcb_connection_t* connection = nullptr;
+    xcb_window_t window = 0;
+};
+
+// Sound into the null sink in real time: silence, and a short tone when asked. The sound half of
+// the sync mark.
+class Clicker {
+public:
+    static constexpr int rate = 44100;
+    Clicker()
+    {
+        pacat.start(QStringLiteral("pacat"),
+            { QStringLiteral("--playback"), QStringLiteral("--raw"), QStringLiteral("--format=float32le"),
+                QStringLiteral("--rate=44100"), QStringLiteral("--channels=1"), QStringLiteral("--latency-msec=20"),
+                QStringLiteral("--device=vsink") });
+        pacat.waitForStarted();
+        started = std::chrono::steady_clock::now();
+    }
+    ~Clicker()
+    {
+        pacat.closeWriteChannel();
+        pacat.waitForFinished(2000);
+    }
+    // Keeps 40 ms written ahead of the clock; a click starts at the next sample written.
+    void feed(bool click)
+    {
+        if (click) clickLeft = rate / 20;
+        const double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+        const int64_t due = int64_t((elapsed + 0.04) * rate);
+        std::vector<float> samples;
+        for (; written < due; ++written) {
+            float v = 0;
+            if (clickLeft > 0) {
+                v = 0.5f * float(std::sin(2 * M_PI * 1000.0 * double(written) / rate));
+                --clickLeft;
+            }
+            samples.push_back(v);
+        }
+        if (!samples.empty())
+            pacat.write(reinterpret_cast<const char*>(samples.data()), qint64(samples.size() * sizeof(float)));
+    }
+
+private:
+    QProcess pacat;
+    std::chrono::steady_clock::time_point started;
+    int64_t written = 0;
+    int clickLeft = 0;
+};
+
+// Flash onsets in the picture and click onsets in the sound, paired; the median of sound minus
+// picture, in ms. NaN when nothing pairs.
+double avOffsetMs(const QString& clip, int* pairs, int* decodeErrors)
+{
+    const ClipProbe probe = ClipProbe::read(clip);
+    *decodeErrors = probe.decodeErrors;
+
+    std::vector<double> flashes, clicks;
+    bool lit = false;
+    for (const auto& f : probe.frames) {
+        const bool now = f.cornerLuma > 200;
+        if (now && !lit) flashes.push_back(f.seconds);
+        lit = now;
+    }
+    double lastLoud = -10;
+    for (size_t i = 0; i < probe.audio.size(); ++i) {
+        if (std::abs(probe.audio[i]) < 0.2f) continue;
+        const double t = probe.audioStart + double(i) / std::max(1, probe.audioSampleRate);
+        if (t - lastLoud > 0.5) clicks.push_back(t);
+        lastLoud = t;
+    }
+    // The click reaches the null sink's monitor later than the flash reaches the screen (the sink's
+    // own buffer, often over half a second): what matters is that this stays the same over hours.
+    std::vector<double> offsets;
+    for (double f : flashes) {
+        const auto click = std::find_if(clicks.begin(), clicks.end(), [f](double c) { return c > f - 0.5; });
+        if (click != clicks.end() && *click - f < 3.0) offsets.push_back((*click - f) * 1000);
+    }
+    *pairs = int(offsets.size());
+    if (offsets.empty()) return std::nan("");
+    std::sort(offsets.begin(), offsets.end());
+    return offsets[offsets.size() / 2];
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc > 1 && QByteArray(argv[1]) == "--paint") return paintForever();
+    QCoreApplication app(argc, argv);
+    const double minutes = argc > 1 ? QByteArray(argv[1]).toDouble() : 0;
+    const double saveEvery = argc > 2 ? QByteArray(argv[2]).toDouble() : 70;
+    if (!(minutes > 0) || !(saveEvery > 0)) {
+        std::fprintf(stderr, "usage: soak_bench MINUTES [SAVE_EVERY_SECONDS]\n");
+        return 2;
+    }
+    TestDesktop desktop;
+    if (const QString error = desktop.start({ .width = width, .height = height, .audio = true }); !error.isEmpty()) {
+        std::fprintf(stderr, "no desktop: %s\n", qPrintable(error));
+        return 1;
+    }
+    std::unique_ptr<QProcess> painter = startPainter();
+    Flasher flasher;
+    Clicker clicker;
+    QTemporaryDir out;
+
+    CaptureEngine engine(std::make_shared<X11CaptureBackend>(), std::make_shared<PulseSystemAudio>());
+    engine.setPreviewEnabled(false);
+    SegmentedRecorder recorder;
+    recorder.configure(width, height, 20, 10, 30);
+    recorder.setAudioEnabled(true);
+    engine.setRecorder(&recorder);
+    std::vector<QString> clips;
+    int failures = 0;
+    recorder.onFinished = [&clips](const QString& path) { clips.push_back(path); };
+    recorder.onError = [&failures](const QString& text) {
+        ++failures;
+        std::fprintf(stderr, "save failed: %s\n", qPrintable(text));
+    };
+    bool listed = false;
+    engine.refreshAvailableContent([&listed] { listed = true; });
+    while (!listed)
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
+    engine.startStream(width, height, 30, true, false, true);
+    if (!engine.isStreaming()) {
+        std::fprintf(stderr, "no stream: %s\n", qPrintable(engine.errorMessage().value_or(QString())));
+        return 1;
+    }
+    recorder.armBuffering();
+
+    std::printf("minute,rss_MB,fds,threads,ring_MB,clips\n");
+    const auto started = std::chrono::steady_clock::now();
+    auto elapsed = [&] { return std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count(); };
+    double nextFlash = 5, nextSample = 10, nextSave = saveEvery, flashOffAt = -1;
+    int saves = 0;
+    recorder.startRecording(out.filePath(QStringLiteral("soak.mp4")));
+    std::vector<double> rssAfterTen;
+    while (elapsed() < minutes * 60) {
+        const double t = elapsed();
+        const bool flash = t >= nextFlash;
+        if (flash) {
+            flasher.show(true);
+            flashOffAt = t + 0.15;
+            nextFlash += 10;
+        }
+        clicker.feed(flash);
+        if (flashOffAt > 0 && t >= flashOffAt) {
+            flasher.show(false);
+            flashOffAt = -1;
+        }
+        if (t >= nextSave) {
+            recorder.stopRecording();
+            recorder.startRecording(out.filePath(QStringLiteral("soak.mp4"))); // " (2)", " (3)"...
+            ++saves;
+            nextSave += saveEvery;
+        }
+        if (t >= nextSample) {
+            const double rss = residentMegabytes().first;
+            if (t >= 600) rssAfterTen.push_back(rss);
+            std::printf("%.2f,%.1f,%d,%d,%.1f,%zu\n", t / 60, rss, countEntries(QStringLiteral("/proc/self/fd")),
+                threadCount(), folderMegabytes(recorder.segmentsDirectory()), clips.size());
+            std::fflush(stdout);
+            nextSample += 10;
+        }
+        runEventLoopFor(0.01);
+    }
+    recorder.stopRecording();
+    while (int(clips.size()) + failures < saves + 1 && elapsed() < minutes * 60 + 20)
+        runEventLoopFor(0.05);
+    engine.stopStream();
+    painter->kill();
+    painter->waitForFinished(1000);
+
+    std::printf("saves %d, clips %zu, failures %d, peak rss %.1f MB\n", saves + 1, clips.size(), failures,
+        residentMegabytes().second);
+    if (!rssAfterTen.empty()) {
+        const auto [low, high] = std::minmax_element(rssAfterTen.begin(), rssAfterTen.end());
+        std::printf("rss after 10 min: %.1f to %.1f MB (%.1f%% around the middle)\n", *low, *high,
+            100 * (*high - *low) / (*high + *low));
+    }
+    if (!clips.empty()) {
+        int firstPairs = 0, lastPairs = 0, firstErrors = 0, lastErrors = 0;
+        const double first = avOffsetMs(clips.front(), &firstPairs, &firstErrors);
+        const double last = avOffsetMs(clips.back(), &lastPairs, &lastErrors);
+        std::printf("a/v offset (sound minus picture, median): first clip %.1f ms over %d marks, last clip %.1f ms "
+                    "over %d marks, drift %.1f ms; decode errors %d and %d\n",
+            first, firstPairs, last, lastPairs, last - first, firstErrors, lastErrors);
+    }
+    return failures == 0 ? 0 : 1;
+}
