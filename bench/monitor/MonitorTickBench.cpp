@@ -5,6 +5,7 @@
 // time, and the X server scaling the area down itself with RENDER. Beside each, the X server's
 // CPU, and how far the signature lands from the exact one. See bench/README.md.
 
+#include "../capture/BenchDesktop.h"
 #include "ServerScaledSignature.h"
 #include "X11TestClient.h"
 #include "app/BackendAreaGrabber.h"
@@ -40,39 +41,8 @@ double seconds()
     return ok && s > 0 ? s : 10.0;
 }
 
-// CPU seconds of a process, summed over its threads, from the scheduler's nanosecond counts.
-double processCpu(pid_t pid)
-{
-    const QString tasks = QStringLiteral("/proc/%1/task").arg(pid);
-    DIR* dir = opendir(tasks.toLocal8Bit().constData());
-    double total = 0;
-    while (dirent* entry = dir ? readdir(dir) : nullptr) {
-        if (entry->d_name[0] == '.') continue;
-        QFile file(tasks + QLatin1Char('/') + QLatin1String(entry->d_name) + QStringLiteral("/schedstat"));
-        if (file.open(QIODevice::ReadOnly)) total += file.readAll().split(' ').value(0).toDouble() / 1e9;
-    }
-    if (dir) closedir(dir);
-    return total;
-}
-
-// The harness's Xvfb: our child of that name.
-pid_t childNamed(const char* name)
-{
-    DIR* proc = opendir("/proc");
-    pid_t found = 0;
-    while (dirent* entry = proc ? readdir(proc) : nullptr) {
-        const pid_t pid = atoi(entry->d_name);
-        if (pid <= 0) continue;
-        QFile file(QStringLiteral("/proc/%1/stat").arg(pid));
-        if (!file.open(QIODevice::ReadOnly)) continue;
-        const QByteArray stat = file.readAll();
-        const QByteArray comm = stat.mid(stat.indexOf('(') + 1, stat.lastIndexOf(')') - stat.indexOf('(') - 1);
-        const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
-        if (comm == name && fields.value(1).toInt() == getpid()) found = pid;
-    }
-    if (proc) closedir(proc);
-    return found;
-}
+using BenchDesktop::childNamed;
+using BenchDesktop::processCpu;
 
 enum class Content { tradingScreen, text, noise };
 

@@ -57,26 +57,26 @@ RecorderViewModel::~RecorderViewModel()
     captureEngine->stopStream();
 }
 
-// The numbered rows of the wiring, in the order of their numbers. Rows 2-5, 7, 9 and 19 belong to
-// the camera, the microphone and the armed-area overlay.
+// Every subscription and callback between the settings and the objects the controller owns.
+// The camera, the microphone and the armed-area overlay add theirs when they arrive.
 void RecorderViewModel::wireSubscriptions()
 {
     QPointer<RecorderViewModel> self(this);
 
-    // 1. The journal follows the save folder; this also runs once at launch.
+    // The journal follows the save folder; this also runs once at launch.
     observe(appSettings, &AppSettings::saveFolderPath, &AppSettings::saveFolderPathChanged)
         .removeDuplicates()
         .sink(this, [this](const QString& path) { journalStore->setSavePath(QUrl::fromLocalFile(path)); });
 
-    // 6. Segments get an audio track when either audio source is on.
+    // Segments get an audio track when either audio source is on.
     segmentRecorder->setAudioEnabled(appSettings->microphoneEnabled() || appSettings->systemAudioEnabled());
 
-    // 8. (audio half) The microphone switch changes whether segments carry audio.
+    // The microphone switch changes whether segments carry audio.
     observe(appSettings, &AppSettings::microphoneEnabled, &AppSettings::microphoneEnabledChanged)
         .removeDuplicates()
         .sink(this, [this](bool on) { segmentRecorder->setAudioEnabled(on || appSettings->systemAudioEnabled()); });
 
-    // 10. System audio is part of the stream's set-up, so switching it needs a new stream.
+    // System audio is part of the stream's set-up, so switching it needs a new stream.
     observe(appSettings, &AppSettings::systemAudioEnabled, &AppSettings::systemAudioEnabledChanged)
         .dropFirst()
         .removeDuplicates()
@@ -85,24 +85,24 @@ void RecorderViewModel::wireSubscriptions()
             restartStream();
         });
 
-    // 11. The monitor's sensitivity comes from the settings.
+    // The monitor's sensitivity comes from the settings.
     monitor->setSensitivity(appSettings->areaSensitivity());
 
-    // 12. So do its area and reference, without side effects.
+    // So do its area and reference, without side effects.
     monitor->hydrate(appSettings->areaMonitorRect(), appSettings->areaReferenceSignature());
 
-    // 13. Every new or dropped reference is stored.
+    // Every new or dropped reference is stored.
     monitor->onReferenceChanged = [self](const std::optional<QByteArray>& bytes) {
         if (self) self->appSettings->setAreaReferenceSignature(bytes);
     };
 
-    // 14. The capture mode comes back from the settings; an unknown text leaves manual.
+    // The capture mode comes back from the settings; an unknown text leaves manual.
     if (appSettings->savedCaptureMode() == QStringLiteral("areaMonitor"))
         setCaptureMode(CaptureMode::areaMonitor);
     else if (appSettings->savedCaptureMode() == QStringLiteral("manual"))
         setCaptureMode(CaptureMode::manual);
 
-    // 15. The watched area changed: record, unless a recording already runs.
+    // The watched area changed: record, unless a recording already runs.
     monitor->onShouldStartRecording = [self] {
         QMetaObject::invokeMethod(
             self,
@@ -115,7 +115,7 @@ void RecorderViewModel::wireSubscriptions()
             Qt::QueuedConnection);
     };
 
-    // 16. It has looked like the reference for long enough: save the recording, if one runs.
+    // It has looked like the reference for long enough: save the recording, if one runs.
     monitor->onShouldStopRecording = [self] {
         QMetaObject::invokeMethod(
             self,
@@ -128,7 +128,7 @@ void RecorderViewModel::wireSubscriptions()
             Qt::QueuedConnection);
     };
 
-    // 17. and 18. The monitor's sensitivity and area are remembered.
+    // The monitor's sensitivity and area are remembered.
     observe(monitor, &AreaMonitor::sensitivity, &AreaMonitor::sensitivityChanged)
         .dropFirst()
         .sink(this, [this](AreaSensitivity value) { appSettings->setAreaSensitivity(value); });
@@ -136,25 +136,25 @@ void RecorderViewModel::wireSubscriptions()
         .dropFirst()
         .sink(this, [this](const std::optional<QRectF>& value) { appSettings->setAreaMonitorRect(value); });
 
-    // 20. The capture mode is remembered, once start-up has restored things.
+    // The capture mode is remembered, once start-up has restored things.
     observe(this, &RecorderViewModel::captureMode, &RecorderViewModel::captureModeChanged)
         .dropFirst()
         .sink(this, [this](CaptureMode value) {
             if (!suppressPersistence) appSettings->setSavedCaptureMode(captureModeRawValue(value));
         });
 
-    // 21. So is the selected source.
+    // So is the selected source.
     observe(captureEngine, &CaptureEngine::selectedSource, &CaptureEngine::selectedSourceChanged)
         .dropFirst()
         .sink(this, [this](const std::optional<CaptureSource>& source) { sourceSelected(source); });
 
-    // 22. A clip was written.
+    // A clip was written.
     segmentRecorder->onFinished = [self](const QString& path) {
         QMetaObject::invokeMethod(
             self, [self, path] { if (self) self->runSaveSequence(path); }, Qt::QueuedConnection);
     };
 
-    // 23. An export failed: the toast is the only report.
+    // An export failed: the toast is the only report.
     segmentRecorder->onError = [self](const QString& text) {
         QMetaObject::invokeMethod(
             self,
@@ -166,7 +166,7 @@ void RecorderViewModel::wireSubscriptions()
             Qt::QueuedConnection);
     };
 
-    // 24. Size, rate, cursor and hide-self need a new stream; changes close together make one
+    // Size, rate, cursor and hide-self need a new stream; changes close together make one
     // restart. Bit rate and buffer length act at the next configure and restart nothing.
     auto* settingsSink = new QObject(this);
     combineLatest(observe(appSettings, &AppSettings::resolution, &AppSettings::resolutionChanged),
