@@ -260,9 +260,9 @@ void SegmentedRecorder::advanceClockOnQueue(const MediaTime& time)
         // A writer that could not be made is tried again with every tick, as with every frame.
         startSegmentWithLastPicture(time);
     } else if (currentSegmentStartPTS && (time - *currentSegmentStartPTS).seconds() >= segmentDuration) {
-        rotateSegmentAsync(time);
         // The picture has not changed: the new segment starts with it, once, as its key frame.
-        deliverFrame(VideoFrame { lastFrame->image, time });
+        endCurrentSegment(time);
+        startSegmentWithLastPicture(time);
     }
     evictOldSegments();
     publishClock();
