@@ -1,9 +1,9 @@
 // The always-on recorder left running: 1080p30 of a changing screen with system audio on a private
 // Xvfb and PulseAudio, a save every 70 s, for as many minutes as asked. Every 10 s it prints the
-// resident memory, open files, threads and the ring's size on disk; at the end the A/V offset of the
-// first and the last clip, from a white flash painted at the moment a click is played, every 10 s.
-// The offset includes the null sink's own latency; its change from the first clip to the last is
-// the drift.
+// resident memory, open files, threads and the ring's size on disk; at the end the A/V offset of
+// every clip, from a white flash painted at the moment a click is played, every 10 s. The offset
+// includes the playback stream's latency (printed beside it); its change from the first clip to the
+// last is the drift.
 //
 //     soak_bench MINUTES [SAVE_EVERY_SECONDS]
 //
@@ -21,7 +21,10 @@
 #include <QDirIterator>
 #include <QTemporaryDir>
 
+#include <pulse/pulseaudio.h>
+
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdio>
 #include <vector>
@@ -84,49 +87,84 @@ private:
     xcb_window_t window = 0;
 };
 
-// Sound into the null sink in real time: silence, and a short tone when asked. The sound half of
-// the sync mark.
+// The sound half of the sync mark: a playback stream on the null sink that is filled only when the
+// sink asks, with a buffer of 20 ms, so nothing can pile up ahead of the sink over hours (a pipe
+// to pacat fed by the clock did, and its backlog changed after every stall). A click starts at the
+// next sample the sink asks for; the stream's own latency at that moment is kept with it, so the
+// offset can be read without the playback path.
 class Clicker {
 public:
-    static constexpr int rate = 44100;
+    static constexpr int rate = 48000;
     Clicker()
     {
-        pacat.start(QStringLiteral("pacat"),
-            { QStringLiteral("--playback"), QStringLiteral("--raw"), QStringLiteral("--format=float32le"),
-                QStringLiteral("--rate=44100"), QStringLiteral("--channels=1"), QStringLiteral("--latency-msec=20"),
-                QStringLiteral("--device=vsink") });
-        pacat.waitForStarted();
-        started = std::chrono::steady_clock::now();
+        mainloop = pa_threaded_mainloop_new();
+        context = pa_context_new(pa_threaded_mainloop_get_api(mainloop), "soak clicker");
+        pa_context_set_state_callback(
+            context,
+            [](pa_context*, void* m) { pa_threaded_mainloop_signal(static_cast<pa_threaded_mainloop*>(m), 0); },
+            mainloop);
+        pa_context_connect(context, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr);
+        pa_threaded_mainloop_start(mainloop);
+        pa_threaded_mainloop_lock(mainloop);
+        while (pa_context_get_state(context) != PA_CONTEXT_READY && PA_CONTEXT_IS_GOOD(pa_context_get_state(context)))
+            pa_threaded_mainloop_wait(mainloop);
+        const pa_sample_spec spec { PA_SAMPLE_FLOAT32LE, rate, 1 };
+        stream = pa_stream_new(context, "soak clicks", &spec, nullptr);
+        pa_stream_set_write_callback(
+            stream, [](pa_stream*, size_t bytes, void* self) { static_cast<Clicker*>(self)->write(bytes); }, this);
+        pa_stream_set_underflow_callback(
+            stream, [](pa_stream*, void* self) { ++static_cast<Clicker*>(self)->underflows; }, this);
+        pa_buffer_attr attr;
+        attr.maxlength = uint32_t(-1);
+        attr.tlength = uint32_t(pa_usec_to_bytes(20'000, &spec));
+        attr.prebuf = uint32_t(-1);
+        attr.minreq = uint32_t(-1);
+        attr.fragsize = uint32_t(-1);
+        pa_stream_connect_playback(stream, "vsink", &attr,
+            pa_stream_flags_t(PA_STREAM_ADJUST_LATENCY | PA_STREAM_INTERPOLATE_TIMING | PA_STREAM_AUTO_TIMING_UPDATE),
+            nullptr, nullptr);
+        pa_threaded_mainloop_unlock(mainloop);
     }
     ~Clicker()
     {
-        pacat.closeWriteChannel();
-        pacat.waitForFinished(2000);
+        pa_threaded_mainloop_stop(mainloop);
+        pa_stream_unref(stream);
+        pa_context_unref(context);
+        pa_threaded_mainloop_free(mainloop);
     }
-    // Keeps 40 ms written ahead of the clock; a click starts at the next sample written.
-    void feed(bool click)
+    // Starts a click; returns the playback latency the stream reports at that moment, in ms.
+    double click()
     {
-        if (click) clickLeft = rate / 20;
-        const double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
-        const int64_t due = int64_t((elapsed + 0.04) * rate);
-        std::vector<float> samples;
-        for (; written < due; ++written) {
-            float v = 0;
+        pa_threaded_mainloop_lock(mainloop);
+        clickLeft = rate / 20;
+        pa_usec_t latency = 0;
+        int negative = 0;
+        const bool known = pa_stream_get_latency(stream, &latency, &negative) == 0;
+        pa_threaded_mainloop_unlock(mainloop);
+        return known ? (negative ? -1.0 : 1.0) * double(latency) / 1000 : std::nan("");
+    }
+    int underflowCount() const { return underflows; }
+
+private:
+    void write(size_t bytes)
+    {
+        std::vector<float> samples(bytes / sizeof(float));
+        for (float& v : samples) {
             if (clickLeft > 0) {
                 v = 0.5f * float(std::sin(2 * M_PI * 1000.0 * double(written) / rate));
                 --clickLeft;
             }
-            samples.push_back(v);
+            ++written;
         }
-        if (!samples.empty())
-            pacat.write(reinterpret_cast<const char*>(samples.data()), qint64(samples.size() * sizeof(float)));
+        pa_stream_write(stream, samples.data(), samples.size() * sizeof(float), nullptr, 0, PA_SEEK_RELATIVE);
     }
 
-private:
-    QProcess pacat;
-    std::chrono::steady_clock::time_point started;
+    pa_threaded_mainloop* mainloop = nullptr;
+    pa_context* context = nullptr;
+    pa_stream* stream = nullptr;
     int64_t written = 0;
     int clickLeft = 0;
+    std::atomic<int> underflows = 0;
 };
 
 // Flash onsets in the picture and click onsets in the sound, paired; the median of sound minus
@@ -150,8 +188,8 @@ double avOffsetMs(const QString& clip, int* pairs, int* decodeErrors)
         if (t - lastLoud > 0.5) clicks.push_back(t);
         lastLoud = t;
     }
-    // The click reaches the null sink's monitor later than the flash reaches the screen (the sink's
-    // own buffer, often over half a second): what matters is that this stays the same over hours.
+    // The click reaches the null sink's monitor later than the flash reaches the screen, by the
+    // playback stream's buffer: what matters is that this stays the same over hours.
     std::vector<double> offsets;
     for (double f : flashes) {
         const auto click = std::find_if(clicks.begin(), clicks.end(), [f](double c) { return c > f - 0.5; });
@@ -216,15 +254,16 @@ int main(int argc, char** argv)
     int saves = 0;
     recorder.startRecording(out.filePath(QStringLiteral("soak.mp4")));
     std::vector<double> rssAfterTen;
+    std::vector<double> playbackLatencies;
     while (elapsed() < minutes * 60) {
         const double t = elapsed();
         const bool flash = t >= nextFlash;
         if (flash) {
             flasher.show(true);
+            playbackLatencies.push_back(clicker.click());
             flashOffAt = t + 0.15;
             nextFlash += 10;
         }
-        clicker.feed(flash);
         if (flashOffAt > 0 && t >= flashOffAt) {
             flasher.show(false);
             flashOffAt = -1;
@@ -259,13 +298,22 @@ int main(int argc, char** argv)
         std::printf("rss after 10 min: %.1f to %.1f MB (%.1f%% around the middle)\n", *low, *high,
             100 * (*high - *low) / (*high + *low));
     }
-    if (!clips.empty()) {
-        int firstPairs = 0, lastPairs = 0, firstErrors = 0, lastErrors = 0;
-        const double first = avOffsetMs(clips.front(), &firstPairs, &firstErrors);
-        const double last = avOffsetMs(clips.back(), &lastPairs, &lastErrors);
-        std::printf("a/v offset (sound minus picture, median): first clip %.1f ms over %d marks, last clip %.1f ms "
-                    "over %d marks, drift %.1f ms; decode errors %d and %d\n",
-            first, firstPairs, last, lastPairs, last - first, firstErrors, lastErrors);
+    // Every clip's offset, so that a drift shows as a trend and a step as a step.
+    std::vector<double> offsets;
+    for (size_t i = 0; i < clips.size(); ++i) {
+        int pairs = 0, errors = 0;
+        offsets.push_back(avOffsetMs(clips[i], &pairs, &errors));
+        std::printf(
+            "clip %zu: a/v offset %.1f ms over %d marks, %d decode errors\n", i + 1, offsets.back(), pairs, errors);
     }
+    std::sort(playbackLatencies.begin(), playbackLatencies.end());
+    if (!playbackLatencies.empty())
+        std::printf("playback latency at the clicks: %.1f to %.1f ms (median %.1f); %d underflows\n",
+            playbackLatencies.front(), playbackLatencies.back(), playbackLatencies[playbackLatencies.size() / 2],
+            clicker.underflowCount());
+    if (!offsets.empty())
+        std::printf("a/v offset (sound minus picture, median of each clip): first %.1f ms, last %.1f ms, drift "
+                    "%.1f ms\n",
+            offsets.front(), offsets.back(), offsets.back() - offsets.front());
     return failures == 0 ? 0 : 1;
 }
