@@ -109,6 +109,7 @@ public:
     // Whether previews are made at all; on by default. Scaling a large frame down is most of the
     // engine's own work, so a session that shows no picture (headless) turns them off.
     void setPreviewEnabled(bool enabled) { previewEnabled = enabled; }
+    bool isPreviewEnabled() const { return previewEnabled; }
 
     // The stream settings that startStream asks for: sizes even and at least 2, fps at least 1.
     static StreamConfiguration makeConfiguration(int width, int height, int fps, bool showCursor, bool captureAudio);
@@ -166,7 +167,7 @@ private:
     int height = 1080;
     QPointer<SegmentedRecorder> recorderLink;
     std::optional<int64_t> lastPreviewAt;
-    bool previewEnabled = true;
+    std::atomic<bool> previewEnabled = true; // read on the stream's thread
 
     std::shared_ptr<AudioRoute> audioRoute = std::make_shared<AudioRoute>();
     std::shared_ptr<StreamOutput> streamOutput;
