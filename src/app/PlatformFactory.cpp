@@ -3,6 +3,9 @@
 #include "platform/desktop/DesktopIntegration.h"
 #include "platform/pulse/PulseSystemAudio.h"
 #include "platform/x11/CaptureBackendFactory.h"
+#include "platform/x11/X11WindowVisibility.h"
+
+#include <QGuiApplication>
 
 namespace PlatformFactory {
 
@@ -13,6 +16,12 @@ RecorderViewModel::Platform create()
     platform.systemAudio = std::make_shared<PulseSystemAudio>();
     platform.desktop = DesktopIntegration::create();
     return platform;
+}
+
+std::unique_ptr<WindowVisibilityWatcher> watchWindowVisibility(uintptr_t window, WindowVisibilityWatcher::Report report)
+{
+    if (QGuiApplication::platformName() != QLatin1String("xcb")) return nullptr;
+    return X11WindowVisibility::watch(uint32_t(window), std::move(report));
 }
 
 } // namespace PlatformFactory

@@ -1,6 +1,10 @@
 #pragma once
 
 #include "app/RecorderViewModel.h"
+#include "core/WindowVisibilityWatcher.h"
+
+#include <cstdint>
+#include <memory>
 
 // Chooses the platform backends once at start-up: X11 capture when an X display answers (the null
 // backend, which reports "not available", otherwise), PulseAudio for system audio, and the
@@ -8,5 +12,10 @@
 namespace PlatformFactory {
 
 RecorderViewModel::Platform create();
+
+// Reports when `window` (a native window id of ours) is minimised or wholly covered and when it
+// shows again. Null where the session can't tell (not X11).
+std::unique_ptr<WindowVisibilityWatcher> watchWindowVisibility(
+    uintptr_t window, WindowVisibilityWatcher::Report report);
 
 } // namespace PlatformFactory
