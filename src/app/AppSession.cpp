@@ -61,7 +61,8 @@ bool AppSession::start(QString* error)
     case ControlServer::ListenResult::failed:
         if (error) *error = QStringLiteral("cannot listen on %1: %2").arg(path, listenError);
         return false;
-    case ControlServer::ListenResult::listening: break;
+    case ControlServer::ListenResult::listening:
+        break;
     }
     // Only the instance that holds the socket sweeps: a second start that gives way touches nothing.
     sweepWhatCrashedRunsLeft();
@@ -82,16 +83,26 @@ bool AppSession::start(QString* error)
         static QTextStream out(stdout);
         echoEventsTo(out);
     }
-    // The preview task of start-up runs before the sources are listed and finds no source; once
-    // they are, the restored (or first) source starts streaming here, as the window's source list
-    // would start it.
+    // The preview task of start-up runs before the sources are listed and finds no source. Once
+    // they are: headless streams the restored (or first) source, as nothing else would start it; the
+    // window streams only the source the user chose on an earlier run, and otherwise shows the
+    // recorder's empty state until the user picks one.
     controller->startUp([this] {
         if (!options.source.isEmpty())
             selectRequestedSource();
-        else if (!controller->engine()->isStreaming())
+        else if (!controller->engine()->isStreaming() && (options.headless || restoredSavedSource()))
             controller->startPreview();
     });
     return true;
+}
+
+bool AppSession::restoredSavedSource() const
+{
+    const std::optional<QString> saved = settings->savedSourceDescriptor();
+    const std::optional<CaptureSource> selected = controller->engine()->selectedSource();
+    if (!saved || !selected) return false;
+    const std::optional<CaptureSource> found = controller->findSource(*saved);
+    return found && found->id() == selected->id();
 }
 
 void AppSession::sweepWhatCrashedRunsLeft()
@@ -143,12 +154,13 @@ void AppSession::selectRequestedSource()
         // Say what could have been asked for: nobody knows a display's id by heart.
         QStringList available;
         for (const CaptureDisplay& d : engine->availableDisplays())
-            available << SourceGeometry::displayDescriptor(d.displayID) + QStringLiteral(" (%1x%2)").arg(d.width).arg(d.height);
+            available << SourceGeometry::displayDescriptor(d.displayID)
+                    + QStringLiteral(" (%1x%2)").arg(d.width).arg(d.height);
         for (const CaptureWindow& w : engine->availableWindows())
             if (w.owningApplication && w.title)
                 available << SourceGeometry::windowDescriptor(w.owningApplication->bundleIdentifier, *w.title);
-        std::fprintf(stderr, "velotape: no source matches '%s'; keeping %s. Available: %s\n", qPrintable(options.source),
-            engine->selectedSource() ? "the current one" : "none",
+        std::fprintf(stderr, "velotape: no source matches '%s'; keeping %s. Available: %s\n",
+            qPrintable(options.source), engine->selectedSource() ? "the current one" : "none",
             available.isEmpty() ? "none" : qPrintable(available.join(QStringLiteral(", "))));
         if (!engine->isStreaming()) controller->startPreview();
         return;

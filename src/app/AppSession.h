@@ -13,7 +13,8 @@ class QTextStream;
 class RecorderViewModel;
 
 // One running instance: the settings, the session controller on the platform's backends, the
-// global hotkeys, and the control socket that `velotape <command>` talks to. The window and the headless mode both run one.
+// global hotkeys, and the control socket that `velotape <command>` talks to. The window and the headless mode both run
+// one.
 //
 // Main thread.
 class AppSession : public QObject {
@@ -21,7 +22,7 @@ class AppSession : public QObject {
 public:
     struct Options {
         bool headless = false;
-        QString source;     // a descriptor to select once the sources are listed (headless)
+        QString source; // a descriptor to select once the sources are listed (headless)
         QString socketPath; // empty: the user's private one (see ControlSocketPath)
     };
 
@@ -36,6 +37,9 @@ public:
 
 private:
     void selectRequestedSource();
+    // Whether the selected source is the one saved by an earlier run (not the first display that
+    // listing picks when nothing was saved).
+    bool restoredSavedSource() const;
     // Segment folders and unfinished clips that runs which crashed or were killed left behind.
     void sweepWhatCrashedRunsLeft();
     void echoEventsTo(QTextStream& out);
