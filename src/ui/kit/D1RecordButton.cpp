@@ -13,7 +13,6 @@ D1RecordButton::D1RecordButton(int diameter, QWidget* parent)
 {
     setAttribute(Qt::WA_Hover);
     setFocusPolicy(Qt::TabFocus);
-    setCursor(Qt::PointingHandCursor);
     setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
 }
 

@@ -35,7 +35,6 @@ public:
         setAutoExclusive(true);
         setAttribute(Qt::WA_Hover);
         setFocusPolicy(Qt::TabFocus);
-        setCursor(Qt::PointingHandCursor);
         setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
     }
 

@@ -27,7 +27,6 @@ V3Toggle::V3Toggle(QWidget* parent)
     setCheckable(true);
     setAttribute(Qt::WA_Hover);
     setFocusPolicy(Qt::TabFocus);
-    setCursor(Qt::PointingHandCursor);
     setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
     knob->setDuration(150);
     knob->setEasingCurve(QEasingCurve::InOutQuad);
