@@ -4,7 +4,6 @@
 #include <QEvent>
 #include <QLinearGradient>
 #include <QPainter>
-#include <QPainterPath>
 
 #include <algorithm>
 #include <cmath>
@@ -17,6 +16,12 @@ QFont font(qreal pixelSize, QFont::Weight weight)
     f.setPixelSize(std::max(1, int(std::lround(pixelSize))));
     f.setWeight(weight);
     return f;
+}
+
+QColor mix(const QColor& a, const QColor& b, double t)
+{
+    auto at = [t](float x, float y) { return float(x + (y - x) * t); };
+    return QColor::fromRgbF(at(a.redF(), b.redF()), at(a.greenF(), b.greenF()), at(a.blueF(), b.blueF()));
 }
 
 bool isAppearanceChange(const QEvent* event)

@@ -17,6 +17,9 @@ namespace KitPaint {
 // 72 dpi, i.e. pixels).
 QFont font(qreal pixelSize, QFont::Weight weight = QFont::Normal);
 
+// The colour `t` of the way from `a` to `b` (opaque).
+QColor mix(const QColor& a, const QColor& b, double t);
+
 // Whether `event` may have changed the appearance, so that a painted control must redraw.
 bool isAppearanceChange(const QEvent* event);
 

@@ -5,16 +5,6 @@
 
 #include <QPainter>
 
-namespace {
-
-QColor mix(const QColor& a, const QColor& b, float t)
-{
-    return QColor::fromRgbF(a.redF() + (b.redF() - a.redF()) * t, a.greenF() + (b.greenF() - a.greenF()) * t,
-        a.blueF() + (b.blueF() - a.blueF()) * t);
-}
-
-} // namespace
-
 QSizeF V3SecondaryButtonStyle::sizeHint(const V3ButtonState& state)
 {
     const QSizeF content = V3ButtonContent::size(state, KitPaint::font(fontSize, QFont::Medium), symbolSize);
@@ -32,7 +22,8 @@ void V3SecondaryButtonStyle::paint(QPainter& p, const QRectF& r, const V3ButtonS
         p.scale(pressedScale, pressedScale);
         p.translate(-r.center());
     }
-    const QColor plate = state.hovered ? mix(V3::bgElev.resolve(a), V3::line.resolve(a), 0.3f) : V3::bgElev.resolve(a);
+    const QColor plate
+        = state.hovered ? KitPaint::mix(V3::bgElev.resolve(a), V3::line.resolve(a), 0.3) : V3::bgElev.resolve(a);
     const QRectF inner = r.adjusted(borderWidth / 2, borderWidth / 2, -borderWidth / 2, -borderWidth / 2);
     p.setPen(QPen(V3::line.resolve(a), borderWidth));
     p.setBrush(plate);

@@ -12,12 +12,6 @@ namespace {
 // Room for the hover growth and the focus ring.
 constexpr int margin = 2;
 
-QColor blend(const QColor& a, const QColor& b, double t)
-{
-    return QColor::fromRgbF(float(a.redF() + (b.redF() - a.redF()) * t),
-        float(a.greenF() + (b.greenF() - a.greenF()) * t), float(a.blueF() + (b.blueF() - a.blueF()) * t));
-}
-
 } // namespace
 
 V3Toggle::V3Toggle(QWidget* parent)
@@ -80,7 +74,7 @@ void V3Toggle::paintEvent(QPaintEvent*)
     }
     const qreal radius = trackHeight / 2;
     p.setPen(Qt::NoPen);
-    p.setBrush(blend(V3::line.resolve(a), V3::accent.resolve(a), at));
+    p.setBrush(KitPaint::mix(V3::line.resolve(a), V3::accent.resolve(a), at));
     p.drawRoundedRect(track, radius, radius);
 
     const qreal travel = trackWidth - knobSize - 2 * knobInset;
