@@ -3,13 +3,12 @@
 #include "app/ControlClient.h"
 #include "app/ControlSocketPath.h"
 #include "app/JournalCommand.h"
+#include "ui/AppDelegate.h"
 
 #include <QApplication>
 #include <QCoreApplication>
-#include <QTextStream>
-#include <QWidget>
-
 #include <QSocketNotifier>
+#include <QTextStream>
 
 #include <csignal>
 #include <cstdio>
@@ -44,7 +43,7 @@ void quitOnSignals(QCoreApplication& app)
         [[maybe_unused]] auto n = ::read(signalPipe[1], &c, 1);
         QCoreApplication::quit();
     });
-    struct sigaction action {};
+    struct sigaction action { };
     action.sa_handler = [](int) {
         char c = 1;
         [[maybe_unused]] auto n = ::write(signalPipe[0], &c, 1);
@@ -83,11 +82,14 @@ int runWindow(int argc, char** argv)
         return 1;
     }
     QApplication app(argc, argv);
-    QWidget window;
-    window.setWindowTitle(QStringLiteral("Velotape"));
-    window.resize(960, 640);
-    window.show();
-    return runSession(app, AppSession::Options {});
+    quitOnSignals(app);
+    AppDelegate delegate;
+    QString error;
+    if (!delegate.applicationDidFinishLaunching(&error)) {
+        std::fprintf(stderr, "velotape: %s\n", qPrintable(error));
+        return 1;
+    }
+    return app.exec();
 }
 
 } // namespace
@@ -125,7 +127,8 @@ int main(int argc, char** argv)
         QCoreApplication app(argc, argv);
         return runJournalCommand(invocation.command, out, err);
     }
-    case Invocation::Kind::headless: return runHeadless(argc, argv, invocation.source);
+    case Invocation::Kind::headless:
+        return runHeadless(argc, argv, invocation.source);
     case Invocation::Kind::window:
         return runWindow(argc, argv);
     }

@@ -1,3 +1,4 @@
+#include "DesktopTestMain.h"
 #include "support/EventLoop.h"
 #include "support/TestDesktop.h"
 #include "ui/kit/Appearance.h"
@@ -21,8 +22,6 @@
 #include <cstdlib>
 
 namespace {
-
-TestDesktop* desktop = nullptr;
 
 // What the X server shows of a window: the pixels after Qt painted and flushed them.
 QImage onScreen(QWidget& window)
@@ -54,7 +53,7 @@ void showAndWait(QWidget& window)
 void click(QWidget& widget)
 {
     const QPoint at = widget.mapToGlobal(widget.rect().center());
-    ASSERT_EQ(desktop->run(QStringLiteral("xdotool"),
+    ASSERT_EQ(testDesktop()->run(QStringLiteral("xdotool"),
                   { QStringLiteral("mousemove"), QString::number(at.x()), QString::number(at.y()),
                       QStringLiteral("click"), QStringLiteral("1") }),
         0);
@@ -179,24 +178,4 @@ TEST(KitTest, TheRecordGlowBreathesOnlyWhileOnScreen)
     EXPECT_TRUE(button.isPulsing());
     button.setEnabled(false);
     EXPECT_FALSE(button.isPulsing());
-}
-
-int main(int argc, char** argv)
-{
-    ::testing::InitGoogleTest(&argc, argv);
-    // Listing the tests (ctest's discovery) needs no display.
-    TestDesktop x;
-    if (!GTEST_FLAG_GET(list_tests)) {
-        const QString error = x.start({ .width = 800, .height = 600, .audio = false });
-        if (!error.isEmpty()) {
-            std::fprintf(stderr, "no test display: %s\n", qPrintable(error));
-            return 1;
-        }
-        desktop = &x;
-        qputenv("QT_QPA_PLATFORM", "xcb");
-    } else {
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    }
-    QApplication app(argc, argv);
-    return RUN_ALL_TESTS();
 }

@@ -1,0 +1,154 @@
+#include "ui/AppDelegate.h"
+
+#include "app/AppSettings.h"
+#include "app/HotkeyRecorder.h"
+#include "app/PlatformFactory.h"
+#include "app/RecorderViewModel.h"
+#include "app/UpdateChecker.h"
+#include "capture/CaptureEngine.h"
+#include "core/Publisher.h"
+#include "monitor/AreaMonitor.h"
+#include "recorder/SegmentedRecorder.h"
+#include "ui/ContentView.h"
+
+#include <QApplication>
+#include <QEvent>
+#include <QMainWindow>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QScreen>
+
+namespace {
+
+// The window, telling its owner when it is minimised or restored: the one change of visibility
+// every platform reports, whether or not it can tell a covered window.
+class MainWindow : public QMainWindow {
+public:
+    std::function<void(bool minimised)> onMinimisedChanged;
+
+protected:
+    void changeEvent(QEvent* event) override
+    {
+        QMainWindow::changeEvent(event);
+        if (event->type() == QEvent::WindowStateChange && onMinimisedChanged) onMinimisedChanged(isMinimized());
+    }
+};
+
+} // namespace
+
+AppDelegate::AppDelegate(AppSession::Options options, QObject* parent)
+    : QObject(parent)
+    , session(std::make_unique<AppSession>(std::move(options)))
+{
+}
+
+AppDelegate::~AppDelegate()
+{
+    // The window and its screens observe the controller: they go before the session does.
+    visibility.reset();
+    mainWindow.reset();
+    session.reset();
+}
+
+bool AppDelegate::applicationDidFinishLaunching(QString* error)
+{
+    if (!session->start(error)) return false;
+
+    updater = std::make_unique<UpdateChecker>(UpdateChecker::configuredFeed(), QCoreApplication::applicationVersion());
+    updater->onNewerRelease = [this](const UpdateChecker::Release& release) {
+        viewModel()->showToast(
+            QStringLiteral("Velotape %1 is available: %2").arg(release.version, release.link.toString()));
+    };
+    updater->start();
+
+    auto* window = new MainWindow;
+    mainWindow.reset(window);
+    content = new ContentView(viewModel());
+    window->setCentralWidget(content);
+    window->setWindowTitle(QStringLiteral("Velotape"));
+    window->setMinimumSize(minimumWindowSize);
+    window->resize(windowSize);
+    if (const QScreen* screen = QGuiApplication::primaryScreen())
+        window->move(screen->availableGeometry().center() - QPoint(windowSize.width() / 2, windowSize.height() / 2));
+    buildMainMenu();
+    window->show();
+
+    window->onMinimisedChanged = [this](bool minimised) { windowVisibilityChanged(!minimised); };
+    visibility = PlatformFactory::watchWindowVisibility(
+        uintptr_t(window->winId()), [this](bool shown) { windowVisibilityChanged(shown); });
+    return true;
+}
+
+void AppDelegate::buildMainMenu()
+{
+    QMenuBar* bar = mainWindow->menuBar();
+    // Linux has no application menu: its items open a menu named after the application.
+    QMenu* app = bar->addMenu(QStringLiteral("Velotape"));
+    app->addAction(QStringLiteral("About Velotape"), this, [this] {
+        QMessageBox::about(mainWindow.get(), QStringLiteral("About Velotape"),
+            QStringLiteral("<b>Velotape %1</b><p>Always already recording: the last seconds of your screen, "
+                           "saved with one key.</p>")
+                .arg(QCoreApplication::applicationVersion()));
+    });
+    app->addSeparator();
+    QAction* quit = app->addAction(QStringLiteral("Quit Velotape"), qApp, &QApplication::closeAllWindows);
+    quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+
+    QMenu* file = bar->addMenu(QStringLiteral("File"));
+    recordItem = file->addAction(QStringLiteral("Start Recording"), this, &AppDelegate::menuToggleRecording);
+    showSaveHotkeyInMenu();
+    observe(session->viewModel()->settings(), &AppSettings::saveHotkey, &AppSettings::saveHotkeyChanged)
+        .dropFirst()
+        .sink(this, [this](const HotkeyBinding&) { showSaveHotkeyInMenu(); });
+
+    QMenu* windowMenu = bar->addMenu(QStringLiteral("Window"));
+    QAction* minimise = windowMenu->addAction(QStringLiteral("Minimize"), mainWindow.get(), &QWidget::showMinimized);
+    minimise->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_M));
+    windowMenu->addAction(QStringLiteral("Zoom"), this, [this] {
+        if (mainWindow->isMaximized())
+            mainWindow->showNormal();
+        else
+            mainWindow->showMaximized();
+    });
+    QAction* close = windowMenu->addAction(QStringLiteral("Close"), mainWindow.get(), &QWidget::close);
+    close->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_W));
+}
+
+void AppDelegate::showSaveHotkeyInMenu()
+{
+    // The hotkey is heard by the hotkey monitors, inside the window and out: the menu only shows it,
+    // after a tab, so that one press never toggles twice.
+    const HotkeyBinding binding = session->viewModel()->settings()->saveHotkey();
+    const bool shown = binding.enabled && !binding.keyChar.isEmpty();
+    recordItem->setText(shown ? QStringLiteral("Start Recording\t%1").arg(HotkeyRecorder::bindingText(binding))
+                              : QStringLiteral("Start Recording"));
+}
+
+void AppDelegate::menuToggleRecording()
+{
+    RecorderViewModel* vm = viewModel();
+    if (vm->recorder()->isRecording())
+        vm->stopRecording();
+    else
+        vm->startRecording();
+}
+
+void AppDelegate::windowVisibilityChanged(bool shown)
+{
+    if (shown == visible) return;
+    visible = shown;
+    RecorderViewModel* vm = viewModel();
+    CaptureEngine* engine = vm->engine();
+    // Nothing on screen shows a preview while the window can't be seen.
+    engine->setPreviewEnabled(shown);
+    if (!shown) {
+        // The ring, a recording or an armed monitor keep the stream: recording behind other
+        // windows is the point of the program. Only a stream that feeds none of them stops.
+        const SegmentedRecorder* recorder = vm->recorder();
+        if (recorder->isRecording() || recorder->isBuffering() || vm->areaMonitor()->isArmed()) return;
+        vm->recorder()->disarmBuffering();
+        engine->stopStream();
+        return;
+    }
+    if (!engine->isStreaming()) vm->startPreview();
+}

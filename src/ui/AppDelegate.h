@@ -1,0 +1,61 @@
+#pragma once
+
+#include "app/AppSession.h"
+
+#include <QObject>
+#include <QSize>
+
+#include <memory>
+
+class ContentView;
+class QAction;
+class QMainWindow;
+class RecorderViewModel;
+class UpdateChecker;
+class WindowVisibilityWatcher;
+
+// The application shell of the window mode: the session (settings, controller, hotkeys, control
+// socket), the one window with its menu bar, the update checker, and the stream following the
+// window's visibility. It has no model of its own.
+//
+// Main thread.
+class AppDelegate : public QObject {
+    Q_OBJECT
+public:
+    static constexpr QSize windowSize { 1180, 760 };
+    static constexpr QSize minimumWindowSize { 480, 360 };
+
+    explicit AppDelegate(AppSession::Options options = {}, QObject* parent = nullptr);
+    ~AppDelegate() override;
+
+    // Starts the session, makes the window centred on the primary screen, builds the menu and
+    // starts watching the window. False with the reason in *error when the session can't start
+    // (another instance runs): then no window is made.
+    bool applicationDidFinishLaunching(QString* error);
+
+    QMainWindow* window() const { return mainWindow.get(); }
+    ContentView* contentView() const { return content; }
+    RecorderViewModel* viewModel() const { return session->viewModel(); }
+    // "Start Recording" in the File menu.
+    QAction* recordMenuItem() const { return recordItem; }
+
+    // Minimised or wholly covered: previews stop, and a stream that feeds no ring, no recording
+    // and no armed monitor stops too. Shown again: previews come back, and a window that has no
+    // stream gets one (with a source selected).
+    void windowVisibilityChanged(bool visible);
+    // What "Start Recording" does: stop a running recording, start one otherwise.
+    void menuToggleRecording();
+
+private:
+    void buildMainMenu();
+    // The record item shows the save hotkey beside it, and follows the setting.
+    void showSaveHotkeyInMenu();
+
+    std::unique_ptr<AppSession> session;
+    std::unique_ptr<QMainWindow> mainWindow;
+    ContentView* content = nullptr;
+    QAction* recordItem = nullptr;
+    std::unique_ptr<WindowVisibilityWatcher> visibility;
+    std::unique_ptr<UpdateChecker> updater;
+    bool visible = true;
+};

@@ -1,0 +1,90 @@
+#include "ui/ContentView.h"
+
+#include "app/RecorderViewModel.h"
+#include "core/Publisher.h"
+#include "ui/D1Sidebar.h"
+#include "ui/RecorderHero.h"
+#include "ui/ScreenPlaceholder.h"
+#include "ui/ToastView.h"
+
+#include <QHBoxLayout>
+#include <QResizeEvent>
+#include <QScrollArea>
+
+ContentView::ContentView(RecorderViewModel* model, QWidget* parent)
+    : D1AmbientBackground(parent)
+    , vm(model)
+{
+    setMinimumSize(minimumContentSize);
+    row = new QHBoxLayout(this);
+    row->setContentsMargins(0, 0, 0, 0);
+    row->setSpacing(0);
+    bar = new D1Sidebar(this);
+    row->addWidget(bar);
+    connect(bar, &D1Sidebar::selectedChanged, this, &ContentView::showScreen);
+
+    // A screen taller than a small window scrolls rather than squeezing its lines together.
+    screenArea = new QScrollArea(this);
+    screenArea->setFrameShape(QFrame::NoFrame);
+    screenArea->setWidgetResizable(true);
+    screenArea->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    screenArea->setAutoFillBackground(false);
+    screenArea->viewport()->setAutoFillBackground(false);
+    row->addWidget(screenArea, 1);
+    shownScreen = makeScreen(current);
+    screenArea->setWidget(shownScreen);
+    shownScreen->setAutoFillBackground(false);
+
+    toastView = new ToastView(this);
+    toastView->setGeometry(rect());
+    toastView->raise();
+    observe(vm, &RecorderViewModel::toast, &RecorderViewModel::toastChanged)
+        .sink(this, [this](const std::optional<QString>& text) { toastView->setText(text); });
+}
+
+void ContentView::showScreen(D1Screen screen)
+{
+    bar->setSelected(screen);
+    if (screen == current) return;
+    current = screen;
+    delete screenArea->takeWidget();
+    shownScreen = makeScreen(screen);
+    screenArea->setWidget(shownScreen);
+    // The backdrop shows through the screens.
+    shownScreen->setAutoFillBackground(false);
+    toastView->raise();
+    emit screenChanged(screen);
+}
+
+QWidget* ContentView::makeScreen(D1Screen screen)
+{
+    switch (screen) {
+    case D1Screen::recorder:
+        return new RecorderHero(vm);
+    case D1Screen::clips:
+        return new ScreenPlaceholder(QStringLiteral("Clips"), QStringLiteral("film.stack"),
+            QStringLiteral("Every saved clip as a card with its thumbnail: play it, rename it, tag it as a trade, "
+                           "show it in the file manager or move it to the trash."),
+            nullptr);
+    case D1Screen::journal:
+        return new ScreenPlaceholder(QStringLiteral("Journal"), QStringLiteral("chart.line.uptrend.xyaxis"),
+            QStringLiteral("Your trades at a glance: net P&L, win rate and profit factor, a calendar of days, "
+                           "equity and drawdown charts, and a Monte Carlo simulation."),
+            nullptr);
+    case D1Screen::settings:
+        return new ScreenPlaceholder(QStringLiteral("Settings"), QStringLiteral("gearshape.fill"),
+            QStringLiteral("Buffer length, quality, hotkeys, save folder, camera, microphone and the area "
+                           "monitor, grouped as you expect them."),
+            nullptr);
+    case D1Screen::about:
+        return new ScreenPlaceholder(QStringLiteral("About"), QStringLiteral("info.circle"),
+            QStringLiteral("What Velotape is, its version, and where to learn more."), nullptr);
+    }
+    return nullptr;
+}
+
+void ContentView::resizeEvent(QResizeEvent* event)
+{
+    D1AmbientBackground::resizeEvent(event);
+    toastView->setGeometry(rect());
+}

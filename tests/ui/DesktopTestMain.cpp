@@ -1,0 +1,52 @@
+#include "DesktopTestMain.h"
+
+#include "support/TestDesktop.h"
+
+#include <QApplication>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+// The interface tests run on a private Xvfb with a window manager, as a user's desktop would be,
+// and with a home of their own, so that no setting of the user's is read or written. The desktop
+// must exist before the application connects to it, so these binaries bring this main.
+
+namespace {
+TestDesktop* desktop = nullptr;
+}
+
+TestDesktop* testDesktop()
+{
+    return desktop;
+}
+
+int main(int argc, char** argv)
+{
+    ::testing::InitGoogleTest(&argc, argv);
+    QTemporaryDir home;
+    TestDesktop x;
+    // Listing the tests (ctest's discovery) needs no display.
+    if (!GTEST_FLAG_GET(list_tests)) {
+        qputenv("HOME", home.path().toUtf8());
+        qputenv("XDG_CONFIG_HOME", home.filePath(QStringLiteral("config")).toUtf8());
+        qputenv("TMPDIR", home.path().toUtf8());
+        const QString error = x.start({ .width = 1400, .height = 900, .audio = false, .windowManager = true });
+        if (!error.isEmpty()) {
+            std::fprintf(stderr, "no test display: %s\n", qPrintable(error));
+            return 1;
+        }
+        desktop = &x;
+        qputenv("QT_QPA_PLATFORM", "xcb");
+    } else {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    }
+    QApplication app(argc, argv);
+    QCoreApplication::setOrganizationName(QStringLiteral("Velotape"));
+    QCoreApplication::setApplicationName(QStringLiteral("Velotape"));
+    QCoreApplication::setApplicationVersion(QStringLiteral("0.1"));
+    // The tests close windows of their own; the application outlives them.
+    app.setQuitOnLastWindowClosed(false);
+    return RUN_ALL_TESTS();
+}
