@@ -1,6 +1,7 @@
 #include "app/ControlCommands.h"
 
 #include "app/RecorderViewModel.h"
+#include "app/SourceMemory.h"
 #include "capture/CaptureEngine.h"
 #include "media/HevcEncoderProbe.h"
 #include "monitor/AreaMonitor.h"
@@ -72,7 +73,7 @@ QString ControlCommands::status() const
         state = QStringLiteral("buffering %1 s").arg(recorder->bufferedSeconds(), 0, 'f', 1);
     else
         state = QStringLiteral("idle");
-    const auto label = viewModel.sourceLabelForFilename();
+    const auto label = viewModel.sourceMemory()->sourceLabelForFilename();
     state += label ? QStringLiteral(" (source: %1)").arg(*label) : QStringLiteral(" (no source selected)");
     if (engine->errorMessage()) state += QStringLiteral("; ") + *engine->errorMessage();
     if (const auto encoder = HevcEncoderProbe::chosenSoFar()) state += QStringLiteral("; encoder ") + *encoder;

@@ -3,6 +3,7 @@
 #include "app/AppSettings.h"
 #include "app/BackendAreaGrabber.h"
 #include "app/SourceGeometry.h"
+#include "app/SourceMemory.h"
 #include "capture/CaptureEngine.h"
 #include "core/Log.h"
 #include "core/Publisher.h"
@@ -27,7 +28,8 @@ using namespace std::chrono_literals;
 
 QString captureModeRawValue(RecorderViewModel::CaptureMode mode)
 {
-    return mode == RecorderViewModel::CaptureMode::areaMonitor ? QStringLiteral("areaMonitor") : QStringLiteral("manual");
+    return mode == RecorderViewModel::CaptureMode::areaMonitor ? QStringLiteral("areaMonitor")
+                                                               : QStringLiteral("manual");
 }
 
 RecorderViewModel::RecorderViewModel(AppSettings* settings, Platform p, QObject* parent)
@@ -44,6 +46,7 @@ RecorderViewModel::RecorderViewModel(AppSettings* settings, Platform p, QObject*
     if (!platform.areaGrabber) platform.areaGrabber = std::make_unique<BackendAreaGrabber>(platform.screen);
     monitor = new AreaMonitor(std::move(platform.areaGrabber), {}, this);
     journalStore = new ClipJournalStore(QUrl::fromLocalFile(appSettings->saveFolderPath()), this);
+    sources = std::make_unique<SourceMemory>(*appSettings, *captureEngine);
 
     // The one link between owned objects: frames and system audio go from the engine to the ring.
     captureEngine->setRecorder(segmentRecorder);
@@ -151,7 +154,11 @@ void RecorderViewModel::wireSubscriptions()
     // A clip was written.
     segmentRecorder->onFinished = [self](const QString& path) {
         QMetaObject::invokeMethod(
-            self, [self, path] { if (self) self->runSaveSequence(path); }, Qt::QueuedConnection);
+            self,
+            [self, path] {
+                if (self) self->runSaveSequence(path);
+            },
+            Qt::QueuedConnection);
     };
 
     // An export failed: the toast is the only report.
@@ -208,7 +215,7 @@ void RecorderViewModel::startUp(std::function<void()> done)
     QPointer<RecorderViewModel> self(this);
     captureEngine->refreshAvailableContent([self, finishOne] {
         if (self) {
-            self->restoreSelectedSourceIfPossible();
+            self->sources->restoreSelectedSourceIfPossible();
             // Only after the restore, so that the restored source isn't written back.
             self->suppressPersistence = false;
         }
@@ -222,7 +229,7 @@ void RecorderViewModel::startPreview()
 {
     const std::optional<CaptureSource> source = captureEngine->selectedSource();
     if (!source) return;
-    const QSize size = outputSize(*source);
+    const QSize size = sources->outputSize(*source);
     const int fps = framesPerSecond(appSettings->frameRate());
     segmentRecorder->configure(
         size.width(), size.height(), appSettings->bitrateMbps(), appSettings->bufferSeconds(), fps);
@@ -283,7 +290,7 @@ void RecorderViewModel::sourceSelected(const std::optional<CaptureSource>& sourc
     // A stand-in for a closed window, or the window back: the user's choice stays what is saved.
     if (switchingSourceItself) return;
     stopWaitingForLostWindow();
-    if (!suppressPersistence) saveSourceDescriptor(source);
+    if (!suppressPersistence) sources->saveSourceDescriptor(source);
 }
 
 void RecorderViewModel::scheduleLostWindowCheck()
@@ -302,7 +309,7 @@ void RecorderViewModel::checkForLostWindow()
     QPointer<RecorderViewModel> self(this);
     captureEngine->refreshAvailableContent([self] {
         if (!self || !self->lostWindow) return; // the user chose another source meanwhile
-        const std::optional<CaptureSource> window = self->findSource(self->lostWindow->descriptor);
+        const std::optional<CaptureSource> window = self->sources->findSource(self->lostWindow->descriptor);
         if (!window) {
             self->scheduleLostWindowCheck();
             return;
@@ -323,17 +330,12 @@ void RecorderViewModel::stopWaitingForLostWindow()
     lostWindowTask.reset();
 }
 
-QString RecorderViewModel::filename(const QString& label, const QDateTime& date)
-{
-    return label + QStringLiteral(", ") + QLocale().toString(date, QStringLiteral("MMM d, HH-mm-ss"))
-        + QStringLiteral(".mp4");
-}
-
 void RecorderViewModel::startRecording()
 {
     const QString folder = appSettings->saveFolderPath();
     QDir().mkpath(folder); // a failure shows when the export fails
-    const QString name = filename(sourceLabelForFilename().value_or(QStringLiteral("Clip")), QDateTime::currentDateTime());
+    const QString name = SourceMemory::filename(
+        sources->sourceLabelForFilename().value_or(QStringLiteral("Clip")), QDateTime::currentDateTime());
     const QString destination = QDir(folder).filePath(name);
     // The size the running stream was set up with; bit rate and buffer length of this moment.
     segmentRecorder->configure(captureEngine->outputWidth(), captureEngine->outputHeight(), appSettings->bitrateMbps(),
@@ -429,7 +431,7 @@ void RecorderViewModel::setPickedAreaRect(const QRectF& rect)
 AreaMonitorActions::WatchResult RecorderViewModel::watchArea(const QRectF& rect)
 {
     std::vector<QRectF> displays;
-    for (const ScreenLayout::Screen& screen : screenLayout().screens)
+    for (const ScreenLayout::Screen& screen : sources->screenLayout().screens)
         displays.push_back(screen.frame);
     const auto result = AreaMonitorActions::watchArea(*monitor, rect, windowScope(), displays);
     showToast(result.toast);
@@ -451,7 +453,7 @@ void RecorderViewModel::useRecordingRegion(const QRectF& globalRect)
     std::vector<uint32_t> displayIDs;
     for (const CaptureDisplay& d : captureEngine->availableDisplays())
         displayIDs.push_back(d.displayID);
-    const auto result = RegionPicking::pickedRegion(globalRect, screenLayout(), displayIDs);
+    const auto result = RegionPicking::pickedRegion(globalRect, sources->screenLayout(), displayIDs);
     if (const auto* failure = std::get_if<RegionPicking::PickFailure>(&result)) {
         showToast(RegionPicking::failureMessage(*failure));
         return;
@@ -467,144 +469,7 @@ void RecorderViewModel::useRecordingRegion(const QRectF& globalRect)
     restartStream();
 }
 
-// ---- Source memory and geometry ----
-
-ScreenLayout RecorderViewModel::screenLayout() const
-{
-    ScreenLayout layout;
-    for (const CaptureDisplay& d : captureEngine->availableDisplays())
-        layout.screens.push_back({ d.displayID, QRectF(d.frame), 1.0, d.name });
-    return layout;
-}
-
-void RecorderViewModel::saveSourceDescriptor(const std::optional<CaptureSource>& source)
-{
-    if (!source || source->kind() == CaptureSource::Kind::region) {
-        appSettings->setSavedSourceDescriptor(std::nullopt); // a region forgets the saved source
-        return;
-    }
-    if (source->kind() == CaptureSource::Kind::display) {
-        appSettings->setSavedSourceDescriptor(SourceGeometry::displayDescriptor(source->capturedDisplay().displayID));
-        return;
-    }
-    const CaptureWindow& w = source->capturedWindow();
-    const QString bundle = w.owningApplication ? w.owningApplication->bundleIdentifier : QStringLiteral("unknown");
-    appSettings->setSavedSourceDescriptor(SourceGeometry::windowDescriptor(bundle, w.title.value_or(QString())));
-}
-
-void RecorderViewModel::restoreSelectedSourceIfPossible()
-{
-    // When nothing matches, the descriptor stays stored, so the source comes back on a later launch.
-    const std::optional<QString> descriptor = appSettings->savedSourceDescriptor();
-    if (!descriptor) return;
-    if (const auto source = findSource(*descriptor)) captureEngine->setSelectedSource(source);
-}
-
 std::optional<CaptureSource> RecorderViewModel::findSource(const QString& descriptor) const
 {
-    if (descriptor.startsWith(QStringLiteral("display:"))) {
-        const auto id = SourceGeometry::parseDisplayDescriptor(descriptor);
-        if (!id) return std::nullopt;
-        for (const CaptureDisplay& d : captureEngine->availableDisplays())
-            if (d.displayID == *id) return CaptureSource::display(d);
-        return std::nullopt;
-    }
-    // A window is found by what it shows; a window without an owner or a title can't match.
-    const auto window = SourceGeometry::parseWindowDescriptor(descriptor);
-    if (!window) return std::nullopt;
-    for (const CaptureWindow& w : captureEngine->availableWindows()) {
-        if (!w.owningApplication || !w.title) continue;
-        if (w.owningApplication->bundleIdentifier == window->bundleIdentifier && *w.title == window->title)
-            return CaptureSource::window(w);
-    }
-    return std::nullopt;
-}
-
-QSize RecorderViewModel::outputSize(const CaptureSource& source) const
-{
-    const ScreenLayout layout = screenLayout();
-    double w = 0, h = 0;
-    switch (source.kind()) {
-    case CaptureSource::Kind::display: {
-        const CaptureDisplay& d = source.capturedDisplay();
-        if (const auto* screen = layout.screenForDisplay(d.displayID)) {
-            const QRectF pixels = screen->backingRect(screen->frame);
-            w = std::trunc(pixels.width());
-            h = std::trunc(pixels.height());
-        } else {
-            w = d.width;
-            h = d.height;
-        }
-        break;
-    }
-    case CaptureSource::Kind::window: {
-        const QRectF frame = source.capturedWindow().frame;
-        // The middle of the frame picks the screen whose scale applies; none at all means 2.0.
-        const auto* screen = layout.screenContaining(frame.center());
-        if (!screen) screen = layout.mainScreen();
-        const double scale = screen ? screen->scale : 2.0;
-        w = std::trunc(frame.width() * scale);
-        h = std::trunc(frame.height() * scale);
-        break;
-    }
-    case CaptureSource::Kind::region:
-        w = source.pixelWidth();
-        h = source.pixelHeight();
-        break;
-    }
-    return SourceGeometry::scaledOutputSize(int(w), int(h), appSettings->qualityMode(), appSettings->resolution());
-}
-
-QSizeF RecorderViewModel::sourcePointSize() const
-{
-    const auto& source = captureEngine->selectedSource();
-    if (!source) return QSizeF(0, 0);
-    switch (source->kind()) {
-    case CaptureSource::Kind::display: {
-        const CaptureDisplay& d = source->capturedDisplay();
-        // The layout is a value: a screen found in it lives only as long as this copy.
-        const ScreenLayout layout = screenLayout();
-        if (const auto* screen = layout.screenForDisplay(d.displayID)) return screen->frame.size();
-        return QSizeF(d.width, d.height);
-    }
-    case CaptureSource::Kind::window: return source->capturedWindow().frame.size();
-    case CaptureSource::Kind::region: return source->localPointRect().size();
-    }
-    return QSizeF(0, 0);
-}
-
-QPointF RecorderViewModel::sourcePointOrigin() const
-{
-    const auto& source = captureEngine->selectedSource();
-    if (!source) return QPointF(0, 0);
-    switch (source->kind()) {
-    case CaptureSource::Kind::display: return QPointF(source->capturedDisplay().frame.topLeft());
-    case CaptureSource::Kind::window: return source->capturedWindow().frame.topLeft();
-    case CaptureSource::Kind::region:
-        return source->localPointRect().topLeft() + QPointF(source->capturedDisplay().frame.topLeft());
-    }
-    return QPointF(0, 0);
-}
-
-std::optional<QString> RecorderViewModel::sourceLabelForFilename() const
-{
-    const auto& source = captureEngine->selectedSource();
-    if (!source) return std::nullopt;
-    QString label;
-    switch (source->kind()) {
-    case CaptureSource::Kind::region: label = QStringLiteral("Region"); break;
-    case CaptureSource::Kind::window: {
-        const auto& app = source->capturedWindow().owningApplication;
-        label = app ? app->applicationName : QStringLiteral("Window");
-        break;
-    }
-    case CaptureSource::Kind::display: {
-        const CaptureDisplay& d = source->capturedDisplay();
-        const ScreenLayout layout = screenLayout();
-        const auto* screen = layout.screenForDisplay(d.displayID);
-        label = screen ? screen->name : QStringLiteral("Display %1").arg(d.displayID);
-        break;
-    }
-    }
-    return SourceGeometry::sanitizeFilenameLabel(label);
+    return sources->findSource(descriptor);
 }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "capture/CaptureSource.h"
-#include "core/ScreenLayout.h"
 #include "core/TaskScheduler.h"
 #include "monitor/AreaGrabber.h"
 #include "monitor/AreaMonitorActions.h"
@@ -9,9 +8,6 @@
 #include "platform/desktop/DesktopIntegration.h"
 
 #include <QObject>
-#include <QPointF>
-#include <QSize>
-#include <QSizeF>
 #include <QString>
 
 #include <memory>
@@ -23,6 +19,7 @@ class CaptureBackend;
 class CaptureEngine;
 class ClipJournalStore;
 class SegmentedRecorder;
+class SourceMemory;
 class SystemAudioBackend;
 
 // The session controller: owns the capture engine, the segment ring and the journal, connects them
@@ -46,10 +43,10 @@ public:
     struct Platform {
         std::shared_ptr<CaptureBackend> screen;
         std::shared_ptr<SystemAudioBackend> systemAudio;
-        std::unique_ptr<TaskScheduler> scheduler;       // null: timers on the main loop
-        std::unique_ptr<DesktopIntegration> desktop;    // null: no sound, no reveal
-        std::unique_ptr<AreaGrabber> areaGrabber;       // null: grabs through `screen`
-        std::unique_ptr<AreaPicker> areaPicker;         // null: no region can be drawn
+        std::unique_ptr<TaskScheduler> scheduler; // null: timers on the main loop
+        std::unique_ptr<DesktopIntegration> desktop; // null: no sound, no reveal
+        std::unique_ptr<AreaGrabber> areaGrabber; // null: grabs through `screen`
+        std::unique_ptr<AreaPicker> areaPicker; // null: no region can be drawn
     };
 
     static constexpr auto toastDuration = std::chrono::milliseconds(2800);
@@ -70,6 +67,8 @@ public:
     SegmentedRecorder* recorder() const { return segmentRecorder; }
     ClipJournalStore* journal() const { return journalStore; }
     AreaMonitor* areaMonitor() const { return monitor; }
+    // What the selected source is remembered as, how large it records and what its clips are called.
+    SourceMemory* sourceMemory() const { return sources.get(); }
     bool isPersistenceSuppressed() const { return suppressPersistence; }
 
     // The two start-up tasks: list the sources and restore the saved one (then persistence
@@ -112,20 +111,8 @@ public:
     // picker's answer.
     void useRecordingRegion(const QRectF& globalRect);
 
-    // Source memory and geometry.
-    void saveSourceDescriptor(const std::optional<CaptureSource>& source);
-    void restoreSelectedSourceIfPossible();
-    // The listed display or window that a saved descriptor names, if there is one now.
+    // The listed display or window that a saved descriptor names (the command line's --source).
     std::optional<CaptureSource> findSource(const QString& descriptor) const;
-    std::optional<QString> sourceLabelForFilename() const;
-    QSize outputSize(const CaptureSource& source) const;
-    QSizeF sourcePointSize() const;
-    QPointF sourcePointOrigin() const;
-    // The screens, as the displays the engine listed (X11 points are pixels: scale 1).
-    ScreenLayout screenLayout() const;
-
-    // "Label, MMM d, HH-mm-ss.mp4" in the user's locale and time zone.
-    static QString filename(const QString& label, const QDateTime& date);
 
 signals:
     void activeTabChanged();
@@ -156,6 +143,7 @@ private:
     SegmentedRecorder* segmentRecorder;
     AreaMonitor* monitor;
     ClipJournalStore* journalStore;
+    std::unique_ptr<SourceMemory> sources;
 
     Tab tab = Tab::recorder;
     CaptureMode mode = CaptureMode::manual;
