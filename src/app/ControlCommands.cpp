@@ -1,5 +1,6 @@
 #include "app/ControlCommands.h"
 
+#include "app/AreaCommands.h"
 #include "app/RecorderViewModel.h"
 #include "app/SourceMemory.h"
 #include "capture/CaptureEngine.h"
@@ -52,7 +53,7 @@ ControlProtocol::Reply ControlCommands::handle(const QStringList& command)
         }
         if (!valid || !(n[2] > 0) || !(n[3] > 0))
             return Reply::failure(QStringLiteral("'area' takes four numbers X Y W H, with W and H above 0"));
-        const auto watched = viewModel.watchArea(QRectF(n[0], n[1], n[2], n[3]));
+        const auto watched = viewModel.areaCommands()->watchArea(QRectF(n[0], n[1], n[2], n[3]));
         return watched.captured ? Reply::success(watched.toast) : Reply::failure(watched.toast);
     }
     return Reply::failure(QStringLiteral("unknown command '%1'").arg(name));

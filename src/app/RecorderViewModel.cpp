@@ -1,6 +1,7 @@
 #include "app/RecorderViewModel.h"
 
 #include "app/AppSettings.h"
+#include "app/AreaCommands.h"
 #include "app/BackendAreaGrabber.h"
 #include "app/SourceGeometry.h"
 #include "app/SourceMemory.h"
@@ -9,15 +10,13 @@
 #include "core/Publisher.h"
 #include "journal/ClipJournalStore.h"
 #include "monitor/AreaMonitor.h"
-#include "monitor/AreaPicker.h"
-#include "monitor/RegionPicking.h"
+#include "monitor/AreaMonitorActions.h"
 #include "platform/desktop/DesktopIntegration.h"
 #include "recorder/SegmentedRecorder.h"
 
 #include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
-#include <QLocale>
 #include <QPointer>
 #include <QUrl>
 
@@ -47,6 +46,9 @@ RecorderViewModel::RecorderViewModel(AppSettings* settings, Platform p, QObject*
     monitor = new AreaMonitor(std::move(platform.areaGrabber), {}, this);
     journalStore = new ClipJournalStore(QUrl::fromLocalFile(appSettings->saveFolderPath()), this);
     sources = std::make_unique<SourceMemory>(*appSettings, *captureEngine);
+    areas = std::make_unique<AreaCommands>(
+        *monitor, *captureEngine, *sources, std::move(platform.areaPicker),
+        [this](const QString& text) { showToast(text); }, [this] { restartStream(); });
 
     // The one link between owned objects: frames and system audio go from the engine to the ring.
     captureEngine->setRecorder(segmentRecorder);
@@ -407,66 +409,9 @@ void RecorderViewModel::monitorReset()
     monitor->monitorReset();
 }
 
-// ---- Area monitor and region picking ----
-
 QString RecorderViewModel::toggleAreaMonitor()
 {
-    const QString text = AreaMonitorActions::toggle(*monitor);
-    if (!text.isEmpty()) showToast(text);
-    return text;
-}
-
-std::optional<AreaMonitorActions::WindowScope> RecorderViewModel::windowScope() const
-{
-    const auto window = captureEngine->selectedWindowScope();
-    if (!window) return std::nullopt;
-    return AreaMonitorActions::WindowScope { window->windowID, window->frame };
-}
-
-void RecorderViewModel::setPickedAreaRect(const QRectF& rect)
-{
-    AreaMonitorActions::setPickedAreaRect(*monitor, rect, windowScope());
-}
-
-AreaMonitorActions::WatchResult RecorderViewModel::watchArea(const QRectF& rect)
-{
-    std::vector<QRectF> displays;
-    for (const ScreenLayout::Screen& screen : sources->screenLayout().screens)
-        displays.push_back(screen.frame);
-    const auto result = AreaMonitorActions::watchArea(*monitor, rect, windowScope(), displays);
-    showToast(result.toast);
-    return result;
-}
-
-void RecorderViewModel::pickRecordingRegion()
-{
-    if (!platform.areaPicker) return;
-    QPointer<RecorderViewModel> self(this);
-    platform.areaPicker->pick([self](std::optional<QRectF> rect) {
-        // Cancelled: the present source and its stream stay as they are.
-        if (self && rect) self->useRecordingRegion(*rect);
-    });
-}
-
-void RecorderViewModel::useRecordingRegion(const QRectF& globalRect)
-{
-    std::vector<uint32_t> displayIDs;
-    for (const CaptureDisplay& d : captureEngine->availableDisplays())
-        displayIDs.push_back(d.displayID);
-    const auto result = RegionPicking::pickedRegion(globalRect, sources->screenLayout(), displayIDs);
-    if (const auto* failure = std::get_if<RegionPicking::PickFailure>(&result)) {
-        showToast(RegionPicking::failureMessage(*failure));
-        return;
-    }
-    const auto& region = std::get<RegionPicking::PickedRegion>(result);
-    for (const CaptureDisplay& d : captureEngine->availableDisplays()) {
-        if (d.displayID != region.displayID) continue;
-        captureEngine->setSelectedSource(
-            CaptureSource::region(d, region.localRect, region.pixelWidth, region.pixelHeight));
-        break;
-    }
-    showToast(RegionPicking::selectedToast(region));
-    restartStream();
+    return areas->toggleAreaMonitor();
 }
 
 std::optional<CaptureSource> RecorderViewModel::findSource(const QString& descriptor) const

@@ -3,7 +3,6 @@
 #include "capture/CaptureSource.h"
 #include "core/TaskScheduler.h"
 #include "monitor/AreaGrabber.h"
-#include "monitor/AreaMonitorActions.h"
 #include "monitor/AreaPicker.h"
 #include "platform/desktop/DesktopIntegration.h"
 
@@ -14,6 +13,7 @@
 #include <optional>
 
 class AppSettings;
+class AreaCommands;
 class AreaMonitor;
 class CaptureBackend;
 class CaptureEngine;
@@ -69,6 +69,8 @@ public:
     AreaMonitor* areaMonitor() const { return monitor; }
     // What the selected source is remembered as, how large it records and what its clips are called.
     SourceMemory* sourceMemory() const { return sources.get(); }
+    // Arming the monitor, the area it watches, and a drawn region as the capture source.
+    AreaCommands* areaCommands() const { return areas.get(); }
     bool isPersistenceSuppressed() const { return suppressPersistence; }
 
     // The two start-up tasks: list the sources and restore the saved one (then persistence
@@ -95,21 +97,9 @@ public:
     // How often the window list is asked for a closed window while it stays away.
     static constexpr auto lostWindowCheckInterval = std::chrono::seconds(2);
 
-    // What the arm hotkey does: disarm an armed monitor, arm a disarmed one, and say so. Returns
-    // the toast it showed.
+    // What the arm hotkey does (AreaCommands::toggleAreaMonitor): disarm an armed monitor, arm a
+    // disarmed one, and say so. Returns the toast it showed.
     QString toggleAreaMonitor();
-    // Lets the user draw a region with the area picker and makes it the capture source.
-    void pickRecordingRegion();
-    // Makes a drawn rectangle (global display space) the watched area, tied to the captured window
-    // when a window is captured.
-    void setPickedAreaRect(const QRectF& rect);
-    // What the monitor strip does with a drawn rectangle: setPickedAreaRect, then a new reference;
-    // an area on no listed display, or one that can't be grabbed, changes nothing. Shows the toast.
-    AreaMonitorActions::WatchResult watchArea(const QRectF& rect);
-    // The capture source for a rectangle drawn in global display space, with the toast that says
-    // what became of it; the stream restarts on success. What pickRecordingRegion does with the
-    // picker's answer.
-    void useRecordingRegion(const QRectF& globalRect);
 
     // The listed display or window that a saved descriptor names (the command line's --source).
     std::optional<CaptureSource> findSource(const QString& descriptor) const;
@@ -126,7 +116,6 @@ private:
     void runSaveSequence(const QString& path);
     // The monitor forgets a recording it asked for, whoever ended it.
     void monitorReset();
-    std::optional<AreaMonitorActions::WindowScope> windowScope() const;
     void setToast(const std::optional<QString>& text);
     // A source chosen by anyone but this controller ends the wait for a closed window, and is saved.
     void sourceSelected(const std::optional<CaptureSource>& source);
@@ -144,6 +133,7 @@ private:
     AreaMonitor* monitor;
     ClipJournalStore* journalStore;
     std::unique_ptr<SourceMemory> sources;
+    std::unique_ptr<AreaCommands> areas;
 
     Tab tab = Tab::recorder;
     CaptureMode mode = CaptureMode::manual;

@@ -2,6 +2,7 @@
 
 #include "ScriptedScreen.h"
 #include "app/AppSettings.h"
+#include "app/AreaCommands.h"
 #include "app/ControlCommands.h"
 #include "app/SourceMemory.h"
 #include "capture/CaptureEngine.h"
@@ -241,7 +242,7 @@ TEST_F(RecorderViewModelTest, AreaMonitorComesBackFromTheSettingsAndDrivesRecord
     vm->toggleAreaMonitor();
 
     // A new area and sensitivity are remembered; the old reference goes, and with it the stored one.
-    vm->setPickedAreaRect(QRectF(0, 0, 40, 40));
+    vm->areaCommands()->setPickedAreaRect(QRectF(0, 0, 40, 40));
     monitor->setSensitivity(AreaSensitivity::low);
     EXPECT_EQ(settings->areaMonitorRect(), QRectF(0, 0, 40, 40));
     EXPECT_FALSE(settings->areaReferenceSignature());
@@ -293,7 +294,7 @@ TEST_F(RecorderViewModelTest, ArmingWithoutAnAreaOrAPictureSaysWhy)
     make();
     vm->toggleAreaMonitor();
     EXPECT_EQ(vm->toast(), QStringLiteral("Pick an area first."));
-    vm->setPickedAreaRect(QRectF(0, 0, 40, 40));
+    vm->areaCommands()->setPickedAreaRect(QRectF(0, 0, 40, 40));
     vm->toggleAreaMonitor();
     EXPECT_EQ(vm->toast(), QStringLiteral("Couldn't grab that area — the display server gave no picture of it."));
     EXPECT_FALSE(vm->areaMonitor()->isArmed());
@@ -306,14 +307,14 @@ TEST_F(RecorderViewModelTest, APickedRegionBecomesTheSourceOfTheDisplayUnderItsM
     startUp();
     const auto started = vm->engine()->selectedSource();
     const int before = screen->streamsStarted;
-    vm->pickRecordingRegion();
+    vm->areaCommands()->pickRecordingRegion();
     EXPECT_EQ(vm->engine()->selectedSource(), started);
     EXPECT_EQ(screen->streamsStarted, before);
     EXPECT_FALSE(vm->toast());
 
     // Drawn across both displays, its middle on the second: local to it, reaching beyond its left edge.
     pickerAnswer = std::optional<QRectF>(QRectF(1900, 100, 101, 51));
-    vm->pickRecordingRegion();
+    vm->areaCommands()->pickRecordingRegion();
     ASSERT_TRUE(vm->engine()->selectedSource());
     const CaptureSource& source = *vm->engine()->selectedSource();
     EXPECT_EQ(source.kind(), CaptureSource::Kind::region);
@@ -323,7 +324,7 @@ TEST_F(RecorderViewModelTest, APickedRegionBecomesTheSourceOfTheDisplayUnderItsM
     EXPECT_EQ(screen->streamsStarted, before + 1);
 
     // Nowhere near a display: nothing changes but the toast.
-    vm->useRecordingRegion(QRectF(10000, 10000, 20, 20));
+    vm->areaCommands()->useRecordingRegion(QRectF(10000, 10000, 20, 20));
     EXPECT_EQ(vm->toast(), QStringLiteral("Couldn't identify the display for that region."));
     EXPECT_EQ(vm->engine()->selectedSource()->capturedDisplay().displayID, 2u);
     EXPECT_EQ(screen->streamsStarted, before + 1);
