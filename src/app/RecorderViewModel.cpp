@@ -3,7 +3,7 @@
 #include "app/AppSettings.h"
 #include "app/AreaCommands.h"
 #include "app/BackendAreaGrabber.h"
-#include "app/SourceGeometry.h"
+#include "app/LostWindowWatch.h"
 #include "app/SourceMemory.h"
 #include "capture/CaptureEngine.h"
 #include "core/Log.h"
@@ -20,7 +20,6 @@
 #include <QPointer>
 #include <QUrl>
 
-#include <algorithm>
 #include <cmath>
 
 using namespace std::chrono_literals;
@@ -49,6 +48,9 @@ RecorderViewModel::RecorderViewModel(AppSettings* settings, Platform p, QObject*
     areas = std::make_unique<AreaCommands>(
         *monitor, *captureEngine, *sources, std::move(platform.areaPicker),
         [this](const QString& text) { showToast(text); }, [this] { restartStream(); });
+    lostWindows = std::make_unique<LostWindowWatch>(
+        *captureEngine, *sources, *platform.scheduler, [this](const QString& text) { showToast(text); },
+        [this](int width, int height) { startStream(width, height); });
 
     // The one link between owned objects: frames and system audio go from the engine to the ring.
     captureEngine->setRecorder(segmentRecorder);
@@ -187,7 +189,7 @@ void RecorderViewModel::wireSubscriptions()
         .sink(settingsSink, [this](const auto&) { restartStream(); });
 
     // A stream that ends by itself: the controller decides what is recorded instead.
-    connect(captureEngine, &CaptureEngine::streamStopped, this, &RecorderViewModel::handleStreamStopped);
+    connect(captureEngine, &CaptureEngine::streamStopped, lostWindows.get(), &LostWindowWatch::handleStreamStopped);
 }
 
 void RecorderViewModel::setActiveTab(Tab value)
@@ -232,13 +234,17 @@ void RecorderViewModel::startPreview()
     const std::optional<CaptureSource> source = captureEngine->selectedSource();
     if (!source) return;
     const QSize size = sources->outputSize(*source);
-    const int fps = framesPerSecond(appSettings->frameRate());
-    segmentRecorder->configure(
-        size.width(), size.height(), appSettings->bitrateMbps(), appSettings->bufferSeconds(), fps);
-    captureEngine->startStream(size.width(), size.height(), fps, appSettings->cursor() != CursorMode::hide,
-        appSettings->hideAppInCaptures(), appSettings->systemAudioEnabled());
+    segmentRecorder->configure(size.width(), size.height(), appSettings->bitrateMbps(), appSettings->bufferSeconds(),
+        framesPerSecond(appSettings->frameRate()));
+    startStream(size.width(), size.height());
     // Armed whether or not the stream started: a failure shows through the engine's errorMessage.
     segmentRecorder->armBuffering();
+}
+
+void RecorderViewModel::startStream(int width, int height)
+{
+    captureEngine->startStream(width, height, framesPerSecond(appSettings->frameRate()),
+        appSettings->cursor() != CursorMode::hide, appSettings->hideAppInCaptures(), appSettings->systemAudioEnabled());
 }
 
 void RecorderViewModel::restartStream()
@@ -248,88 +254,12 @@ void RecorderViewModel::restartStream()
     startPreview();
 }
 
-void RecorderViewModel::handleStreamStopped(const QString& reason)
-{
-    const std::optional<CaptureSource> source = captureEngine->selectedSource();
-    if (!source || source->kind() != CaptureSource::Kind::window) {
-        showToast(QStringLiteral("Capture stopped: ") + reason);
-        return;
-    }
-    const CaptureWindow& window = source->capturedWindow();
-    const QString title = window.title.value_or(QString());
-    const QString bundle = window.owningApplication ? window.owningApplication->bundleIdentifier : QString();
-
-    // The display under the window's middle, or the first one: the trader keeps a recording of
-    // whatever replaced the window rather than none.
-    const std::vector<CaptureDisplay>& displays = captureEngine->availableDisplays();
-    const auto under = std::find_if(displays.begin(), displays.end(),
-        [&](const CaptureDisplay& d) { return QRectF(d.frame).contains(window.frame.center()); });
-    const CaptureDisplay* display = under != displays.end() ? &*under : displays.empty() ? nullptr : &displays.front();
-    if (display) switchSourceKeepingRing(CaptureSource::display(*display));
-    showToast(captureEngine->isStreaming()
-            ? QStringLiteral("The window “%1” was closed; recording the whole display until it reopens").arg(title)
-            : QStringLiteral("The window “%1” was closed; nothing is recorded until it reopens").arg(title));
-
-    // Found again as a saved window is: by application and title (a window without them never is).
-    if (bundle.isEmpty() || title.isEmpty()) return;
-    lostWindow = LostWindow { SourceGeometry::windowDescriptor(bundle, title), title };
-    scheduleLostWindowCheck();
-}
-
-void RecorderViewModel::switchSourceKeepingRing(const CaptureSource& source)
-{
-    switchingSourceItself = true;
-    captureEngine->setSelectedSource(source);
-    switchingSourceItself = false;
-    // The recorder keeps its size: a new picture is fitted into the frames the ring already holds.
-    captureEngine->startStream(captureEngine->outputWidth(), captureEngine->outputHeight(),
-        framesPerSecond(appSettings->frameRate()), appSettings->cursor() != CursorMode::hide,
-        appSettings->hideAppInCaptures(), appSettings->systemAudioEnabled());
-}
-
 void RecorderViewModel::sourceSelected(const std::optional<CaptureSource>& source)
 {
     // A stand-in for a closed window, or the window back: the user's choice stays what is saved.
-    if (switchingSourceItself) return;
-    stopWaitingForLostWindow();
+    if (lostWindows->isSwitchingSource()) return;
+    lostWindows->stopWaiting();
     if (!suppressPersistence) sources->saveSourceDescriptor(source);
-}
-
-void RecorderViewModel::scheduleLostWindowCheck()
-{
-    if (lostWindowTask) platform.scheduler->cancel(*lostWindowTask);
-    QPointer<RecorderViewModel> self(this);
-    lostWindowTask = platform.scheduler->schedule(lostWindowCheckInterval, [self] {
-        if (self) self->checkForLostWindow();
-    });
-}
-
-void RecorderViewModel::checkForLostWindow()
-{
-    lostWindowTask.reset();
-    if (!lostWindow) return;
-    QPointer<RecorderViewModel> self(this);
-    captureEngine->refreshAvailableContent([self] {
-        if (!self || !self->lostWindow) return; // the user chose another source meanwhile
-        const std::optional<CaptureSource> window = self->sources->findSource(self->lostWindow->descriptor);
-        if (!window) {
-            self->scheduleLostWindowCheck();
-            return;
-        }
-        const QString title = self->lostWindow->title;
-        self->stopWaitingForLostWindow();
-        self->switchSourceKeepingRing(*window);
-        // A failed start speaks through the engine's errorMessage.
-        if (self->captureEngine->isStreaming())
-            self->showToast(QStringLiteral("The window “%1” is back; recording it again").arg(title));
-    });
-}
-
-void RecorderViewModel::stopWaitingForLostWindow()
-{
-    lostWindow.reset();
-    if (lostWindowTask) platform.scheduler->cancel(*lostWindowTask);
-    lostWindowTask.reset();
 }
 
 void RecorderViewModel::startRecording()

@@ -18,6 +18,7 @@ class AreaMonitor;
 class CaptureBackend;
 class CaptureEngine;
 class ClipJournalStore;
+class LostWindowWatch;
 class SegmentedRecorder;
 class SourceMemory;
 class SystemAudioBackend;
@@ -89,14 +90,6 @@ public:
     // The stream restart: throw the ring away, stop the stream, start the preview again.
     void restartStream();
 
-    // The stream ended by itself. A captured window that closed gives way to the display it was on,
-    // at the same picture size so that the ring and a running recording go on, and comes back once
-    // a window of the same application and title shows; the toast says both. Any other end is
-    // only said.
-    void handleStreamStopped(const QString& reason);
-    // How often the window list is asked for a closed window while it stays away.
-    static constexpr auto lostWindowCheckInterval = std::chrono::seconds(2);
-
     // What the arm hotkey does (AreaCommands::toggleAreaMonitor): disarm an armed monitor, arm a
     // disarmed one, and say so. Returns the toast it showed.
     QString toggleAreaMonitor();
@@ -117,14 +110,11 @@ private:
     // The monitor forgets a recording it asked for, whoever ended it.
     void monitorReset();
     void setToast(const std::optional<QString>& text);
-    // A source chosen by anyone but this controller ends the wait for a closed window, and is saved.
+    // A source chosen by anyone but the lost-window watch ends its wait, and is saved.
     void sourceSelected(const std::optional<CaptureSource>& source);
-    // Streams `source` at the size the stream runs at now; not saved as the user's choice.
-    void switchSourceKeepingRing(const CaptureSource& source);
-    // While a captured window is away: a refresh of the window list now and then, until it is back.
-    void scheduleLostWindowCheck();
-    void checkForLostWindow();
-    void stopWaitingForLostWindow();
+    // Streams the selected source at the given size with the frame rate, cursor, hide-self and
+    // system audio of the settings.
+    void startStream(int width, int height);
 
     AppSettings* appSettings;
     Platform platform;
@@ -134,6 +124,7 @@ private:
     ClipJournalStore* journalStore;
     std::unique_ptr<SourceMemory> sources;
     std::unique_ptr<AreaCommands> areas;
+    std::unique_ptr<LostWindowWatch> lostWindows;
 
     Tab tab = Tab::recorder;
     CaptureMode mode = CaptureMode::manual;
@@ -141,15 +132,6 @@ private:
     std::optional<QString> lastSaved;
     std::optional<TaskScheduler::Handle> autoStopTask;
     bool suppressPersistence = true;
-
-    // The captured window that closed and is waited for, by what it shows.
-    struct LostWindow {
-        QString descriptor;
-        QString title;
-    };
-    std::optional<LostWindow> lostWindow;
-    std::optional<TaskScheduler::Handle> lostWindowTask;
-    bool switchingSourceItself = false;
 };
 
 QString captureModeRawValue(RecorderViewModel::CaptureMode mode);
