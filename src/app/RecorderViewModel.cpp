@@ -55,7 +55,15 @@ RecorderViewModel::RecorderViewModel(AppSettings* settings, Platform p, QObject*
     // The one link between owned objects: frames and system audio go from the engine to the ring.
     captureEngine->setRecorder(segmentRecorder);
 
-    wireSubscriptions();
+    // Every subscription and callback between the settings and the objects the controller owns.
+    // The camera, the microphone and the armed-area overlay add theirs when they arrive.
+    wireJournal();
+    wireAudio();
+    wireAreaMonitor();
+    wirePersistence();
+    wireSaveSequence();
+    wireStreamRestart();
+    wireLostWindow();
 }
 
 RecorderViewModel::~RecorderViewModel()
@@ -64,17 +72,16 @@ RecorderViewModel::~RecorderViewModel()
     captureEngine->stopStream();
 }
 
-// Every subscription and callback between the settings and the objects the controller owns.
-// The camera, the microphone and the armed-area overlay add theirs when they arrive.
-void RecorderViewModel::wireSubscriptions()
+void RecorderViewModel::wireJournal()
 {
-    QPointer<RecorderViewModel> self(this);
-
-    // The journal follows the save folder; this also runs once at launch.
+    // This also runs once at launch.
     observe(appSettings, &AppSettings::saveFolderPath, &AppSettings::saveFolderPathChanged)
         .removeDuplicates()
         .sink(this, [this](const QString& path) { journalStore->setSavePath(QUrl::fromLocalFile(path)); });
+}
 
+void RecorderViewModel::wireAudio()
+{
     // Segments get an audio track when either audio source is on.
     segmentRecorder->setAudioEnabled(appSettings->microphoneEnabled() || appSettings->systemAudioEnabled());
 
@@ -91,6 +98,11 @@ void RecorderViewModel::wireSubscriptions()
             segmentRecorder->setAudioEnabled(on || appSettings->microphoneEnabled());
             restartStream();
         });
+}
+
+void RecorderViewModel::wireAreaMonitor()
+{
+    QPointer<RecorderViewModel> self(this);
 
     // The monitor's sensitivity comes from the settings.
     monitor->setSensitivity(appSettings->areaSensitivity());
@@ -103,37 +115,29 @@ void RecorderViewModel::wireSubscriptions()
         if (self) self->appSettings->setAreaReferenceSignature(bytes);
     };
 
-    // The capture mode comes back from the settings; an unknown text leaves manual.
-    if (appSettings->savedCaptureMode() == QStringLiteral("areaMonitor"))
-        setCaptureMode(CaptureMode::areaMonitor);
-    else if (appSettings->savedCaptureMode() == QStringLiteral("manual"))
-        setCaptureMode(CaptureMode::manual);
+    // The monitor asks from its tick; the controller answers on a later turn of the main loop, and
+    // the toast says what came of it.
+    const auto queued = [self](std::function<std::optional<QString>(RecorderViewModel&)> answer) {
+        return [self, answer] {
+            QMetaObject::invokeMethod(
+                self,
+                [self, answer] {
+                    if (!self) return;
+                    if (const auto toast = answer(*self)) self->showToast(*toast);
+                },
+                Qt::QueuedConnection);
+        };
+    };
 
     // The watched area changed: record, unless a recording already runs.
-    monitor->onShouldStartRecording = [self] {
-        QMetaObject::invokeMethod(
-            self,
-            [self] {
-                if (!self) return;
-                const auto toast = AreaMonitorActions::startRequested(
-                    self->segmentRecorder->isRecording(), [&] { self->startRecording(); });
-                if (toast) self->showToast(*toast);
-            },
-            Qt::QueuedConnection);
-    };
+    monitor->onShouldStartRecording = queued([](RecorderViewModel& vm) {
+        return AreaMonitorActions::startRequested(vm.segmentRecorder->isRecording(), [&] { vm.startRecording(); });
+    });
 
     // It has looked like the reference for long enough: save the recording, if one runs.
-    monitor->onShouldStopRecording = [self] {
-        QMetaObject::invokeMethod(
-            self,
-            [self] {
-                if (!self) return;
-                const auto toast = AreaMonitorActions::stopRequested(
-                    self->segmentRecorder->isRecording(), [&] { self->stopRecording(); });
-                if (toast) self->showToast(*toast);
-            },
-            Qt::QueuedConnection);
-    };
+    monitor->onShouldStopRecording = queued([](RecorderViewModel& vm) {
+        return AreaMonitorActions::stopRequested(vm.segmentRecorder->isRecording(), [&] { vm.stopRecording(); });
+    });
 
     // The monitor's sensitivity and area are remembered.
     observe(monitor, &AreaMonitor::sensitivity, &AreaMonitor::sensitivityChanged)
@@ -142,6 +146,15 @@ void RecorderViewModel::wireSubscriptions()
     observe(monitor, &AreaMonitor::rect, &AreaMonitor::rectChanged)
         .dropFirst()
         .sink(this, [this](const std::optional<QRectF>& value) { appSettings->setAreaMonitorRect(value); });
+}
+
+void RecorderViewModel::wirePersistence()
+{
+    // The capture mode comes back from the settings; an unknown text leaves manual.
+    if (appSettings->savedCaptureMode() == QStringLiteral("areaMonitor"))
+        setCaptureMode(CaptureMode::areaMonitor);
+    else if (appSettings->savedCaptureMode() == QStringLiteral("manual"))
+        setCaptureMode(CaptureMode::manual);
 
     // The capture mode is remembered, once start-up has restored things.
     observe(this, &RecorderViewModel::captureMode, &RecorderViewModel::captureModeChanged)
@@ -154,6 +167,11 @@ void RecorderViewModel::wireSubscriptions()
     observe(captureEngine, &CaptureEngine::selectedSource, &CaptureEngine::selectedSourceChanged)
         .dropFirst()
         .sink(this, [this](const std::optional<CaptureSource>& source) { sourceSelected(source); });
+}
+
+void RecorderViewModel::wireSaveSequence()
+{
+    QPointer<RecorderViewModel> self(this);
 
     // A clip was written.
     segmentRecorder->onFinished = [self](const QString& path) {
@@ -176,7 +194,10 @@ void RecorderViewModel::wireSubscriptions()
             },
             Qt::QueuedConnection);
     };
+}
 
+void RecorderViewModel::wireStreamRestart()
+{
     // Size, rate, cursor and hide-self need a new stream; changes close together make one
     // restart. Bit rate and buffer length act at the next configure and restart nothing.
     auto* settingsSink = new QObject(this);
@@ -187,8 +208,10 @@ void RecorderViewModel::wireSubscriptions()
         .dropFirst()
         .debounce(restartDebounce)
         .sink(settingsSink, [this](const auto&) { restartStream(); });
+}
 
-    // A stream that ends by itself: the controller decides what is recorded instead.
+void RecorderViewModel::wireLostWindow()
+{
     connect(captureEngine, &CaptureEngine::streamStopped, lostWindows.get(), &LostWindowWatch::handleStreamStopped);
 }
 

@@ -104,7 +104,21 @@ signals:
     void lastSavedURLChanged();
 
 private:
-    void wireSubscriptions();
+    // The journal's folder in step with the save folder.
+    void wireJournal();
+    // The segments' audio track in step with the two audio switches; system audio also restarts the stream.
+    void wireAudio();
+    // The area monitor in step with the settings (sensitivity, area, reference) and the recorder (start, stop).
+    void wireAreaMonitor();
+    // The capture mode and the selected source in step with what the settings remember.
+    void wirePersistence();
+    // The user in step with the end of an export: the save sequence, or the error as a toast.
+    void wireSaveSequence();
+    // The stream in step with the size, rate, cursor and hide-self settings, through one debounce.
+    void wireStreamRestart();
+    // The source in step with a stream that ends by itself, through the lost-window watch.
+    void wireLostWindow();
+
     void scheduleAutoStopIfNeeded();
     void runSaveSequence(const QString& path);
     // The monitor forgets a recording it asked for, whoever ended it.
