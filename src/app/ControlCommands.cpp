@@ -1,6 +1,8 @@
 #include "app/ControlCommands.h"
 
+#include "app/AreaCommands.h"
 #include "app/RecorderViewModel.h"
+#include "app/SourceMemory.h"
 #include "capture/CaptureEngine.h"
 #include "media/HevcEncoderProbe.h"
 #include "monitor/AreaMonitor.h"
@@ -51,7 +53,7 @@ ControlProtocol::Reply ControlCommands::handle(const QStringList& command)
         }
         if (!valid || !(n[2] > 0) || !(n[3] > 0))
             return Reply::failure(QStringLiteral("'area' takes four numbers X Y W H, with W and H above 0"));
-        const auto watched = viewModel.watchArea(QRectF(n[0], n[1], n[2], n[3]));
+        const auto watched = viewModel.areaCommands()->watchArea(QRectF(n[0], n[1], n[2], n[3]));
         return watched.captured ? Reply::success(watched.toast) : Reply::failure(watched.toast);
     }
     return Reply::failure(QStringLiteral("unknown command '%1'").arg(name));
@@ -72,7 +74,7 @@ QString ControlCommands::status() const
         state = QStringLiteral("buffering %1 s").arg(recorder->bufferedSeconds(), 0, 'f', 1);
     else
         state = QStringLiteral("idle");
-    const auto label = viewModel.sourceLabelForFilename();
+    const auto label = viewModel.sourceMemory()->sourceLabelForFilename();
     state += label ? QStringLiteral(" (source: %1)").arg(*label) : QStringLiteral(" (no source selected)");
     if (engine->errorMessage()) state += QStringLiteral("; ") + *engine->errorMessage();
     if (const auto encoder = HevcEncoderProbe::chosenSoFar()) state += QStringLiteral("; encoder ") + *encoder;

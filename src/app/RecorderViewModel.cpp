@@ -1,33 +1,33 @@
 #include "app/RecorderViewModel.h"
 
 #include "app/AppSettings.h"
+#include "app/AreaCommands.h"
 #include "app/BackendAreaGrabber.h"
-#include "app/SourceGeometry.h"
+#include "app/LostWindowWatch.h"
+#include "app/SourceMemory.h"
 #include "capture/CaptureEngine.h"
 #include "core/Log.h"
 #include "core/Publisher.h"
 #include "journal/ClipJournalStore.h"
 #include "monitor/AreaMonitor.h"
-#include "monitor/AreaPicker.h"
-#include "monitor/RegionPicking.h"
+#include "monitor/AreaMonitorActions.h"
 #include "platform/desktop/DesktopIntegration.h"
 #include "recorder/SegmentedRecorder.h"
 
 #include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
-#include <QLocale>
 #include <QPointer>
 #include <QUrl>
 
-#include <algorithm>
 #include <cmath>
 
 using namespace std::chrono_literals;
 
 QString captureModeRawValue(RecorderViewModel::CaptureMode mode)
 {
-    return mode == RecorderViewModel::CaptureMode::areaMonitor ? QStringLiteral("areaMonitor") : QStringLiteral("manual");
+    return mode == RecorderViewModel::CaptureMode::areaMonitor ? QStringLiteral("areaMonitor")
+                                                               : QStringLiteral("manual");
 }
 
 RecorderViewModel::RecorderViewModel(AppSettings* settings, Platform p, QObject* parent)
@@ -44,11 +44,26 @@ RecorderViewModel::RecorderViewModel(AppSettings* settings, Platform p, QObject*
     if (!platform.areaGrabber) platform.areaGrabber = std::make_unique<BackendAreaGrabber>(platform.screen);
     monitor = new AreaMonitor(std::move(platform.areaGrabber), {}, this);
     journalStore = new ClipJournalStore(QUrl::fromLocalFile(appSettings->saveFolderPath()), this);
+    sources = std::make_unique<SourceMemory>(*appSettings, *captureEngine);
+    areas = std::make_unique<AreaCommands>(
+        *monitor, *captureEngine, *sources, std::move(platform.areaPicker),
+        [this](const QString& text) { showToast(text); }, [this] { restartStream(); });
+    lostWindows = std::make_unique<LostWindowWatch>(
+        *captureEngine, *sources, *platform.scheduler, [this](const QString& text) { showToast(text); },
+        [this](int width, int height) { startStream(width, height); });
 
     // The one link between owned objects: frames and system audio go from the engine to the ring.
     captureEngine->setRecorder(segmentRecorder);
 
-    wireSubscriptions();
+    // Every subscription and callback between the settings and the objects the controller owns.
+    // The camera, the microphone and the armed-area overlay add theirs when they arrive.
+    wireJournal();
+    wireAudio();
+    wireAreaMonitor();
+    wirePersistence();
+    wireSaveSequence();
+    wireStreamRestart();
+    wireLostWindow();
 }
 
 RecorderViewModel::~RecorderViewModel()
@@ -57,17 +72,16 @@ RecorderViewModel::~RecorderViewModel()
     captureEngine->stopStream();
 }
 
-// Every subscription and callback between the settings and the objects the controller owns.
-// The camera, the microphone and the armed-area overlay add theirs when they arrive.
-void RecorderViewModel::wireSubscriptions()
+void RecorderViewModel::wireJournal()
 {
-    QPointer<RecorderViewModel> self(this);
-
-    // The journal follows the save folder; this also runs once at launch.
+    // This also runs once at launch.
     observe(appSettings, &AppSettings::saveFolderPath, &AppSettings::saveFolderPathChanged)
         .removeDuplicates()
         .sink(this, [this](const QString& path) { journalStore->setSavePath(QUrl::fromLocalFile(path)); });
+}
 
+void RecorderViewModel::wireAudio()
+{
     // Segments get an audio track when either audio source is on.
     segmentRecorder->setAudioEnabled(appSettings->microphoneEnabled() || appSettings->systemAudioEnabled());
 
@@ -84,6 +98,11 @@ void RecorderViewModel::wireSubscriptions()
             segmentRecorder->setAudioEnabled(on || appSettings->microphoneEnabled());
             restartStream();
         });
+}
+
+void RecorderViewModel::wireAreaMonitor()
+{
+    QPointer<RecorderViewModel> self(this);
 
     // The monitor's sensitivity comes from the settings.
     monitor->setSensitivity(appSettings->areaSensitivity());
@@ -96,37 +115,29 @@ void RecorderViewModel::wireSubscriptions()
         if (self) self->appSettings->setAreaReferenceSignature(bytes);
     };
 
-    // The capture mode comes back from the settings; an unknown text leaves manual.
-    if (appSettings->savedCaptureMode() == QStringLiteral("areaMonitor"))
-        setCaptureMode(CaptureMode::areaMonitor);
-    else if (appSettings->savedCaptureMode() == QStringLiteral("manual"))
-        setCaptureMode(CaptureMode::manual);
+    // The monitor asks from its tick; the controller answers on a later turn of the main loop, and
+    // the toast says what came of it.
+    const auto queued = [self](std::function<std::optional<QString>(RecorderViewModel&)> answer) {
+        return [self, answer] {
+            QMetaObject::invokeMethod(
+                self,
+                [self, answer] {
+                    if (!self) return;
+                    if (const auto toast = answer(*self)) self->showToast(*toast);
+                },
+                Qt::QueuedConnection);
+        };
+    };
 
     // The watched area changed: record, unless a recording already runs.
-    monitor->onShouldStartRecording = [self] {
-        QMetaObject::invokeMethod(
-            self,
-            [self] {
-                if (!self) return;
-                const auto toast = AreaMonitorActions::startRequested(
-                    self->segmentRecorder->isRecording(), [&] { self->startRecording(); });
-                if (toast) self->showToast(*toast);
-            },
-            Qt::QueuedConnection);
-    };
+    monitor->onShouldStartRecording = queued([](RecorderViewModel& vm) {
+        return AreaMonitorActions::startRequested(vm.segmentRecorder->isRecording(), [&] { vm.startRecording(); });
+    });
 
     // It has looked like the reference for long enough: save the recording, if one runs.
-    monitor->onShouldStopRecording = [self] {
-        QMetaObject::invokeMethod(
-            self,
-            [self] {
-                if (!self) return;
-                const auto toast = AreaMonitorActions::stopRequested(
-                    self->segmentRecorder->isRecording(), [&] { self->stopRecording(); });
-                if (toast) self->showToast(*toast);
-            },
-            Qt::QueuedConnection);
-    };
+    monitor->onShouldStopRecording = queued([](RecorderViewModel& vm) {
+        return AreaMonitorActions::stopRequested(vm.segmentRecorder->isRecording(), [&] { vm.stopRecording(); });
+    });
 
     // The monitor's sensitivity and area are remembered.
     observe(monitor, &AreaMonitor::sensitivity, &AreaMonitor::sensitivityChanged)
@@ -135,6 +146,15 @@ void RecorderViewModel::wireSubscriptions()
     observe(monitor, &AreaMonitor::rect, &AreaMonitor::rectChanged)
         .dropFirst()
         .sink(this, [this](const std::optional<QRectF>& value) { appSettings->setAreaMonitorRect(value); });
+}
+
+void RecorderViewModel::wirePersistence()
+{
+    // The capture mode comes back from the settings; an unknown text leaves manual.
+    if (appSettings->savedCaptureMode() == QStringLiteral("areaMonitor"))
+        setCaptureMode(CaptureMode::areaMonitor);
+    else if (appSettings->savedCaptureMode() == QStringLiteral("manual"))
+        setCaptureMode(CaptureMode::manual);
 
     // The capture mode is remembered, once start-up has restored things.
     observe(this, &RecorderViewModel::captureMode, &RecorderViewModel::captureModeChanged)
@@ -147,11 +167,20 @@ void RecorderViewModel::wireSubscriptions()
     observe(captureEngine, &CaptureEngine::selectedSource, &CaptureEngine::selectedSourceChanged)
         .dropFirst()
         .sink(this, [this](const std::optional<CaptureSource>& source) { sourceSelected(source); });
+}
+
+void RecorderViewModel::wireSaveSequence()
+{
+    QPointer<RecorderViewModel> self(this);
 
     // A clip was written.
     segmentRecorder->onFinished = [self](const QString& path) {
         QMetaObject::invokeMethod(
-            self, [self, path] { if (self) self->runSaveSequence(path); }, Qt::QueuedConnection);
+            self,
+            [self, path] {
+                if (self) self->runSaveSequence(path);
+            },
+            Qt::QueuedConnection);
     };
 
     // An export failed: the toast is the only report.
@@ -165,7 +194,10 @@ void RecorderViewModel::wireSubscriptions()
             },
             Qt::QueuedConnection);
     };
+}
 
+void RecorderViewModel::wireStreamRestart()
+{
     // Size, rate, cursor and hide-self need a new stream; changes close together make one
     // restart. Bit rate and buffer length act at the next configure and restart nothing.
     auto* settingsSink = new QObject(this);
@@ -176,9 +208,11 @@ void RecorderViewModel::wireSubscriptions()
         .dropFirst()
         .debounce(restartDebounce)
         .sink(settingsSink, [this](const auto&) { restartStream(); });
+}
 
-    // A stream that ends by itself: the controller decides what is recorded instead.
-    connect(captureEngine, &CaptureEngine::streamStopped, this, &RecorderViewModel::handleStreamStopped);
+void RecorderViewModel::wireLostWindow()
+{
+    connect(captureEngine, &CaptureEngine::streamStopped, lostWindows.get(), &LostWindowWatch::handleStreamStopped);
 }
 
 void RecorderViewModel::setActiveTab(Tab value)
@@ -208,7 +242,7 @@ void RecorderViewModel::startUp(std::function<void()> done)
     QPointer<RecorderViewModel> self(this);
     captureEngine->refreshAvailableContent([self, finishOne] {
         if (self) {
-            self->restoreSelectedSourceIfPossible();
+            self->sources->restoreSelectedSourceIfPossible();
             // Only after the restore, so that the restored source isn't written back.
             self->suppressPersistence = false;
         }
@@ -222,14 +256,18 @@ void RecorderViewModel::startPreview()
 {
     const std::optional<CaptureSource> source = captureEngine->selectedSource();
     if (!source) return;
-    const QSize size = outputSize(*source);
-    const int fps = framesPerSecond(appSettings->frameRate());
-    segmentRecorder->configure(
-        size.width(), size.height(), appSettings->bitrateMbps(), appSettings->bufferSeconds(), fps);
-    captureEngine->startStream(size.width(), size.height(), fps, appSettings->cursor() != CursorMode::hide,
-        appSettings->hideAppInCaptures(), appSettings->systemAudioEnabled());
+    const QSize size = sources->outputSize(*source);
+    segmentRecorder->configure(size.width(), size.height(), appSettings->bitrateMbps(), appSettings->bufferSeconds(),
+        framesPerSecond(appSettings->frameRate()));
+    startStream(size.width(), size.height());
     // Armed whether or not the stream started: a failure shows through the engine's errorMessage.
     segmentRecorder->armBuffering();
+}
+
+void RecorderViewModel::startStream(int width, int height)
+{
+    captureEngine->startStream(width, height, framesPerSecond(appSettings->frameRate()),
+        appSettings->cursor() != CursorMode::hide, appSettings->hideAppInCaptures(), appSettings->systemAudioEnabled());
 }
 
 void RecorderViewModel::restartStream()
@@ -239,101 +277,20 @@ void RecorderViewModel::restartStream()
     startPreview();
 }
 
-void RecorderViewModel::handleStreamStopped(const QString& reason)
-{
-    const std::optional<CaptureSource> source = captureEngine->selectedSource();
-    if (!source || source->kind() != CaptureSource::Kind::window) {
-        showToast(QStringLiteral("Capture stopped: ") + reason);
-        return;
-    }
-    const CaptureWindow& window = source->capturedWindow();
-    const QString title = window.title.value_or(QString());
-    const QString bundle = window.owningApplication ? window.owningApplication->bundleIdentifier : QString();
-
-    // The display under the window's middle, or the first one: the trader keeps a recording of
-    // whatever replaced the window rather than none.
-    const std::vector<CaptureDisplay>& displays = captureEngine->availableDisplays();
-    const auto under = std::find_if(displays.begin(), displays.end(),
-        [&](const CaptureDisplay& d) { return QRectF(d.frame).contains(window.frame.center()); });
-    const CaptureDisplay* display = under != displays.end() ? &*under : displays.empty() ? nullptr : &displays.front();
-    if (display) switchSourceKeepingRing(CaptureSource::display(*display));
-    showToast(captureEngine->isStreaming()
-            ? QStringLiteral("The window “%1” was closed; recording the whole display until it reopens").arg(title)
-            : QStringLiteral("The window “%1” was closed; nothing is recorded until it reopens").arg(title));
-
-    // Found again as a saved window is: by application and title (a window without them never is).
-    if (bundle.isEmpty() || title.isEmpty()) return;
-    lostWindow = LostWindow { SourceGeometry::windowDescriptor(bundle, title), title };
-    scheduleLostWindowCheck();
-}
-
-void RecorderViewModel::switchSourceKeepingRing(const CaptureSource& source)
-{
-    switchingSourceItself = true;
-    captureEngine->setSelectedSource(source);
-    switchingSourceItself = false;
-    // The recorder keeps its size: a new picture is fitted into the frames the ring already holds.
-    captureEngine->startStream(captureEngine->outputWidth(), captureEngine->outputHeight(),
-        framesPerSecond(appSettings->frameRate()), appSettings->cursor() != CursorMode::hide,
-        appSettings->hideAppInCaptures(), appSettings->systemAudioEnabled());
-}
-
 void RecorderViewModel::sourceSelected(const std::optional<CaptureSource>& source)
 {
     // A stand-in for a closed window, or the window back: the user's choice stays what is saved.
-    if (switchingSourceItself) return;
-    stopWaitingForLostWindow();
-    if (!suppressPersistence) saveSourceDescriptor(source);
-}
-
-void RecorderViewModel::scheduleLostWindowCheck()
-{
-    if (lostWindowTask) platform.scheduler->cancel(*lostWindowTask);
-    QPointer<RecorderViewModel> self(this);
-    lostWindowTask = platform.scheduler->schedule(lostWindowCheckInterval, [self] {
-        if (self) self->checkForLostWindow();
-    });
-}
-
-void RecorderViewModel::checkForLostWindow()
-{
-    lostWindowTask.reset();
-    if (!lostWindow) return;
-    QPointer<RecorderViewModel> self(this);
-    captureEngine->refreshAvailableContent([self] {
-        if (!self || !self->lostWindow) return; // the user chose another source meanwhile
-        const std::optional<CaptureSource> window = self->findSource(self->lostWindow->descriptor);
-        if (!window) {
-            self->scheduleLostWindowCheck();
-            return;
-        }
-        const QString title = self->lostWindow->title;
-        self->stopWaitingForLostWindow();
-        self->switchSourceKeepingRing(*window);
-        // A failed start speaks through the engine's errorMessage.
-        if (self->captureEngine->isStreaming())
-            self->showToast(QStringLiteral("The window “%1” is back; recording it again").arg(title));
-    });
-}
-
-void RecorderViewModel::stopWaitingForLostWindow()
-{
-    lostWindow.reset();
-    if (lostWindowTask) platform.scheduler->cancel(*lostWindowTask);
-    lostWindowTask.reset();
-}
-
-QString RecorderViewModel::filename(const QString& label, const QDateTime& date)
-{
-    return label + QStringLiteral(", ") + QLocale().toString(date, QStringLiteral("MMM d, HH-mm-ss"))
-        + QStringLiteral(".mp4");
+    if (lostWindows->isSwitchingSource()) return;
+    lostWindows->stopWaiting();
+    if (!suppressPersistence) sources->saveSourceDescriptor(source);
 }
 
 void RecorderViewModel::startRecording()
 {
     const QString folder = appSettings->saveFolderPath();
     QDir().mkpath(folder); // a failure shows when the export fails
-    const QString name = filename(sourceLabelForFilename().value_or(QStringLiteral("Clip")), QDateTime::currentDateTime());
+    const QString name = SourceMemory::filename(
+        sources->sourceLabelForFilename().value_or(QStringLiteral("Clip")), QDateTime::currentDateTime());
     const QString destination = QDir(folder).filePath(name);
     // The size the running stream was set up with; bit rate and buffer length of this moment.
     segmentRecorder->configure(captureEngine->outputWidth(), captureEngine->outputHeight(), appSettings->bitrateMbps(),
@@ -405,206 +362,12 @@ void RecorderViewModel::monitorReset()
     monitor->monitorReset();
 }
 
-// ---- Area monitor and region picking ----
-
 QString RecorderViewModel::toggleAreaMonitor()
 {
-    const QString text = AreaMonitorActions::toggle(*monitor);
-    if (!text.isEmpty()) showToast(text);
-    return text;
-}
-
-std::optional<AreaMonitorActions::WindowScope> RecorderViewModel::windowScope() const
-{
-    const auto window = captureEngine->selectedWindowScope();
-    if (!window) return std::nullopt;
-    return AreaMonitorActions::WindowScope { window->windowID, window->frame };
-}
-
-void RecorderViewModel::setPickedAreaRect(const QRectF& rect)
-{
-    AreaMonitorActions::setPickedAreaRect(*monitor, rect, windowScope());
-}
-
-AreaMonitorActions::WatchResult RecorderViewModel::watchArea(const QRectF& rect)
-{
-    std::vector<QRectF> displays;
-    for (const ScreenLayout::Screen& screen : screenLayout().screens)
-        displays.push_back(screen.frame);
-    const auto result = AreaMonitorActions::watchArea(*monitor, rect, windowScope(), displays);
-    showToast(result.toast);
-    return result;
-}
-
-void RecorderViewModel::pickRecordingRegion()
-{
-    if (!platform.areaPicker) return;
-    QPointer<RecorderViewModel> self(this);
-    platform.areaPicker->pick([self](std::optional<QRectF> rect) {
-        // Cancelled: the present source and its stream stay as they are.
-        if (self && rect) self->useRecordingRegion(*rect);
-    });
-}
-
-void RecorderViewModel::useRecordingRegion(const QRectF& globalRect)
-{
-    std::vector<uint32_t> displayIDs;
-    for (const CaptureDisplay& d : captureEngine->availableDisplays())
-        displayIDs.push_back(d.displayID);
-    const auto result = RegionPicking::pickedRegion(globalRect, screenLayout(), displayIDs);
-    if (const auto* failure = std::get_if<RegionPicking::PickFailure>(&result)) {
-        showToast(RegionPicking::failureMessage(*failure));
-        return;
-    }
-    const auto& region = std::get<RegionPicking::PickedRegion>(result);
-    for (const CaptureDisplay& d : captureEngine->availableDisplays()) {
-        if (d.displayID != region.displayID) continue;
-        captureEngine->setSelectedSource(
-            CaptureSource::region(d, region.localRect, region.pixelWidth, region.pixelHeight));
-        break;
-    }
-    showToast(RegionPicking::selectedToast(region));
-    restartStream();
-}
-
-// ---- Source memory and geometry ----
-
-ScreenLayout RecorderViewModel::screenLayout() const
-{
-    ScreenLayout layout;
-    for (const CaptureDisplay& d : captureEngine->availableDisplays())
-        layout.screens.push_back({ d.displayID, QRectF(d.frame), 1.0, d.name });
-    return layout;
-}
-
-void RecorderViewModel::saveSourceDescriptor(const std::optional<CaptureSource>& source)
-{
-    if (!source || source->kind() == CaptureSource::Kind::region) {
-        appSettings->setSavedSourceDescriptor(std::nullopt); // a region forgets the saved source
-        return;
-    }
-    if (source->kind() == CaptureSource::Kind::display) {
-        appSettings->setSavedSourceDescriptor(SourceGeometry::displayDescriptor(source->capturedDisplay().displayID));
-        return;
-    }
-    const CaptureWindow& w = source->capturedWindow();
-    const QString bundle = w.owningApplication ? w.owningApplication->bundleIdentifier : QStringLiteral("unknown");
-    appSettings->setSavedSourceDescriptor(SourceGeometry::windowDescriptor(bundle, w.title.value_or(QString())));
-}
-
-void RecorderViewModel::restoreSelectedSourceIfPossible()
-{
-    // When nothing matches, the descriptor stays stored, so the source comes back on a later launch.
-    const std::optional<QString> descriptor = appSettings->savedSourceDescriptor();
-    if (!descriptor) return;
-    if (const auto source = findSource(*descriptor)) captureEngine->setSelectedSource(source);
+    return areas->toggleAreaMonitor();
 }
 
 std::optional<CaptureSource> RecorderViewModel::findSource(const QString& descriptor) const
 {
-    if (descriptor.startsWith(QStringLiteral("display:"))) {
-        const auto id = SourceGeometry::parseDisplayDescriptor(descriptor);
-        if (!id) return std::nullopt;
-        for (const CaptureDisplay& d : captureEngine->availableDisplays())
-            if (d.displayID == *id) return CaptureSource::display(d);
-        return std::nullopt;
-    }
-    // A window is found by what it shows; a window without an owner or a title can't match.
-    const auto window = SourceGeometry::parseWindowDescriptor(descriptor);
-    if (!window) return std::nullopt;
-    for (const CaptureWindow& w : captureEngine->availableWindows()) {
-        if (!w.owningApplication || !w.title) continue;
-        if (w.owningApplication->bundleIdentifier == window->bundleIdentifier && *w.title == window->title)
-            return CaptureSource::window(w);
-    }
-    return std::nullopt;
-}
-
-QSize RecorderViewModel::outputSize(const CaptureSource& source) const
-{
-    const ScreenLayout layout = screenLayout();
-    double w = 0, h = 0;
-    switch (source.kind()) {
-    case CaptureSource::Kind::display: {
-        const CaptureDisplay& d = source.capturedDisplay();
-        if (const auto* screen = layout.screenForDisplay(d.displayID)) {
-            const QRectF pixels = screen->backingRect(screen->frame);
-            w = std::trunc(pixels.width());
-            h = std::trunc(pixels.height());
-        } else {
-            w = d.width;
-            h = d.height;
-        }
-        break;
-    }
-    case CaptureSource::Kind::window: {
-        const QRectF frame = source.capturedWindow().frame;
-        // The middle of the frame picks the screen whose scale applies; none at all means 2.0.
-        const auto* screen = layout.screenContaining(frame.center());
-        if (!screen) screen = layout.mainScreen();
-        const double scale = screen ? screen->scale : 2.0;
-        w = std::trunc(frame.width() * scale);
-        h = std::trunc(frame.height() * scale);
-        break;
-    }
-    case CaptureSource::Kind::region:
-        w = source.pixelWidth();
-        h = source.pixelHeight();
-        break;
-    }
-    return SourceGeometry::scaledOutputSize(int(w), int(h), appSettings->qualityMode(), appSettings->resolution());
-}
-
-QSizeF RecorderViewModel::sourcePointSize() const
-{
-    const auto& source = captureEngine->selectedSource();
-    if (!source) return QSizeF(0, 0);
-    switch (source->kind()) {
-    case CaptureSource::Kind::display: {
-        const CaptureDisplay& d = source->capturedDisplay();
-        // The layout is a value: a screen found in it lives only as long as this copy.
-        const ScreenLayout layout = screenLayout();
-        if (const auto* screen = layout.screenForDisplay(d.displayID)) return screen->frame.size();
-        return QSizeF(d.width, d.height);
-    }
-    case CaptureSource::Kind::window: return source->capturedWindow().frame.size();
-    case CaptureSource::Kind::region: return source->localPointRect().size();
-    }
-    return QSizeF(0, 0);
-}
-
-QPointF RecorderViewModel::sourcePointOrigin() const
-{
-    const auto& source = captureEngine->selectedSource();
-    if (!source) return QPointF(0, 0);
-    switch (source->kind()) {
-    case CaptureSource::Kind::display: return QPointF(source->capturedDisplay().frame.topLeft());
-    case CaptureSource::Kind::window: return source->capturedWindow().frame.topLeft();
-    case CaptureSource::Kind::region:
-        return source->localPointRect().topLeft() + QPointF(source->capturedDisplay().frame.topLeft());
-    }
-    return QPointF(0, 0);
-}
-
-std::optional<QString> RecorderViewModel::sourceLabelForFilename() const
-{
-    const auto& source = captureEngine->selectedSource();
-    if (!source) return std::nullopt;
-    QString label;
-    switch (source->kind()) {
-    case CaptureSource::Kind::region: label = QStringLiteral("Region"); break;
-    case CaptureSource::Kind::window: {
-        const auto& app = source->capturedWindow().owningApplication;
-        label = app ? app->applicationName : QStringLiteral("Window");
-        break;
-    }
-    case CaptureSource::Kind::display: {
-        const CaptureDisplay& d = source->capturedDisplay();
-        const ScreenLayout layout = screenLayout();
-        const auto* screen = layout.screenForDisplay(d.displayID);
-        label = screen ? screen->name : QStringLiteral("Display %1").arg(d.displayID);
-        break;
-    }
-    }
-    return SourceGeometry::sanitizeFilenameLabel(label);
+    return sources->findSource(descriptor);
 }

@@ -1,28 +1,26 @@
 #pragma once
 
 #include "capture/CaptureSource.h"
-#include "core/ScreenLayout.h"
 #include "core/TaskScheduler.h"
 #include "monitor/AreaGrabber.h"
-#include "monitor/AreaMonitorActions.h"
 #include "monitor/AreaPicker.h"
 #include "platform/desktop/DesktopIntegration.h"
 
 #include <QObject>
-#include <QPointF>
-#include <QSize>
-#include <QSizeF>
 #include <QString>
 
 #include <memory>
 #include <optional>
 
 class AppSettings;
+class AreaCommands;
 class AreaMonitor;
 class CaptureBackend;
 class CaptureEngine;
 class ClipJournalStore;
+class LostWindowWatch;
 class SegmentedRecorder;
+class SourceMemory;
 class SystemAudioBackend;
 
 // The session controller: owns the capture engine, the segment ring and the journal, connects them
@@ -46,10 +44,10 @@ public:
     struct Platform {
         std::shared_ptr<CaptureBackend> screen;
         std::shared_ptr<SystemAudioBackend> systemAudio;
-        std::unique_ptr<TaskScheduler> scheduler;       // null: timers on the main loop
-        std::unique_ptr<DesktopIntegration> desktop;    // null: no sound, no reveal
-        std::unique_ptr<AreaGrabber> areaGrabber;       // null: grabs through `screen`
-        std::unique_ptr<AreaPicker> areaPicker;         // null: no region can be drawn
+        std::unique_ptr<TaskScheduler> scheduler; // null: timers on the main loop
+        std::unique_ptr<DesktopIntegration> desktop; // null: no sound, no reveal
+        std::unique_ptr<AreaGrabber> areaGrabber; // null: grabs through `screen`
+        std::unique_ptr<AreaPicker> areaPicker; // null: no region can be drawn
     };
 
     static constexpr auto toastDuration = std::chrono::milliseconds(2800);
@@ -70,6 +68,10 @@ public:
     SegmentedRecorder* recorder() const { return segmentRecorder; }
     ClipJournalStore* journal() const { return journalStore; }
     AreaMonitor* areaMonitor() const { return monitor; }
+    // What the selected source is remembered as, how large it records and what its clips are called.
+    SourceMemory* sourceMemory() const { return sources.get(); }
+    // Arming the monitor, the area it watches, and a drawn region as the capture source.
+    AreaCommands* areaCommands() const { return areas.get(); }
     bool isPersistenceSuppressed() const { return suppressPersistence; }
 
     // The two start-up tasks: list the sources and restore the saved one (then persistence
@@ -88,44 +90,12 @@ public:
     // The stream restart: throw the ring away, stop the stream, start the preview again.
     void restartStream();
 
-    // The stream ended by itself. A captured window that closed gives way to the display it was on,
-    // at the same picture size so that the ring and a running recording go on, and comes back once
-    // a window of the same application and title shows; the toast says both. Any other end is
-    // only said.
-    void handleStreamStopped(const QString& reason);
-    // How often the window list is asked for a closed window while it stays away.
-    static constexpr auto lostWindowCheckInterval = std::chrono::seconds(2);
-
-    // What the arm hotkey does: disarm an armed monitor, arm a disarmed one, and say so. Returns
-    // the toast it showed.
+    // What the arm hotkey does (AreaCommands::toggleAreaMonitor): disarm an armed monitor, arm a
+    // disarmed one, and say so. Returns the toast it showed.
     QString toggleAreaMonitor();
-    // Lets the user draw a region with the area picker and makes it the capture source.
-    void pickRecordingRegion();
-    // Makes a drawn rectangle (global display space) the watched area, tied to the captured window
-    // when a window is captured.
-    void setPickedAreaRect(const QRectF& rect);
-    // What the monitor strip does with a drawn rectangle: setPickedAreaRect, then a new reference;
-    // an area on no listed display, or one that can't be grabbed, changes nothing. Shows the toast.
-    AreaMonitorActions::WatchResult watchArea(const QRectF& rect);
-    // The capture source for a rectangle drawn in global display space, with the toast that says
-    // what became of it; the stream restarts on success. What pickRecordingRegion does with the
-    // picker's answer.
-    void useRecordingRegion(const QRectF& globalRect);
 
-    // Source memory and geometry.
-    void saveSourceDescriptor(const std::optional<CaptureSource>& source);
-    void restoreSelectedSourceIfPossible();
-    // The listed display or window that a saved descriptor names, if there is one now.
+    // The listed display or window that a saved descriptor names (the command line's --source).
     std::optional<CaptureSource> findSource(const QString& descriptor) const;
-    std::optional<QString> sourceLabelForFilename() const;
-    QSize outputSize(const CaptureSource& source) const;
-    QSizeF sourcePointSize() const;
-    QPointF sourcePointOrigin() const;
-    // The screens, as the displays the engine listed (X11 points are pixels: scale 1).
-    ScreenLayout screenLayout() const;
-
-    // "Label, MMM d, HH-mm-ss.mp4" in the user's locale and time zone.
-    static QString filename(const QString& label, const QDateTime& date);
 
 signals:
     void activeTabChanged();
@@ -134,21 +104,31 @@ signals:
     void lastSavedURLChanged();
 
 private:
-    void wireSubscriptions();
+    // The journal's folder in step with the save folder.
+    void wireJournal();
+    // The segments' audio track in step with the two audio switches; system audio also restarts the stream.
+    void wireAudio();
+    // The area monitor in step with the settings (sensitivity, area, reference) and the recorder (start, stop).
+    void wireAreaMonitor();
+    // The capture mode and the selected source in step with what the settings remember.
+    void wirePersistence();
+    // The user in step with the end of an export: the save sequence, or the error as a toast.
+    void wireSaveSequence();
+    // The stream in step with the size, rate, cursor and hide-self settings, through one debounce.
+    void wireStreamRestart();
+    // The source in step with a stream that ends by itself, through the lost-window watch.
+    void wireLostWindow();
+
     void scheduleAutoStopIfNeeded();
     void runSaveSequence(const QString& path);
     // The monitor forgets a recording it asked for, whoever ended it.
     void monitorReset();
-    std::optional<AreaMonitorActions::WindowScope> windowScope() const;
     void setToast(const std::optional<QString>& text);
-    // A source chosen by anyone but this controller ends the wait for a closed window, and is saved.
+    // A source chosen by anyone but the lost-window watch ends its wait, and is saved.
     void sourceSelected(const std::optional<CaptureSource>& source);
-    // Streams `source` at the size the stream runs at now; not saved as the user's choice.
-    void switchSourceKeepingRing(const CaptureSource& source);
-    // While a captured window is away: a refresh of the window list now and then, until it is back.
-    void scheduleLostWindowCheck();
-    void checkForLostWindow();
-    void stopWaitingForLostWindow();
+    // Streams the selected source at the given size with the frame rate, cursor, hide-self and
+    // system audio of the settings.
+    void startStream(int width, int height);
 
     AppSettings* appSettings;
     Platform platform;
@@ -156,6 +136,9 @@ private:
     SegmentedRecorder* segmentRecorder;
     AreaMonitor* monitor;
     ClipJournalStore* journalStore;
+    std::unique_ptr<SourceMemory> sources;
+    std::unique_ptr<AreaCommands> areas;
+    std::unique_ptr<LostWindowWatch> lostWindows;
 
     Tab tab = Tab::recorder;
     CaptureMode mode = CaptureMode::manual;
@@ -163,15 +146,6 @@ private:
     std::optional<QString> lastSaved;
     std::optional<TaskScheduler::Handle> autoStopTask;
     bool suppressPersistence = true;
-
-    // The captured window that closed and is waited for, by what it shows.
-    struct LostWindow {
-        QString descriptor;
-        QString title;
-    };
-    std::optional<LostWindow> lostWindow;
-    std::optional<TaskScheduler::Handle> lostWindowTask;
-    bool switchingSourceItself = false;
 };
 
 QString captureModeRawValue(RecorderViewModel::CaptureMode mode);

@@ -1,7 +1,10 @@
-#include "app/AppSettings.h"
-#include "app/ControlCommands.h"
 #include "app/RecorderViewModel.h"
-#include "capture/CaptureBackend.h"
+
+#include "ScriptedScreen.h"
+#include "app/AppSettings.h"
+#include "app/AreaCommands.h"
+#include "app/ControlCommands.h"
+#include "app/SourceMemory.h"
 #include "capture/CaptureEngine.h"
 #include "journal/ClipJournalStore.h"
 #include "media/HevcEncoderProbe.h"
@@ -11,7 +14,6 @@
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
-#include <QLocale>
 #include <QSettings>
 #include <QTemporaryDir>
 
@@ -20,56 +22,6 @@
 using namespace std::chrono_literals;
 
 namespace {
-
-// The screen seam: two displays and a few windows, and a count of the streams asked for. Frames
-// never come, which is all the controller's own logic needs.
-class ScriptedScreen : public CaptureBackend {
-public:
-    struct NoStream : CaptureStream {
-        void stop() override { }
-    };
-
-    ShareableContent content;
-    int streamsStarted = 0;
-    StreamConfiguration lastConfiguration;
-
-    ScriptedScreen()
-    {
-        content.displays = { { 1, 1920, 1080, QRect(0, 0, 1920, 1080), QStringLiteral("DP-1") },
-            { 2, 1280, 1024, QRect(1920, 0, 1280, 1024), QStringLiteral("HDMI-1") } };
-        content.windows = { window(11, "org.kde.konsole", "Konsole", "Chart: BTC@@USD", QRectF(100, 100, 800, 600)),
-            window(12, "firefox", "Firefox", "Orders", QRectF(2000, 50, 1000, 700)) };
-    }
-    static CaptureWindow window(uint32_t id, const char* bundle, const char* name, const char* title, QRectF frame)
-    {
-        CaptureWindow w;
-        w.windowID = id;
-        w.isOnScreen = true;
-        w.frame = frame;
-        w.title = QString::fromUtf8(title);
-        w.owningApplication = CaptureApplication { QString::fromUtf8(bundle), QString::fromUtf8(name), 0 };
-        return w;
-    }
-
-    ContentResult shareableContent() override { return { content, {} }; }
-    WindowListFilter::SystemRules systemWindowRules() const override { return {}; }
-    StreamStart startCapture(const ContentFilter&, const StreamConfiguration& configuration,
-        std::shared_ptr<const StreamOutput>) override
-    {
-        ++streamsStarted;
-        lastConfiguration = configuration;
-        return { std::make_unique<NoStream>(), {} };
-    }
-    std::optional<QRectF> windowFrame(uint32_t) override { return std::nullopt; }
-    // What a grab of any rectangle shows; none makes grabs fail.
-    std::optional<QImage> screenPicture;
-    std::optional<QImage> grabRect(const QRectF& r) override
-    {
-        if (!screenPicture) return std::nullopt;
-        return screenPicture->scaled(r.size().toSize());
-    }
-    std::optional<QImage> grabWindowRect(uint32_t, const std::optional<QRectF>&) override { return std::nullopt; }
-};
 
 class RecorderViewModelTest : public ::testing::Test {
 protected:
@@ -91,7 +43,10 @@ protected:
 
     struct ScriptedPicker : AreaPicker {
         std::optional<std::optional<QRectF>>* answer;
-        explicit ScriptedPicker(std::optional<std::optional<QRectF>>* a) : answer(a) { }
+        explicit ScriptedPicker(std::optional<std::optional<QRectF>>* a)
+            : answer(a)
+        {
+        }
         void pick(Completion completion) override { completion(answer->value_or(std::nullopt)); }
     };
 
@@ -125,49 +80,14 @@ TEST_F(RecorderViewModelTest, StartUpSelectsAndStreamsWithoutSavingTheRestoredSo
     EXPECT_FALSE(vm->isPersistenceSuppressed());
     ASSERT_TRUE(vm->engine()->selectedSource());
     EXPECT_EQ(vm->engine()->selectedSource()->capturedWindow().windowID, 11u);
-    EXPECT_EQ(vm->sourceLabelForFilename(), QStringLiteral("Konsole"));
+    EXPECT_EQ(vm->sourceMemory()->sourceLabelForFilename(), QStringLiteral("Konsole"));
 
     // From now on a selection is remembered; a region forgets the saved source.
     vm->engine()->setSelectedSource(CaptureSource::display(screen->content.displays[1]));
     EXPECT_EQ(settings->savedSourceDescriptor(), QStringLiteral("display:2"));
-    vm->engine()->setSelectedSource(CaptureSource::region(screen->content.displays[0], QRectF(0, 0, 100, 100), 100, 100));
+    vm->engine()->setSelectedSource(
+        CaptureSource::region(screen->content.displays[0], QRectF(0, 0, 100, 100), 100, 100));
     EXPECT_FALSE(settings->savedSourceDescriptor());
-}
-
-TEST_F(RecorderViewModelTest, UnmatchedDescriptorsRestoreNothingAndStayStored)
-{
-    for (const QString& saved : { QStringLiteral("display:"), QStringLiteral("display:9"), QStringLiteral("window:unknown@@Orders"),
-             QStringLiteral("window:firefox@@orders"), QStringLiteral("screen:1") }) {
-        settings->setSavedSourceDescriptor(saved);
-        make();
-        vm->engine()->refreshAvailableContent();
-        spinUntil([&] { return !vm->engine()->availableDisplays().empty(); });
-        vm->engine()->setSelectedSource(std::nullopt);
-        vm->restoreSelectedSourceIfPossible();
-        EXPECT_FALSE(vm->engine()->selectedSource()) << saved.toStdString();
-        EXPECT_EQ(settings->savedSourceDescriptor(), saved);
-    }
-}
-
-TEST_F(RecorderViewModelTest, OutputSizeOfDisplaysWindowsAndRegions)
-{
-    make();
-    startUp();
-    const auto& displays = screen->content.displays;
-    EXPECT_EQ(vm->outputSize(CaptureSource::display(displays[0])), QSize(1920, 1080));
-    // 1280x1024 under 1080p is unchanged; under 720p the height sets the scale: 900x720.
-    EXPECT_EQ(vm->outputSize(CaptureSource::display(displays[1])), QSize(1280, 1024));
-    settings->setResolution(Resolution::res720);
-    EXPECT_EQ(vm->outputSize(CaptureSource::display(displays[1])), QSize(900, 720));
-    EXPECT_EQ(vm->outputSize(CaptureSource::window(screen->content.windows[0])), QSize(800, 600));
-    EXPECT_EQ(vm->outputSize(CaptureSource::region(displays[0], QRectF(0, 0, 51, 33), 51, 33)), QSize(50, 32));
-
-    vm->engine()->setSelectedSource(CaptureSource::region(displays[1], QRectF(10, 20, 300, 200), 300, 200));
-    EXPECT_EQ(vm->sourcePointOrigin(), QPointF(1930, 20));
-    EXPECT_EQ(vm->sourcePointSize(), QSizeF(300, 200));
-    EXPECT_EQ(vm->sourceLabelForFilename(), QStringLiteral("Region"));
-    vm->engine()->setSelectedSource(CaptureSource::display(displays[1]));
-    EXPECT_EQ(vm->sourceLabelForFilename(), QStringLiteral("HDMI-1"));
 }
 
 TEST_F(RecorderViewModelTest, SettingsChangesCloseTogetherRestartTheStreamOnce)
@@ -271,17 +191,6 @@ TEST_F(RecorderViewModelTest, StopWithNothingBufferedReportsTheErrorAsAToast)
     EXPECT_EQ(vm->toast(), QStringLiteral("Error: Nothing was buffered yet — wait a second after starting preview."));
 }
 
-TEST(RecorderViewModelNames, ClipFileNameInTheUsersLocale)
-{
-    const QLocale before;
-    QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
-    const QDateTime when(QDate(2026, 3, 5), QTime(14, 7, 33));
-    EXPECT_EQ(RecorderViewModel::filename(QStringLiteral("Safari"), when), QStringLiteral("Safari, Mar 5, 14-07-33.mp4"));
-    QLocale::setDefault(QLocale(QLocale::German, QLocale::Germany));
-    EXPECT_EQ(RecorderViewModel::filename(QStringLiteral("Clip"), when), QStringLiteral("Clip, März 5, 14-07-33.mp4"));
-    QLocale::setDefault(before);
-}
-
 TEST_F(RecorderViewModelTest, AreaMonitorComesBackFromTheSettingsAndDrivesRecordings)
 {
     // A stored area and an all-black reference come back at launch without touching the settings.
@@ -333,7 +242,7 @@ TEST_F(RecorderViewModelTest, AreaMonitorComesBackFromTheSettingsAndDrivesRecord
     vm->toggleAreaMonitor();
 
     // A new area and sensitivity are remembered; the old reference goes, and with it the stored one.
-    vm->setPickedAreaRect(QRectF(0, 0, 40, 40));
+    vm->areaCommands()->setPickedAreaRect(QRectF(0, 0, 40, 40));
     monitor->setSensitivity(AreaSensitivity::low);
     EXPECT_EQ(settings->areaMonitorRect(), QRectF(0, 0, 40, 40));
     EXPECT_FALSE(settings->areaReferenceSignature());
@@ -385,7 +294,7 @@ TEST_F(RecorderViewModelTest, ArmingWithoutAnAreaOrAPictureSaysWhy)
     make();
     vm->toggleAreaMonitor();
     EXPECT_EQ(vm->toast(), QStringLiteral("Pick an area first."));
-    vm->setPickedAreaRect(QRectF(0, 0, 40, 40));
+    vm->areaCommands()->setPickedAreaRect(QRectF(0, 0, 40, 40));
     vm->toggleAreaMonitor();
     EXPECT_EQ(vm->toast(), QStringLiteral("Couldn't grab that area — the display server gave no picture of it."));
     EXPECT_FALSE(vm->areaMonitor()->isArmed());
@@ -398,14 +307,14 @@ TEST_F(RecorderViewModelTest, APickedRegionBecomesTheSourceOfTheDisplayUnderItsM
     startUp();
     const auto started = vm->engine()->selectedSource();
     const int before = screen->streamsStarted;
-    vm->pickRecordingRegion();
+    vm->areaCommands()->pickRecordingRegion();
     EXPECT_EQ(vm->engine()->selectedSource(), started);
     EXPECT_EQ(screen->streamsStarted, before);
     EXPECT_FALSE(vm->toast());
 
     // Drawn across both displays, its middle on the second: local to it, reaching beyond its left edge.
     pickerAnswer = std::optional<QRectF>(QRectF(1900, 100, 101, 51));
-    vm->pickRecordingRegion();
+    vm->areaCommands()->pickRecordingRegion();
     ASSERT_TRUE(vm->engine()->selectedSource());
     const CaptureSource& source = *vm->engine()->selectedSource();
     EXPECT_EQ(source.kind(), CaptureSource::Kind::region);
@@ -415,7 +324,7 @@ TEST_F(RecorderViewModelTest, APickedRegionBecomesTheSourceOfTheDisplayUnderItsM
     EXPECT_EQ(screen->streamsStarted, before + 1);
 
     // Nowhere near a display: nothing changes but the toast.
-    vm->useRecordingRegion(QRectF(10000, 10000, 20, 20));
+    vm->areaCommands()->useRecordingRegion(QRectF(10000, 10000, 20, 20));
     EXPECT_EQ(vm->toast(), QStringLiteral("Couldn't identify the display for that region."));
     EXPECT_EQ(vm->engine()->selectedSource()->capturedDisplay().displayID, 2u);
     EXPECT_EQ(screen->streamsStarted, before + 1);
@@ -431,9 +340,9 @@ TEST_F(RecorderViewModelTest, ControlCommandsRefuseWhatTheyCannotDo)
     const QString encoder = HevcEncoderProbe::chosen();
     EXPECT_EQ(reply({ "status" }).text, QStringLiteral("idle (no source selected); encoder ") + encoder);
     EXPECT_FALSE(reply({ "rewind" }).ok);
-    for (const QStringList& bad : { QStringList { "area", "1", "2", "3" }, QStringList { "area", "x", "1", "2", "3", "4" },
-             QStringList { "area", "1", "2", "nan", "4" }, QStringList { "area", "1", "inf", "3", "4" },
-             QStringList { "area", "1", "2", "0", "4" } }) {
+    for (const QStringList& bad : { QStringList { "area", "1", "2", "3" },
+             QStringList { "area", "x", "1", "2", "3", "4" }, QStringList { "area", "1", "2", "nan", "4" },
+             QStringList { "area", "1", "inf", "3", "4" }, QStringList { "area", "1", "2", "0", "4" } }) {
         EXPECT_FALSE(reply(bad).ok) << bad.join(u' ').toStdString();
         EXPECT_FALSE(vm->areaMonitor()->rect());
     }

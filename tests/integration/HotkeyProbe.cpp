@@ -2,7 +2,7 @@
 // menu action on Ctrl+Shift+R, and the save hotkey registered on the same combination. It says
 // what happened on stdout, one line each: "ready <window id>", "focused", "save", "menu", and
 // "text:<field>" when asked with "text" on stdin.
-#include "app/GlobalHotkeys.h"
+#include "app/hotkeys/GlobalHotkeys.h"
 
 #include <QAction>
 #include <QApplication>

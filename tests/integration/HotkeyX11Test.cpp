@@ -1,4 +1,4 @@
-#include "app/GlobalHotkeys.h"
+#include "app/hotkeys/GlobalHotkeys.h"
 #include "platform/x11/X11HotkeyMonitor.h"
 #include "support/EventLoop.h"
 #include "support/TestDesktop.h"

@@ -2,6 +2,7 @@
 #include "X11TestClient.h"
 #include "app/AppSettings.h"
 #include "app/ControlCommands.h"
+#include "app/LostWindowWatch.h"
 #include "app/RecorderViewModel.h"
 #include "platform/x11/X11CaptureBackend.h"
 #include "support/TestDesktop.h"
@@ -86,7 +87,7 @@ TEST(LostWindow, AClosedWindowGivesWayToItsDisplayAndIsPickedUpAgainWhenItReopen
     reopened.rect = QRect(40, 40, 240, 160);
     const xcb_window_t again = client.create(reopened);
     client.fill(again, QRect(0, 0, 240, 160), cyan);
-    const int patience = int(std::chrono::milliseconds(RecorderViewModel::lostWindowCheckInterval).count()) + 5000;
+    const int patience = int(std::chrono::milliseconds(LostWindowWatch::checkInterval).count()) + 5000;
     ASSERT_TRUE(spinUntil([&] { return windowSelected() == again; }, patience))
         << toasts.join(QLatin1Char('|')).toStdString();
     EXPECT_EQ(toasts.back(), QStringLiteral("The window “Order book” is back; recording it again"));

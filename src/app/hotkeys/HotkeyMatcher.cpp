@@ -1,6 +1,6 @@
-#include "app/HotkeyMatcher.h"
+#include "app/hotkeys/HotkeyMatcher.h"
 
-#include "app/KeyTable.h"
+#include "app/hotkeys/KeyTable.h"
 
 namespace HotkeyMatcher {
 

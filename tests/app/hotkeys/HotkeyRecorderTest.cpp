@@ -1,4 +1,4 @@
-#include "app/HotkeyRecorder.h"
+#include "app/hotkeys/HotkeyRecorder.h"
 
 #include "app/AppSettings.h"
 

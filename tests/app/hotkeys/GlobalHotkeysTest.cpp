@@ -1,4 +1,4 @@
-#include "app/GlobalHotkeys.h"
+#include "app/hotkeys/GlobalHotkeys.h"
 
 #include "app/AppSettings.h"
 

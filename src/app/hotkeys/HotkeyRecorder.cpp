@@ -1,8 +1,8 @@
-#include "app/HotkeyRecorder.h"
+#include "app/hotkeys/HotkeyRecorder.h"
 
 #include "app/AppSettings.h"
-#include "app/HotkeyMatcher.h"
-#include "app/KeyTable.h"
+#include "app/hotkeys/HotkeyMatcher.h"
+#include "app/hotkeys/KeyTable.h"
 
 #include <QCoreApplication>
 #include <QKeyEvent>

@@ -1,7 +1,7 @@
-#include "app/GlobalHotkeys.h"
+#include "app/hotkeys/GlobalHotkeys.h"
 
 #include "app/AppSettings.h"
-#include "app/HotkeyMatcher.h"
+#include "app/hotkeys/HotkeyMatcher.h"
 #include "core/Publisher.h"
 #include "platform/x11/X11HotkeyMonitor.h"
 

@@ -1,4 +1,4 @@
-#include "app/KeyTable.h"
+#include "app/hotkeys/KeyTable.h"
 
 #include <QList>
 

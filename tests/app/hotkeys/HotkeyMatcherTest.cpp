@@ -1,7 +1,7 @@
-#include "app/HotkeyMatcher.h"
+#include "app/hotkeys/HotkeyMatcher.h"
 
-#include "app/HotkeyRecorder.h"
-#include "app/KeyTable.h"
+#include "app/hotkeys/HotkeyRecorder.h"
+#include "app/hotkeys/KeyTable.h"
 
 #include <gtest/gtest.h>
 
