@@ -1,7 +1,7 @@
 #include "ui/AppDelegate.h"
 
 #include "app/AppSettings.h"
-#include "app/HotkeyRecorder.h"
+#include "app/hotkeys/HotkeyRecorder.h"
 #include "app/PlatformFactory.h"
 #include "app/RecorderViewModel.h"
 #include "app/UpdateChecker.h"

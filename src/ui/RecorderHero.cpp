@@ -2,6 +2,7 @@
 
 #include "app/AppSettings.h"
 #include "app/RecorderViewModel.h"
+#include "app/SourceMemory.h"
 #include "capture/CaptureEngine.h"
 #include "core/Publisher.h"
 #include "recorder/SegmentedRecorder.h"
@@ -106,7 +107,7 @@ void RecorderHero::refresh()
     const bool streaming = vm->engine()->isStreaming();
     emptyState->setVisible(!streaming);
     live->setVisible(streaming);
-    subtitle->setText(streaming ? vm->sourceLabelForFilename().value_or(QString()) : QStringLiteral("Not capturing"));
+    subtitle->setText(streaming ? vm->sourceMemory()->sourceLabelForFilename().value_or(QString()) : QStringLiteral("Not capturing"));
     const SegmentedRecorder* recorder = vm->recorder();
     const bool recording = recorder->isRecording();
     status->setText(recording ? QStringLiteral("Recording  %1").arg(elapsedText(recorder->currentDuration()))
