@@ -15,7 +15,6 @@
 #include "ui/ContentView.h"
 
 #include <QApplication>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -44,12 +43,12 @@ double mainThreadCpu()
     return file.readAll().split(' ').value(0).toDouble() / 1e9;
 }
 
+// The event loop as the application runs it: asleep until something happens.
 void runFor(int ms)
 {
-    QElapsedTimer clock;
-    clock.start();
-    while (clock.elapsed() < ms)
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
+    QEventLoop loop;
+    QTimer::singleShot(ms, &loop, &QEventLoop::quit);
+    loop.exec();
 }
 
 // Prints the time from `startedNs` to the first paint of `widget`.
@@ -89,7 +88,7 @@ int child(int argc, char** argv, bool bare, int64_t startedNs)
         FirstPaint probe(&window, startedNs);
         window.show();
         while (!probe.painted)
-            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
         return 0;
     }
     AppDelegate delegate(
@@ -102,7 +101,7 @@ int child(int argc, char** argv, bool bare, int64_t startedNs)
     // Installed before the event loop runs again: the window is shown but not yet painted.
     auto probe = std::make_unique<FirstPaint>(delegate.contentView(), startedNs);
     while (!probe->painted)
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     runFor(3000); // start-up's listing and settling
     double before = mainThreadCpu();
     runFor(10000);
