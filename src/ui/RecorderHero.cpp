@@ -53,7 +53,6 @@ RecorderHero::RecorderHero(RecorderViewModel* model, QWidget* parent)
         = new V3Text(QStringLiteral("Start capturing the screen and Velotape keeps its last seconds, ready to save "
                                     "with the hotkey. The source picker comes to this screen soon."),
             13, QFont::Normal, V3::fgMute, emptyState);
-    emptyText->setWordWrap(true);
     startButton = new V3Button(V3Button::Kind::primary, QStringLiteral("Capture the screen"), emptyState);
     connect(startButton, &QAbstractButton::clicked, vm, &RecorderViewModel::startPreview);
     empty->addWidget(emptyTitle);
@@ -69,7 +68,6 @@ RecorderHero::RecorderHero(RecorderViewModel* model, QWidget* parent)
     auto* later
         = new V3Text(QStringLiteral("The live preview, the camera bubble and the area monitor strip come here."), 12,
             QFont::Normal, V3::fgMute, live);
-    later->setWordWrap(true);
     recordButton = new V3Button(V3Button::Kind::record, QStringLiteral("Record"), live);
     recordButton->setSymbol(QStringLiteral("record.circle"));
     connect(recordButton, &QAbstractButton::clicked, vm, &RecorderViewModel::toggleRecording);

@@ -10,6 +10,8 @@ V3Text::V3Text(const QString& text, int pixelSize, QFont::Weight weight, const D
     f.setPixelSize(pixelSize);
     f.setWeight(weight);
     setFont(f);
+    // A narrow window wraps a line rather than cutting it off.
+    setWordWrap(true);
     applyColour();
 }
 
