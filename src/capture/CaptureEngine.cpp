@@ -6,7 +6,6 @@
 #include <QCoreApplication>
 
 #include <algorithm>
-#include <cmath>
 
 const QString CaptureEngine::captureFailedAdvice
     = QStringLiteral("Check that the X server named by DISPLAY and the PulseAudio server are running.");
@@ -144,18 +143,21 @@ void CaptureEngine::startStream(int w, int h, int fps, bool showCursor, bool hid
     }
     auto output = std::make_shared<StreamOutput>();
     const int queueDepth = configuration.queueDepth;
-    output->onFrame = [this, inFlight = framesInFlight, queueDepth](const VideoFrame& frame) {
+    auto previews = std::make_shared<PreviewMaker>(previewRequest, clock);
+    output->onFrame = [this, inFlight = framesInFlight, queueDepth, previews](const VideoFrame& frame) {
         if (inFlight->fetch_add(1) >= queueDepth) {
             inFlight->fetch_sub(1);
             return;
         }
+        // Scaled here, so that the main thread only shows it.
+        QImage preview = previews->make(frame.image).value_or(QImage());
         // The stream is stopped before this object goes, so `this` outlives the call; a frame
         // still queued when it goes is discarded with its other posted events.
         QMetaObject::invokeMethod(
             this,
-            [this, frame, inFlight] {
+            [this, frame, preview = std::move(preview), inFlight] {
                 inFlight->fetch_sub(1);
-                handleFrame(frame);
+                handleFrame(frame, preview);
             },
             Qt::QueuedConnection);
     };
@@ -237,26 +239,13 @@ std::optional<CaptureEngine::WindowScope> CaptureEngine::selectedWindowScope() c
     return WindowScope { window.windowID, liveFrame(window.windowID).value_or(window.frame) };
 }
 
-void CaptureEngine::handleFrame(const VideoFrame& frame)
+void CaptureEngine::handleFrame(const VideoFrame& frame, const QImage& shown)
 {
     if (SegmentedRecorder* r = recorderLink.data()) r->ingest(frame);
     if (frameSink) frameSink(frame);
-    if (!previewEnabled) return;
-
-    const int64_t now = clock();
-    if (lastPreviewAt && now - *lastPreviewAt < previewIntervalNs) return;
-    lastPreviewAt = now;
-    if (frame.image.isNull()) return;
-
-    QImage image = frame.image;
-    const int h = image.height();
-    if (h > 0 && double(previewMaxHeight) / h < 1.0) {
-        const double factor = double(previewMaxHeight) / h;
-        image = image.scaled(std::max(1, int(std::lround(image.width() * factor))), previewMaxHeight,
-            Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
-    }
-    if (image.isNull()) return;
-    preview = image;
+    // Turned off while the frame was on its way: the window no longer shows it.
+    if (shown.isNull() || !previewRequest->isEnabled()) return;
+    preview = shown;
     emit latestPreviewChanged();
 }
 

@@ -2,6 +2,7 @@
 
 #include "capture/CaptureBackend.h"
 #include "capture/CaptureSource.h"
+#include "capture/PreviewMaker.h"
 #include "capture/SystemAudioBackend.h"
 
 #include <QImage>
@@ -47,10 +48,6 @@ public:
         uint32_t windowID = 0;
         QRectF frame; // global display space
     };
-
-    // The preview is at most this high and comes at most this often.
-    static constexpr int previewMaxHeight = 720;
-    static constexpr int64_t previewIntervalNs = 1'000'000'000 / 15;
 
     // The advice that follows the reason of a failed start.
     static const QString captureFailedAdvice;
@@ -103,13 +100,21 @@ public:
     // The screen, for single grabs (area monitor, thumbnails). Any thread.
     const std::shared_ptr<CaptureBackend>& backend() const { return screen; }
 
-    // Every complete frame: to the recorder first, then to frameSink, then perhaps a preview.
-    void handleFrame(const VideoFrame& frame);
+    // Every complete frame: to the recorder first, then to frameSink; a preview made for it on
+    // the capture thread (null when none was due) becomes latestPreview.
+    void handleFrame(const VideoFrame& frame, const QImage& preview = {});
 
     // Whether previews are made at all; on by default. Scaling a large frame down is most of the
-    // engine's own work, so a session that shows no picture (headless) turns them off.
-    void setPreviewEnabled(bool enabled) { previewEnabled = enabled; }
-    bool isPreviewEnabled() const { return previewEnabled; }
+    // engine's own work, so a session that shows no picture (headless, a minimised window) turns
+    // them off. Takes effect at the next frame.
+    void setPreviewEnabled(bool enabled) { previewRequest->setEnabled(enabled); }
+    bool isPreviewEnabled() const { return previewRequest->isEnabled(); }
+    // The size in pixels at which the window shows the preview: previews are scaled once, on the
+    // capture thread, to fit it (aspect kept, never enlarged, at most PreviewMaker::maxHeight
+    // high). An empty size asks for none. Until it is set, previews are bounded by the height
+    // alone. Takes effect at the next frame.
+    void setPreviewSize(QSize size) { previewRequest->setSize(size); }
+    QSize previewSize() const { return previewRequest->size(); }
 
     // The stream settings that startStream asks for: sizes even and at least 2, fps at least 1.
     static StreamConfiguration makeConfiguration(int width, int height, int fps, bool showCursor, bool captureAudio);
@@ -121,7 +126,8 @@ public:
     // audio buffer (audio thread; set before startStream).
     std::function<void(const VideoFrame&)> frameSink;
     std::function<void(const AudioBuffer&)> audioSink;
-    // The clock of the preview throttle, monotonic nanoseconds; tests put their own here.
+    // The clock of the preview throttle, monotonic nanoseconds; tests put their own here before
+    // startStream. Read on the capture thread.
     std::function<int64_t()> clock = monotonicNanoseconds;
 
 signals:
@@ -166,8 +172,8 @@ private:
     int width = 1920;
     int height = 1080;
     QPointer<SegmentedRecorder> recorderLink;
-    std::optional<int64_t> lastPreviewAt;
-    std::atomic<bool> previewEnabled = true; // read on the stream's thread
+    // Shared with the running stream's PreviewMaker.
+    std::shared_ptr<PreviewRequest> previewRequest = std::make_shared<PreviewRequest>();
 
     std::shared_ptr<AudioRoute> audioRoute = std::make_shared<AudioRoute>();
     std::shared_ptr<StreamOutput> streamOutput;

@@ -15,7 +15,12 @@ struct SwsContext;
 // thread (a capture thread).
 class FrameScaler {
 public:
-    FrameScaler();
+    // Bilinear for pictures that are kept (the recorded frames); fast for pictures that are only
+    // looked at and replaced 15 times a second (the preview): two taps a pixel whatever the
+    // shrink, at the price of some aliasing of fine lines.
+    enum class Quality { bilinear, fast };
+
+    explicit FrameScaler(Quality quality = Quality::bilinear);
     ~FrameScaler();
     FrameScaler(const FrameScaler&) = delete;
     FrameScaler& operator=(const FrameScaler&) = delete;
@@ -31,5 +36,6 @@ private:
     struct SwsFree {
         void operator()(SwsContext* context) const;
     };
+    Quality quality;
     std::unique_ptr<SwsContext, SwsFree> context;
 };

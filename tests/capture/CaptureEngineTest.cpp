@@ -316,48 +316,78 @@ TEST(CaptureEngine, FailedStartsSayCaptureFailedAndLeaveNothingRunning)
     EXPECT_EQ(backend->stops, 2);
 }
 
-TEST(CaptureEngine, PreviewThrottleAndSize)
+TEST(CaptureEngine, PreviewsAreThrottledAndFittedToTheSizeTheWindowShows)
+{
+    auto request = std::make_shared<PreviewRequest>();
+    int64_t now = 1'000'000'000;
+    PreviewMaker maker(request, [&now] { return now; });
+    // No more than 15 a second: 60 ms after one there is none, 130 ms after it the next.
+    EXPECT_TRUE(maker.make(frame(64, 36).image));
+    now += 60'000'000;
+    EXPECT_FALSE(maker.make(frame(64, 36).image));
+    now += 70'000'000;
+    EXPECT_TRUE(maker.make(frame(64, 36).image));
+
+    // Until the window says how large it shows them, only the height is bounded; never enlarged.
+    now += 100'000'000;
+    EXPECT_EQ(maker.make(frame(400, 4000).image)->size(), QSize(72, 720));
+    now += 100'000'000;
+    EXPECT_EQ(maker.make(frame(300, 500).image)->size(), QSize(300, 500));
+
+    // Fitted once into the window's size, the aspect kept, the colours those of the frame.
+    request->setSize(QSize(800, 600));
+    now += 100'000'000;
+    QImage big(1920, 1080, QImage::Format_RGB32);
+    big.fill(QColor(30, 200, 90));
+    const std::optional<QImage> fitted = maker.make(big);
+    ASSERT_TRUE(fitted);
+    EXPECT_EQ(fitted->size(), QSize(800, 450));
+    const QColor middle = fitted->pixelColor(400, 225);
+    EXPECT_NEAR(middle.red(), 30, 3);
+    EXPECT_NEAR(middle.green(), 200, 3);
+    EXPECT_NEAR(middle.blue(), 90, 3);
+
+    // Nobody shows them, or the window is hidden: none is made, and the turn is not used up.
+    request->setSize(QSize());
+    now += 100'000'000;
+    EXPECT_FALSE(maker.make(big));
+    request->setSize(QSize(320, 320));
+    request->setEnabled(false);
+    EXPECT_FALSE(maker.make(big));
+    request->setEnabled(true);
+    EXPECT_EQ(maker.make(big)->size(), QSize(320, 180));
+}
+
+TEST(CaptureEngine, PreviewsMadeOnTheCaptureSideBecomeTheLatestPreview)
 {
     auto backend = std::make_shared<ScriptedBackend>();
     CaptureEngine engine(backend);
     int64_t now = 1'000'000'000;
     engine.clock = [&now] { return now; };
+    engine.setPreviewSize(QSize(640, 400));
+    engine.setSelectedSource(CaptureSource::display(display(1)));
+    engine.startStream(1280, 720, 30, true, false, false);
+    ASSERT_TRUE(backend->lastOutput);
     int previews = 0;
     int delivered = 0;
     QObject::connect(&engine, &CaptureEngine::latestPreviewChanged, [&previews] { ++previews; });
     engine.frameSink = [&delivered](const VideoFrame&) { ++delivered; };
 
-    engine.handleFrame(frame(64, 36));
-    now += 60'000'000;
-    engine.handleFrame(frame(64, 36));
+    backend->lastOutput->didOutputFrame(frame(1280, 720, 1));
+    now += 10'000'000;
+    backend->lastOutput->didOutputFrame(frame(1280, 720, 2));
+    QCoreApplication::processEvents();
+    EXPECT_EQ(delivered, 2); // every frame is passed on, throttled or not
     EXPECT_EQ(previews, 1);
-    now += 70'000'000; // 130 ms after the first preview
-    engine.handleFrame(frame(64, 36));
-    EXPECT_EQ(previews, 2);
-    now += 70'000'000;
-    engine.handleFrame(frame(64, 36));
-    EXPECT_EQ(previews, 3);
-    EXPECT_EQ(delivered, 4); // every frame is passed on, throttled or not
+    EXPECT_EQ(engine.latestPreview().size(), QSize(640, 360));
 
+    // Turned off with frames on their way: those frames still go on, their previews are not shown.
     now += 100'000'000;
-    engine.handleFrame(frame(400, 4000));
-    EXPECT_EQ(engine.latestPreview().size(), QSize(72, 720));
-    now += 100'000'000;
-    engine.handleFrame(frame(300, 500));
-    EXPECT_EQ(engine.latestPreview().size(), QSize(300, 500));
-
-    // A frame without a picture still takes the preview's turn, and leaves the last preview.
-    now += 100'000'000;
-    engine.handleFrame(VideoFrame { QImage(), MediaTime::fromNanoseconds(5) });
-    EXPECT_EQ(previews, 5);
-    EXPECT_EQ(engine.latestPreview().size(), QSize(300, 500));
-
-    // With previews off frames still go on, and no preview is made.
+    backend->lastOutput->didOutputFrame(frame(1280, 720, 3));
     engine.setPreviewEnabled(false);
-    now += 100'000'000;
-    engine.handleFrame(frame(64, 36));
-    EXPECT_EQ(previews, 5);
-    EXPECT_EQ(delivered, 8);
+    QCoreApplication::processEvents();
+    EXPECT_EQ(delivered, 3);
+    EXPECT_EQ(previews, 1);
 }
 
 TEST(CaptureEngine, FramesHopToTheMainThreadWithABoundedQueue)
