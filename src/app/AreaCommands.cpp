@@ -6,6 +6,7 @@
 #include "monitor/RegionPicking.h"
 
 #include <QPointer>
+#include <QTimer>
 
 AreaCommands::AreaCommands(AreaMonitor& monitor, CaptureEngine& engine, const SourceMemory& sources,
     std::unique_ptr<AreaPicker> picker, std::function<void(const QString&)> showToast,
@@ -56,6 +57,19 @@ void AreaCommands::pickRecordingRegion()
     picker->pick([self](std::optional<QRectF> rect) {
         // Cancelled: the present source and its stream stay as they are.
         if (self && rect) self->useRecordingRegion(*rect);
+    });
+}
+
+void AreaCommands::pickWatchArea()
+{
+    if (!picker) return;
+    QPointer<AreaCommands> self(this);
+    picker->pick([self](std::optional<QRectF> rect) {
+        if (!self || !rect) return;
+        // The reference is a picture of the screen: the picker's dimming must be gone from it.
+        QTimer::singleShot(pickerLeavesScreen, self, [self, area = *rect] {
+            if (self) self->watchArea(area);
+        });
     });
 }
 

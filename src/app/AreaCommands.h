@@ -7,6 +7,7 @@
 #include <QRectF>
 #include <QString>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -25,6 +26,10 @@ class AreaCommands : public QObject {
     Q_OBJECT
 
 public:
+    // From the end of a pick to the picture of the watched area: the time the picker's windows
+    // take to leave the screen.
+    static constexpr auto pickerLeavesScreen = std::chrono::milliseconds(350);
+
     // `picker` may be null: then no region can be drawn. `restartStream` is the controller's stream
     // restart, which a newly picked region needs.
     AreaCommands(AreaMonitor& monitor, CaptureEngine& engine, const SourceMemory& sources,
@@ -36,6 +41,9 @@ public:
     QString toggleAreaMonitor();
     // Lets the user draw a region with the area picker and makes it the capture source.
     void pickRecordingRegion();
+    // Lets the user draw the area to watch with the area picker and, once the picker has left the
+    // screen, watches it (watchArea). A cancelled pick changes nothing, not even the reference.
+    void pickWatchArea();
     // Makes a drawn rectangle (global display space) the watched area, tied to the captured window
     // when a window is captured.
     void setPickedAreaRect(const QRectF& rect);

@@ -300,6 +300,32 @@ TEST_F(RecorderViewModelTest, ArmingWithoutAnAreaOrAPictureSaysWhy)
     EXPECT_FALSE(vm->areaMonitor()->isArmed());
 }
 
+TEST_F(RecorderViewModelTest, APickedWatchAreaIsTakenOnceThePickerHasGoneAndACancelKeepsTheOldOne)
+{
+    pickerAnswer = std::optional<QRectF>(QRectF(100, 100, 64, 32));
+    make();
+    startUp();
+    QImage picture(64, 32, QImage::Format_RGB32);
+    picture.fill(Qt::white);
+    screen->screenPicture = picture;
+    vm->areaCommands()->pickWatchArea();
+    // Not at once: the picker's dimming would be in the picture.
+    EXPECT_FALSE(vm->areaMonitor()->rect());
+    ASSERT_TRUE(spinUntil([&] { return vm->areaMonitor()->referenceSignature().has_value(); }, 3000));
+    EXPECT_EQ(vm->areaMonitor()->rect(), QRectF(100, 100, 64, 32));
+    EXPECT_EQ(vm->toast(), QStringLiteral("Watch area captured"));
+    const QByteArray reference = *vm->areaMonitor()->referenceSignature();
+
+    // Cancelled on a changed screen: the area and its reference stay as they were.
+    pickerAnswer = std::optional<QRectF>();
+    picture.fill(Qt::black);
+    screen->screenPicture = picture;
+    vm->areaCommands()->pickWatchArea();
+    spinFor(int(AreaCommands::pickerLeavesScreen.count()) + 150);
+    EXPECT_EQ(vm->areaMonitor()->rect(), QRectF(100, 100, 64, 32));
+    EXPECT_EQ(vm->areaMonitor()->referenceSignature(), reference);
+}
+
 TEST_F(RecorderViewModelTest, APickedRegionBecomesTheSourceOfTheDisplayUnderItsMiddle)
 {
     pickerAnswer = std::optional<QRectF>(); // the user cancels first
