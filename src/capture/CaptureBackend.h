@@ -36,6 +36,9 @@ public:
     virtual ContentResult shareableContent() = 0;
     // The platform's own furniture, for WindowListFilter.
     virtual WindowListFilter::SystemRules systemWindowRules() const = 0;
+    // Whether the desktop asks the user's permission before a capture (a screen-sharing portal
+    // does; an X server never does), so that a refusal is worth explaining to the user.
+    virtual bool asksCapturePermission() const { return false; }
 
     // Starts a stream on a thread of its own; frames go to `output->didOutputFrame`, and a stream
     // that dies calls `output->didStopWithError` once. Audio is not the backend's business: the
