@@ -1,116 +1,135 @@
 #include "ui/RecorderHero.h"
 
 #include "app/AppSettings.h"
+#include "app/AreaCommands.h"
 #include "app/RecorderViewModel.h"
 #include "app/SourceMemory.h"
 #include "capture/CaptureEngine.h"
-#include "core/Publisher.h"
-#include "recorder/SegmentedRecorder.h"
-#include "ui/kit/V3.h"
 #include "ui/kit/V3Button.h"
-#include "ui/kit/V3Text.h"
+#include "ui/recorder/AreaMonitorStrip.h"
+#include "ui/recorder/BigRecordCTA.h"
+#include "ui/recorder/HeaderArea.h"
+#include "ui/recorder/HeroPreviewCard.h"
+#include "ui/recorder/InfoChip.h"
+#include "ui/recorder/OnChange.h"
+#include "ui/recorder/PermissionError.h"
+#include "ui/recorder/PermissionView.h"
 
+#include <QAbstractButton>
+#include <QHBoxLayout>
 #include <QVBoxLayout>
 
-namespace {
-
-// mm:ss.hh under an hour, h:mm:ss beyond.
-QString elapsedText(double seconds)
-{
-    const auto whole = int64_t(std::floor(std::max(0.0, seconds)));
-    if (whole >= 3600)
-        return QStringLiteral("%1:%2:%3")
-            .arg(whole / 3600)
-            .arg(whole / 60 % 60, 2, 10, QLatin1Char('0'))
-            .arg(whole % 60, 2, 10, QLatin1Char('0'));
-    const int hundredths = std::clamp(int((seconds - double(whole)) * 100), 0, 99);
-    return QStringLiteral("%1:%2.%3")
-        .arg(whole / 60, 2, 10, QLatin1Char('0'))
-        .arg(whole % 60, 2, 10, QLatin1Char('0'))
-        .arg(hundredths, 2, 10, QLatin1Char('0'));
-}
-
-} // namespace
+#include <cmath>
 
 RecorderHero::RecorderHero(RecorderViewModel* model, QWidget* parent)
     : QWidget(parent)
     , vm(model)
 {
     auto* column = new QVBoxLayout(this);
-    column->setContentsMargins(28, 22, 28, 28);
-    column->setSpacing(6);
-    title = new V3Text(QStringLiteral("Recorder"), 22, QFont::DemiBold, V3::fg, this);
-    subtitle = new V3Text({}, 13, QFont::Normal, V3::fgMute, this);
-    column->addWidget(title);
-    column->addWidget(subtitle);
-    column->addSpacing(18);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->setSpacing(0);
+    column->addWidget(new HeaderArea(QStringLiteral("Recorder"),
+        QStringLiteral("Catch the last 30 seconds of your screen — always already recording."), this));
 
-    emptyState = new QWidget(this);
-    auto* empty = new QVBoxLayout(emptyState);
-    empty->setContentsMargins(0, 0, 0, 0);
-    auto* emptyTitle = new V3Text(QStringLiteral("Nothing is being captured"), 18, QFont::DemiBold, V3::fg, emptyState);
-    auto* emptyText
-        = new V3Text(QStringLiteral("Start capturing the screen and Velotape keeps its last seconds, ready to save "
-                                    "with the hotkey. The source picker comes to this screen soon."),
-            13, QFont::Normal, V3::fgMute, emptyState);
-    startButton = new V3Button(V3Button::Kind::primary, QStringLiteral("Capture the screen"), emptyState);
-    connect(startButton, &QAbstractButton::clicked, vm, &RecorderViewModel::startPreview);
-    empty->addWidget(emptyTitle);
-    empty->addWidget(emptyText);
-    empty->addSpacing(10);
-    empty->addWidget(startButton, 0, Qt::AlignLeft);
-    column->addWidget(emptyState);
+    permission = new PermissionView(this);
+    connect(permission->askAgainButton(), &QAbstractButton::clicked, vm, &RecorderViewModel::startPreview);
+    column->addWidget(permission, 1);
 
-    live = new QWidget(this);
-    auto* liveColumn = new QVBoxLayout(live);
-    liveColumn->setContentsMargins(0, 0, 0, 0);
-    status = new V3Text({}, 15, QFont::Medium, V3::fg, live);
-    auto* later
-        = new V3Text(QStringLiteral("The live preview, the camera bubble and the area monitor strip come here."), 12,
-            QFont::Normal, V3::fgMute, live);
-    recordButton = new V3Button(V3Button::Kind::record, QStringLiteral("Record"), live);
-    recordButton->setSymbol(QStringLiteral("record.circle"));
-    connect(recordButton, &QAbstractButton::clicked, vm, &RecorderViewModel::toggleRecording);
-    liveColumn->addWidget(status);
-    liveColumn->addWidget(later);
-    liveColumn->addSpacing(10);
-    liveColumn->addWidget(recordButton, 0, Qt::AlignLeft);
-    column->addWidget(live);
-    column->addStretch();
+    body = new QWidget(this);
+    auto* content = new QVBoxLayout(body);
+    content->setContentsMargins(0, 0, 0, 0);
+    content->setSpacing(0);
+    content->addWidget(makeChipsRow());
+    card = new HeroPreviewCard(vm, body);
+    auto* cardRow = new QHBoxLayout;
+    // The card's shadow takes part of the screen's margin.
+    const int side = 36 - HeroPreviewCard::shadowMargin;
+    cardRow->setContentsMargins(side, 16 - HeroPreviewCard::shadowMargin / 2, side, 0);
+    cardRow->addWidget(card);
+    content->addLayout(cardRow, 1);
+    strip = new AreaMonitorStrip(vm, body);
+    auto* stripRow = new QHBoxLayout;
+    // The card's shadow room below it is the gap above the strip.
+    stripRow->setContentsMargins(36, 0, 36, 0);
+    stripRow->addWidget(strip);
+    content->addLayout(stripRow);
+    cta = new BigRecordCTA(vm, body);
+    auto* ctaRow = new QHBoxLayout;
+    ctaRow->setContentsMargins(0, 8, 0, 16);
+    ctaRow->addWidget(cta);
+    content->addLayout(ctaRow);
+    column->addWidget(body, 1);
 
-    // Every property the screen shows, each change redrawn from the models.
-    auto redraw = [this](const auto&) { refresh(); };
-    observe(vm->engine(), &CaptureEngine::isStreaming, &CaptureEngine::isStreamingChanged)
-        .dropFirst()
-        .sink(this, redraw);
-    observe(vm->engine(), &CaptureEngine::selectedSource, &CaptureEngine::selectedSourceChanged)
-        .dropFirst()
-        .sink(this, redraw);
-    observe(vm->recorder(), &SegmentedRecorder::isRecording, &SegmentedRecorder::isRecordingChanged)
-        .dropFirst()
-        .sink(this, redraw);
-    observe(vm->recorder(), &SegmentedRecorder::currentDuration, &SegmentedRecorder::currentDurationChanged)
-        .dropFirst()
-        .sink(this, redraw);
-    refresh();
+    CaptureEngine* engine = vm->engine();
+    AppSettings* settings = vm->settings();
+    auto chips = [this] { refreshChips(); };
+    onChange(this, engine, &CaptureEngine::outputWidth, &CaptureEngine::outputWidthChanged, chips);
+    onChange(this, engine, &CaptureEngine::outputHeight, &CaptureEngine::outputHeightChanged, chips);
+    onChange(this, settings, &AppSettings::frameRate, &AppSettings::frameRateChanged, chips);
+    onChange(this, settings, &AppSettings::bufferSeconds, &AppSettings::bufferSecondsChanged, chips);
+    onChange(this, engine, &CaptureEngine::selectedSource, &CaptureEngine::selectedSourceChanged,
+        [this] { refreshSource(); });
+    onChange(this, engine, &CaptureEngine::errorMessage, &CaptureEngine::errorMessageChanged,
+        [this] { refreshPermission(); });
+    refreshChips();
+    refreshSource();
+    refreshPermission();
+}
+
+QWidget* RecorderHero::makeChipsRow()
+{
+    auto* rowWidget = new QWidget(body);
+    auto* row = new QHBoxLayout(rowWidget);
+    row->setContentsMargins(36, 4, 36, 0);
+    row->setSpacing(10);
+    // SourcePickerButton(vm, rowWidget) takes this place; until then a chip names the source.
+    sourceChip = new InfoChip(QStringLiteral("display"), {}, rowWidget);
+    sourceButton = sourceChip;
+    row->addWidget(sourceButton);
+    sizeChip = new InfoChip(QStringLiteral("rectangle.expand.diagonal"), {}, rowWidget);
+    rateChip = new InfoChip(QStringLiteral("timer"), {}, rowWidget);
+    bufferChip = new InfoChip(QStringLiteral("clock"), {}, rowWidget);
+    row->addWidget(sizeChip);
+    row->addWidget(rateChip);
+    row->addWidget(bufferChip);
+    auto* pick = new V3Button(V3Button::Kind::ghost, QStringLiteral("Pick region"), rowWidget);
+    pick->setSymbol(QStringLiteral("dot.viewfinder"));
+    connect(pick, &QAbstractButton::clicked, vm->areaCommands(), &AreaCommands::pickRecordingRegion);
+    pickRegion = pick;
+    row->addWidget(pickRegion);
+    row->addStretch();
+    return rowWidget;
 }
 
 bool RecorderHero::showsEmptyState() const
 {
-    return !emptyState->isHidden();
+    return card->showsEmptyState();
 }
 
-void RecorderHero::refresh()
+void RecorderHero::refreshChips()
 {
-    const bool streaming = vm->engine()->isStreaming();
-    emptyState->setVisible(!streaming);
-    live->setVisible(streaming);
-    subtitle->setText(streaming ? vm->sourceMemory()->sourceLabelForFilename().value_or(QString()) : QStringLiteral("Not capturing"));
-    const SegmentedRecorder* recorder = vm->recorder();
-    const bool recording = recorder->isRecording();
-    status->setText(recording ? QStringLiteral("Recording  %1").arg(elapsedText(recorder->currentDuration()))
-                              : QStringLiteral("Keeping the last %1 s").arg(vm->settings()->bufferSeconds()));
-    recordButton->setText(recording ? QStringLiteral("Stop") : QStringLiteral("Record"));
-    recordButton->setAccessibleName(recordButton->text());
-    recordButton->setLive(recording);
+    const CaptureEngine* engine = vm->engine();
+    sizeChip->setText(engine->outputWidth() < 1
+            ? QStringLiteral("—")
+            : QStringLiteral("%1×%2").arg(engine->outputWidth()).arg(engine->outputHeight()));
+    rateChip->setText(QString::number(framesPerSecond(vm->settings()->frameRate())) + QStringLiteral("fps"));
+    bufferChip->setText(
+        QString::number(std::floor(vm->settings()->bufferSeconds()), 'f', 0) + QStringLiteral("s buffer"));
+}
+
+void RecorderHero::refreshSource()
+{
+    const bool selected = vm->engine()->selectedSource().has_value();
+    sourceChip->setText(vm->sourceMemory()->sourceLabelForFilename().value_or(QStringLiteral("No source")));
+    pickRegion->setVisible(selected);
+    strip->setVisible(selected);
+}
+
+void RecorderHero::refreshPermission()
+{
+    // Only a desktop that asks for a permission can have refused one.
+    const bool refused
+        = vm->engine()->backend()->asksCapturePermission() && permissionError(vm->engine()->errorMessage());
+    permission->setVisible(refused);
+    body->setVisible(!refused);
 }

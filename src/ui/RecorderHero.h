@@ -2,13 +2,17 @@
 
 #include <QWidget>
 
+class AreaMonitorStrip;
+class BigRecordCTA;
+class HeroPreviewCard;
+class InfoChip;
+class PermissionView;
 class RecorderViewModel;
-class V3Text;
-class V3Button;
 
-// The recorder screen as far as it stands: what is captured and what the ring is doing, the record
-// button, and, with no stream, the empty state with the one action that starts one. The live
-// preview, the source picker and the area monitor strip join it later.
+// The recorder screen, the one the user lives on: what is captured and how, the live preview with
+// its badges, the area monitor strip and the big record button; the empty illustration while no
+// stream runs. It holds no state of its own: everything it shows comes from the session controller
+// and the objects behind it, and every control calls one of their operations.
 class RecorderHero : public QWidget {
     Q_OBJECT
 public:
@@ -17,15 +21,26 @@ public:
     // Whether the empty state is what shows (no stream running).
     bool showsEmptyState() const;
 
+    HeroPreviewCard* previewCard() const { return card; }
+    AreaMonitorStrip* areaStrip() const { return strip; }
+    BigRecordCTA* recordButton() const { return cta; }
+
 private:
-    void refresh();
+    QWidget* makeChipsRow();
+    void refreshChips();
+    void refreshSource();
+    void refreshPermission();
 
     RecorderViewModel* vm;
-    V3Text* title;
-    V3Text* subtitle;
-    V3Text* status;
-    QWidget* emptyState;
-    QWidget* live;
-    V3Button* recordButton;
-    V3Button* startButton;
+    PermissionView* permission;
+    QWidget* body;
+    QWidget* sourceButton;
+    InfoChip* sourceChip;
+    InfoChip* sizeChip;
+    InfoChip* rateChip;
+    InfoChip* bufferChip;
+    QWidget* pickRegion;
+    HeroPreviewCard* card;
+    AreaMonitorStrip* strip;
+    BigRecordCTA* cta;
 };

@@ -1,0 +1,152 @@
+#include "ui/recorder/HeroPreviewCard.h"
+
+#include "app/RecorderViewModel.h"
+#include "capture/CaptureEngine.h"
+#include "ui/kit/D1.h"
+#include "ui/kit/KitPaint.h"
+#include "ui/kit/Symbols.h"
+#include "ui/recorder/CardColours.h"
+#include "ui/recorder/EmptyHeroIllustration.h"
+#include "ui/recorder/HudColumn.h"
+#include "ui/recorder/OnChange.h"
+#include "ui/recorder/PreviewSurface.h"
+
+#include <QAbstractButton>
+#include <QPainter>
+
+#include <cmath>
+
+HeroPreviewCard::HeroPreviewCard(RecorderViewModel* model, QWidget* parent)
+    : QWidget(parent)
+    , vm(model)
+    , engine(model->engine())
+{
+    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
+    picture = new PreviewSurface(vm, this);
+    // The camera bubble will stand here, over the picture and under the badges.
+    huds = new HudColumn(vm, this);
+    illustration = new EmptyHeroIllustration(this);
+    connect(illustration->captureButton(), &QAbstractButton::clicked, vm, &RecorderViewModel::startPreview);
+
+    onChange(
+        this, vm->engine(), &CaptureEngine::isStreaming, &CaptureEngine::isStreamingChanged, [this] { refresh(); });
+    observe(vm->engine(), &CaptureEngine::latestPreview, &CaptureEngine::latestPreviewChanged)
+        .dropFirst()
+        .sink(this, [this](const QImage& image) {
+            const bool resized = image.size() != picture->image().size();
+            picture->setImage(image);
+            if (resized) place();
+            if (picture->isHidden()) refresh();
+        });
+    picture->setImage(vm->engine()->latestPreview());
+    refresh();
+}
+
+HeroPreviewCard::~HeroPreviewCard()
+{
+    askForPreviewSize({});
+}
+
+bool HeroPreviewCard::showsEmptyState() const
+{
+    return !illustration->isHidden();
+}
+
+bool HeroPreviewCard::showsWaitingLine() const
+{
+    return waiting;
+}
+
+QRectF HeroPreviewCard::cardRect() const
+{
+    return QRectF(rect()).adjusted(shadowMargin, shadowMargin / 2.0, -shadowMargin, -shadowMargin * 1.5);
+}
+
+QRect HeroPreviewCard::pictureArea() const
+{
+    return cardRect().toAlignedRect().adjusted(pictureInset, pictureInset, -pictureInset, -pictureInset);
+}
+
+QSize HeroPreviewCard::minimumSizeHint() const
+{
+    return { 240 + 2 * shadowMargin, 200 + 2 * shadowMargin };
+}
+
+void HeroPreviewCard::refresh()
+{
+    const bool streaming = vm->engine()->isStreaming();
+    const bool hasPicture = streaming && !picture->image().isNull();
+    illustration->setVisible(!streaming);
+    picture->setVisible(hasPicture);
+    huds->setVisible(streaming);
+    waiting = streaming && !hasPicture;
+    place();
+    update();
+}
+
+void HeroPreviewCard::place()
+{
+    const QRect area = pictureArea();
+    illustration->setGeometry(area);
+    huds->move(cardRect().toAlignedRect().topLeft() + QPoint(20, 20));
+    huds->raise();
+    const QImage& image = picture->image();
+    if (image.isNull() || area.isEmpty()) return;
+    // Made for this size, the picture is shown pixel for pixel; any other is fitted.
+    const QSizeF made = QSizeF(image.size()) / devicePixelRatioF();
+    const bool fitsAlready = made.width() <= area.width() && made.height() <= area.height()
+        && (made.width() >= area.width() - 2 || made.height() >= area.height() - 2);
+    const QSize shown = fitsAlready ? made.toSize() : made.scaled(QSizeF(area.size()), Qt::KeepAspectRatio).toSize();
+    picture->setGeometry(QRect(
+        QPoint(area.x() + (area.width() - shown.width()) / 2, area.y() + (area.height() - shown.height()) / 2), shown));
+}
+
+void HeroPreviewCard::askForPreviewSize(QSize size)
+{
+    if (engine) engine->setPreviewSize(size);
+}
+
+void HeroPreviewCard::resizeEvent(QResizeEvent* event)
+{
+    QWidget::resizeEvent(event);
+    if (isVisible()) askForPreviewSize(pictureArea().size() * devicePixelRatioF());
+    place();
+}
+
+void HeroPreviewCard::showEvent(QShowEvent* event)
+{
+    QWidget::showEvent(event);
+    askForPreviewSize(pictureArea().size() * devicePixelRatioF());
+}
+
+void HeroPreviewCard::hideEvent(QHideEvent* event)
+{
+    QWidget::hideEvent(event);
+    askForPreviewSize({});
+}
+
+bool HeroPreviewCard::event(QEvent* event)
+{
+    if (KitPaint::isAppearanceChange(event)) update();
+    return QWidget::event(event);
+}
+
+void HeroPreviewCard::paintEvent(QPaintEvent*)
+{
+    QPainter p(this);
+    p.setRenderHint(QPainter::Antialiasing);
+    const QRectF card = cardRect();
+    KitPaint::softShadow(p, card, cornerRadius, QColor(0, 0, 0, 70), shadowMargin, 3);
+    p.setPen(QPen(D1::heroCardStroke, 0.5));
+    p.setBrush(D1::heroCardFill);
+    p.drawRoundedRect(card.adjusted(0.25, 0.25, -0.25, -0.25), cornerRadius, cornerRadius);
+    if (!waiting) return;
+    const QColor mute = CardColours::mutedText().dark;
+    const QPointF centre = card.center();
+    Symbols::paint(p, QRectF(centre.x() - 14, centre.y() - 30, 28, 28),
+        QStringLiteral("rectangle.inset.filled.on.rectangle"), mute);
+    p.setFont(KitPaint::font(12));
+    p.setPen(mute);
+    p.drawText(QRectF(card.left(), centre.y() + 6, card.width(), 20), Qt::AlignHCenter | Qt::AlignTop,
+        QStringLiteral("Waiting for frames…"));
+}

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <QWidget>
+
+class HudCard;
+class RecorderViewModel;
+
+// The badges over the live preview, top left: what the ring is doing (buffering, recording with
+// its time, saving) and, while the area monitor is armed, what it sees.
+class HudColumn : public QWidget {
+    Q_OBJECT
+public:
+    explicit HudColumn(RecorderViewModel* vm, QWidget* parent = nullptr);
+
+    // The badges on show, top first.
+    QList<HudCard*> shownCards() const;
+
+private:
+    void refreshRing();
+    void refreshMonitor();
+
+    RecorderViewModel* vm;
+    HudCard* ring;
+    HudCard* monitor;
+};
