@@ -9,9 +9,10 @@
 
 #include <cstdio>
 
-// The interface tests run on a private Xvfb with a window manager, as a user's desktop would be,
-// and with a home of their own, so that no setting of the user's is read or written. The desktop
-// must exist before the application connects to it, so these binaries bring this main.
+// The interface tests run on a private Xvfb, with a home of their own so that no setting of the
+// user's is read or written; the window's tests also with a window manager, as a user's desktop
+// has (minimising needs one). The desktop must exist before the application connects to it, so
+// these binaries bring this main.
 
 namespace {
 TestDesktop* desktop = nullptr;
@@ -32,7 +33,12 @@ int main(int argc, char** argv)
         qputenv("HOME", home.path().toUtf8());
         qputenv("XDG_CONFIG_HOME", home.filePath(QStringLiteral("config")).toUtf8());
         qputenv("TMPDIR", home.path().toUtf8());
-        const QString error = x.start({ .width = 1400, .height = 900, .audio = false, .windowManager = true });
+#ifdef VELOTAPE_TEST_WINDOW_MANAGER
+        const bool windowManager = true;
+#else
+        const bool windowManager = false;
+#endif
+        const QString error = x.start({ .width = 1400, .height = 900, .audio = false, .windowManager = windowManager });
         if (!error.isEmpty()) {
             std::fprintf(stderr, "no test display: %s\n", qPrintable(error));
             return 1;
