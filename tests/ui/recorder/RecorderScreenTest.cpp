@@ -1,0 +1,240 @@
+#include "DesktopTestMain.h"
+#include "app/AppSettings.h"
+#include "app/AreaCommands.h"
+#include "app/RecorderViewModel.h"
+#include "capture/CaptureEngine.h"
+#include "monitor/AreaMonitor.h"
+#include "recorder/SegmentedRecorder.h"
+#include "support/EventLoop.h"
+#include "support/TestDesktop.h"
+#include "ui/AppDelegate.h"
+#include "ui/ContentView.h"
+#include "ui/RecorderHero.h"
+#include "ui/kit/D1RecordButton.h"
+#include "ui/kit/V3.h"
+#include "ui/recorder/AreaMonitorStrip.h"
+#include "ui/recorder/BigRecordCTA.h"
+#include "ui/recorder/EmptyHeroIllustration.h"
+#include "ui/recorder/HeroPreviewCard.h"
+#include "ui/recorder/HudCard.h"
+#include "ui/recorder/HudColumn.h"
+#include "ui/recorder/InfoChip.h"
+#include "ui/recorder/PreviewSurface.h"
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QDir>
+#include <QMainWindow>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+// The recorder screen as a user meets it, on the harness's Xvfb: the real shell, controller,
+// capture and area monitor; the root window painted in known colours.
+namespace {
+
+bool near(QColor a, QColor b, int tolerance = 12)
+{
+    return std::abs(a.red() - b.red()) <= tolerance && std::abs(a.green() - b.green()) <= tolerance
+        && std::abs(a.blue() - b.blue()) <= tolerance;
+}
+
+void paintRoot(const char* colour)
+{
+    ASSERT_EQ(testDesktop()->run(QStringLiteral("xsetroot"), { QStringLiteral("-solid"), QLatin1String(colour) }), 0);
+}
+
+void press(QAbstractButton* button)
+{
+    ASSERT_NE(button, nullptr);
+    ASSERT_TRUE(button->isVisible());
+    QTest::mouseClick(button, Qt::LeftButton, {}, button->rect().center());
+}
+
+class RecorderScreen : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        paintRoot("#20b050");
+        QSettings().clear();
+        QSettings settings;
+        settings.setValue(QStringLiteral("vt2.savePath"), clips.path());
+        settings.setValue(QStringLiteral("vt2.playSound"), false);
+        settings.setValue(QStringLiteral("vt2.systemAudio.enabled"), false);
+        settings.setValue(QStringLiteral("vt2.bufferSeconds"), 3);
+        settings.sync();
+        delegate = std::make_unique<AppDelegate>(
+            AppSession::Options { .headless = false, .source = {}, .socketPath = home.filePath("control") });
+        QString error;
+        ASSERT_TRUE(delegate->applicationDidFinishLaunching(&error)) << qPrintable(error);
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(delegate->window()));
+        vm = delegate->viewModel();
+        ASSERT_TRUE(spinUntil([this] { return vm->engine()->selectedSource().has_value(); }));
+        hero = qobject_cast<RecorderHero*>(delegate->contentView()->screenWidget());
+        ASSERT_NE(hero, nullptr);
+    }
+
+    void TearDown() override { delegate.reset(); }
+
+    // What the empty state's button does: the display's stream, and a picture of it on the card.
+    void startCapture()
+    {
+        ASSERT_TRUE(hero->showsEmptyState());
+        press(hero->previewCard()->emptyState()->captureButton());
+        ASSERT_TRUE(spinUntil([this] { return !hero->previewCard()->surface()->isHidden(); }));
+    }
+
+    QString badge(int index = 0) const
+    {
+        const QList<HudCard*> cards = hero->previewCard()->badges()->shownCards();
+        return index < cards.size() ? cards[index]->label() : QString();
+    }
+
+    QString badgeDetail(int index = 0) const
+    {
+        const QList<HudCard*> cards = hero->previewCard()->badges()->shownCards();
+        return index < cards.size() ? cards[index]->detail() : QString();
+    }
+
+    QTemporaryDir home;
+    QTemporaryDir clips;
+    std::unique_ptr<AppDelegate> delegate;
+    RecorderViewModel* vm = nullptr;
+    RecorderHero* hero = nullptr;
+};
+
+} // namespace
+
+TEST_F(RecorderScreen, PressingRecordTwiceSavesAClipAndTheBadgesFollowTheRecorder)
+{
+    D1RecordButton* record = hero->recordButton()->button();
+    // Nothing is captured yet: nothing to record.
+    EXPECT_FALSE(record->isEnabled());
+    startCapture();
+    EXPECT_TRUE(record->isEnabled());
+    ASSERT_TRUE(spinUntil([this] { return badge() == QStringLiteral("Buffering"); }));
+    // The chips tell the stream's size and the settings' rate and buffer.
+    QStringList chips;
+    for (InfoChip* chip : hero->findChildren<InfoChip*>())
+        chips << chip->text();
+    EXPECT_TRUE(chips.contains(QStringLiteral("1400×900"))) << chips.join(' ').toStdString();
+    EXPECT_TRUE(chips.contains(QStringLiteral("3s buffer")));
+
+    SegmentedRecorder* recorder = vm->recorder();
+    press(record);
+    ASSERT_TRUE(spinUntil([&] { return recorder->isRecording(); }));
+    ASSERT_TRUE(spinUntil([&] { return recorder->currentDuration() > 0.3; }));
+    EXPECT_EQ(badge(), QStringLiteral("Recording"));
+    EXPECT_TRUE(record->isLive());
+    const QString early = badgeDetail();
+    EXPECT_TRUE(early.endsWith(QStringLiteral(" · 1400×900"))) << early.toStdString();
+    EXPECT_EQ(record->text(), early.left(8));
+    spinFor(1000);
+    const QString later = badgeDetail();
+    // "mm:ss.hh" grows in reading order.
+    EXPECT_GT(later.left(8), early.left(8));
+    EXPECT_GE(later.left(8), QStringLiteral("00:01.00"));
+
+    // The screen has redrawn by the time the export is under way.
+    QString duringExport;
+    QObject::connect(recorder, &SegmentedRecorder::isExportingChanged, hero, [&](bool exporting) {
+        if (exporting) duringExport = badge();
+    });
+    press(record);
+    ASSERT_TRUE(spinUntil([&] { return vm->lastSavedURL().has_value(); }));
+    EXPECT_EQ(duringExport, QStringLiteral("Saving"));
+    EXPECT_EQ(QDir(clips.path()).entryList({ QStringLiteral("*.mp4") }, QDir::Files).size(), 1);
+    ASSERT_TRUE(spinUntil([this] { return badge() == QStringLiteral("Buffering"); }));
+    EXPECT_EQ(record->text(), QStringLiteral("Record"));
+    EXPECT_FALSE(record->isLive());
+}
+
+TEST_F(RecorderScreen, ThePreviewShowsTheScreenAtTheCardsOwnSizeAndNoneIsMadeOffScreen)
+{
+    startCapture();
+    HeroPreviewCard* card = hero->previewCard();
+    PreviewSurface* surface = card->surface();
+    CaptureEngine* engine = vm->engine();
+    // Made at the size it is shown, not at the stream's: a 1400x900 screen in the card's area.
+    EXPECT_EQ(engine->previewSize(), card->pictureArea().size());
+    ASSERT_TRUE(spinUntil([&] { return engine->latestPreview().size() == surface->size(); }, 5000))
+        << engine->latestPreview().width() << "x" << engine->latestPreview().height();
+    EXPECT_TRUE(card->pictureArea().contains(surface->geometry()));
+    EXPECT_TRUE(surface->width() == card->pictureArea().width() || surface->height() == card->pictureArea().height());
+
+    // The screen's top left is the root window, outside the application's window: its colour shows.
+    auto corner = [surface] { return surface->grab().toImage().pixelColor(2, 2); };
+    EXPECT_TRUE(near(corner(), QColor(0x20, 0xb0, 0x50))) << corner().name().toStdString();
+    paintRoot("#c03090");
+    EXPECT_TRUE(spinUntil([&] { return near(corner(), QColor(0xc0, 0x30, 0x90)); }, 5000))
+        << corner().name().toStdString();
+
+    // Another screen: the recorder screen is gone, nothing shows previews and none is made.
+    delegate->contentView()->showScreen(D1Screen::clips);
+    EXPECT_TRUE(engine->previewSize().isEmpty());
+    int previews = 0;
+    QObject::connect(engine, &CaptureEngine::latestPreviewChanged, delegate.get(), [&previews] { ++previews; });
+    spinFor(200);
+    previews = 0;
+    paintRoot("#2040d0");
+    spinFor(600);
+    EXPECT_EQ(previews, 0);
+    EXPECT_TRUE(engine->isStreaming());
+}
+
+TEST_F(RecorderScreen, TheStripFollowsTheMonitorFromOffToTriggeredAndBack)
+{
+    startCapture();
+    AreaMonitorStrip* strip = hero->areaStrip();
+    AreaMonitor* monitor = vm->areaMonitor();
+    EXPECT_EQ(strip->chipText(), QStringLiteral("OFF"));
+    EXPECT_EQ(strip->detailText(), QStringLiteral("Pick a region to watch"));
+    EXPECT_NE(strip->button(QStringLiteral("Select watch area")), nullptr);
+    EXPECT_EQ(strip->button(QStringLiteral("Arm")), nullptr);
+
+    // Drawing the area is the picker's; it ends in the controller, which the strip follows. The
+    // root's top left corner, clear of the window.
+    vm->areaCommands()->setPickedAreaRect(QRectF(0, 0, 100, 60));
+    EXPECT_EQ(strip->chipText(), QStringLiteral("IDLE"));
+    EXPECT_EQ(strip->detailText(), QStringLiteral("Ready"));
+    EXPECT_EQ(strip->button(QStringLiteral("Select watch area")), nullptr);
+    EXPECT_NE(strip->button(QStringLiteral("Re-pick")), nullptr);
+    EXPECT_NE(strip->button(QStringLiteral("Recapture reference")), nullptr);
+    EXPECT_TRUE(strip->button(QStringLiteral("Medium"))->isChecked());
+
+    press(strip->button(QStringLiteral("High")));
+    EXPECT_EQ(monitor->sensitivity(), AreaSensitivity::high);
+    EXPECT_EQ(vm->settings()->areaSensitivity(), AreaSensitivity::high);
+    EXPECT_TRUE(strip->button(QStringLiteral("High"))->isChecked());
+    EXPECT_FALSE(strip->button(QStringLiteral("Medium"))->isChecked());
+
+    press(strip->button(QStringLiteral("Arm")));
+    ASSERT_TRUE(monitor->isArmed());
+    EXPECT_EQ(strip->chipText(), QStringLiteral("ARMED"));
+    EXPECT_EQ(strip->detailText(), QStringLiteral("Δ 0 · quiet"));
+    EXPECT_NE(strip->button(QStringLiteral("Disarm")), nullptr);
+    EXPECT_EQ(badge(1), QStringLiteral("Armed"));
+    EXPECT_EQ(badgeDetail(1), QStringLiteral("Δ 0 / 900"));
+    // The watched area is framed on the picture in the armed colour.
+    PreviewSurface* surface = hero->previewCard()->surface();
+    const std::optional<QRectF> box = surface->watchedBox();
+    ASSERT_TRUE(box);
+    const QImage shown = surface->grab().toImage();
+    EXPECT_TRUE(near(shown.pixelColor(int(box->center().x()), int(box->top()) + 1), V3::match.resolve(surface)))
+        << shown.pixelColor(int(box->center().x()), int(box->top()) + 1).name().toStdString();
+
+    // The area changes: the monitor asks for a recording and the strip says so.
+    paintRoot("#d03030");
+    ASSERT_TRUE(spinUntil([&] { return strip->chipText() == QStringLiteral("TRIGGERED"); }, 5000));
+    EXPECT_TRUE(strip->detailText().endsWith(QStringLiteral(" · recording"))) << strip->detailText().toStdString();
+    EXPECT_EQ(badge(1), QStringLiteral("Triggered"));
+    ASSERT_TRUE(spinUntil([&] { return vm->recorder()->isRecording(); }));
+
+    press(strip->button(QStringLiteral("Stop & disarm")));
+    EXPECT_FALSE(monitor->isArmed());
+    EXPECT_EQ(strip->chipText(), QStringLiteral("IDLE"));
+    ASSERT_TRUE(spinUntil([&] { return vm->lastSavedURL().has_value(); }));
+    EXPECT_FALSE(vm->recorder()->isRecording());
+}
