@@ -8,6 +8,7 @@
 #include "ui/kit/V3Button.h"
 #include "ui/recorder/AreaMonitorStrip.h"
 #include "ui/recorder/BigRecordCTA.h"
+#include "ui/recorder/ChipsRow.h"
 #include "ui/recorder/HeaderArea.h"
 #include "ui/recorder/HeroPreviewCard.h"
 #include "ui/recorder/InfoChip.h"
@@ -48,6 +49,8 @@ RecorderHero::RecorderHero(RecorderViewModel* model, QWidget* parent)
     cardRow->addWidget(card);
     content->addLayout(cardRow, 1);
     strip = new AreaMonitorStrip(vm, body);
+    // On a narrow window the rows are cut at the right rather than widening the screen.
+    strip->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
     auto* stripRow = new QHBoxLayout;
     // The card's shadow room below it is the gap above the strip.
     stripRow->setContentsMargins(36, 0, 36, 0);
@@ -78,27 +81,27 @@ RecorderHero::RecorderHero(RecorderViewModel* model, QWidget* parent)
 
 QWidget* RecorderHero::makeChipsRow()
 {
-    auto* rowWidget = new QWidget(body);
-    auto* row = new QHBoxLayout(rowWidget);
-    row->setContentsMargins(36, 4, 36, 0);
-    row->setSpacing(10);
-    // SourcePickerButton(vm, rowWidget) takes this place; until then a chip names the source.
-    sourceChip = new InfoChip(QStringLiteral("display"), {}, rowWidget);
+    auto* margins = new QWidget(body);
+    auto* padded = new QHBoxLayout(margins);
+    padded->setContentsMargins(36, 4, 36, 0);
+    auto* row = new ChipsRow(margins);
+    padded->addWidget(row);
+    // SourcePickerButton(vm, row) takes this place; until then a chip names the source.
+    sourceChip = new InfoChip(QStringLiteral("display"), {}, row);
     sourceButton = sourceChip;
     row->addWidget(sourceButton);
-    sizeChip = new InfoChip(QStringLiteral("rectangle.expand.diagonal"), {}, rowWidget);
-    rateChip = new InfoChip(QStringLiteral("timer"), {}, rowWidget);
-    bufferChip = new InfoChip(QStringLiteral("clock"), {}, rowWidget);
+    sizeChip = new InfoChip(QStringLiteral("rectangle.expand.diagonal"), {}, row);
+    rateChip = new InfoChip(QStringLiteral("timer"), {}, row);
+    bufferChip = new InfoChip(QStringLiteral("clock"), {}, row);
     row->addWidget(sizeChip);
     row->addWidget(rateChip);
     row->addWidget(bufferChip);
-    auto* pick = new V3Button(V3Button::Kind::ghost, QStringLiteral("Pick region"), rowWidget);
+    auto* pick = new V3Button(V3Button::Kind::ghost, QStringLiteral("Pick region"), row);
     pick->setSymbol(QStringLiteral("dot.viewfinder"));
     connect(pick, &QAbstractButton::clicked, vm->areaCommands(), &AreaCommands::pickRecordingRegion);
     pickRegion = pick;
     row->addWidget(pickRegion);
-    row->addStretch();
-    return rowWidget;
+    return margins;
 }
 
 bool RecorderHero::showsEmptyState() const

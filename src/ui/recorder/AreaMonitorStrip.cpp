@@ -194,7 +194,7 @@ void AreaMonitorStrip::refresh()
         detail->setText(QStringLiteral("Δ %1 · recording").arg(diff));
         break;
     }
-    sensitivities->setVisible(shown != Variant::off);
+    sensitivities->setVisible(shown != Variant::off && width() >= sensitivitiesWidth);
     for (const auto& [value, b] : sensitivityButtons)
         b->setChecked(value == monitor->sensitivity());
     select->setVisible(shown == Variant::off);
@@ -215,6 +215,12 @@ void AreaMonitorStrip::paintEvent(QPaintEvent*)
     p.drawRoundedRect(plate, 14, 14);
     D1NavTile::paint(p, QRectF(inset, (stripHeight - tileSize) / 2.0, tileSize, tileSize),
         QStringLiteral("rectangle.dashed"), D1::tileBlue);
+}
+
+void AreaMonitorStrip::resizeEvent(QResizeEvent* event)
+{
+    QWidget::resizeEvent(event);
+    sensitivities->setVisible(shown != Variant::off && width() >= sensitivitiesWidth);
 }
 
 bool AreaMonitorStrip::event(QEvent* event)

@@ -22,6 +22,8 @@ public:
     enum class Variant { off, idle, armed, triggered };
 
     static constexpr int stripHeight = 56;
+    // Narrower than this, the sensitivities give their room to the actions.
+    static constexpr int sensitivitiesWidth = 620;
 
     explicit AreaMonitorStrip(RecorderViewModel* vm, QWidget* parent = nullptr);
 
@@ -35,6 +37,7 @@ public:
 
 protected:
     void paintEvent(QPaintEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
     bool event(QEvent* event) override;
 
 private:

@@ -5,6 +5,7 @@
 #include "ui/kit/V3Text.h"
 #include "ui/recorder/CardColours.h"
 
+#include <QHBoxLayout>
 #include <QPainter>
 #include <QVBoxLayout>
 
@@ -51,7 +52,7 @@ EmptyHeroIllustration::EmptyHeroIllustration(QWidget* parent)
     : QWidget(parent)
 {
     auto* column = new QVBoxLayout(this);
-    column->setContentsMargins(24, 16, 24, 16);
+    column->setContentsMargins(8, 16, 8, 16);
     column->setSpacing(8);
     column->addStretch();
     column->addWidget(new Drawing(this), 0, Qt::AlignHCenter);
@@ -65,9 +66,13 @@ EmptyHeroIllustration::EmptyHeroIllustration(QWidget* parent)
                                            "never miss what just happened."),
         13, QFont::Normal, CardColours::mutedText(), this);
     text->setAlignment(Qt::AlignHCenter);
-    text->setWordWrap(true);
     text->setMaximumWidth(420);
-    column->addWidget(text, 0, Qt::AlignHCenter);
+    // Centred by stretches, not by alignment: an aligned label gets its one-line width and is cut.
+    auto* textRow = new QHBoxLayout;
+    textRow->addStretch();
+    textRow->addWidget(text, 1);
+    textRow->addStretch();
+    column->addLayout(textRow);
     column->addSpacing(6);
     auto* button = new V3Button(V3Button::Kind::primary, QStringLiteral("Capture the screen"), this);
     button->setSymbol(QStringLiteral("record.circle"));

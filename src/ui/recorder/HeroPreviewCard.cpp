@@ -69,7 +69,8 @@ QRect HeroPreviewCard::pictureArea() const
 
 QSize HeroPreviewCard::minimumSizeHint() const
 {
-    return { 240 + 2 * shadowMargin, 200 + 2 * shadowMargin };
+    // Room for the empty illustration; a small window scrolls.
+    return { 160 + 2 * shadowMargin, 300 + 2 * shadowMargin };
 }
 
 void HeroPreviewCard::refresh()
