@@ -5,7 +5,10 @@
 //     screenshot_tour OUTDIR
 
 #include "app/AppSettings.h"
+#include "app/AreaCommands.h"
 #include "app/RecorderViewModel.h"
+#include "monitor/AreaMonitor.h"
+#include "recorder/SegmentedRecorder.h"
 #include "support/TestDesktop.h"
 #include "ui/AppDelegate.h"
 #include "ui/ContentView.h"
@@ -58,6 +61,55 @@ void writeSampleSettings(const QDir& home)
                               "vt2.savePath=%1\n")
                    .arg(home.filePath(QStringLiteral("clips")))
                    .toUtf8());
+}
+
+// The recorder screen in its states, in both appearances at the window's size, named
+// recorder-STATE-APPEARANCE-WxH.png (the empty state is the plain recorder-… shot): the ring
+// buffering the display, a recording running, the area monitor armed over the root's corner.
+int recorderStates(AppDelegate& delegate, const TestDesktop& desktop, const QString& outDir)
+{
+    RecorderViewModel* vm = delegate.viewModel();
+    QMainWindow* window = delegate.window();
+    window->resize(AppDelegate::windowSize);
+    delegate.contentView()->showScreen(D1Screen::recorder);
+    desktop.run(QStringLiteral("xsetroot"), { QStringLiteral("-solid"), QStringLiteral("#2f5d8a") });
+    vm->startPreview();
+    QElapsedTimer waited;
+    waited.start();
+    while (vm->recorder()->bufferedSeconds() < 2 && waited.elapsed() < 10000)
+        settle(100);
+    int written = 0;
+    auto shoot = [&](const char* state, Appearance appearance) {
+        QApplication::setPalette(kitPalette(appearance));
+        settle(300);
+        const QString name = QStringLiteral("recorder-%1-%2-%3x%4.png")
+                                 .arg(QLatin1String(state),
+                                     appearance == Appearance::dark ? QStringLiteral("dark") : QStringLiteral("light"))
+                                 .arg(window->width())
+                                 .arg(window->height());
+        if (window->grab().save(QDir(outDir).filePath(name))) ++written;
+    };
+    for (const Appearance appearance : { Appearance::dark, Appearance::light })
+        shoot("buffering", appearance);
+    vm->startRecording();
+    settle(1500);
+    for (const Appearance appearance : { Appearance::dark, Appearance::light })
+        shoot("recording", appearance);
+    vm->stopRecording();
+    // The save's toast is not part of these pictures.
+    while (!vm->lastSavedURL() && waited.elapsed() < 20000)
+        settle(100);
+    settle(100);
+    delegate.contentView()->toast()->setText(std::nullopt);
+    // The root's bottom right corner, beside the window and clear of the badges.
+    vm->areaCommands()->setPickedAreaRect(QRectF(1300, 720, 90, 160));
+    vm->areaMonitor()->arm();
+    settle(600);
+    for (const Appearance appearance : { Appearance::dark, Appearance::light })
+        shoot("armed", appearance);
+    vm->areaMonitor()->disarm();
+    vm->areaMonitor()->setRect(std::nullopt);
+    return written;
 }
 
 } // namespace
@@ -135,6 +187,7 @@ int main(int argc, char** argv)
             settle(300);
         }
     }
+    written += recorderStates(delegate, desktop, outDir);
     std::printf("%d screenshots in %s\n", written, qPrintable(outDir));
     return 0;
 }
