@@ -40,9 +40,10 @@ void PreviewSurface::paintEvent(QPaintEvent*)
 {
     QPainter p(this);
     // At the size it was made for this is a copy; a picture of another size (the window was just
-    // resized) is stretched until the next one comes.
-    if (picture.size() == size() * devicePixelRatioF())
-        p.drawImage(QPointF(0, 0), picture);
+    // resized) is stretched until the next one comes. On a scaled screen the picture's pixels are
+    // the device's.
+    if (picture.size() == size() && devicePixelRatioF() == 1.0)
+        p.drawImage(QPoint(0, 0), picture);
     else
         p.drawImage(QRectF(rect()), picture);
 
