@@ -13,11 +13,7 @@ void FrameScaler::SwsFree::operator()(SwsContext* c) const
     sws_freeContext(c);
 }
 
-FrameScaler::FrameScaler(Quality q)
-    : quality(q)
-{
-}
-
+FrameScaler::FrameScaler() = default;
 FrameScaler::~FrameScaler() = default;
 
 QRect FrameScaler::fitRect(QSize source, QSize output)
@@ -53,8 +49,7 @@ QImage FrameScaler::fit(const QImage& picture, QSize output)
 
     // BGR0 in, BGRA out: the scaler fills the alpha it doesn't get with opaque.
     context.reset(sws_getCachedContext(context.release(), source.width(), source.height(), AV_PIX_FMT_BGR0,
-        target.width(), target.height(), AV_PIX_FMT_BGRA, quality == Quality::fast ? SWS_FAST_BILINEAR : SWS_BILINEAR,
-        nullptr, nullptr, nullptr));
+        target.width(), target.height(), AV_PIX_FMT_BGRA, SWS_BILINEAR, nullptr, nullptr, nullptr));
     if (!context) return {};
     const uint8_t* srcSlice[4] = { pixels, nullptr, nullptr, nullptr };
     const int srcStride[4] = { stride, 0, 0, 0 };

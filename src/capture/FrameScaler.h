@@ -15,12 +15,7 @@ struct SwsContext;
 // thread (a capture thread).
 class FrameScaler {
 public:
-    // Bilinear for pictures that are kept (the recorded frames); fast for pictures that are only
-    // looked at and replaced 15 times a second (the preview): two taps a pixel whatever the
-    // shrink, at the price of some aliasing of fine lines.
-    enum class Quality { bilinear, fast };
-
-    explicit FrameScaler(Quality quality = Quality::bilinear);
+    FrameScaler();
     ~FrameScaler();
     FrameScaler(const FrameScaler&) = delete;
     FrameScaler& operator=(const FrameScaler&) = delete;
@@ -36,6 +31,5 @@ private:
     struct SwsFree {
         void operator()(SwsContext* context) const;
     };
-    Quality quality;
     std::unique_ptr<SwsContext, SwsFree> context;
 };

@@ -9,8 +9,6 @@
 #include <memory>
 #include <optional>
 
-class FrameScaler;
-
 // What the window wants of previews: whether any at all (not while it is minimised or covered),
 // and the size in pixels at which it shows them. The engine writes it on the main thread; the
 // stream's capture thread reads it for every frame.
@@ -33,8 +31,14 @@ private:
 };
 
 // Makes the previews of one stream on its capture thread: no more than 15 a second, each fitted
-// once into the size the window shows it at, by a fast scaler, so that the main thread only puts
-// it on the screen and no picture is made that nobody shows.
+// once into the size the window shows it at, so that the main thread only puts it on the screen
+// and no picture is made that nobody shows.
+//
+// The scaling is cheap on purpose (the window may stay open all day): the picture is halved by
+// averaging 2x2 blocks while it is at least twice the size wanted, then brought to the exact size
+// by picking the nearest pixel. Fine detail is averaged rather than skipped over by the large
+// steps, and the last, less than twofold, step costs next to nothing; a filtering scaler of the
+// same size costs several times as much (bench/README.md).
 //
 // Capture thread, one maker to a stream.
 class PreviewMaker {
@@ -55,10 +59,11 @@ public:
     // The size of the preview of a `source` picture shown in `bound`: the aspect kept, never
     // enlarged, at most maxHeight high. Empty when either is empty.
     static QSize fittedSize(QSize source, QSize bound);
+    // A 32-bit picture (RGB32 or ARGB32) at `size`, made as above; opaque RGB32.
+    static QImage downscale(const QImage& picture, QSize size);
 
 private:
     std::shared_ptr<const PreviewRequest> request;
     std::function<int64_t()> clock;
     std::optional<int64_t> lastAt;
-    std::unique_ptr<FrameScaler> scaler;
 };

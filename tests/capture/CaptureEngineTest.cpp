@@ -347,6 +347,19 @@ TEST(CaptureEngine, PreviewsAreThrottledAndFittedToTheSizeTheWindowShows)
     EXPECT_NEAR(middle.green(), 200, 3);
     EXPECT_NEAR(middle.blue(), 90, 3);
 
+    // Fine detail is averaged, not skipped: pixels alternating black and white read as grey.
+    request->setSize(QSize(960, 540));
+    now += 100'000'000;
+    QImage checker(1920, 1080, QImage::Format_RGB32);
+    for (int y = 0; y < checker.height(); ++y)
+        for (int x = 0; x < checker.width(); ++x)
+            checker.setPixel(x, y, (x + y) % 2 ? 0xffffffffu : 0xff000000u);
+    const std::optional<QImage> grey = maker.make(checker);
+    ASSERT_TRUE(grey);
+    EXPECT_EQ(grey->size(), QSize(960, 540));
+    EXPECT_EQ(qGray(grey->pixel(100, 100)), 127);
+    EXPECT_EQ(qGray(grey->pixel(959, 539)), 127);
+
     // Nobody shows them, or the window is hidden: none is made, and the turn is not used up.
     request->setSize(QSize());
     now += 100'000'000;
