@@ -5,6 +5,8 @@
 
 #include "BenchDesktop.h"
 #include "capture/CaptureEngine.h"
+#include "capture/FrameScaler.h"
+#include "capture/PreviewMaker.h"
 #include "platform/x11/X11CaptureBackend.h"
 #include "recorder/SegmentedRecorder.h"
 #include "support/TestDesktop.h"
@@ -45,7 +47,10 @@ struct Measured {
     double framesPerSecond = 0;
 };
 
-Measured measureOurs(pid_t server, bool previews, bool ring)
+// The size the recorder screen's card shows the preview at in the window's default size.
+constexpr QSize cardPreviewSize { 844, 350 };
+
+Measured measureOurs(pid_t server, bool previews, bool ring, QSize previewSize = {})
 {
     CaptureEngine engine(std::make_shared<X11CaptureBackend>());
     // The whole pipeline: frames into the segment ring at the settings a user gets by default.
@@ -57,8 +62,13 @@ Measured measureOurs(pid_t server, bool previews, bool ring)
         engine.setRecorder(recorder.get());
     }
     // Without previews the engine only hands frames on, as ffmpeg writing to null does; with them
-    // it also scales one frame in four down to 720 lines for the window.
+    // it also scales one frame in two (15 a second) for the window: to 720 lines, or to the size
+    // the window shows them at when one is given.
     engine.setPreviewEnabled(previews);
+    if (previewSize.isValid()) engine.setPreviewSize(previewSize);
+    // What the window does with each preview: takes it on the main thread and lets it go.
+    QObject::connect(
+        &engine, &CaptureEngine::latestPreviewChanged, &engine, [&engine] { (void)engine.latestPreview(); });
     int frames = 0;
     engine.frameSink = [&frames](const VideoFrame&) { ++frames; };
     bool listed = false;
@@ -132,7 +142,7 @@ Measured measureFfmpeg(const QString& display, pid_t server, bool ring)
     return m;
 }
 
-void captureCpu(benchmark::State& state, bool changing, bool previews, bool ring)
+void captureCpu(benchmark::State& state, bool changing, bool previews, bool ring, QSize previewSize = {})
 {
     TestDesktop desktop;
     if (const QString error = desktop.start({ .width = width, .height = height, .audio = false }); !error.isEmpty()) {
@@ -146,7 +156,7 @@ void captureCpu(benchmark::State& state, bool changing, bool previews, bool ring
     Measured ours, ffmpeg;
     for (auto _ : state) {
         ffmpeg = measureFfmpeg(desktop.display(), server, ring);
-        ours = measureOurs(server, previews, ring);
+        ours = measureOurs(server, previews, ring, previewSize);
         state.SetIterationTime(2 * seconds());
     }
     state.counters["ours_cpu_%"] = ours.cpuPerSecond * 100;
@@ -159,6 +169,77 @@ void captureCpu(benchmark::State& state, bool changing, bool previews, bool ring
     if (painter) {
         painter->kill();
         painter->waitForFinished(1000);
+    }
+}
+
+// The preview's own cost: the same changing screen captured with previews at the card's size
+// and without, in turn, three times, so that the machine's drift falls on both alike.
+void previewCpu(benchmark::State& state)
+{
+    TestDesktop desktop;
+    if (const QString error = desktop.start({ .width = width, .height = height, .audio = false }); !error.isEmpty()) {
+        state.SkipWithError(error.toStdString().c_str());
+        return;
+    }
+    const pid_t server = childNamed("Xvfb");
+    std::unique_ptr<QProcess> painter = startPainter();
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    std::vector<double> with, without, previewFps;
+    for (auto _ : state) {
+        for (int round = 0; round < 3; ++round) {
+            without.push_back(measureOurs(server, false, false).cpuPerSecond * 100);
+            with.push_back(measureOurs(server, true, false, cardPreviewSize).cpuPerSecond * 100);
+        }
+        state.SetIterationTime(6 * seconds());
+    }
+    std::sort(with.begin(), with.end());
+    std::sort(without.begin(), without.end());
+    state.counters["with_previews_median_%"] = with[with.size() / 2];
+    state.counters["without_median_%"] = without[without.size() / 2];
+    state.counters["preview_cost_%"] = with[with.size() / 2] - without[without.size() / 2];
+    state.counters["with_min_%"] = with.front();
+    state.counters["with_max_%"] = with.back();
+    state.counters["without_min_%"] = without.front();
+    state.counters["without_max_%"] = without.back();
+    painter->kill();
+    painter->waitForFinished(1000);
+}
+
+// One preview of a 1080p frame by each way of scaling it: the smooth QImage scale to 720 lines
+// that previews were, the filtering scalers at the card's size, and what PreviewMaker does.
+void previewScale(benchmark::State& state, int way)
+{
+    QImage frame(width, height, QImage::Format_RGB32);
+    for (int y = 0; y < height; ++y) {
+        auto* line = reinterpret_cast<QRgb*>(frame.scanLine(y));
+        for (int x = 0; x < width; ++x)
+            line[x] = qRgb((x * 7 + y) & 255, (x ^ y) & 255, (y * 3) & 255);
+    }
+    const QSize card = PreviewMaker::fittedSize(frame.size(), cardPreviewSize);
+    FrameScaler bilinear;
+    for (auto _ : state) {
+        QImage out;
+        switch (way) {
+        case 0:
+            out = frame.scaled(1280, 720, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+            break;
+        case 1:
+            out = bilinear.fit(frame, card);
+            break;
+        case 2:
+            out = PreviewMaker::downscale(frame, card);
+            break;
+        case 3:
+            out = frame.scaled(card, Qt::IgnoreAspectRatio, Qt::FastTransformation);
+            break;
+        case 4:
+            out = PreviewMaker::downscale(frame, QSize(1280, 720));
+            break;
+        case 5:
+            out = frame.scaled(card, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+            break;
+        }
+        benchmark::DoNotOptimize(out.constBits());
     }
 }
 
@@ -236,6 +317,17 @@ BENCHMARK_CAPTURE(captureCpu, changing_with_previews, true, true, false)
     ->Iterations(1)
     ->UseManualTime()
     ->Unit(benchmark::kSecond);
+BENCHMARK(previewCpu)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+BENCHMARK_CAPTURE(previewScale, qimage_smooth_to_720_lines, 0)->MeasureProcessCPUTime()->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(previewScale, swscale_bilinear_to_card, 1)->MeasureProcessCPUTime()->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(previewScale, halving_then_nearest_to_card, 2)
+    ->MeasureProcessCPUTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(previewScale, qimage_nearest_to_card, 3)->MeasureProcessCPUTime()->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(previewScale, halving_then_nearest_to_720_lines, 4)
+    ->MeasureProcessCPUTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(previewScale, qimage_smooth_to_card, 5)->MeasureProcessCPUTime()->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(captureCpu, pipeline_changing, true, false, true)
     ->Iterations(1)
     ->UseManualTime()
