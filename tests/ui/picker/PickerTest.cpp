@@ -6,6 +6,7 @@
 #include "capture/SourceThumbnailer.h"
 #include "platform/x11/X11CaptureBackend.h"
 #include "support/EventLoop.h"
+#include "support/TestDesktop.h"
 #include "ui/SourcePickerButton.h"
 #include "ui/SourcePickerPopover.h"
 #include "ui/kit/V3Segmented.h"
@@ -68,6 +69,16 @@ protected:
     {
         host.reset();
         vm.reset();
+    }
+
+    // A click at the widget's centre through the X server, as the user's pointer would make it.
+    static void click(const QWidget* widget)
+    {
+        const QPoint at = widget->mapToGlobal(widget->rect().center());
+        ASSERT_EQ(testDesktop()->run(QStringLiteral("xdotool"),
+                      { QStringLiteral("mousemove"), QString::number(at.x()), QString::number(at.y()),
+                          QStringLiteral("click"), QStringLiteral("1") }),
+            0);
     }
 
     SourcePickerPopover* open()
@@ -176,6 +187,15 @@ TEST_F(Picker, OneFilterServesBothTabsAndTheRegionRowDrawsTheSource)
         { .rect = QRect(700, 500, 400, 260), .wmClass = "Notes", .title = QStringLiteral("Shopping list") });
     client.fill(notes, QRect(0, 0, 400, 260), QColor(230, 140, 40));
     ASSERT_TRUE(spinUntil([&] { return client.listedByWindowManager(notes); }, 5000));
+
+    // With the pointer, the button opens the picker and closes it again, rather than reopening it.
+    click(button);
+    ASSERT_TRUE(spinUntil([this] { return button->isOpen(); }, 3000));
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(button->popover()));
+    click(button);
+    ASSERT_TRUE(spinUntil([this] { return !button->isOpen(); }, 3000));
+    spinFor(300);
+    EXPECT_FALSE(button->isOpen());
 
     SourcePickerPopover* popover = open();
     ASSERT_NE(popover, nullptr);
