@@ -9,6 +9,9 @@
 #include "support/TestDesktop.h"
 #include "ui/AppDelegate.h"
 #include "ui/ContentView.h"
+#include "ui/D1Sidebar.h"
+#include "ui/SourcePickerButton.h"
+#include "ui/SourcePickerPopover.h"
 #include "ui/ToastView.h"
 #include "ui/kit/Appearance.h"
 
@@ -16,6 +19,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QMainWindow>
+#include <QPainter>
 #include <QTemporaryDir>
 
 #include <cstdio>
@@ -58,6 +62,43 @@ void writeSampleSettings(const QDir& home)
                               "vt2.savePath=%1\n")
                    .arg(home.filePath(QStringLiteral("clips")))
                    .toUtf8());
+}
+
+// The source picker open over the recorder, under its button (or where the button stands in the
+// header, while the screen has none), with its thumbnails arrived. The popover is a window of its
+// own and may reach past the main window: the picture holds both, on the desktop's grey.
+QImage pickerShot(AppDelegate& delegate)
+{
+    QMainWindow* window = delegate.window();
+    delegate.contentView()->showScreen(D1Screen::recorder);
+    settle(150);
+    SourcePickerPopover* popover = nullptr;
+    std::unique_ptr<SourcePickerPopover> standIn;
+    if (auto* button = delegate.contentView()->findChild<SourcePickerButton*>()) {
+        button->setOpen(true);
+        popover = button->popover();
+    } else {
+        standIn = std::make_unique<SourcePickerPopover>(delegate.viewModel(), std::function<void()> {});
+        standIn->setWindowFlags(Qt::Popup);
+        standIn->move(window->mapToGlobal(QPoint(D1Sidebar::fixedWidth + 36, 110)));
+        standIn->show();
+        popover = standIn.get();
+    }
+    settle(800);
+    const QImage inside = window->grab().toImage();
+    const QImage over = popover->grab().toImage();
+    const QPoint at = window->mapFromGlobal(popover->mapToGlobal(QPoint(0, 0)));
+    const QRect both = QRect(QPoint(0, 0), window->size()).united(QRect(at, popover->size()));
+    QImage picture(both.size() * inside.devicePixelRatio(), QImage::Format_RGB32);
+    picture.setDevicePixelRatio(inside.devicePixelRatio());
+    picture.fill(QColor(96, 98, 104));
+    QPainter painter(&picture);
+    painter.drawImage(-both.topLeft(), inside);
+    painter.drawImage(at - both.topLeft(), over);
+    painter.end();
+    popover->close();
+    settle(150);
+    return picture;
 }
 
 } // namespace
@@ -133,6 +174,13 @@ int main(int argc, char** argv)
             // Gone before the next pictures, without waiting out its time.
             delegate.contentView()->toast()->setText(std::nullopt);
             settle(300);
+            const QString picker
+                = QStringLiteral("picker-%1-%2x%3.png")
+                      .arg(appearance == Appearance::dark ? QStringLiteral("dark") : QStringLiteral("light"))
+                      .arg(window->width())
+                      .arg(window->height());
+            pickerShot(delegate).save(QDir(outDir).filePath(picker));
+            ++written;
         }
     }
     std::printf("%d screenshots in %s\n", written, qPrintable(outDir));
