@@ -66,6 +66,22 @@ MicrophoneBackend::Listing MicCapture::listAndPublish()
     MicrophoneBackend::Listing listing = backend ? backend->listDevices() : MicrophoneBackend::Listing {};
     QMetaObject::invokeMethod(
         this, [this, list = listing.devices] { setDevices(list); }, Qt::QueuedConnection);
+    // The open device is no longer listed: it was unplugged, whether or not its stream says so.
+    const std::optional<QString> open = currentDeviceID();
+    if (stream && open && listing.error.isEmpty()
+        && std::none_of(listing.devices.begin(), listing.devices.end(),
+            [&](const MicrophoneDevice& d) { return d.uniqueID == *open; })) {
+        const QString text = lostText.arg(openName, QStringLiteral("it was unplugged or removed"));
+        logLine(text);
+        closeOnQueue();
+        QMetaObject::invokeMethod(
+            this,
+            [this, text] {
+                setErrorMessage(text);
+                setRunning(false);
+            },
+            Qt::QueuedConnection);
+    }
     return listing;
 }
 
@@ -115,6 +131,7 @@ void MicCapture::openOnQueue(const std::optional<QString>& wanted)
         return fail(openFailedPrefix + opened.error, false);
     }
     stream = std::move(opened.stream);
+    openName = chosen->name;
     {
         std::lock_guard guard(lock);
         deviceID = chosen->uniqueID;
@@ -132,9 +149,9 @@ void MicCapture::closeOnQueue()
 
 void MicCapture::deviceLost(uint64_t opening, const QString& text)
 {
-    logLine(text);
     sampleQueue.async([this, opening, text] {
         if (opening != openings || !stream) return; // a device since replaced or closed
+        logLine(text);
         closeOnQueue();
         QMetaObject::invokeMethod(
             this,

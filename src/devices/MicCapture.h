@@ -85,6 +85,7 @@ private:
 
     // sampleQueue only.
     std::unique_ptr<MicrophoneStream> stream;
+    QString openName; // the name of the open device, for the user
     uint64_t openings = 0; // counts openings, so that the loss of an old device is not news
 
     mutable std::mutex lock;
