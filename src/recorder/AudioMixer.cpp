@@ -47,6 +47,8 @@ void AudioMixer::push(Input input, const AudioBuffer& buffer)
 {
     if (!buffer.pts.isNumeric() || buffer.sampleRate <= 0 || buffer.channels <= 0 || buffer.frameCount() == 0) return;
     Lane& lane = lanes[size_t(input)];
+    if (lane.lastPts.isValid() && !(buffer.pts > lane.lastPts)) return;
+    lane.lastPts = buffer.pts;
     const int64_t position = positionOf(buffer.pts);
     const double step = double(buffer.sampleRate) / sampleRate; // input samples per output sample
     const double span = double(buffer.frameCount()) / step; // the buffer's length at the track's rate

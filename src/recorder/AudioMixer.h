@@ -59,6 +59,9 @@ private:
         double readPosition = 0;
         float previous = 0;
         bool continuable = false;
+        // The time of the last buffer taken: one that does not move past it is dropped whole,
+        // even if it is longer (a second source, or a repeat).
+        MediaTime lastPts = MediaTime::invalid();
         int64_t start() const { return end - int64_t(pending.size()); }
     };
 
