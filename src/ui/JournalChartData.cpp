@@ -93,4 +93,36 @@ double indexX(size_t i, size_t n, double width)
     return width * double(i) / double(n - 1);
 }
 
+std::vector<PlotPoint> thinnedSeries(std::span<const double> values, int columns)
+{
+    const size_t n = values.size();
+    std::vector<PlotPoint> points;
+    auto at = [n](size_t i) { return n < 2 ? 0.5 : double(i) / double(n - 1); };
+    auto keep = [&](size_t i) {
+        if (points.empty() || points.back().at < at(i)) points.push_back({ at(i), values[i] });
+    };
+    if (columns < 1 || n <= size_t(columns) * 2) {
+        for (size_t i = 0; i < n; ++i)
+            keep(i);
+        return points;
+    }
+    points.reserve(size_t(columns) * 2 + 2);
+    keep(0);
+    for (size_t column = 0; column < size_t(columns); ++column) {
+        const size_t begin = n * column / size_t(columns);
+        const size_t end = n * (column + 1) / size_t(columns);
+        if (begin == end) continue;
+        size_t low = begin;
+        size_t high = begin;
+        for (size_t i = begin; i < end; ++i) {
+            if (values[i] < values[low]) low = i;
+            if (values[i] > values[high]) high = i;
+        }
+        keep(std::min(low, high));
+        keep(std::max(low, high));
+    }
+    keep(n - 1);
+    return points;
+}
+
 } // namespace JournalChartData

@@ -61,4 +61,15 @@ ValueRange fanRange(const MonteCarloEngine::Result& result);
 // middle.
 double indexX(size_t i, size_t n, double width);
 
+// A long series thinned for a drawing of `columns` columns: the first and the last point, and in
+// each column's run of points its lowest and its highest, in their order, so that the line reaches
+// every height the whole series would. `at` is the point's index position, 0 at the first and 1 at
+// the last point (0.5 for a single point). A series of no more than two points a column is kept
+// whole.
+struct PlotPoint {
+    double at;
+    double value;
+};
+std::vector<PlotPoint> thinnedSeries(std::span<const double> values, int columns);
+
 } // namespace JournalChartData

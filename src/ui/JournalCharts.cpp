@@ -60,11 +60,11 @@ void PnLLineChart::paintEvent(QPaintEvent*)
     }
     const QRectF plot = plotRect();
     const double zeroY = plot.top() + valueRange->y(0, plot.height());
+    // A long journal is thinned to what the pixels can show; the line looks the same.
     QPolygonF curve;
-    curve.reserve(qsizetype(values.size()));
-    for (size_t i = 0; i < values.size(); ++i)
-        curve << QPointF(plot.left() + JournalChartData::indexX(i, values.size(), plot.width()),
-            plot.top() + valueRange->y(values[i], plot.height()));
+    for (const JournalChartData::PlotPoint& point :
+        JournalChartData::thinnedSeries(values, int(std::ceil(plot.width() / 2))))
+        curve << QPointF(plot.left() + plot.width() * point.at, plot.top() + valueRange->y(point.value, plot.height()));
 
     const QColor accent = V3::accent.resolve(this);
     QPolygonF area = curve;
@@ -74,7 +74,7 @@ void PnLLineChart::paintEvent(QPaintEvent*)
     p.drawPolygon(area);
     p.setPen(QPen(V3::line.resolve(this), 1));
     p.drawLine(QPointF(plot.left(), zeroY), QPointF(plot.right(), zeroY));
-    p.setPen(QPen(accent, 1.5, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+    p.setPen(QPen(accent, 1.5, Qt::SolidLine, Qt::RoundCap, Qt::BevelJoin));
     p.setBrush(Qt::NoBrush);
     p.drawPolyline(curve);
 }

@@ -103,6 +103,30 @@ TEST(JournalChartData, RangesKeepZeroInViewAndNeverCollapse)
     EXPECT_FALSE(seriesRange({}).has_value());
 }
 
+TEST(JournalChartData, ALongSeriesIsThinnedKeepingItsExtremesInOrder)
+{
+    std::vector<double> values(10'000);
+    for (size_t i = 0; i < values.size(); ++i)
+        values[i] = double((i * 7919) % 1000);
+    values[4321] = -500;
+    values[8765] = 5000;
+    const std::vector<PlotPoint> points = thinnedSeries(values, 100);
+    EXPECT_LE(points.size(), 202U);
+    EXPECT_EQ(points.front().at, 0);
+    EXPECT_EQ(points.back().at, 1);
+    EXPECT_EQ(points.back().value, values.back());
+    for (size_t i = 1; i < points.size(); ++i)
+        ASSERT_LT(points[i - 1].at, points[i].at);
+    auto has = [&points](double value) {
+        return std::any_of(points.begin(), points.end(), [value](const PlotPoint& p) { return p.value == value; });
+    };
+    EXPECT_TRUE(has(-500));
+    EXPECT_TRUE(has(5000));
+    // A short series is kept whole.
+    const double few[] = { 1, 2, 3 };
+    EXPECT_EQ(thinnedSeries(few, 100).size(), 3U);
+}
+
 TEST(JournalCharts, LineChartFillsBetweenTheCurveAndTheBaseline)
 {
     PnLLineChart chart;
