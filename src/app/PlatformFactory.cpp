@@ -1,6 +1,7 @@
 #include "app/PlatformFactory.h"
 
 #include "platform/desktop/DesktopIntegration.h"
+#include "platform/pulse/PulseMicrophones.h"
 #include "platform/pulse/PulseSystemAudio.h"
 #include "platform/x11/CaptureBackendFactory.h"
 #include "platform/x11/X11WindowVisibility.h"
@@ -14,6 +15,7 @@ RecorderViewModel::Platform create()
     RecorderViewModel::Platform platform;
     platform.screen = CaptureBackendFactory::make();
     platform.systemAudio = std::make_shared<PulseSystemAudio>();
+    platform.microphones = std::make_shared<PulseMicrophones>();
     platform.desktop = DesktopIntegration::create();
     return platform;
 }

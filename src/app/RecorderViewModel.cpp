@@ -8,6 +8,7 @@
 #include "capture/CaptureEngine.h"
 #include "core/Log.h"
 #include "core/Publisher.h"
+#include "devices/MicCapture.h"
 #include "journal/ClipJournalStore.h"
 #include "monitor/AreaMonitor.h"
 #include "monitor/AreaMonitorActions.h"
@@ -37,12 +38,13 @@ RecorderViewModel::RecorderViewModel(AppSettings* settings, Platform p, QObject*
 {
     if (!platform.scheduler) platform.scheduler = std::make_unique<QtTaskScheduler>(this);
 
-    // The objects it owns, in their order. The camera and the microphone take their places
-    // between the area monitor and the journal when they arrive.
+    // The objects it owns, in their order. The camera takes its place between the area monitor and
+    // the microphone when it arrives.
     captureEngine = new CaptureEngine(platform.screen, platform.systemAudio, this);
     segmentRecorder = new SegmentedRecorder(this);
     if (!platform.areaGrabber) platform.areaGrabber = std::make_unique<BackendAreaGrabber>(platform.screen);
     monitor = new AreaMonitor(std::move(platform.areaGrabber), {}, this);
+    microphone = new MicCapture(platform.microphones, this);
     journalStore = new ClipJournalStore(QUrl::fromLocalFile(appSettings->saveFolderPath()), this);
     sources = std::make_unique<SourceMemory>(*appSettings, *captureEngine);
     areas = std::make_unique<AreaCommands>(
@@ -54,6 +56,11 @@ RecorderViewModel::RecorderViewModel(AppSettings* settings, Platform p, QObject*
 
     // The one link between owned objects: frames and system audio go from the engine to the ring.
     captureEngine->setRecorder(segmentRecorder);
+    // The levelled microphone goes to the ring from the microphone's audio thread. The microphone
+    // is closed before the ring goes (see the destructor).
+    microphone->onSample = [recorder = segmentRecorder](const AudioBuffer& buffer) {
+        recorder->ingestAudio(buffer, AudioMixer::Input::microphone);
+    };
 
     // Every subscription and callback between the settings and the objects the controller owns.
     // The camera, the microphone and the armed-area overlay add theirs when they arrive.
@@ -68,7 +75,8 @@ RecorderViewModel::RecorderViewModel(AppSettings* settings, Platform p, QObject*
 
 RecorderViewModel::~RecorderViewModel()
 {
-    // The engine's audio thread reads the recorder link: stop the stream before either goes.
+    // The audio threads reach the recorder: close the microphone and stop the stream before it goes.
+    delete microphone;
     captureEngine->stopStream();
 }
 
@@ -85,10 +93,34 @@ void RecorderViewModel::wireAudio()
     // Segments get an audio track when either audio source is on.
     segmentRecorder->setAudioEnabled(appSettings->microphoneEnabled() || appSettings->systemAudioEnabled());
 
-    // The microphone switch changes whether segments carry audio.
+    // The microphone's list, and the microphone itself if it was left on.
+    microphone->refreshDevices();
+    if (appSettings->microphoneEnabled()) microphone->start(appSettings->microphoneDeviceID());
+
+    // The microphone switch changes whether segments carry audio, and opens or closes the device.
+    // This also runs once at launch: a microphone left on is started twice (the second start
+    // finds it open), one left off is stopped.
     observe(appSettings, &AppSettings::microphoneEnabled, &AppSettings::microphoneEnabledChanged)
         .removeDuplicates()
-        .sink(this, [this](bool on) { segmentRecorder->setAudioEnabled(on || appSettings->systemAudioEnabled()); });
+        .sink(this, [this](bool on) {
+            segmentRecorder->setAudioEnabled(on || appSettings->systemAudioEnabled());
+            if (on)
+                microphone->start(appSettings->microphoneDeviceID());
+            else
+                microphone->stop();
+        });
+
+    // Another microphone chosen while it is on: the new one replaces it.
+    observe(appSettings, &AppSettings::microphoneDeviceID, &AppSettings::microphoneDeviceIDChanged)
+        .dropFirst()
+        .sink(this, [this](const std::optional<QString>& id) {
+            if (appSettings->microphoneEnabled()) microphone->start(id);
+        });
+
+    // A microphone that stops (switched off, unplugged) no longer holds the mix back.
+    connect(microphone, &MicCapture::isRunningChanged, this, [this] {
+        if (!microphone->isRunning()) segmentRecorder->endAudioInput(AudioMixer::Input::microphone);
+    });
 
     // System audio is part of the stream's set-up, so switching it needs a new stream.
     observe(appSettings, &AppSettings::systemAudioEnabled, &AppSettings::systemAudioEnabledChanged)

@@ -19,6 +19,8 @@ class CaptureBackend;
 class CaptureEngine;
 class ClipJournalStore;
 class LostWindowWatch;
+class MicCapture;
+class MicrophoneBackend;
 class SegmentedRecorder;
 class SourceMemory;
 class SystemAudioBackend;
@@ -44,6 +46,7 @@ public:
     struct Platform {
         std::shared_ptr<CaptureBackend> screen;
         std::shared_ptr<SystemAudioBackend> systemAudio;
+        std::shared_ptr<MicrophoneBackend> microphones; // null: no microphone is ever found
         std::unique_ptr<TaskScheduler> scheduler; // null: timers on the main loop
         std::unique_ptr<DesktopIntegration> desktop; // null: no sound, no reveal
         std::unique_ptr<AreaGrabber> areaGrabber; // null: grabs through `screen`
@@ -68,6 +71,7 @@ public:
     SegmentedRecorder* recorder() const { return segmentRecorder; }
     ClipJournalStore* journal() const { return journalStore; }
     AreaMonitor* areaMonitor() const { return monitor; }
+    MicCapture* mic() const { return microphone; }
     // What the selected source is remembered as, how large it records and what its clips are called.
     SourceMemory* sourceMemory() const { return sources.get(); }
     // Arming the monitor, the area it watches, and a drawn region as the capture source.
@@ -106,7 +110,8 @@ signals:
 private:
     // The journal's folder in step with the save folder.
     void wireJournal();
-    // The segments' audio track in step with the two audio switches; system audio also restarts the stream.
+    // The segments' audio track in step with the two audio switches; system audio also restarts the
+    // stream, the microphone starts, stops and changes device with its settings.
     void wireAudio();
     // The area monitor in step with the settings (sensitivity, area, reference) and the recorder (start, stop).
     void wireAreaMonitor();
@@ -135,6 +140,7 @@ private:
     CaptureEngine* captureEngine;
     SegmentedRecorder* segmentRecorder;
     AreaMonitor* monitor;
+    MicCapture* microphone;
     ClipJournalStore* journalStore;
     std::unique_ptr<SourceMemory> sources;
     std::unique_ptr<AreaCommands> areas;

@@ -174,9 +174,14 @@ void SegmentedRecorder::ingest(const VideoFrame& frame)
     });
 }
 
-void SegmentedRecorder::ingestAudio(const AudioBuffer& buffer)
+void SegmentedRecorder::ingestAudio(const AudioBuffer& buffer, AudioMixer::Input input)
 {
-    onQueue(anchor, [buffer](SegmentedRecorder& r) { r.appendAudio(buffer); });
+    onQueue(anchor, [buffer, input](SegmentedRecorder& r) { r.mixer.push(input, buffer); });
+}
+
+void SegmentedRecorder::endAudioInput(AudioMixer::Input input)
+{
+    onQueue(anchor, [input](SegmentedRecorder& r) { r.mixer.endInput(input); });
 }
 
 void SegmentedRecorder::advanceClock(const MediaTime& time)

@@ -6,6 +6,7 @@
 #include "core/MediaTime.h"
 #include "core/SerialQueue.h"
 #include "media/MediaSample.h"
+#include "recorder/AudioMixer.h"
 #include "recorder/Segment.h"
 #include "recorder/SegmentFolder.h"
 #endif
@@ -99,9 +100,14 @@ public:
     // Main thread: closes the open segment, throws the ring and any running recording away, and
     // stops the clock's ticks.
     void disarmBuffering();
-    // Any thread: hands the sample to appendFrame / appendAudio on `queue`.
+    // Any thread: hands the sample to appendFrame on `queue`.
     void ingest(const VideoFrame& frame);
-    void ingestAudio(const AudioBuffer& buffer);
+    // Any thread: a buffer of system audio or of the microphone. The two are mixed into the one
+    // sound of the segments (AudioMixer), each at its own capture time.
+    void ingestAudio(const AudioBuffer& buffer, AudioMixer::Input input = AudioMixer::Input::system);
+    // Any thread: the input has stopped (a microphone switched off or gone); the mix no longer
+    // waits for it.
+    void endAudioInput(AudioMixer::Input input);
     // Any thread: the capture clock has reached `now`. The tick does this while buffering.
     void advanceClock(const MediaTime& now);
     // Any thread: whether segments opened from now on get an audio track.
@@ -233,6 +239,8 @@ private:
     bool hasSessionStarted = false;
     bool audioEnabled = false;
     MediaTime lastAudioPTS;
+    // Between the audio inputs and appendAudio.
+    AudioMixer mixer { [this](const AudioBuffer& mixed) { appendAudio(mixed); } };
     std::vector<Segment> completedSegments;
     MediaTime latestPTS = MediaTime::zero();
     // The ring's present time; invalid until the first frame.

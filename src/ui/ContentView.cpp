@@ -2,7 +2,9 @@
 
 #include "app/RecorderViewModel.h"
 #include "core/Publisher.h"
+#include "ui/AboutHero.h"
 #include "ui/D1Sidebar.h"
+#include "ui/JournalScreen.h"
 #include "ui/RecorderHero.h"
 #include "ui/ScreenPlaceholder.h"
 #include "ui/ToastView.h"
@@ -67,18 +69,14 @@ QWidget* ContentView::makeScreen(D1Screen screen)
                            "show it in the file manager or move it to the trash."),
             nullptr);
     case D1Screen::journal:
-        return new ScreenPlaceholder(QStringLiteral("Journal"), QStringLiteral("chart.line.uptrend.xyaxis"),
-            QStringLiteral("Your trades at a glance: net P&L, win rate and profit factor, a calendar of days, "
-                           "equity and drawdown charts, and a Monte Carlo simulation."),
-            nullptr);
+        return new JournalScreen(vm->journal());
     case D1Screen::settings:
         return new ScreenPlaceholder(QStringLiteral("Settings"), QStringLiteral("gearshape.fill"),
             QStringLiteral("Buffer length, quality, hotkeys, save folder, camera, microphone and the area "
                            "monitor, grouped as you expect them."),
             nullptr);
     case D1Screen::about:
-        return new ScreenPlaceholder(QStringLiteral("About"), QStringLiteral("info.circle"),
-            QStringLiteral("What Velotape is, its version, and where to learn more."), nullptr);
+        return new AboutHero;
     }
     return nullptr;
 }

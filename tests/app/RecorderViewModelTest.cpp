@@ -6,6 +6,8 @@
 #include "app/ControlCommands.h"
 #include "app/SourceMemory.h"
 #include "capture/CaptureEngine.h"
+#include "devices/MicCapture.h"
+#include "devices/ScriptedMicrophones.h"
 #include "journal/ClipJournalStore.h"
 #include "media/HevcEncoderProbe.h"
 #include "monitor/AreaMonitor.h"
@@ -27,6 +29,7 @@ class RecorderViewModelTest : public ::testing::Test {
 protected:
     QTemporaryDir dir;
     std::shared_ptr<ScriptedScreen> screen = std::make_shared<ScriptedScreen>();
+    std::shared_ptr<ScriptedMicrophones> microphones = std::make_shared<ScriptedMicrophones>();
     ManualTaskScheduler* clock = nullptr;
     std::unique_ptr<AppSettings> settings;
     std::unique_ptr<RecorderViewModel> vm;
@@ -56,6 +59,7 @@ protected:
         clock = scheduler.get();
         RecorderViewModel::Platform platform;
         platform.screen = screen;
+        platform.microphones = microphones;
         platform.scheduler = std::move(scheduler);
         if (pickerAnswer) platform.areaPicker = std::make_unique<ScriptedPicker>(&pickerAnswer);
         vm = std::make_unique<RecorderViewModel>(settings.get(), std::move(platform));
@@ -377,4 +381,46 @@ TEST_F(RecorderViewModelTest, ControlCommandsRefuseWhatTheyCannotDo)
     EXPECT_EQ(arm.text, QStringLiteral("Pick an area first."));
     EXPECT_EQ(reply({ "disarm" }).text, QStringLiteral("not armed"));
     EXPECT_EQ(reply({ "stop" }).text, QStringLiteral("not recording"));
+}
+
+TEST_F(RecorderViewModelTest, TheMicrophoneFollowsItsSwitchAndTheRememberedDevice)
+{
+    microphones->devices = { { QStringLiteral("usb"), QStringLiteral("USB Headset") },
+        { QStringLiteral("builtin"), QStringLiteral("Built-in Audio") } };
+    microphones->defaultID = QStringLiteral("builtin");
+    settings->setMicrophoneEnabled(true);
+    settings->setMicrophoneDeviceID(QStringLiteral("usb"));
+    make();
+    // Left on: opened at launch, once, on the remembered device.
+    ASSERT_TRUE(spinUntil([&] { return vm->mic()->isRunning(); }));
+    vm->mic()->waitUntilIdle();
+    EXPECT_EQ(microphones->openedIDs(), std::vector<QString>({ QStringLiteral("usb") }));
+    EXPECT_EQ(vm->mic()->availableDevices().size(), 2u);
+
+    // Another device chosen: it replaces the open one.
+    settings->setMicrophoneDeviceID(QStringLiteral("builtin"));
+    vm->mic()->waitUntilIdle();
+    EXPECT_EQ(microphones->openedIDs(), std::vector<QString>({ QStringLiteral("usb"), QStringLiteral("builtin") }));
+
+    // Switched off: closed; a device chosen meanwhile opens nothing, but is used when it comes on.
+    settings->setMicrophoneEnabled(false);
+    ASSERT_TRUE(spinUntil([&] { return !vm->mic()->isRunning(); }));
+    EXPECT_TRUE(microphones->last()->closed);
+    settings->setMicrophoneDeviceID(QStringLiteral("usb"));
+    vm->mic()->waitUntilIdle();
+    EXPECT_EQ(microphones->openedIDs().size(), 2u);
+    settings->setMicrophoneEnabled(true);
+    ASSERT_TRUE(spinUntil([&] { return vm->mic()->isRunning(); }));
+    EXPECT_EQ(microphones->openedIDs().back(), QStringLiteral("usb"));
+}
+
+TEST_F(RecorderViewModelTest, AMicrophoneLeftOffStaysClosedAtLaunch)
+{
+    microphones->devices = { { QStringLiteral("builtin"), QStringLiteral("Built-in Audio") } };
+    make();
+    vm->mic()->waitUntilIdle();
+    spinFor(50);
+    EXPECT_TRUE(microphones->openedIDs().empty());
+    EXPECT_FALSE(vm->mic()->isRunning());
+    EXPECT_EQ(vm->mic()->availableDevices().size(), 1u);
 }

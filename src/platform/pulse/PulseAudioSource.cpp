@@ -24,11 +24,12 @@ template <typename Result> struct Query {
 
 } // namespace
 
-PulseAudioSource::Opened PulseAudioSource::open(
-    Device device, const QString& name, const QString& streamName, std::function<void(const AudioBuffer&)> onBuffer)
+PulseAudioSource::Opened PulseAudioSource::open(Device device, const QString& name, const QString& streamName,
+    std::function<void(const AudioBuffer&)> onBuffer, std::function<void(const QString&)> onEnded)
 {
     std::unique_ptr<PulseAudioSource> source(new PulseAudioSource);
     source->deliver = std::move(onBuffer);
+    source->ended = std::move(onEnded);
     if (QString error = source->start(device, name, streamName); !error.isEmpty()) {
         source->stop();
         return { nullptr, error };
@@ -60,9 +61,17 @@ void PulseAudioSource::onContextState(pa_context*, void* self)
     pa_threaded_mainloop_signal(static_cast<PulseAudioSource*>(self)->mainloop.get(), 0);
 }
 
-void PulseAudioSource::onStreamState(pa_stream*, void* self)
+void PulseAudioSource::onStreamState(pa_stream* stream, void* self)
 {
-    pa_threaded_mainloop_signal(static_cast<PulseAudioSource*>(self)->mainloop.get(), 0);
+    auto* source = static_cast<PulseAudioSource*>(self);
+    const pa_stream_state_t state = pa_stream_get_state(stream);
+    if (source->recording && !PA_STREAM_IS_GOOD(state)) {
+        source->recording = false;
+        const int code = pa_context_errno(source->context.get());
+        const bool removed = state == PA_STREAM_TERMINATED || code == PA_ERR_KILLED || code == PA_ERR_NOENTITY;
+        if (source->ended) source->ended(removed ? QStringLiteral("it was unplugged or removed") : source->errorText());
+    }
+    pa_threaded_mainloop_signal(source->mainloop.get(), 0);
 }
 
 void PulseAudioSource::onReadable(pa_stream*, size_t, void* self)
@@ -171,8 +180,11 @@ QString PulseAudioSource::start(Device device, const QString& name, const QStrin
     attr.prebuf = uint32_t(-1);
     attr.minreq = uint32_t(-1);
     attr.fragsize = uint32_t(pa_usec_to_bytes(fragmentMilliseconds * 1000, &wanted));
-    if (pa_stream_connect_record(stream.get(), recordedSource.toUtf8().constData(), &attr, PA_STREAM_ADJUST_LATENCY)
-        < 0)
+    // A source the user chose is recorded or nothing: when it goes, the stream ends rather than
+    // moving on to another one.
+    const auto flags = pa_stream_flags_t(
+        PA_STREAM_ADJUST_LATENCY | (device == Device::named ? PA_STREAM_DONT_MOVE : PA_STREAM_NOFLAGS));
+    if (pa_stream_connect_record(stream.get(), recordedSource.toUtf8().constData(), &attr, flags) < 0)
         return QStringLiteral("cannot record from PulseAudio: ") + errorText();
     for (;;) {
         const pa_stream_state_t state = pa_stream_get_state(stream.get());
@@ -180,6 +192,7 @@ QString PulseAudioSource::start(Device device, const QString& name, const QStrin
         if (!PA_STREAM_IS_GOOD(state)) return QStringLiteral("cannot record from PulseAudio: ") + errorText();
         pa_threaded_mainloop_wait(mainloop.get());
     }
+    recording = true;
     return {};
 }
 
@@ -226,6 +239,7 @@ void PulseAudioSource::stop()
     if (!mainloop) return;
     if (running) {
         pa_threaded_mainloop_lock(mainloop.get());
+        recording = false; // what follows is our own doing, not news
         if (stream) pa_stream_disconnect(stream.get());
         if (context) pa_context_disconnect(context.get());
         pa_threaded_mainloop_unlock(mainloop.get());

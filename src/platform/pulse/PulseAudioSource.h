@@ -28,9 +28,11 @@ public:
         QString error;
     };
 
-    // Blocks until recording runs or has failed. `onBuffer` runs on the PulseAudio thread.
+    // Blocks until recording runs or has failed. `onBuffer` runs on the PulseAudio thread, and so
+    // does `onEnded`, once, with the reason, if recording ends by itself (the source was removed,
+    // the server went away). A named source is never swapped for another one when it goes.
     static Opened open(Device device, const QString& name, const QString& streamName,
-        std::function<void(const AudioBuffer&)> onBuffer);
+        std::function<void(const AudioBuffer&)> onBuffer, std::function<void(const QString&)> onEnded = {});
     ~PulseAudioSource() override;
 
     // Any thread but the PulseAudio one. Once it returns, onBuffer is not called again.
@@ -69,6 +71,8 @@ private:
     std::unique_ptr<pa_context, ContextUnref> context;
     std::unique_ptr<pa_stream, StreamUnref> stream;
     std::function<void(const AudioBuffer&)> deliver;
+    std::function<void(const QString&)> ended;
+    bool recording = false; // PulseAudio thread: the stream was ready and not stopped by us
     QString recordedSource;
     AudioBuffer::SampleFormat sampleFormat = AudioBuffer::SampleFormat::Float32;
     int sampleRate = 44100;

@@ -7,11 +7,16 @@
 #include "app/AppSettings.h"
 #include "app/AreaCommands.h"
 #include "app/RecorderViewModel.h"
+#include "journal/ClipMetaStore.h"
 #include "monitor/AreaMonitor.h"
 #include "recorder/SegmentedRecorder.h"
 #include "support/TestDesktop.h"
 #include "ui/AppDelegate.h"
 #include "ui/ContentView.h"
+#include "ui/D1Sidebar.h"
+#include "ui/JournalScreen.h"
+#include "ui/SourcePickerButton.h"
+#include "ui/SourcePickerPopover.h"
 #include "ui/ToastView.h"
 #include "ui/kit/Appearance.h"
 
@@ -19,6 +24,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QMainWindow>
+#include <QPainter>
 #include <QTemporaryDir>
 
 #include <cstdio>
@@ -110,7 +116,75 @@ int recorderStates(AppDelegate& delegate, const TestDesktop& desktop, const QStr
     vm->areaMonitor()->disarm();
     vm->areaMonitor()->setRect(std::nullopt);
     return written;
-}
+    // The source picker open over the recorder, under its button (or where the button stands in the
+    // header, while the screen has none), with its thumbnails arrived. The popover is a window of its
+    // own and may reach past the main window: the picture holds both, on the desktop's grey.
+    QImage pickerShot(AppDelegate & delegate)
+    {
+        QMainWindow* window = delegate.window();
+        delegate.contentView()->showScreen(D1Screen::recorder);
+        settle(150);
+        SourcePickerPopover* popover = nullptr;
+        std::unique_ptr<SourcePickerPopover> standIn;
+        if (auto* button = delegate.contentView()->findChild<SourcePickerButton*>()) {
+            button->setOpen(true);
+            popover = button->popover();
+        } else {
+            standIn = std::make_unique<SourcePickerPopover>(delegate.viewModel(), std::function<void()> {});
+            standIn->setWindowFlags(Qt::Popup);
+            standIn->move(window->mapToGlobal(QPoint(D1Sidebar::fixedWidth + 36, 110)));
+            standIn->show();
+            popover = standIn.get();
+        }
+        settle(800);
+        const QImage inside = window->grab().toImage();
+        const QImage over = popover->grab().toImage();
+        const QPoint at = window->mapFromGlobal(popover->mapToGlobal(QPoint(0, 0)));
+        const QRect both = QRect(QPoint(0, 0), window->size()).united(QRect(at, popover->size()));
+        QImage picture(both.size() * inside.devicePixelRatio(), QImage::Format_RGB32);
+        picture.setDevicePixelRatio(inside.devicePixelRatio());
+        picture.fill(QColor(96, 98, 104));
+        QPainter painter(&picture);
+        painter.drawImage(-both.topLeft(), inside);
+        painter.drawImage(at - both.topLeft(), over);
+        painter.end();
+        popover->close();
+        settle(150);
+        return picture;
+    }
+
+    // Sample trades for the journal's pictures: a few dozen clips over this month and the last, tagged
+    // in dollars with a fixed sequence of wins and losses, so every run shows the same journal.
+    void writeSampleTrades(const QDir& clips)
+    {
+        const QDate today = QDate::currentDate();
+        const QDate start = today.addDays(-40);
+        uint32_t state = 12345;
+        auto next = [&state] {
+            state = state * 1103515245U + 12345U;
+            return (state >> 8) % 1000;
+        };
+        static const char* const tickers[] = { "AAPL", "NVDA", "ES", "TSLA", "MSFT" };
+        for (QDate day = start; day <= today; day = day.addDays(1)) {
+            if (day.dayOfWeek() > 5) continue;
+            const int count = int(next() % 3);
+            for (int i = 0; i < count; ++i) {
+                const QString name = QStringLiteral("%1_%2_%3-%4.mp4")
+                                         .arg(QLatin1String(tickers[next() % 5]), day.toString(Qt::ISODate))
+                                         .arg(9 + i * 2, 2, 10, QLatin1Char('0'))
+                                         .arg(int(next() % 60), 2, 10, QLatin1Char('0'));
+                QFile clip(clips.filePath(name));
+                if (!clip.open(QIODevice::WriteOnly)) continue;
+                clip.write("sample");
+                clip.close();
+                ClipMeta meta;
+                const bool win = next() < 560;
+                meta.outcome = win ? TradeOutcome::win : TradeOutcome::loss;
+                meta.pnl = win ? 40 + double(next() % 400) : 30 + double(next() % 250);
+                ClipMetaStore::save(meta, QUrl::fromLocalFile(clips.filePath(name)));
+            }
+        }
+    }
 
 } // namespace
 
@@ -127,6 +201,7 @@ int main(int argc, char** argv)
     }
     QTemporaryDir home;
     writeSampleSettings(QDir(home.path()));
+    writeSampleTrades(QDir(home.filePath(QStringLiteral("clips"))));
     qputenv("XDG_CONFIG_HOME", home.filePath(QStringLiteral("config")).toUtf8());
     qputenv("HOME", home.path().toUtf8());
     qputenv("TMPDIR", home.path().toUtf8());
@@ -171,6 +246,25 @@ int main(int argc, char** argv)
                 }
                 ++written;
             }
+            // The journal's three sub-tabs, each over the sample trades.
+            for (const auto& [tab, tabName] : { std::pair { JournalScreen::SubTab::overview, "overview" },
+                     std::pair { JournalScreen::SubTab::stats, "stats" },
+                     std::pair { JournalScreen::SubTab::simulations, "simulations" } }) {
+                delegate.contentView()->showScreen(D1Screen::journal);
+                if (auto* journal = qobject_cast<JournalScreen*>(delegate.contentView()->screenWidget()))
+                    journal->setTab(tab);
+                // The simulation runs off the main thread.
+                settle(tab == JournalScreen::SubTab::simulations ? 1500 : 300);
+                const QString name
+                    = QStringLiteral("journal-%1-%2-%3x%4.png")
+                          .arg(QLatin1String(tabName),
+                              appearance == Appearance::dark ? QStringLiteral("dark") : QStringLiteral("light"))
+                          .arg(window->width())
+                          .arg(window->height());
+                window->grab().save(QDir(outDir).filePath(name));
+                ++written;
+                delegate.contentView()->showScreen(D1Screen::recorder);
+            }
             // The toast over the recorder, as it looks after a save.
             delegate.contentView()->showScreen(D1Screen::recorder);
             delegate.viewModel()->showToast(QStringLiteral("Saved: Display 1, Nov 23, 09-41-07.mp4"));
@@ -185,6 +279,13 @@ int main(int argc, char** argv)
             // Gone before the next pictures, without waiting out its time.
             delegate.contentView()->toast()->setText(std::nullopt);
             settle(300);
+            const QString picker
+                = QStringLiteral("picker-%1-%2x%3.png")
+                      .arg(appearance == Appearance::dark ? QStringLiteral("dark") : QStringLiteral("light"))
+                      .arg(window->width())
+                      .arg(window->height());
+            pickerShot(delegate).save(QDir(outDir).filePath(picker));
+            ++written;
         }
     }
     written += recorderStates(delegate, desktop, outDir);

@@ -105,12 +105,12 @@ TEST_F(Window, SidebarRowsShowTheirScreensAndTheKitFollowsTheAppearance)
 
     // The placeholder's card is painted in the kit's colour of the appearance on show, and again
     // in the other when it changes: nothing in the screen does it.
-    content->showScreen(D1Screen::about);
-    auto* about = qobject_cast<ScreenPlaceholder*>(content->screenWidget());
-    ASSERT_NE(about, nullptr);
-    auto cardPixel = [about] {
-        const QPoint corner = about->cardRect().topLeft().toPoint() + QPoint(14, 14);
-        return about->grab().toImage().pixelColor(corner);
+    content->showScreen(D1Screen::settings);
+    auto* placeholder = qobject_cast<ScreenPlaceholder*>(content->screenWidget());
+    ASSERT_NE(placeholder, nullptr);
+    auto cardPixel = [placeholder] {
+        const QPoint corner = placeholder->cardRect().topLeft().toPoint() + QPoint(14, 14);
+        return placeholder->grab().toImage().pixelColor(corner);
     };
     for (Appearance appearance : { Appearance::dark, Appearance::light, Appearance::dark }) {
         QApplication::setPalette(kitPalette(appearance));

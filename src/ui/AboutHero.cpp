@@ -1,0 +1,41 @@
+#include "ui/AboutHero.h"
+
+#include "ui/HeroCard.h"
+#include "ui/kit/V3.h"
+#include "ui/kit/V3Text.h"
+
+#include <QCoreApplication>
+#include <QVBoxLayout>
+
+AboutHero::AboutHero(QWidget* parent)
+    : QWidget(parent)
+{
+    setAccessibleName(QStringLiteral("About"));
+    auto* column = new QVBoxLayout(this);
+    column->setContentsMargins(28, 22, 28, 28);
+    column->setSpacing(10);
+    column->addWidget(new V3Text(QStringLiteral("About"), 22, QFont::DemiBold, V3::fg, this));
+    column->addWidget(new V3Text(QStringLiteral("What's running, what it's doing, and where to get help."), 13,
+        QFont::Normal, V3::fgMute, this));
+    column->addSpacing(8);
+
+    auto* card = new HeroCard(this);
+    QString version = QCoreApplication::applicationVersion();
+    if (version.isEmpty()) version = QStringLiteral("1.0");
+    card->column()->addWidget(
+        new V3Text(QStringLiteral("Velotape · %1").arg(version), 15, QFont::DemiBold, V3::fg, card));
+    card->column()->addWidget(new V3Text(QStringLiteral("Rolling pre-record buffer + on-demand MP4 saves, with an "
+                                                        "area-monitor auto-recorder. Built with Qt, FFmpeg, X11 "
+                                                        "and PulseAudio."),
+        13, QFont::Normal, V3::fgMute, card));
+    column->addWidget(card);
+
+    column->addWidget(new V3Text(QStringLiteral("If recording fails, check that you are in an X11 session: Velotape "
+                                                "captures the screen through the X server, and a Wayland session is "
+                                                "not supported yet."),
+        12, QFont::Normal, V3::fgMute, this));
+    column->addWidget(new V3Text(QStringLiteral("Support: support@velotape.app. Include the output of "
+                                                "\"velotape --help\" and what you did when it went wrong."),
+        12, QFont::Normal, V3::fgMute, this));
+    column->addStretch();
+}

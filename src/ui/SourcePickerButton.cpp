@@ -1,0 +1,71 @@
+#include "ui/SourcePickerButton.h"
+
+#include "app/RecorderViewModel.h"
+#include "app/SourceMemory.h"
+#include "capture/CaptureEngine.h"
+#include "ui/SourcePickerContent.h"
+#include "ui/SourcePickerPopover.h"
+
+#include <QScreen>
+
+SourcePickerButton::SourcePickerButton(RecorderViewModel* model, QWidget* parent)
+    : V3Button(V3Button::Kind::secondary, QString(), parent)
+    , vm(model)
+{
+    connect(this, &QAbstractButton::clicked, this, [this] { setOpen(!isOpen()); });
+    // The label follows the selection, and the display names with the listing.
+    CaptureEngine* engine = vm->engine();
+    connect(engine, &CaptureEngine::selectedSourceChanged, this, &SourcePickerButton::showLabel);
+    connect(engine, &CaptureEngine::availableDisplaysChanged, this, &SourcePickerButton::showLabel);
+    showLabel();
+}
+
+void SourcePickerButton::showLabel()
+{
+    const std::optional<CaptureSource>& source = vm->engine()->selectedSource();
+    setText(SourcePickerContent::labelForCurrentSource(source, vm->sourceMemory()->screenLayout()));
+    setAccessibleName(text());
+    if (!source)
+        setSymbol(QString());
+    else if (source->kind() == CaptureSource::Kind::window)
+        setSymbol(QStringLiteral("macwindow"));
+    else if (source->kind() == CaptureSource::Kind::region)
+        setSymbol(QStringLiteral("dot.viewfinder"));
+    else
+        setSymbol(QStringLiteral("display"));
+}
+
+bool SourcePickerButton::isOpen() const
+{
+    return shown && shown->isVisible();
+}
+
+void SourcePickerButton::setOpen(bool open)
+{
+    if (open == isOpen()) return;
+    if (!open) {
+        shown->close();
+        return;
+    }
+    shown = new SourcePickerPopover(
+        vm, [this] { setOpen(false); }, this);
+    shown->setWindowFlags(Qt::Popup);
+    shown->setAttribute(Qt::WA_DeleteOnClose);
+    // However it closes (a choice, Escape, a click elsewhere), the button hears of it.
+    connect(shown, &SourcePickerPopover::closed, this, [this] { emit openChanged(false); });
+    shown->move(popoverPosition());
+    shown->show();
+    emit openChanged(true);
+}
+
+QPoint SourcePickerButton::popoverPosition() const
+{
+    QPoint at = mapToGlobal(QPoint(0, height() + 6));
+    if (const QScreen* screen = this->screen()) {
+        const QRect room = screen->availableGeometry();
+        const QSize size = SourcePickerPopover::popoverSize;
+        at.setX(std::clamp(at.x(), room.left(), std::max(room.left(), room.right() - size.width() + 1)));
+        at.setY(std::clamp(at.y(), room.top(), std::max(room.top(), room.bottom() - size.height() + 1)));
+    }
+    return at;
+}
