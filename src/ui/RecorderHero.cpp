@@ -3,8 +3,9 @@
 #include "app/AppSettings.h"
 #include "app/AreaCommands.h"
 #include "app/RecorderViewModel.h"
-#include "app/SourceMemory.h"
 #include "capture/CaptureEngine.h"
+#include "ui/SourcePickerButton.h"
+#include "ui/SourcePickerPopover.h" // the button's header needs it whole
 #include "ui/kit/V3Button.h"
 #include "ui/recorder/AreaMonitorStrip.h"
 #include "ui/recorder/BigRecordCTA.h"
@@ -86,9 +87,7 @@ QWidget* RecorderHero::makeChipsRow()
     padded->setContentsMargins(36, 4, 36, 0);
     auto* row = new ChipsRow(margins);
     padded->addWidget(row);
-    // SourcePickerButton(vm, row) takes this place; until then a chip names the source.
-    sourceChip = new InfoChip(QStringLiteral("display"), {}, row);
-    sourceButton = sourceChip;
+    sourceButton = new SourcePickerButton(vm, row);
     row->addWidget(sourceButton);
     sizeChip = new InfoChip(QStringLiteral("rectangle.expand.diagonal"), {}, row);
     rateChip = new InfoChip(QStringLiteral("timer"), {}, row);
@@ -123,7 +122,6 @@ void RecorderHero::refreshChips()
 void RecorderHero::refreshSource()
 {
     const bool selected = vm->engine()->selectedSource().has_value();
-    sourceChip->setText(vm->sourceMemory()->sourceLabelForFilename().value_or(QStringLiteral("No source")));
     pickRegion->setVisible(selected);
     strip->setVisible(selected);
 }

@@ -8,11 +8,13 @@ class HeroPreviewCard;
 class InfoChip;
 class PermissionView;
 class RecorderViewModel;
+class SourcePickerButton;
 
-// The recorder screen, the one the user lives on: what is captured and how, the live preview with
-// its badges, the area monitor strip and the big record button; the empty illustration while no
-// stream runs. It holds no state of its own: everything it shows comes from the session controller
-// and the objects behind it, and every control calls one of their operations.
+// The recorder screen, the one the user lives on: what is captured (the source button, which opens
+// the source picker) and how, the live preview with its badges, the area monitor strip and the big
+// record button; the empty illustration while no stream runs. It holds no state of its own:
+// everything it shows comes from the session controller and the objects behind it, and every
+// control calls one of their operations.
 class RecorderHero : public QWidget {
     Q_OBJECT
 public:
@@ -34,8 +36,7 @@ private:
     RecorderViewModel* vm;
     PermissionView* permission;
     QWidget* body;
-    QWidget* sourceButton;
-    InfoChip* sourceChip;
+    SourcePickerButton* sourceButton;
     InfoChip* sizeChip;
     InfoChip* rateChip;
     InfoChip* bufferChip;

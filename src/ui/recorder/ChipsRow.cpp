@@ -21,22 +21,33 @@ void ChipsRow::addWidget(QWidget* widget)
 
 int ChipsRow::arrange(int width, bool place) const
 {
-    int x = 0;
+    // Each line's widgets are centred on the line, the tallest setting its height.
+    std::vector<std::pair<QWidget*, QSize>> line;
     int y = 0;
-    int lineHeight = 0;
+    auto finishLine = [&] {
+        int height = 0;
+        for (const auto& [w, size] : line)
+            height = std::max(height, size.height());
+        int x = 0;
+        for (const auto& [w, size] : line) {
+            if (place) w->setGeometry(x, y + (height - size.height()) / 2, size.width(), size.height());
+            x += size.width() + spacing;
+        }
+        line.clear();
+        return height;
+    };
+    int x = 0;
     for (QWidget* w : items) {
         if (w->isHidden()) continue;
         const QSize size = w->sizeHint();
         if (x > 0 && x + size.width() > width) {
+            y += finishLine() + spacing / 2;
             x = 0;
-            y += lineHeight + spacing / 2;
-            lineHeight = 0;
         }
-        if (place) w->setGeometry(x, y, size.width(), size.height());
+        line.emplace_back(w, size);
         x += size.width() + spacing;
-        lineHeight = std::max(lineHeight, size.height());
     }
-    return y + lineHeight;
+    return y + finishLine();
 }
 
 QSize ChipsRow::sizeHint() const

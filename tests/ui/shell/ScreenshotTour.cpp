@@ -116,75 +116,77 @@ int recorderStates(AppDelegate& delegate, const TestDesktop& desktop, const QStr
     vm->areaMonitor()->disarm();
     vm->areaMonitor()->setRect(std::nullopt);
     return written;
-    // The source picker open over the recorder, under its button (or where the button stands in the
-    // header, while the screen has none), with its thumbnails arrived. The popover is a window of its
-    // own and may reach past the main window: the picture holds both, on the desktop's grey.
-    QImage pickerShot(AppDelegate & delegate)
-    {
-        QMainWindow* window = delegate.window();
-        delegate.contentView()->showScreen(D1Screen::recorder);
-        settle(150);
-        SourcePickerPopover* popover = nullptr;
-        std::unique_ptr<SourcePickerPopover> standIn;
-        if (auto* button = delegate.contentView()->findChild<SourcePickerButton*>()) {
-            button->setOpen(true);
-            popover = button->popover();
-        } else {
-            standIn = std::make_unique<SourcePickerPopover>(delegate.viewModel(), std::function<void()> {});
-            standIn->setWindowFlags(Qt::Popup);
-            standIn->move(window->mapToGlobal(QPoint(D1Sidebar::fixedWidth + 36, 110)));
-            standIn->show();
-            popover = standIn.get();
-        }
-        settle(800);
-        const QImage inside = window->grab().toImage();
-        const QImage over = popover->grab().toImage();
-        const QPoint at = window->mapFromGlobal(popover->mapToGlobal(QPoint(0, 0)));
-        const QRect both = QRect(QPoint(0, 0), window->size()).united(QRect(at, popover->size()));
-        QImage picture(both.size() * inside.devicePixelRatio(), QImage::Format_RGB32);
-        picture.setDevicePixelRatio(inside.devicePixelRatio());
-        picture.fill(QColor(96, 98, 104));
-        QPainter painter(&picture);
-        painter.drawImage(-both.topLeft(), inside);
-        painter.drawImage(at - both.topLeft(), over);
-        painter.end();
-        popover->close();
-        settle(150);
-        return picture;
-    }
+}
 
-    // Sample trades for the journal's pictures: a few dozen clips over this month and the last, tagged
-    // in dollars with a fixed sequence of wins and losses, so every run shows the same journal.
-    void writeSampleTrades(const QDir& clips)
-    {
-        const QDate today = QDate::currentDate();
-        const QDate start = today.addDays(-40);
-        uint32_t state = 12345;
-        auto next = [&state] {
-            state = state * 1103515245U + 12345U;
-            return (state >> 8) % 1000;
-        };
-        static const char* const tickers[] = { "AAPL", "NVDA", "ES", "TSLA", "MSFT" };
-        for (QDate day = start; day <= today; day = day.addDays(1)) {
-            if (day.dayOfWeek() > 5) continue;
-            const int count = int(next() % 3);
-            for (int i = 0; i < count; ++i) {
-                const QString name = QStringLiteral("%1_%2_%3-%4.mp4")
-                                         .arg(QLatin1String(tickers[next() % 5]), day.toString(Qt::ISODate))
-                                         .arg(9 + i * 2, 2, 10, QLatin1Char('0'))
-                                         .arg(int(next() % 60), 2, 10, QLatin1Char('0'));
-                QFile clip(clips.filePath(name));
-                if (!clip.open(QIODevice::WriteOnly)) continue;
-                clip.write("sample");
-                clip.close();
-                ClipMeta meta;
-                const bool win = next() < 560;
-                meta.outcome = win ? TradeOutcome::win : TradeOutcome::loss;
-                meta.pnl = win ? 40 + double(next() % 400) : 30 + double(next() % 250);
-                ClipMetaStore::save(meta, QUrl::fromLocalFile(clips.filePath(name)));
-            }
+// The source picker open over the recorder, under its button (or where the button stands in the
+// header, while the screen has none), with its thumbnails arrived. The popover is a window of its
+// own and may reach past the main window: the picture holds both, on the desktop's grey.
+QImage pickerShot(AppDelegate& delegate)
+{
+    QMainWindow* window = delegate.window();
+    delegate.contentView()->showScreen(D1Screen::recorder);
+    settle(150);
+    SourcePickerPopover* popover = nullptr;
+    std::unique_ptr<SourcePickerPopover> standIn;
+    if (auto* button = delegate.contentView()->findChild<SourcePickerButton*>()) {
+        button->setOpen(true);
+        popover = button->popover();
+    } else {
+        standIn = std::make_unique<SourcePickerPopover>(delegate.viewModel(), std::function<void()> {});
+        standIn->setWindowFlags(Qt::Popup);
+        standIn->move(window->mapToGlobal(QPoint(D1Sidebar::fixedWidth + 36, 110)));
+        standIn->show();
+        popover = standIn.get();
+    }
+    settle(800);
+    const QImage inside = window->grab().toImage();
+    const QImage over = popover->grab().toImage();
+    const QPoint at = window->mapFromGlobal(popover->mapToGlobal(QPoint(0, 0)));
+    const QRect both = QRect(QPoint(0, 0), window->size()).united(QRect(at, popover->size()));
+    QImage picture(both.size() * inside.devicePixelRatio(), QImage::Format_RGB32);
+    picture.setDevicePixelRatio(inside.devicePixelRatio());
+    picture.fill(QColor(96, 98, 104));
+    QPainter painter(&picture);
+    painter.drawImage(-both.topLeft(), inside);
+    painter.drawImage(at - both.topLeft(), over);
+    painter.end();
+    popover->close();
+    settle(150);
+    return picture;
+}
+
+// Sample trades for the journal's pictures: a few dozen clips over this month and the last, tagged
+// in dollars with a fixed sequence of wins and losses, so every run shows the same journal.
+void writeSampleTrades(const QDir& clips)
+{
+    const QDate today = QDate::currentDate();
+    const QDate start = today.addDays(-40);
+    uint32_t state = 12345;
+    auto next = [&state] {
+        state = state * 1103515245U + 12345U;
+        return (state >> 8) % 1000;
+    };
+    static const char* const tickers[] = { "AAPL", "NVDA", "ES", "TSLA", "MSFT" };
+    for (QDate day = start; day <= today; day = day.addDays(1)) {
+        if (day.dayOfWeek() > 5) continue;
+        const int count = int(next() % 3);
+        for (int i = 0; i < count; ++i) {
+            const QString name = QStringLiteral("%1_%2_%3-%4.mp4")
+                                     .arg(QLatin1String(tickers[next() % 5]), day.toString(Qt::ISODate))
+                                     .arg(9 + i * 2, 2, 10, QLatin1Char('0'))
+                                     .arg(int(next() % 60), 2, 10, QLatin1Char('0'));
+            QFile clip(clips.filePath(name));
+            if (!clip.open(QIODevice::WriteOnly)) continue;
+            clip.write("sample");
+            clip.close();
+            ClipMeta meta;
+            const bool win = next() < 560;
+            meta.outcome = win ? TradeOutcome::win : TradeOutcome::loss;
+            meta.pnl = win ? 40 + double(next() % 400) : 30 + double(next() % 250);
+            ClipMetaStore::save(meta, QUrl::fromLocalFile(clips.filePath(name)));
         }
     }
+}
 
 } // namespace
 
