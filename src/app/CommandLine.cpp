@@ -54,15 +54,19 @@ Invocation parse(const QStringList& arguments)
         out.command = arguments;
         return out;
     }
-    if (first == QStringLiteral("--headless")) {
-        out.kind = Invocation::Kind::headless;
-        for (int i = 0; i < rest.size(); ++i) {
-            if (rest[i] == QStringLiteral("--source") && i + 1 < rest.size()) {
-                out.source = rest[++i];
-            } else if (rest[i].startsWith(QStringLiteral("--source="))) {
-                out.source = rest[i].mid(9);
+    // The window and the headless mode take the same source option.
+    const bool headless = first == QStringLiteral("--headless");
+    if (headless || first.startsWith(QStringLiteral("--source"))) {
+        out.kind = headless ? Invocation::Kind::headless : Invocation::Kind::window;
+        const QStringList options = headless ? rest : arguments;
+        for (int i = 0; i < options.size(); ++i) {
+            if (options[i] == QStringLiteral("--source") && i + 1 < options.size()) {
+                out.source = options[++i];
+            } else if (options[i].startsWith(QStringLiteral("--source="))) {
+                out.source = options[i].mid(9);
             } else {
-                return invalid(QStringLiteral("unknown argument for --headless: '%1'").arg(rest[i]));
+                return invalid(QStringLiteral("unknown argument%1: '%2'")
+                                   .arg(headless ? QStringLiteral(" for --headless") : QString(), options[i]));
             }
         }
         return out;
@@ -74,7 +78,7 @@ QString usage()
 {
     return QStringLiteral(
         "Usage:\n"
-        "  velotape                          start Velotape with its window\n"
+        "  velotape [--source S]             start Velotape with its window (on S, see below)\n"
         "  velotape --headless [--source S]  run without a window; S is display:ID,\n"
         "                                    window:CLASS@@TITLE or region:DISPLAYID:X,Y,W,H\n"
         "  velotape toggle                   start a clip, or save the running one (the save hotkey)\n"

@@ -6,7 +6,7 @@
 // What one run of `velotape` was asked to do.
 struct Invocation {
     enum class Kind {
-        window, // no arguments: the program with its window
+        window, // [--source DESCRIPTOR]: the program with its window
         headless, // --headless [--source DESCRIPTOR]: the same controller without a window
         control, // toggle | start | stop | status | arm | disarm | area X Y W H: ask the running instance
         journal, // journal ...: statistics of the clip journal on the terminal
@@ -16,7 +16,7 @@ struct Invocation {
     };
 
     Kind kind = Kind::window;
-    QString source; // headless: the descriptor given with --source
+    QString source; // window and headless: the descriptor given with --source
     QStringList command; // control: the command and its arguments; journal: the arguments after "journal"
     QString error; // invalid: what was wrong
 };

@@ -72,7 +72,7 @@ int runHeadless(int argc, char** argv, const QString& source)
     return runSession(app, AppSession::Options { .headless = true, .source = source, .socketPath = {} });
 }
 
-int runWindow(int argc, char** argv)
+int runWindow(int argc, char** argv, const QString& source)
 {
     // Without a display Qt would abort with a long plug-in message; say it in one line instead.
     if (!hasDisplay()) {
@@ -83,7 +83,7 @@ int runWindow(int argc, char** argv)
     }
     QApplication app(argc, argv);
     quitOnSignals(app);
-    AppDelegate delegate;
+    AppDelegate delegate(AppSession::Options { .headless = false, .source = source, .socketPath = {} });
     QString error;
     if (!delegate.applicationDidFinishLaunching(&error)) {
         std::fprintf(stderr, "velotape: %s\n", qPrintable(error));
@@ -130,7 +130,7 @@ int main(int argc, char** argv)
     case Invocation::Kind::headless:
         return runHeadless(argc, argv, invocation.source);
     case Invocation::Kind::window:
-        return runWindow(argc, argv);
+        return runWindow(argc, argv, invocation.source);
     }
     return 2;
 }

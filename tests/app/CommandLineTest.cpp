@@ -13,6 +13,11 @@ TEST(CommandLine, RecognisesEveryFormAndRefusesTheRest)
     EXPECT_EQ(headless.source, QStringLiteral("window:org.app@@Chart: 1m"));
     EXPECT_EQ(CommandLine::parse({ "--headless", "--source=display:1" }).source, QStringLiteral("display:1"));
     EXPECT_EQ(CommandLine::parse({ "--headless", "--frobnicate" }).kind, Kind::invalid);
+    // The window takes the same option.
+    const Invocation window = CommandLine::parse({ "--source", "display:7" });
+    EXPECT_EQ(window.kind, Kind::window);
+    EXPECT_EQ(window.source, QStringLiteral("display:7"));
+    EXPECT_EQ(CommandLine::parse({ "--source=display:7", "--frobnicate" }).kind, Kind::invalid);
 
     for (const char* c : { "toggle", "start", "stop", "status", "arm", "disarm" }) {
         const Invocation i = CommandLine::parse({ c });
