@@ -1,14 +1,12 @@
 #include "media/HevcEncoderProbe.h"
 
-#include "core/Log.h"
-
-#include <mutex>
+#include "media/HevcEncoderChoice.h"
 
 namespace {
 
-class EncoderTrial : public HevcEncoderProbe::Trial {
+class RealEncoder : public HevcEncoderProbe::Encoder {
 public:
-    explicit EncoderTrial(std::unique_ptr<VideoEncoder> encoder)
+    explicit RealEncoder(std::unique_ptr<VideoEncoder> encoder)
         : encoder(std::move(encoder))
     {
     }
@@ -17,56 +15,11 @@ public:
         return encoder->send(image, pts, forceKeyFrame, sink);
     }
     int finish(const PacketSink& sink) override { return encoder->finish(sink); }
+    const AVCodecContext* context() const override { return encoder->context(); }
 
 private:
     std::unique_ptr<VideoEncoder> encoder;
 };
-
-// Why a candidate can't record, or empty when it can.
-QString tryCandidate(const HevcEncoderProbe::Candidate& candidate)
-{
-    VideoEncoder::Settings small;
-    small.width = 256;
-    small.height = 144;
-    small.averageBitRate = 1000000;
-    small.expectedFPS = 30;
-    small.globalHeader = true;
-    QString error;
-    std::unique_ptr<HevcEncoderProbe::Trial> trial = candidate.open ? candidate.open(small, &error) : nullptr;
-    if (!trial) return error.isEmpty() ? QStringLiteral("does not open") : error;
-
-    int packets = 0;
-    const PacketSink count = [&packets](AVPacket*) {
-        ++packets;
-        return 0;
-    };
-    QImage picture(small.width, small.height, QImage::Format_RGB32);
-    for (int i = 0; i < 2; ++i) {
-        // Two different pictures: an encoder that fails only once it has something to predict
-        // from fails here too.
-        picture.fill(i == 0 ? Qt::gray : Qt::darkCyan);
-        const int64_t pts = int64_t(i) * small.timeBase.den / (small.expectedFPS * small.timeBase.num);
-        if (const int rc = trial->send(picture, pts, i == 0, count); rc < 0)
-            return QStringLiteral("opens, but picture %1 fails: %2").arg(i + 1).arg(avErrorText(rc));
-    }
-    if (const int rc = trial->finish(count); rc < 0)
-        return QStringLiteral("opens, but ending the stream fails: %1").arg(avErrorText(rc));
-    if (packets == 0) return QStringLiteral("opens, but gives no packets");
-    return {};
-}
-
-// The one choice of the process.
-struct ChoiceState {
-    std::once_flag once;
-    std::mutex mutex;
-    std::optional<QString> encoder; // guarded by mutex
-};
-
-ChoiceState& choiceState()
-{
-    static ChoiceState state;
-    return state;
-}
 
 } // namespace
 
@@ -77,22 +30,55 @@ std::vector<HevcEncoderProbe::Candidate> HevcEncoderProbe::candidates()
         const QString encoder = QString::fromLatin1(name);
         list.push_back({ encoder, [encoder](const VideoEncoder::Settings& settings, QString* error) {
                             std::unique_ptr<VideoEncoder> opened = VideoEncoder::open(encoder, settings, error);
-                            return opened ? std::make_unique<EncoderTrial>(std::move(opened))
-                                          : std::unique_ptr<Trial>();
+                            return opened ? std::make_unique<RealEncoder>(std::move(opened))
+                                          : std::unique_ptr<Encoder>();
                         } });
     }
     return list;
 }
 
+QString HevcEncoderProbe::check(const Candidate& candidate, const VideoEncoder::Settings& settings)
+{
+    QString error;
+    std::unique_ptr<Encoder> encoder = candidate.open ? candidate.open(settings, &error) : nullptr;
+    if (!encoder) return error.isEmpty() ? QStringLiteral("does not open") : error;
+
+    int packets = 0;
+    const PacketSink count = [&packets](AVPacket*) {
+        ++packets;
+        return 0;
+    };
+    QImage picture(settings.width, settings.height, QImage::Format_RGB32);
+    for (int i = 0; i < 2; ++i) {
+        // Two different pictures: an encoder that fails only once it has something to predict
+        // from fails here too.
+        picture.fill(i == 0 ? Qt::gray : Qt::darkCyan);
+        const int64_t pts
+            = int64_t(i) * settings.timeBase.den / (std::max(1, settings.expectedFPS) * settings.timeBase.num);
+        if (const int rc = encoder->send(picture, pts, i == 0, count); rc < 0)
+            return QStringLiteral("opens, but picture %1 fails: %2").arg(i + 1).arg(avErrorText(rc));
+    }
+    if (const int rc = encoder->finish(count); rc < 0)
+        return QStringLiteral("opens, but ending the stream fails: %1").arg(avErrorText(rc));
+    if (packets == 0) return QStringLiteral("opens, but gives no packets");
+    return {};
+}
+
 HevcEncoderProbe::Choice HevcEncoderProbe::probe(const std::vector<Candidate>& candidates)
 {
+    VideoEncoder::Settings small;
+    small.width = 256;
+    small.height = 144;
+    small.averageBitRate = 1000000;
+    small.expectedFPS = 30;
+    small.globalHeader = true;
     // Failures are expected on most machines: FFmpeg's complaints about missing drivers would only
     // alarm the user, and the log line says what counts.
     const int level = av_log_get_level();
     av_log_set_level(AV_LOG_QUIET);
     Choice choice;
     for (const Candidate& candidate : candidates) {
-        const QString failure = tryCandidate(candidate);
+        const QString failure = check(candidate, small);
         if (failure.isEmpty()) {
             choice.encoder = candidate.name;
             break;
@@ -114,20 +100,10 @@ QString HevcEncoderProbe::describe(const Choice& choice)
 
 QString HevcEncoderProbe::chosen()
 {
-    ChoiceState& state = choiceState();
-    std::call_once(state.once, [&state] {
-        const Choice choice = probe(candidates());
-        logLine(describe(choice));
-        std::lock_guard lock(state.mutex);
-        state.encoder = choice.encoder;
-    });
-    std::lock_guard lock(state.mutex);
-    return *state.encoder;
+    return HevcEncoderChoice::process()->chosen();
 }
 
 std::optional<QString> HevcEncoderProbe::chosenSoFar()
 {
-    ChoiceState& state = choiceState();
-    std::lock_guard lock(state.mutex);
-    return state.encoder;
+    return HevcEncoderChoice::process()->chosenSoFar();
 }

@@ -2,7 +2,7 @@
 
 #include "media/AudioEncoder.h"
 #include "media/FFmpegHandles.h"
-#include "media/HevcEncoderProbe.h"
+#include "media/HevcEncoderChoice.h"
 #include "media/VideoEncoder.h"
 
 #include <QFileInfo>
@@ -78,9 +78,11 @@ struct SegmentEncoder::Impl {
     bool realTime = true; // guarded by mutex
     std::thread thread;
 
+    std::shared_ptr<HevcEncoderChoice> choice; // set before the thread starts
+
     // The encoder's thread only.
     std::vector<std::shared_ptr<File>> live; // files that may still receive packets, oldest first
-    std::unique_ptr<VideoEncoder> videoEncoder;
+    std::unique_ptr<HevcEncoderProbe::Encoder> videoEncoder;
     // Pictures sent to the video encoder whose packets have not come out yet: the encoder's time
     // of each, the file it belongs to and its time there. Packets keep their picture's time, so
     // each finds its file exactly, even at a boundary.
@@ -121,9 +123,10 @@ struct SegmentEncoder::Impl {
     }
 };
 
-SegmentEncoder::SegmentEncoder()
+SegmentEncoder::SegmentEncoder(std::shared_ptr<HevcEncoderChoice> choice)
     : impl(std::make_shared<Impl>())
 {
+    impl->choice = choice ? std::move(choice) : HevcEncoderChoice::process();
     impl->thread = std::thread([i = impl.get()] { i->run(); });
 }
 
@@ -407,7 +410,9 @@ void SegmentEncoder::Impl::encodeVideo(const std::shared_ptr<File>& file, const 
         settings.timeBase = videoTimeBase;
         settings.globalHeader = true;
         QString error;
-        videoEncoder = VideoEncoder::open(HevcEncoderProbe::chosen(), settings, &error);
+        // A hardware encoder that fails at this size gives way to libx265 here, before this
+        // picture is sent: the file still starts with it, as a key frame.
+        videoEncoder = choice->open(settings, &error);
         if (!videoEncoder) return fail(*file, QStringLiteral("video encoder: ") + error);
         videoEncoderSettings = file->video;
         videoZero = frame.pts;

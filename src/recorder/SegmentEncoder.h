@@ -7,6 +7,8 @@
 
 #include <memory>
 
+class HevcEncoderChoice;
+
 // The encoders of the ring, alive across its segment files: one HEVC and one AAC encoder on their
 // own thread behind a small bounded queue. Segment files come and go; the encoders do not, so a
 // new segment costs no encoder start-up, closing one has nothing to drain, and the sound runs on
@@ -29,7 +31,8 @@ public:
     // One file of the ring: where packets of its span go.
     class File;
 
-    SegmentEncoder();
+    // Video is encoded with what `choice` opens: the process's choice unless a test brings its own.
+    explicit SegmentEncoder(std::shared_ptr<HevcEncoderChoice> choice = {});
     // Stops the thread; files not finished are abandoned unwritten.
     ~SegmentEncoder();
     SegmentEncoder(const SegmentEncoder&) = delete;

@@ -12,7 +12,7 @@ namespace {
 
 // A hardware encoder as it breaks on real machines: it won't open, it opens and fails on the first
 // or the second picture, or it takes pictures and never gives a packet.
-class FakeEncoder : public HevcEncoderProbe::Trial {
+class FakeEncoder : public HevcEncoderProbe::Encoder {
 public:
     enum class Fault { none, firstPicture, secondPicture, noPackets };
     explicit FakeEncoder(Fault fault)
@@ -27,6 +27,7 @@ public:
         return fault == Fault::noPackets ? 0 : sink(nullptr);
     }
     int finish(const PacketSink&) override { return 0; }
+    const AVCodecContext* context() const override { return nullptr; }
 
 private:
     Fault fault;
@@ -42,7 +43,7 @@ HevcEncoderProbe::Candidate fake(const char* name, FakeEncoder::Fault fault)
 HevcEncoderProbe::Candidate failsToOpen(const char* name)
 {
     return { QString::fromLatin1(name),
-        [](const VideoEncoder::Settings&, QString* error) -> std::unique_ptr<HevcEncoderProbe::Trial> {
+        [](const VideoEncoder::Settings&, QString* error) -> std::unique_ptr<HevcEncoderProbe::Encoder> {
             *error = QStringLiteral("no VAAPI device: Input/output error");
             return nullptr;
         } };

@@ -1,5 +1,6 @@
 #include "ClipProbe.h"
 #include "RecorderHarness.h"
+#include "media/HevcEncoderChoice.h"
 
 #include <QDir>
 #include <QFile>
@@ -23,6 +24,37 @@ MediaTime jittered(int i)
     const int64_t jitterNs = ((i * 7919) % 13 - 6) * 500'000;
     return MediaTime(500'000'000'000 + int64_t(i) * 1'000'000'000 / 60 + jitterNs, 1'000'000'000);
 }
+
+// A hardware encoder as some drivers have it: it opens at any size and passes the probe's 256x144
+// pictures, but above that size its first picture fails. Underneath it is libx265, for a real
+// codec context to describe the stream with.
+class SmallOnlyEncoder : public HevcEncoderProbe::Encoder {
+public:
+    static HevcEncoderProbe::Candidate candidate()
+    {
+        return { "hevc_smallonly",
+            [](const VideoEncoder::Settings& s, QString* error) -> std::unique_ptr<HevcEncoderProbe::Encoder> {
+                std::unique_ptr<HevcEncoderProbe::Encoder> inner = HevcEncoderProbe::candidates().back().open(s, error);
+                if (!inner) return nullptr;
+                return std::make_unique<SmallOnlyEncoder>(std::move(inner), s.width * s.height > 256 * 144);
+            } };
+    }
+    SmallOnlyEncoder(std::unique_ptr<HevcEncoderProbe::Encoder> inner, bool tooLarge)
+        : inner(std::move(inner))
+        , tooLarge(tooLarge)
+    {
+    }
+    int send(const QImage& image, int64_t pts, bool key, const PacketSink& sink) override
+    {
+        return tooLarge ? AVERROR(EIO) : inner->send(image, pts, key, sink);
+    }
+    int finish(const PacketSink& sink) override { return inner->finish(sink); }
+    const AVCodecContext* context() const override { return inner->context(); }
+
+private:
+    std::unique_ptr<HevcEncoderProbe::Encoder> inner;
+    bool tooLarge;
+};
 
 } // namespace
 
@@ -234,4 +266,41 @@ TEST(SegmentRing, FailedWritersAreRetriedWithTheNextFrameAndTheRingHeals)
         ASSERT_EQ(file.frames.size(), 180u);
         EXPECT_EQ(file.frames.front().index, int(s.startPTS.value / 20));
     }
+}
+
+TEST(SegmentRing, AHardwareEncoderThatFailsAtTheStreamsSizeGivesWayToLibx265WithNoFrameLost)
+{
+    auto choice = std::make_shared<HevcEncoderChoice>(std::vector { SmallOnlyEncoder::candidate() });
+    ASSERT_EQ(choice->chosen(), "hevc_smallonly");
+    // The ring's encoder, on that choice, under every segment.
+    auto ring = std::make_shared<SegmentEncoder>(choice);
+    auto recorder = pacedRecorder(30, 30, 320, 180);
+    recorder->setWriterFactory([ring](const QString& path, std::shared_ptr<SegmentEncoder>) {
+        auto writer = std::make_unique<SegmentWriter>(path, ring);
+        writer->setExpectsMediaDataInRealTime(false);
+        return writer;
+    });
+    testing::internal::CaptureStderr();
+    for (int i = 0; i <= 12 * 30; ++i)
+        recorder->ingest(IndexedFrames::frame(i, 320, 180, ticks600(20 * i)));
+    settle(*recorder);
+    const std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_THAT(log,
+        HasSubstr("Video encoder: libx265 (passed over hevc_smallonly: fails at 320x180 (opens, but picture 1 "
+                  "fails: Input/output error))"));
+    EXPECT_EQ(choice->chosenSoFar().value_or(QString()).toStdString(), "libx265");
+
+    // Every frame is in a file from the very first, which the stand-in, failing every picture at
+    // this size, could not have written.
+    const std::vector<Segment> segments = recorder->segmentsSnapshot();
+    ASSERT_EQ(segments.size(), 2u);
+    for (const Segment& s : segments) {
+        const ClipProbe file = ClipProbe::read(s.url);
+        EXPECT_EQ(file.decodeErrors, 0);
+        ASSERT_EQ(file.frames.size(), 180u);
+        for (size_t f = 0; f < file.frames.size(); ++f)
+            ASSERT_EQ(file.frames[f].index, int(s.startPTS.value / 20 + f));
+        EXPECT_TRUE(file.frames.front().key);
+    }
+    EXPECT_EQ(segments.front().startPTS, ticks600(0));
 }
