@@ -42,6 +42,8 @@ public:
 private:
     QString startX(const Options& options);
     QString startPulse();
+    QString startWindowManager();
+    bool windowManagerShowsWindows() const;
 
     std::unique_ptr<QTemporaryDir> dir;
     std::unique_ptr<QProcess> xvfb;

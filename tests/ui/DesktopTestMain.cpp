@@ -4,6 +4,8 @@
 
 #include <QApplication>
 #include <QTemporaryDir>
+#include <QTest>
+#include <QWidget>
 
 #include <gtest/gtest.h>
 
@@ -21,6 +23,16 @@ TestDesktop* desktop = nullptr;
 TestDesktop* testDesktop()
 {
     return desktop;
+}
+
+bool showUnderTheWindowManager(QWidget* window)
+{
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        if (QTest::qWaitForWindowExposed(window, 2000)) return true;
+        window->hide();
+        window->show();
+    }
+    return false;
 }
 
 int main(int argc, char** argv)

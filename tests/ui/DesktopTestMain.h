@@ -1,7 +1,13 @@
 #pragma once
 
+class QWidget;
 class TestDesktop;
 
 // The desktop that the interface tests run on (see DesktopTestMain.cpp); null while ctest only
 // lists the tests.
 TestDesktop* testDesktop();
+
+// Waits until `window` (already shown) is exposed. Now and then openbox here leaves a new window's
+// first map request unanswered (the window stays unmapped, never reparented); showing it again
+// asks again.
+bool showUnderTheWindowManager(QWidget* window);

@@ -1,5 +1,6 @@
 #include "ui/JournalScreen.h"
 
+#include "DesktopTestMain.h"
 #include "app/RecorderViewModel.h"
 #include "capture/CaptureEngine.h"
 #include "journal/ClipJournalStore.h"
@@ -122,7 +123,7 @@ protected:
             AppSession::Options { .headless = false, .source = {}, .socketPath = home.filePath("control") });
         QString error;
         ASSERT_TRUE(delegate->applicationDidFinishLaunching(&error)) << qPrintable(error);
-        ASSERT_TRUE(QTest::qWaitForWindowExposed(delegate->window()));
+        ASSERT_TRUE(showUnderTheWindowManager(delegate->window()));
         content = delegate->contentView();
         content->showScreen(D1Screen::journal);
         screen = qobject_cast<JournalScreen*>(content->screenWidget());

@@ -62,7 +62,7 @@ protected:
         button = new SourcePickerButton(vm.get(), host.get());
         button->move(20, 20);
         host->show();
-        ASSERT_TRUE(QTest::qWaitForWindowExposed(host.get()));
+        ASSERT_TRUE(showUnderTheWindowManager(host.get()));
     }
 
     void TearDown() override

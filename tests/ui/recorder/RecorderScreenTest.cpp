@@ -69,7 +69,7 @@ protected:
             AppSession::Options { .headless = false, .source = {}, .socketPath = home.filePath("control") });
         QString error;
         ASSERT_TRUE(delegate->applicationDidFinishLaunching(&error)) << qPrintable(error);
-        ASSERT_TRUE(QTest::qWaitForWindowExposed(delegate->window()));
+        ASSERT_TRUE(showUnderTheWindowManager(delegate->window()));
         vm = delegate->viewModel();
         ASSERT_TRUE(spinUntil([this] { return vm->engine()->selectedSource().has_value(); }));
         hero = qobject_cast<RecorderHero*>(delegate->contentView()->screenWidget());

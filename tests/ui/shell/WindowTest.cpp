@@ -1,3 +1,4 @@
+#include "DesktopTestMain.h"
 #include "app/AppSettings.h"
 #include "app/RecorderViewModel.h"
 #include "capture/CaptureEngine.h"
@@ -52,7 +53,7 @@ protected:
             AppSession::Options { .headless = false, .source = {}, .socketPath = home.filePath("control") });
         QString error;
         ASSERT_TRUE(delegate->applicationDidFinishLaunching(&error)) << qPrintable(error);
-        ASSERT_TRUE(QTest::qWaitForWindowExposed(delegate->window()));
+        ASSERT_TRUE(showUnderTheWindowManager(delegate->window()));
         content = delegate->contentView();
         // Start-up lists the sources (and picks the first display, unsaved) before anything is asked.
         ASSERT_TRUE(spinUntil([this] { return delegate->viewModel()->engine()->selectedSource().has_value(); }));
