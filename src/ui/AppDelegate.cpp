@@ -126,11 +126,7 @@ void AppDelegate::showSaveHotkeyInMenu()
 
 void AppDelegate::menuToggleRecording()
 {
-    RecorderViewModel* vm = viewModel();
-    if (vm->recorder()->isRecording())
-        vm->stopRecording();
-    else
-        vm->startRecording();
+    viewModel()->toggleRecording();
 }
 
 void AppDelegate::windowVisibilityChanged(bool shown)
