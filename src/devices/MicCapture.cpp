@@ -71,16 +71,7 @@ MicrophoneBackend::Listing MicCapture::listAndPublish()
     if (stream && open && listing.error.isEmpty()
         && std::none_of(listing.devices.begin(), listing.devices.end(),
             [&](const MicrophoneDevice& d) { return d.uniqueID == *open; })) {
-        const QString text = lostText.arg(openName, QStringLiteral("it was unplugged or removed"));
-        logLine(text);
-        closeOnQueue();
-        QMetaObject::invokeMethod(
-            this,
-            [this, text] {
-                setErrorMessage(text);
-                setRunning(false);
-            },
-            Qt::QueuedConnection);
+        closeAsLost(lostText.arg(openName, QStringLiteral("it was unplugged or removed")));
     }
     return listing;
 }
@@ -151,16 +142,21 @@ void MicCapture::deviceLost(uint64_t opening, const QString& text)
 {
     sampleQueue.async([this, opening, text] {
         if (opening != openings || !stream) return; // a device since replaced or closed
-        logLine(text);
-        closeOnQueue();
-        QMetaObject::invokeMethod(
-            this,
-            [this, text] {
-                setErrorMessage(text);
-                setRunning(false);
-            },
-            Qt::QueuedConnection);
+        closeAsLost(text);
     });
+}
+
+void MicCapture::closeAsLost(const QString& text)
+{
+    logLine(text);
+    closeOnQueue();
+    QMetaObject::invokeMethod(
+        this,
+        [this, text] {
+            setErrorMessage(text);
+            setRunning(false);
+        },
+        Qt::QueuedConnection);
 }
 
 void MicCapture::setRunning(bool value)

@@ -70,6 +70,8 @@ private:
     MicrophoneBackend::Listing listAndPublish();
     void openOnQueue(const std::optional<QString>& deviceID);
     void closeOnQueue();
+    // The open microphone went away: close it and say so where the user sees it. On the queue.
+    void closeAsLost(const QString& text);
     // Main thread.
     void setRunning(bool value);
     void setErrorMessage(const std::optional<QString>& value);

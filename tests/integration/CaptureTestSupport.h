@@ -4,16 +4,18 @@
 #include "support/EventLoop.h"
 
 #include <QColor>
+#include <QDataStream>
+#include <QFile>
 #include <QImage>
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <functional>
 #include <vector>
 
 // Looking at captured pixels, for the capture integration tests.
 namespace CaptureTestSupport {
-
 
 inline void refresh(CaptureEngine& engine)
 {
@@ -56,6 +58,33 @@ inline std::string describe(const QImage& image, int x, int y)
 {
     if (!image.valid(x, y)) return "outside the image";
     return QColor::fromRgb(image.pixel(x, y)).name().toStdString();
+}
+
+// A 16-bit stereo WAV file of a sine tone.
+inline QString writeTone(const QString& path, int rate, double seconds, double frequency, double amplitude)
+{
+    const int frames = int(rate * seconds);
+    QByteArray pcm;
+    pcm.reserve(frames * 4);
+    for (int i = 0; i < frames; ++i) {
+        const auto sample = int16_t(std::lround(amplitude * 32767 * std::sin(2 * M_PI * frequency * i / rate)));
+        for (int c = 0; c < 2; ++c) {
+            pcm.append(char(sample & 0xff));
+            pcm.append(char((sample >> 8) & 0xff));
+        }
+    }
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly)) return {};
+    QDataStream out(&file);
+    out.setByteOrder(QDataStream::LittleEndian);
+    out.writeRawData("RIFF", 4);
+    out << quint32(36 + pcm.size());
+    out.writeRawData("WAVEfmt ", 8);
+    out << quint32(16) << quint16(1) << quint16(2) << quint32(rate) << quint32(rate * 4) << quint16(4) << quint16(16);
+    out.writeRawData("data", 4);
+    out << quint32(pcm.size());
+    out.writeRawData(pcm.constData(), int(pcm.size()));
+    return path;
 }
 
 } // namespace CaptureTestSupport

@@ -1,6 +1,6 @@
+#include "X11TestClient.h"
 #include "journal/ClipJournalStore.h"
 #include "support/TestDesktop.h"
-#include "X11TestClient.h"
 
 #include <QColor>
 #include <QCoreApplication>
@@ -29,7 +29,10 @@ extern "C" {
 namespace {
 
 // The colour the painter gives counter n, and back: 16 levels a channel survive compression.
-int counterFromColour(int r, int g) { return ((g / 16) * 16 + r / 16); }
+int counterFromColour(int r, int g)
+{
+    return ((g / 16) * 16 + r / 16);
+}
 
 // The first picture a player shows of `path`, as RGB, sampled near the top-left corner (the
 // pointer sits in the middle of the screen, and is drawn in).
@@ -100,9 +103,10 @@ protected:
         QDir().mkpath(home.filePath(QStringLiteral("config/Velotape")));
         QFile conf(home.filePath(QStringLiteral("config/Velotape/Velotape.conf")));
         ASSERT_TRUE(conf.open(QIODevice::WriteOnly));
-        conf.write(QStringLiteral("[General]\nvt2.bufferSeconds=4\nvt2.frameRate=30\nvt2.playSound=false\nvt2.savePath=%1\n")
-                       .arg(clips)
-                       .toUtf8());
+        conf.write(
+            QStringLiteral("[General]\nvt2.bufferSeconds=4\nvt2.frameRate=30\nvt2.playSound=false\nvt2.savePath=%1\n")
+                .arg(clips)
+                .toUtf8());
         conf.close();
         env.insert(QStringLiteral("DISPLAY"), desktop.display());
         env.insert(QStringLiteral("PULSE_SERVER"), desktop.pulseServer());
@@ -168,8 +172,9 @@ protected:
             const QString answer = control({ QStringLiteral("status") }, &status);
             const auto m = buffering.match(answer);
             if (status == 0 && m.hasMatch() && m.captured(1).toDouble() >= seconds) return;
-            ASSERT_LT(waited.elapsed(), 30000) << "never buffered " << seconds << " s; last status: "
-                                               << answer.toStdString() << "\n" << instance.readAll().toStdString();
+            ASSERT_LT(waited.elapsed(), 30000)
+                << "never buffered " << seconds << " s; last status: " << answer.toStdString() << "\n"
+                << instance.readAll().toStdString();
             QThread::msleep(250);
         }
     }
@@ -256,7 +261,9 @@ TEST_F(HeadlessEndToEnd, ToggleTwiceSavesAClipThatBeginsTheBufferBeforeTheFirstP
 
     const QStringList saved = waitForClips(1);
     ASSERT_EQ(saved.size(), 1) << instanceOutput.toStdString();
-    EXPECT_TRUE(QRegularExpression(QStringLiteral("^.+, \\S+ \\d{1,2}, \\d{2}-\\d{2}-\\d{2}\\.mp4$")).match(saved[0]).hasMatch())
+    EXPECT_TRUE(QRegularExpression(QStringLiteral("^.+, \\S+ \\d{1,2}, \\d{2}-\\d{2}-\\d{2}\\.mp4$"))
+                    .match(saved[0])
+                    .hasMatch())
         << saved[0].toStdString();
     // The toast reaches standard output.
     EXPECT_TRUE(instanceSaid(QStringLiteral("Saved: ") + saved[0], 5000)) << instanceOutput.toStdString();
@@ -272,7 +279,9 @@ TEST_F(HeadlessEndToEnd, ToggleTwiceSavesAClipThatBeginsTheBufferBeforeTheFirstP
     // ring, is far outside that.
     const int expected = ((counterAtPress - 40) % 256 + 256) % 256; // the colour counts modulo 256
     const int distance = std::abs(firstCounter - expected);
-    EXPECT_LE(std::min(distance, 256 - distance), 10) << "first " << firstCounter << " (" << colour->red() << ", " << colour->green() << ", " << colour->blue() << "), press at " << counterAtPress;
+    EXPECT_LE(std::min(distance, 256 - distance), 10)
+        << "first " << firstCounter << " (" << colour->red() << ", " << colour->green() << ", " << colour->blue()
+        << "), press at " << counterAtPress;
     EXPECT_NEAR(duration, 7.0, 1.5);
     EXPECT_EQ(size, QSize(640, 360)); // the display's own size at the default resolution
 
@@ -286,8 +295,10 @@ TEST_F(HeadlessEndToEnd, ArmedOverAWindowItRecordsWhileTheWindowLooksDifferent)
     X11TestClient client;
     ASSERT_TRUE(client.isConnected());
     const QColor calm(60, 60, 70);
-    const xcb_window_t window = client.create({ .rect = QRect(100, 100, 240, 160), .wmClass = "Chart",
-        .title = QStringLiteral("Order book"), .background = calm });
+    const xcb_window_t window = client.create({ .rect = QRect(100, 100, 240, 160),
+        .wmClass = "Chart",
+        .title = QStringLiteral("Order book"),
+        .background = calm });
     client.fill(window, QRect(0, 0, 240, 160), calm);
     ASSERT_NO_FATAL_FAILURE(startInstance());
     // A still screen sends one frame and then nothing: streaming is what counts here.
@@ -297,7 +308,7 @@ TEST_F(HeadlessEndToEnd, ArmedOverAWindowItRecordsWhileTheWindowLooksDifferent)
     EXPECT_EQ(control({ QStringLiteral("arm") }, &status), QStringLiteral("Pick an area first."));
     EXPECT_EQ(status, 2);
     EXPECT_EQ(control({ QStringLiteral("area"), QStringLiteral("120"), QStringLiteral("120"), QStringLiteral("200"),
-                  QStringLiteral("120") },
+                          QStringLiteral("120") },
                   &status),
         QStringLiteral("Watch area captured"));
     EXPECT_EQ(status, 0);

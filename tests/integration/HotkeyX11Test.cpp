@@ -47,12 +47,15 @@ protected:
     // Keys typed on the display through XTEST, as a keyboard would.
     void key(const QString& combination)
     {
-        ASSERT_EQ(desktop.run(QStringLiteral("xdotool"), { QStringLiteral("key"), combination }), 0) << combination.toStdString();
+        ASSERT_EQ(desktop.run(QStringLiteral("xdotool"), { QStringLiteral("key"), combination }), 0)
+            << combination.toStdString();
     }
 
     void focus(const QString& windowID)
     {
-        ASSERT_EQ(desktop.run(QStringLiteral("xdotool"), { QStringLiteral("windowfocus"), QStringLiteral("--sync"), windowID }), 0);
+        ASSERT_EQ(desktop.run(
+                      QStringLiteral("xdotool"), { QStringLiteral("windowfocus"), QStringLiteral("--sync"), windowID }),
+            0);
     }
 
     TestDesktop desktop;

@@ -8,7 +8,6 @@
 #include "recorder/SegmentedRecorder.h"
 #include "support/TestDesktop.h"
 
-#include <QDataStream>
 #include <QDir>
 #include <QFile>
 #include <QProcess>
@@ -37,33 +36,6 @@ constexpr double quietVoice = 0.25; // the headset's tone: the gain control brin
 void wait(double s)
 {
     spinUntil([] { return false; }, int(s * 1000));
-}
-
-// A 16-bit stereo 48 kHz WAV file of a sine tone.
-QString writeTone(const QString& path, double seconds, double frequency, double amplitude)
-{
-    constexpr int rate = 48000;
-    const int frames = int(rate * seconds);
-    QByteArray pcm;
-    for (int i = 0; i < frames; ++i) {
-        const auto s = int16_t(std::lround(amplitude * 32767 * std::sin(2 * M_PI * frequency * i / rate)));
-        for (int c = 0; c < 2; ++c) {
-            pcm.append(char(s & 0xff));
-            pcm.append(char((s >> 8) & 0xff));
-        }
-    }
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly)) return {};
-    QDataStream out(&file);
-    out.setByteOrder(QDataStream::LittleEndian);
-    out.writeRawData("RIFF", 4);
-    out << quint32(36 + pcm.size());
-    out.writeRawData("WAVEfmt ", 8);
-    out << quint32(16) << quint16(1) << quint16(2) << quint32(rate) << quint32(rate * 4) << quint16(4) << quint16(16);
-    out.writeRawData("data", 4);
-    out << quint32(pcm.size());
-    out.writeRawData(pcm.constData(), int(pcm.size()));
-    return path;
 }
 
 struct Session {
@@ -140,7 +112,7 @@ struct Session {
         }
         voice.start(QStringLiteral("paplay"),
             { QStringLiteral("--device=headsetsink"),
-                writeTone(dir.filePath(QStringLiteral("voice.wav")), 20.0, 440, quietVoice) });
+                writeTone(dir.filePath(QStringLiteral("voice.wav")), 48000, 20.0, 440, quietVoice) });
         mic->start(QStringLiteral("headset"));
         if (!spinUntil([this] { return mic->isRunning() || mic->errorMessage(); }, 5000) || !mic->isRunning()) {
             error = mic->errorMessage().value_or(QStringLiteral("the microphone did not start"));
@@ -266,7 +238,7 @@ TEST(MicrophoneClip, SystemAudioAndTheMicrophoneAreMixedAndAVanishedMicrophoneLe
     Session s(true);
     ASSERT_EQ(s.error, QString());
     QTemporaryDir dir;
-    const QString tone = writeTone(dir.filePath(QStringLiteral("tone.wav")), 9.0, 1000, 0.5);
+    const QString tone = writeTone(dir.filePath(QStringLiteral("tone.wav")), 48000, 9.0, 1000, 0.5);
     QProcess player;
     player.start(QStringLiteral("paplay"), { QStringLiteral("--device=vsink"), tone });
     ASSERT_TRUE(player.waitForStarted());

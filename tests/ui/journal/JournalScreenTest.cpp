@@ -1,6 +1,7 @@
 #include "ui/JournalScreen.h"
 
 #include "DesktopTestMain.h"
+#include "LaunchedWindow.h"
 #include "app/RecorderViewModel.h"
 #include "capture/CaptureEngine.h"
 #include "journal/ClipJournalStore.h"
@@ -113,17 +114,8 @@ protected:
             meta.unit = t.unit;
             ClipMetaStore::save(meta, QUrl::fromLocalFile(clips.filePath(name)));
         }
-        QSettings().clear();
-        QSettings settings;
-        settings.setValue(QStringLiteral("vt2.savePath"), clips.path());
-        settings.setValue(QStringLiteral("vt2.playSound"), false);
-        settings.setValue(QStringLiteral("vt2.systemAudio.enabled"), false);
-        settings.sync();
-        delegate = std::make_unique<AppDelegate>(
-            AppSession::Options { .headless = false, .source = {}, .socketPath = home.filePath("control") });
-        QString error;
-        ASSERT_TRUE(delegate->applicationDidFinishLaunching(&error)) << qPrintable(error);
-        ASSERT_TRUE(showUnderTheWindowManager(delegate->window()));
+        delegate = launchWindow(clips.path(), home.filePath(QStringLiteral("control")));
+        ASSERT_NE(delegate, nullptr);
         content = delegate->contentView();
         content->showScreen(D1Screen::journal);
         screen = qobject_cast<JournalScreen*>(content->screenWidget());

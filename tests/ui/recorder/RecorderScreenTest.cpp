@@ -1,4 +1,5 @@
 #include "DesktopTestMain.h"
+#include "LaunchedWindow.h"
 #include "app/AppSettings.h"
 #include "app/AreaCommands.h"
 #include "app/RecorderViewModel.h"
@@ -58,18 +59,8 @@ protected:
     void SetUp() override
     {
         paintRoot("#20b050");
-        QSettings().clear();
-        QSettings settings;
-        settings.setValue(QStringLiteral("vt2.savePath"), clips.path());
-        settings.setValue(QStringLiteral("vt2.playSound"), false);
-        settings.setValue(QStringLiteral("vt2.systemAudio.enabled"), false);
-        settings.setValue(QStringLiteral("vt2.bufferSeconds"), 3);
-        settings.sync();
-        delegate = std::make_unique<AppDelegate>(
-            AppSession::Options { .headless = false, .source = {}, .socketPath = home.filePath("control") });
-        QString error;
-        ASSERT_TRUE(delegate->applicationDidFinishLaunching(&error)) << qPrintable(error);
-        ASSERT_TRUE(showUnderTheWindowManager(delegate->window()));
+        delegate = launchWindow(clips.path(), home.filePath(QStringLiteral("control")));
+        ASSERT_NE(delegate, nullptr);
         vm = delegate->viewModel();
         ASSERT_TRUE(spinUntil([this] { return vm->engine()->selectedSource().has_value(); }));
         hero = qobject_cast<RecorderHero*>(delegate->contentView()->screenWidget());

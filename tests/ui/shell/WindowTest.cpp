@@ -1,4 +1,5 @@
 #include "DesktopTestMain.h"
+#include "LaunchedWindow.h"
 #include "app/AppSettings.h"
 #include "app/RecorderViewModel.h"
 #include "capture/CaptureEngine.h"
@@ -41,19 +42,8 @@ protected:
     void SetUp() override
     {
         // A fresh start: no saved source, clips into a folder of this test's own.
-        QSettings().clear();
-        QSettings().sync();
-        QSettings settings;
-        settings.setValue(QStringLiteral("vt2.savePath"), clips.path());
-        settings.setValue(QStringLiteral("vt2.playSound"), false);
-        settings.setValue(QStringLiteral("vt2.systemAudio.enabled"), false);
-        settings.setValue(QStringLiteral("vt2.bufferSeconds"), 3);
-        settings.sync();
-        delegate = std::make_unique<AppDelegate>(
-            AppSession::Options { .headless = false, .source = {}, .socketPath = home.filePath("control") });
-        QString error;
-        ASSERT_TRUE(delegate->applicationDidFinishLaunching(&error)) << qPrintable(error);
-        ASSERT_TRUE(showUnderTheWindowManager(delegate->window()));
+        delegate = launchWindow(clips.path(), home.filePath(QStringLiteral("control")));
+        ASSERT_NE(delegate, nullptr);
         content = delegate->contentView();
         // Start-up lists the sources (and picks the first display, unsaved) before anything is asked.
         ASSERT_TRUE(spinUntil([this] { return delegate->viewModel()->engine()->selectedSource().has_value(); }));
