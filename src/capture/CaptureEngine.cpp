@@ -33,6 +33,9 @@ CaptureEngine::CaptureEngine(
     , ownBundleIdentifier(capitalised(QCoreApplication::applicationName()))
 {
     listingPool.setMaxThreadCount(1);
+    previewCatchUp.setSingleShot(true);
+    previewCatchUp.setInterval(int(PreviewMaker::intervalNs / 1'000'000));
+    connect(&previewCatchUp, &QTimer::timeout, this, &CaptureEngine::showPictureWithoutPreview);
 }
 
 CaptureEngine::~CaptureEngine()
@@ -135,6 +138,9 @@ void CaptureEngine::startStream(int w, int h, int fps, bool showCursor, bool hid
     const ContentFilter filter = makeFilter(*selected, hideSelf, ownApplication);
     StreamConfiguration configuration = makeConfiguration(w, h, fps, showCursor, captureSystemAudio);
     if (selected->kind() == CaptureSource::Kind::region) configuration.sourceRect = selected->localPointRect();
+    // Where our windows cannot be left out of the picture, hiding them at least means that their
+    // own repaints do not count as changes.
+    if (hideSelf) configuration.ownWindows = ownWindows;
     setOutputSize(configuration.width, configuration.height);
 
     {
@@ -244,8 +250,27 @@ void CaptureEngine::handleFrame(const VideoFrame& frame, const QImage& shown)
     if (SegmentedRecorder* r = recorderLink.data()) r->ingest(frame);
     if (frameSink) frameSink(frame);
     // Turned off while the frame was on its way: the window no longer shows it.
-    if (shown.isNull() || !previewRequest->isEnabled()) return;
+    if (!previewRequest->isEnabled()) return;
+    if (shown.isNull()) {
+        // Too soon after the last preview. If it is the last frame of a burst no later one will
+        // bring the screen's present picture, so it is shown once the interval has passed.
+        pictureWithoutPreview = frame.image;
+        if (!previewCatchUp.isActive()) previewCatchUp.start();
+        return;
+    }
+    pictureWithoutPreview = QImage();
+    previewCatchUp.stop();
     preview = shown;
+    emit latestPreviewChanged();
+}
+
+void CaptureEngine::showPictureWithoutPreview()
+{
+    const QImage picture = std::exchange(pictureWithoutPreview, QImage());
+    if (picture.isNull() || !previewRequest->isEnabled()) return;
+    const QSize size = PreviewMaker::fittedSize(picture.size(), previewRequest->size());
+    if (size.isEmpty()) return;
+    preview = size == picture.size() ? picture : PreviewMaker::downscale(picture, size);
     emit latestPreviewChanged();
 }
 

@@ -2,6 +2,7 @@
 
 #include "capture/CaptureBackend.h"
 #include "capture/CaptureSource.h"
+#include "capture/OwnWindows.h"
 #include "capture/PreviewMaker.h"
 #include "capture/SystemAudioBackend.h"
 
@@ -9,6 +10,7 @@
 #include <QObject>
 #include <QPointer>
 #include <QThreadPool>
+#include <QTimer>
 
 #include <atomic>
 #include <cstdint>
@@ -79,6 +81,9 @@ public:
     // are never offered for capture. Defaults to the application name with a capital first letter,
     // which is the class Qt gives its windows.
     void setOwnBundleIdentifier(const QString& identifier) { ownBundleIdentifier = identifier; }
+    // The windows this program shows now (X11 window ids), told by the window layer whenever they
+    // change. With hideSelf, a display stream does not count their repaints as changes.
+    void setOwnWindows(std::vector<uint32_t> ids) { ownWindows->set(std::move(ids)); }
 
     // Lists displays and windows on a worker thread and applies the result here; `done` runs
     // afterwards, whatever the outcome. On failure errorMessage says why and the lists stay.
@@ -157,6 +162,7 @@ private:
     void setErrorMessage(const std::optional<QString>& message);
     void setStreaming(bool value);
     void setOutputSize(int w, int h);
+    void showPictureWithoutPreview();
 
     std::shared_ptr<CaptureBackend> screen;
     std::shared_ptr<SystemAudioBackend> systemAudio;
@@ -168,12 +174,18 @@ private:
     std::optional<QString> error;
     std::optional<CaptureApplication> ownApplication;
     QImage preview;
+    // The newest frame that came too soon after a preview to get one, until a later preview or
+    // the catch-up timer.
+    QImage pictureWithoutPreview;
+    QTimer previewCatchUp;
     bool streaming = false;
     int width = 1920;
     int height = 1080;
     QPointer<SegmentedRecorder> recorderLink;
     // Shared with the running stream's PreviewMaker.
     std::shared_ptr<PreviewRequest> previewRequest = std::make_shared<PreviewRequest>();
+    // Shared with the running stream.
+    std::shared_ptr<OwnWindows> ownWindows = std::make_shared<OwnWindows>();
 
     std::shared_ptr<AudioRoute> audioRoute = std::make_shared<AudioRoute>();
     std::shared_ptr<StreamOutput> streamOutput;

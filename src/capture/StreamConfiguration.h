@@ -4,7 +4,10 @@
 
 #include <QRectF>
 
+#include <memory>
 #include <optional>
+
+class OwnWindows;
 
 // How a stream delivers: always 32-bit BGRA frames on the monotonic clock, scaled to fit
 // width x height with the aspect kept (the rest letterboxed in black).
@@ -19,4 +22,7 @@ struct StreamConfiguration {
     // Only for display filters: the part of the display to capture, in its own points.
     std::optional<QRectF> sourceRect;
     bool capturesAudio = false;
+    // This program's windows, whose repaints are not changes of a display's picture unless
+    // something else's window lies over them. May be null.
+    std::shared_ptr<const OwnWindows> ownWindows;
 };

@@ -1,15 +1,16 @@
 #include "ui/AppDelegate.h"
 
 #include "app/AppSettings.h"
-#include "app/hotkeys/HotkeyRecorder.h"
 #include "app/PlatformFactory.h"
 #include "app/RecorderViewModel.h"
 #include "app/UpdateChecker.h"
+#include "app/hotkeys/HotkeyRecorder.h"
 #include "capture/CaptureEngine.h"
 #include "core/Publisher.h"
 #include "monitor/AreaMonitor.h"
 #include "recorder/SegmentedRecorder.h"
 #include "ui/ContentView.h"
+#include "ui/OwnWindowTracker.h"
 
 #include <QApplication>
 #include <QEvent>
@@ -71,6 +72,9 @@ bool AppDelegate::applicationDidFinishLaunching(QString* error)
     if (const QScreen* screen = QGuiApplication::primaryScreen())
         window->move(screen->availableGeometry().center() - QPoint(windowSize.width() / 2, windowSize.height() / 2));
     buildMainMenu();
+    // On X11 a display capture sees this window: its repaints must not pass for screen changes.
+    ownWindows = std::make_unique<OwnWindowTracker>(
+        [engine = viewModel()->engine()](std::vector<uint32_t> ids) { engine->setOwnWindows(std::move(ids)); });
     window->show();
 
     window->onMinimisedChanged = [this](bool minimised) { windowVisibilityChanged(!minimised); };

@@ -9,6 +9,7 @@
 
 class ContentView;
 class QAction;
+class OwnWindowTracker;
 class QMainWindow;
 class RecorderViewModel;
 class UpdateChecker;
@@ -57,5 +58,6 @@ private:
     QAction* recordItem = nullptr;
     std::unique_ptr<WindowVisibilityWatcher> visibility;
     std::unique_ptr<UpdateChecker> updater;
+    std::unique_ptr<OwnWindowTracker> ownWindows;
     bool visible = true;
 };

@@ -1,5 +1,7 @@
 #include "capture/CaptureEngine.h"
 
+#include "support/EventLoop.h"
+
 #include <QCoreApplication>
 #include <QElapsedTimer>
 
@@ -388,11 +390,19 @@ TEST(CaptureEngine, PreviewsMadeOnTheCaptureSideBecomeTheLatestPreview)
 
     backend->lastOutput->didOutputFrame(frame(1280, 720, 1));
     now += 10'000'000;
-    backend->lastOutput->didOutputFrame(frame(1280, 720, 2));
+    VideoFrame second = frame(1280, 720, 2);
+    second.image.fill(Qt::red);
+    backend->lastOutput->didOutputFrame(second);
     QCoreApplication::processEvents();
     EXPECT_EQ(delivered, 2); // every frame is passed on, throttled or not
     EXPECT_EQ(previews, 1);
     EXPECT_EQ(engine.latestPreview().size(), QSize(640, 360));
+    // The throttled frame is the screen's picture until something changes again, however long
+    // that takes: it is shown once the interval has passed.
+    EXPECT_NE(engine.latestPreview().pixelColor(10, 10), QColor(Qt::red));
+    ASSERT_TRUE(spinUntil([&previews] { return previews == 2; }, 1000));
+    EXPECT_EQ(engine.latestPreview().size(), QSize(640, 360));
+    EXPECT_EQ(engine.latestPreview().pixelColor(10, 10), QColor(Qt::red));
 
     // Turned off with frames on their way: those frames still go on, their previews are not shown.
     now += 100'000'000;
@@ -400,7 +410,7 @@ TEST(CaptureEngine, PreviewsMadeOnTheCaptureSideBecomeTheLatestPreview)
     engine.setPreviewEnabled(false);
     QCoreApplication::processEvents();
     EXPECT_EQ(delivered, 3);
-    EXPECT_EQ(previews, 1);
+    EXPECT_EQ(previews, 2);
 }
 
 TEST(CaptureEngine, FramesHopToTheMainThreadWithABoundedQueue)

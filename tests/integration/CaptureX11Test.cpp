@@ -288,6 +288,54 @@ TEST(CaptureX11, StillScreenDeliversNothingUntilSomethingChanges)
     EXPECT_COLOUR(log.last(), 50, 50, grey); // no cursor drawn
 }
 
+// The recorder's own window repainting itself (its preview of this very screen) is no change of
+// the screen while "hide Velotape" is on; what another program paints still is, also where its
+// window lies over ours, and ours count again when hiding is off.
+TEST(CaptureX11, OurOwnWindowsRepaintingThemselvesMakeNoFrames)
+{
+    Desktop d;
+    ASSERT_EQ(d.error, QString());
+    X11TestClient client;
+    const xcb_window_t back = fillScreen(client, "Back", grey);
+    const xcb_window_t ours = client.create({ .rect = QRect(100, 100, 200, 120), .wmClass = "Velotape" });
+
+    CaptureEngine engine(std::make_shared<X11CaptureBackend>());
+    FrameLog log(engine);
+    refresh(engine);
+    engine.setOwnWindows({ uint32_t(ours) });
+    auto framesWhile = [&](auto paint) {
+        spinFor(200); // what an earlier change caused has come
+        const size_t before = log.count();
+        for (int i = 0; i < 10; ++i) {
+            paint(i);
+            spinFor(60);
+        }
+        spinFor(300);
+        return log.count() - before;
+    };
+    auto repaintOurs = [&](int i) { client.fill(ours, QRect(10, 10, 100, 60), i % 2 ? red : blue); };
+
+    engine.startStream(640, 360, 30, false, true, false);
+    ASSERT_TRUE(spinUntil([&] { return log.count() > 0; }, 3000));
+    EXPECT_EQ(framesWhile(repaintOurs), 0u);
+    EXPECT_GT(framesWhile([&](int i) { client.fill(back, QRect(400, 250, 40, 40), i % 2 ? red : blue); }), 4u);
+    // Ours shows what it painted last in the next frame something else causes.
+    client.fill(back, QRect(500, 300, 20, 20), green);
+    ASSERT_TRUE(log.waitFor(
+        0, [](const QImage& i) { return near(i, 510, 310, green); }, 1000));
+    EXPECT_TRUE(near(log.last(), 150, 150, red));
+
+    // Another program's window over part of ours: damage there may be its, so it counts.
+    const xcb_window_t over = client.create({ .rect = QRect(250, 150, 100, 100), .wmClass = "Over" });
+    EXPECT_GT(framesWhile([&](int i) { client.fill(over, QRect(0, 0, 20, 20), i % 2 ? red : blue); }), 4u);
+    client.destroy(over);
+
+    const size_t before = log.count();
+    engine.startStream(640, 360, 30, false, false, false);
+    ASSERT_TRUE(spinUntil([&] { return log.count() > before; }, 3000));
+    EXPECT_GT(framesWhile(repaintOurs), 4u);
+}
+
 // A screen that changes far faster than the frame rate gives frames at the rate, not one a change;
 // and when it stops changing, its last picture still comes. At 10 fps the answer to each grab is
 // read at the next frame's look, at 4 fps at once: both ways are run.

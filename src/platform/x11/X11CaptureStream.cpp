@@ -1,5 +1,6 @@
 #include "platform/x11/X11CaptureStream.h"
 
+#include "capture/OwnWindows.h"
 #include "core/MediaTime.h"
 #include "platform/x11/XInputSelection.h"
 
@@ -107,6 +108,7 @@ QString X11CaptureStream::setUp(const ContentFilter& filter)
         damage = XCB_NONE;
         return QStringLiteral("cannot watch the screen for changes");
     }
+    ownWindowArea = std::make_unique<X11OwnWindowArea>(c, connection->root());
     damagedRegion = xcb_generate_id(c);
     xcb_xfixes_create_region(c, damagedRegion, 0, nullptr);
     if (configuration.showsCursor) {
@@ -294,21 +296,32 @@ bool X11CaptureStream::readEvents(QString* error)
 bool X11CaptureStream::damageInsideArea()
 {
     xcb_connection_t* c = connection->get();
-    // A whole window, or the whole screen: any damage is inside, and no region need be fetched.
+    const std::vector<uint32_t> ours
+        = (!windowMode && configuration.ownWindows) ? configuration.ownWindows->get() : std::vector<uint32_t> {};
+    // A whole window, or the whole screen with none of our windows on it: any damage is inside,
+    // and no region need be fetched.
     const QRect screenRect(0, 0, connection->screen().width_in_pixels, connection->screen().height_in_pixels);
-    if (windowMode || area == screenRect) {
+    if (windowMode || (area == screenRect && ours.empty())) {
         xcb_damage_subtract(c, damage, XCB_NONE, XCB_NONE);
         return true;
     }
     // Taking the damage away re-arms the report, so a change after this grab makes a new frame.
     xcb_damage_subtract(c, damage, XCB_NONE, damagedRegion);
-    XcbReply<xcb_xfixes_fetch_region_reply_t> region(
-        xcb_xfixes_fetch_region_reply(c, xcb_xfixes_fetch_region(c, damagedRegion), nullptr));
+    const xcb_xfixes_fetch_region_cookie_t question = xcb_xfixes_fetch_region(c, damagedRegion);
+    const std::vector<QRect> ownRects = ours.empty() ? std::vector<QRect> {} : ownWindowArea->uncoveredRects(ours);
+    XcbReply<xcb_xfixes_fetch_region_reply_t> region(xcb_xfixes_fetch_region_reply(c, question, nullptr));
     if (!region) return true;
     const xcb_rectangle_t* rects = xcb_xfixes_fetch_region_rectangles(region.get());
     const int count = xcb_xfixes_fetch_region_rectangles_length(region.get());
-    for (int i = 0; i < count; ++i)
-        if (QRect(rects[i].x, rects[i].y, rects[i].width, rects[i].height).intersects(area)) return true;
+    for (int i = 0; i < count; ++i) {
+        const QRect damaged = QRect(rects[i].x, rects[i].y, rects[i].width, rects[i].height) & area;
+        if (damaged.isEmpty()) continue;
+        // Our own window repainting itself (the preview of this very screen, a toast) changes
+        // nothing worth a frame: it is in the next frame that something else causes.
+        const bool ownRepaint
+            = std::any_of(ownRects.begin(), ownRects.end(), [&](const QRect& own) { return own.contains(damaged); });
+        if (!ownRepaint) return true;
+    }
     return false;
 }
 

@@ -3,6 +3,7 @@
 #include "capture/CaptureBackend.h"
 #include "capture/FrameScaler.h"
 #include "platform/x11/X11Cursor.h"
+#include "platform/x11/X11OwnWindowArea.h"
 #include "platform/x11/XcbConnection.h"
 #include "platform/x11/XcbImageGrabber.h"
 
@@ -35,6 +36,9 @@
 // A display stream grabs a rectangle of the root window. A window stream redirects the window with
 // XComposite and grabs its own pixmap: it is right while covered, and it follows moves and resizes.
 // Excluding applications from a display is not possible on X11; excludedApplications is ignored.
+// What can be done is done: damage that lies wholly inside one of the configuration's own windows
+// (and not under another program's window) is not a change, so our windows repainting themselves
+// make no frames; they are in whatever frame something else causes.
 class X11CaptureStream : public CaptureStream {
 public:
     // Main thread. Sets everything up here, so that a failure comes back as the reason, then starts
@@ -85,6 +89,7 @@ private:
     QRect area; // in the drawable's coordinates
     xcb_damage_damage_t damage = XCB_NONE;
     xcb_xfixes_region_t damagedRegion = XCB_NONE;
+    std::unique_ptr<X11OwnWindowArea> ownWindowArea;
     std::unique_ptr<XcbImageGrabber> grabber;
     FrameScaler scaler;
     X11Cursor cursor;

@@ -42,9 +42,12 @@ bool near(QColor a, QColor b, int tolerance = 12)
         && std::abs(a.blue() - b.blue()) <= tolerance;
 }
 
+// A new background is drawn without damage being reported; xrefresh then repaints the screen as
+// another program would (our own window's repaints are no change of the screen).
 void paintRoot(const char* colour)
 {
     ASSERT_EQ(testDesktop()->run(QStringLiteral("xsetroot"), { QStringLiteral("-solid"), QLatin1String(colour) }), 0);
+    ASSERT_EQ(testDesktop()->run(QStringLiteral("xrefresh"), {}), 0);
 }
 
 void press(QAbstractButton* button)
