@@ -34,13 +34,18 @@ MediaTime streamDuration(const AVStream* st)
     return MediaTime(st->duration * st->time_base.num, st->time_base.den);
 }
 
-// How long a segment lasts in the clip: its picture's track, which lasts until the segment closed.
-// Its sound may end a little later (the last audio packet is whole); the next segment's sound takes
-// over from there.
+// How long a segment lasts in the clip: from its start, the file's time zero, to the end of its
+// picture's track, which lasts until the segment closed. The track itself may start later than
+// the segment (its opening picture was refused by a busy encoder): the track's duration alone
+// would end the segment early, and the next one would overlap it. Its sound may end a little
+// later (the last audio packet is whole); the next segment's sound takes over from there.
 MediaTime segmentDuration(const AVFormatContext* f, int videoIndex)
 {
-    MediaTime d = streamDuration(f->streams[videoIndex]);
+    const AVStream* video = f->streams[videoIndex];
+    MediaTime d = streamDuration(video);
     if (!d.isNumeric() && f->duration != AV_NOPTS_VALUE && f->duration > 0) d = MediaTime(f->duration, AV_TIME_BASE);
+    if (d.isNumeric() && video->start_time != AV_NOPTS_VALUE && video->start_time > 0)
+        d = d + MediaTime(video->start_time * video->time_base.num, video->time_base.den);
     return d;
 }
 

@@ -1,6 +1,8 @@
 #include "ClipProbe.h"
 #include "RecorderHarness.h"
 #include "recorder/ClipExporter.h"
+#include "recorder/SegmentEncoder.h"
+#include "recorder/SegmentWriter.h"
 
 #include <QDir>
 #include <QFile>
@@ -462,4 +464,47 @@ TEST(ClipExport, NothingWrittenSaysWhyNotWait)
     EXPECT_THAT(
         outcome.error.toStdString(), testing::StartsWith("Nothing could be buffered: No such file or directory"));
     EXPECT_FALSE(QFile::exists(out.filePath("clip.mp4")));
+}
+
+// Under load the picture a segment opens with can be refused by a full encoder queue, so the
+// segment's first picture comes some time after its start. The segment still lasts from its start
+// to its end: the next one must follow it there, not overlap it (its key frame would be dropped
+// and every picture after it would fail to decode).
+TEST(ClipExport, ASegmentWhoseFirstPictureCameLateEndsWhereTheNextBegins)
+{
+    QTemporaryDir dir;
+    auto encoder = std::make_shared<SegmentEncoder>();
+    encoder->setExpectsMediaDataInRealTime(false);
+    std::vector<Segment> segments;
+    int index = 0;
+    for (int s = 0; s < 3; ++s) {
+        const MediaTime start = MediaTime::fromSeconds(100 + 2 * s, 600);
+        const MediaTime end = MediaTime::fromSeconds(102 + 2 * s, 600);
+        const QString url = dir.filePath(QStringLiteral("seg%1.mp4").arg(s));
+        SegmentWriter writer(url, encoder);
+        SegmentWriter::VideoSettings video;
+        video.width = 256;
+        video.height = 144;
+        video.averageBitRate = 1000000;
+        video.expectedFPS = 30;
+        ASSERT_TRUE(writer.addVideoInput(video));
+        ASSERT_TRUE(writer.startWriting());
+        writer.startSession(start);
+        for (int i = s == 1 ? 15 : 0; i < 60; ++i) // the middle one's first half second is missing
+            ASSERT_TRUE(writer.append(IndexedFrames::frame(index++, 256, 144, start + MediaTime(i * 20, 600))));
+        writer.endSession(end);
+        writer.markAsFinished();
+        ASSERT_EQ(writer.finishWriting(), SegmentWriter::Status::completed);
+        segments.push_back({ url, start, end });
+    }
+    const ClipExporter::Result result
+        = ClipExporter::exportConcatenated(segments, segments[0].startPTS, dir.filePath(QStringLiteral("clip.mp4")));
+    ASSERT_TRUE(result.completed) << result.errorText.toStdString();
+    const ClipProbe clip = ClipProbe::read(result.path);
+    EXPECT_EQ(clip.decodeErrors, 0);
+    ASSERT_EQ(clip.frames.size(), size_t(index));
+    for (int i = 0; i < index; ++i)
+        ASSERT_EQ(clip.frames[i].index, i);
+    EXPECT_NEAR(clip.frames[60].seconds, 2.5, 1e-3); // where it came, after the first one's last picture
+    EXPECT_NEAR(clip.frames[105].seconds, 4.0, 1e-3); // the last one starts on time
 }
