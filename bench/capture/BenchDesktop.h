@@ -11,13 +11,17 @@
 
 #include <xcb/xcb.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstdio>
+#include <cstdlib>
 #include <dirent.h>
 #include <memory>
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 namespace BenchDesktop {
 
@@ -81,12 +85,51 @@ inline double runEventLoopFor(double s)
 
 // A separate process that changes the screen 60 times a second (a moving square on a full-screen
 // window), so that every capture tick sees a change; its own CPU is nobody's capture cost.
-inline std::unique_ptr<QProcess> startPainter()
+// With `heavy`, it plays FFmpeg's testsrc2 pattern full screen at 30 fps instead: every pixel
+// moves, which is what an encoder finds hard and what a chart full of ticks comes close to.
+inline std::unique_ptr<QProcess> startPainter(bool heavy = false)
 {
     auto painter = std::make_unique<QProcess>();
-    painter->start(QCoreApplication::applicationFilePath(), { QStringLiteral("--paint") });
+    painter->start(QCoreApplication::applicationFilePath(),
+        { heavy ? QStringLiteral("--paint-heavy") : QStringLiteral("--paint") });
     painter->waitForStarted();
     return painter;
+}
+
+// The frames of `ffmpeg -re -f lavfi -i testsrc2` put on a full-screen window as they come.
+inline int paintTestPatternForever()
+{
+    const QByteArray command = QStringLiteral("ffmpeg -loglevel error -re -f lavfi -i testsrc2=size=%1x%2:rate=30 "
+                                              "-f rawvideo -pix_fmt bgr0 -")
+                                   .arg(width)
+                                   .arg(height)
+                                   .toLocal8Bit();
+    FILE* source = popen(command.constData(), "r");
+    if (!source) return 1;
+    xcb_connection_t* c = xcb_connect(nullptr, nullptr);
+    if (xcb_connection_has_error(c)) return 1;
+    xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+    const xcb_window_t w = xcb_generate_id(c);
+    const uint32_t values[] = { 0, 1 };
+    xcb_create_window(c, XCB_COPY_FROM_PARENT, w, screen->root, 0, 0, width, height, 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
+        screen->root_visual, XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT, values);
+    xcb_map_window(c, w);
+    const xcb_gcontext_t gc = xcb_generate_id(c);
+    xcb_create_gc(c, gc, w, 0, nullptr);
+    std::vector<uint8_t> frame(size_t(width) * height * 4);
+    constexpr int rowsPerRequest = 64; // under the core protocol's request size
+    while (fread(frame.data(), 1, frame.size(), source) == frame.size()) {
+        for (int y = 0; y < height; y += rowsPerRequest) {
+            const int rows = std::min(rowsPerRequest, height - y);
+            xcb_put_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, w, gc, width, rows, 0, int16_t(y), 0, screen->root_depth,
+                uint32_t(width) * rows * 4, frame.data() + size_t(y) * width * 4);
+        }
+        // A round trip: the server has drawn this frame before the next is read.
+        free(xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr));
+        if (xcb_connection_has_error(c)) break;
+    }
+    pclose(source);
+    return 0;
 }
 
 inline int paintForever()

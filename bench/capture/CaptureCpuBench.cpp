@@ -4,6 +4,7 @@
 // of segment files on both sides (`-f segment` with libx265 for ffmpeg). See bench/README.md.
 
 #include "BenchDesktop.h"
+#include "ClipProbe.h"
 #include "capture/CaptureEngine.h"
 #include "capture/FrameScaler.h"
 #include "capture/PreviewMaker.h"
@@ -12,6 +13,7 @@
 #include "support/TestDesktop.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QEventLoop>
 #include <QFile>
 #include <QFileInfo>
@@ -45,7 +47,34 @@ struct Measured {
     double cpuPerSecond = 0;
     double serverCpuPerSecond = 0;
     double framesPerSecond = 0;
+    // From the pictures that reached the files (a player's view), when a ring ran.
+    double clipFramesPerSecond = 0;
+    double longestGapMs = 0;
+    int decodeErrors = 0;
 };
+
+// Frames a second, the longest time between two pictures, and decode errors over the last
+// `span` seconds of the given files, read as a player would.
+void measureFiles(const QStringList& files, double span, Measured& m)
+{
+    int frames = 0;
+    double covered = 0;
+    for (const QString& file : files) {
+        const ClipProbe probe = ClipProbe::read(file);
+        m.decodeErrors += probe.decodeErrors;
+        const double from = std::max(0.0, probe.duration() - (span - covered));
+        double previous = -1;
+        for (const ClipProbe::Frame& frame : probe.frames) {
+            if (frame.seconds < from) continue;
+            ++frames;
+            if (previous >= 0) m.longestGapMs = std::max(m.longestGapMs, (frame.seconds - previous) * 1000);
+            previous = frame.seconds;
+        }
+        covered += probe.duration() - from;
+        if (covered >= span) break;
+    }
+    m.clipFramesPerSecond = covered > 0 ? frames / covered : 0;
+}
 
 // The size the recorder screen's card shows the preview at in the window's default size.
 constexpr QSize cardPreviewSize { 844, 350 };
@@ -87,8 +116,19 @@ Measured measureOurs(pid_t server, bool previews, bool ring, QSize previewSize =
     const double refused = recorder ? double(recorder->droppedFrames()) : 0;
     Measured m { (ownCpu() - cpuBefore) / s, (processCpu(server) - serverBefore) / s,
         (frames - framesBefore - refused) / s };
+    if (recorder) {
+        QString clip;
+        recorder->onFinished = [&clip](const QString& path) { clip = path; };
+        recorder->stopRecording();
+        while (clip.isEmpty())
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 20);
+        engine.stopStream();
+        recorder->disarmBuffering();
+        measureFiles({ clip }, s, m);
+        QFile::remove(clip);
+        return m;
+    }
     engine.stopStream();
-    if (recorder) recorder->disarmBuffering();
     return m;
 }
 
@@ -139,10 +179,19 @@ Measured measureFfmpeg(const QString& display, pid_t server, bool ring)
     Measured m { cpu / s, serverCpu / s, (ffmpegFrames(ffmpeg, progress) - framesBefore) / s };
     ffmpeg.terminate();
     ffmpeg.waitForFinished(3000);
+    if (ring) {
+        // Newest first; the file being written when ffmpeg stopped closes with it.
+        QStringList files = QDir(segments.path()).entryList({ QStringLiteral("seg*.mp4") }, QDir::Files, QDir::Name);
+        std::reverse(files.begin(), files.end());
+        for (QString& file : files)
+            file = segments.filePath(file);
+        measureFiles(files, s, m);
+    }
     return m;
 }
 
-void captureCpu(benchmark::State& state, bool changing, bool previews, bool ring, QSize previewSize = {})
+void captureCpu(
+    benchmark::State& state, bool changing, bool previews, bool ring, QSize previewSize = {}, bool heavy = false)
 {
     TestDesktop desktop;
     if (const QString error = desktop.start({ .width = width, .height = height, .audio = false }); !error.isEmpty()) {
@@ -151,7 +200,7 @@ void captureCpu(benchmark::State& state, bool changing, bool previews, bool ring
     }
     const pid_t server = childNamed("Xvfb");
     std::unique_ptr<QProcess> painter;
-    if (changing) painter = startPainter();
+    if (changing) painter = startPainter(heavy);
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     Measured ours, ffmpeg;
     for (auto _ : state) {
@@ -166,6 +215,19 @@ void captureCpu(benchmark::State& state, bool changing, bool previews, bool ring
     state.counters["ffmpeg_fps"] = ffmpeg.framesPerSecond;
     state.counters["Xvfb_cpu_%_ours"] = ours.serverCpuPerSecond * 100;
     state.counters["Xvfb_cpu_%_ffmpeg"] = ffmpeg.serverCpuPerSecond * 100;
+    if (ring) {
+        // What a viewer of the files gets, and what each picture in them cost.
+        state.counters["ours_clip_fps"] = ours.clipFramesPerSecond;
+        state.counters["ffmpeg_clip_fps"] = ffmpeg.clipFramesPerSecond;
+        state.counters["ours_longest_gap_ms"] = ours.longestGapMs;
+        state.counters["ffmpeg_longest_gap_ms"] = ffmpeg.longestGapMs;
+        state.counters["ours_cpu_ms_per_frame"]
+            = ours.clipFramesPerSecond > 0 ? ours.cpuPerSecond * 1000 / ours.clipFramesPerSecond : 0;
+        state.counters["ffmpeg_cpu_ms_per_frame"]
+            = ffmpeg.clipFramesPerSecond > 0 ? ffmpeg.cpuPerSecond * 1000 / ffmpeg.clipFramesPerSecond : 0;
+        state.counters["ours_decode_errors"] = ours.decodeErrors;
+        state.counters["ffmpeg_decode_errors"] = ffmpeg.decodeErrors;
+    }
     if (painter) {
         painter->kill();
         painter->waitForFinished(1000);
@@ -332,6 +394,10 @@ BENCHMARK_CAPTURE(captureCpu, pipeline_changing, true, false, true)
     ->Iterations(1)
     ->UseManualTime()
     ->Unit(benchmark::kSecond);
+BENCHMARK_CAPTURE(captureCpu, pipeline_heavy, true, false, true, QSize(), true)
+    ->Iterations(1)
+    ->UseManualTime()
+    ->Unit(benchmark::kSecond);
 BENCHMARK_CAPTURE(captureCpu, pipeline_still, false, false, true)
     ->Iterations(1)
     ->UseManualTime()
@@ -340,6 +406,7 @@ BENCHMARK_CAPTURE(captureCpu, pipeline_still, false, false, true)
 int main(int argc, char** argv)
 {
     if (argc > 1 && QByteArray(argv[1]) == "--paint") return paintForever();
+    if (argc > 1 && QByteArray(argv[1]) == "--paint-heavy") return paintTestPatternForever();
     QCoreApplication app(argc, argv);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
