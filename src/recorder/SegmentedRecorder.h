@@ -69,8 +69,10 @@ public:
     // The sound of a segment's last moments is awaited this long before the file closes without
     // it (a stalled or silent source).
     static constexpr int soundGraceMilliseconds = 500;
-    // Frames handed to the ring and not yet taken; more are dropped and counted.
-    static constexpr int defaultFramesWaitingLimit = 8;
+    // Frames handed to the ring and not yet taken; more are dropped and counted. The ring's queue
+    // only opens files between frames: a few frames of slack are plenty, and each one waiting
+    // holds a whole picture.
+    static constexpr int defaultFramesWaitingLimit = 4;
 
     explicit SegmentedRecorder(QObject* parent = nullptr);
     // Abandons the open segment and removes the whole segment folder. Main thread.

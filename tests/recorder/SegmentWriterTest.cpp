@@ -152,7 +152,7 @@ TEST(SegmentWriter, ALiveWriterDropsWhatItCannotTakeInsteadOfQueueing)
         (appended ? taken : refused)++;
     }
     EXPECT_GT(refused, 0);
-    EXPECT_GE(taken, 6);
+    EXPECT_GE(taken, 3); // the queue's room
     ASSERT_EQ(writer.finishWriting(), SegmentWriter::Status::completed);
     EXPECT_EQ(int(ClipProbe::read(dir.filePath("live.mp4")).frames.size()), taken);
 }
