@@ -96,6 +96,29 @@ inline std::unique_ptr<QProcess> startPainter(bool heavy = false)
     return painter;
 }
 
+// A full-screen window of the painter's own on DISPLAY, mapped, with a graphics context.
+struct PainterWindow {
+    xcb_connection_t* c = nullptr;
+    xcb_screen_t* screen = nullptr;
+    xcb_window_t w = 0;
+    xcb_gcontext_t gc = 0;
+
+    explicit PainterWindow(uint32_t background)
+    {
+        c = xcb_connect(nullptr, nullptr);
+        if (xcb_connection_has_error(c)) return;
+        screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+        w = xcb_generate_id(c);
+        const uint32_t values[] = { background, 1 };
+        xcb_create_window(c, XCB_COPY_FROM_PARENT, w, screen->root, 0, 0, width, height, 0,
+            XCB_WINDOW_CLASS_INPUT_OUTPUT, screen->root_visual, XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT, values);
+        xcb_map_window(c, w);
+        gc = xcb_generate_id(c);
+        xcb_create_gc(c, gc, w, 0, nullptr);
+    }
+    bool ok() const { return screen != nullptr; }
+};
+
 // The frames of `ffmpeg -re -f lavfi -i testsrc2` put on a full-screen window as they come.
 inline int paintTestPatternForever()
 {
@@ -106,22 +129,18 @@ inline int paintTestPatternForever()
                                    .toLocal8Bit();
     FILE* source = popen(command.constData(), "r");
     if (!source) return 1;
-    xcb_connection_t* c = xcb_connect(nullptr, nullptr);
-    if (xcb_connection_has_error(c)) return 1;
-    xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
-    const xcb_window_t w = xcb_generate_id(c);
-    const uint32_t values[] = { 0, 1 };
-    xcb_create_window(c, XCB_COPY_FROM_PARENT, w, screen->root, 0, 0, width, height, 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
-        screen->root_visual, XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT, values);
-    xcb_map_window(c, w);
-    const xcb_gcontext_t gc = xcb_generate_id(c);
-    xcb_create_gc(c, gc, w, 0, nullptr);
+    const PainterWindow window(0);
+    if (!window.ok()) return 1;
+    xcb_connection_t* c = window.c;
+    const xcb_window_t w = window.w;
+    const xcb_gcontext_t gc = window.gc;
+    const uint8_t depth = window.screen->root_depth;
     std::vector<uint8_t> frame(size_t(width) * height * 4);
     constexpr int rowsPerRequest = 64; // under the core protocol's request size
     while (fread(frame.data(), 1, frame.size(), source) == frame.size()) {
         for (int y = 0; y < height; y += rowsPerRequest) {
             const int rows = std::min(rowsPerRequest, height - y);
-            xcb_put_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, w, gc, width, rows, 0, int16_t(y), 0, screen->root_depth,
+            xcb_put_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, w, gc, width, rows, 0, int16_t(y), 0, depth,
                 uint32_t(width) * rows * 4, frame.data() + size_t(y) * width * 4);
         }
         // A round trip: the server has drawn this frame before the next is read.
@@ -134,16 +153,11 @@ inline int paintTestPatternForever()
 
 inline int paintForever()
 {
-    xcb_connection_t* c = xcb_connect(nullptr, nullptr);
-    if (xcb_connection_has_error(c)) return 1;
-    xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
-    const xcb_window_t w = xcb_generate_id(c);
-    const uint32_t values[] = { 0x202020, 1 };
-    xcb_create_window(c, XCB_COPY_FROM_PARENT, w, screen->root, 0, 0, width, height, 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
-        screen->root_visual, XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT, values);
-    xcb_map_window(c, w);
-    const xcb_gcontext_t gc = xcb_generate_id(c);
-    xcb_create_gc(c, gc, w, 0, nullptr);
+    const PainterWindow window(0x202020);
+    if (!window.ok()) return 1;
+    xcb_connection_t* c = window.c;
+    const xcb_window_t w = window.w;
+    const xcb_gcontext_t gc = window.gc;
     for (int i = 0;; ++i) {
         const int x = (i * 16) % (width - 200);
         uint32_t colour = 0x202020;
