@@ -29,7 +29,13 @@ struct FrameLog {
     std::vector<VideoFrame> frames;
     explicit FrameLog(CaptureEngine& engine)
     {
-        engine.frameSink = [this](const VideoFrame& frame) { frames.push_back(frame); };
+        // A copy of each picture: the stream has only so many, and a log that held them all would
+        // stop it.
+        engine.frameSink = [this](const VideoFrame& frame) {
+            VideoFrame kept = frame;
+            kept.image = frame.image.copy();
+            frames.push_back(kept);
+        };
     }
     size_t count() const { return frames.size(); }
     const QImage& last() const { return frames.back().image; }

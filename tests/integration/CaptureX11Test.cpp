@@ -383,6 +383,44 @@ TEST(CaptureX11, FramesKeepToTheRateAndTheLastChangeStillArrives)
     engine.stopStream();
 }
 
+TEST(CaptureX11, AConsumerHoldingEveryPictureHoldsTheGrabsBackAndTheLatestChangeStillComes)
+{
+    Desktop d;
+    ASSERT_EQ(d.error, QString());
+    X11TestClient client;
+    const xcb_window_t w = fillScreen(client, "Busy", grey);
+
+    // At the screen's own size a frame is a view on the grabber's shared memory: a consumer that
+    // keeps every frame (an encoder far behind) keeps every picture.
+    CaptureEngine engine(std::make_shared<X11CaptureBackend>());
+    std::vector<VideoFrame> held;
+    bool sawGreen = false;
+    engine.frameSink = [&](const VideoFrame& frame) {
+        held.push_back(frame);
+        sawGreen = sawGreen || near(frame.image, 120, 120, green);
+    };
+    refresh(engine);
+    engine.startStream(640, 360, 30, false, false, false);
+    std::atomic<bool> painting = true;
+    std::thread painter([&painting, w] {
+        X11TestClient other;
+        for (int i = 0; painting; ++i)
+            other.fill(w, QRect(100, 100, 50, 50), i % 2 ? red : blue);
+        other.fill(w, QRect(100, 100, 50, 50), green);
+    });
+    spinFor(1500);
+    // No more pictures out at once than the stream's queue is deep, however long it is held.
+    EXPECT_GE(held.size(), 2u);
+    EXPECT_LE(held.size(), 8u);
+    painting = false;
+    painter.join();
+    spinFor(300);
+    held.clear();
+    EXPECT_TRUE(spinUntil([&] { return sawGreen; }, 3000))
+        << "the change made while every picture was held never arrived";
+    engine.stopStream();
+}
+
 namespace {
 
 // Windows that test every rule of the list, made in an order that is not the sorted one.

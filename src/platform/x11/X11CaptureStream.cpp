@@ -116,7 +116,11 @@ QString X11CaptureStream::setUp(const ContentFilter& filter)
         // Raw motion on the root window reports every pointer move, whoever has the focus.
         if (ext.xinput2) watchesMotion = selectXInputEvents(c, connection->root(), XCB_INPUT_XI_EVENT_MASK_RAW_MOTION);
     }
-    grabber = std::make_unique<XcbImageGrabber>(c, ext.shm);
+    // As many shared pictures as frames may wait further on: when all are held (an encoder that
+    // cannot keep up), a frame is skipped here, before it costs a grab, rather than read through
+    // the socket into yet another picture. That bounds the memory a busy recorder holds.
+    grabber = std::make_unique<XcbImageGrabber>(
+        c, ext.shm, std::max(2, configuration.queueDepth), XcbImageGrabber::WhenPoolIsFull::skip);
     xcb_flush(c);
     return {};
 }
@@ -363,7 +367,10 @@ void X11CaptureStream::askForFrame(Keep keep)
     const std::optional<XcbImageGrabber::Request> request
         = grabber->ask(windowMode ? windowPixmap : connection->root(), area);
     if (!request) {
-        if (frame.pointerQuestion) takePointer(*frame.pointerQuestion);
+        // Every picture is still held further on: the next look asks again, so that the latest
+        // change, or the cursor's, still arrives once the pipeline has caught up.
+        const bool cursorMoved = frame.pointerQuestion && takePointer(*frame.pointerQuestion);
+        if (keep == Keep::always || cursorMoved) forceFrame = true;
         return;
     }
     frame.request = *request;

@@ -31,10 +31,11 @@ void unmap(uchar* address)
 
 } // namespace
 
-XcbImageGrabber::XcbImageGrabber(xcb_connection_t* connection, bool useShm, int segmentLimit)
+XcbImageGrabber::XcbImageGrabber(xcb_connection_t* connection, bool useShm, int segmentLimit, WhenPoolIsFull whenFull)
     : connection(connection)
     , shmWanted(useShm)
     , segmentLimit(segmentLimit)
+    , whenFull(whenFull)
     , pool(std::make_shared<Pool>())
 {
     pool->connection = connection;
@@ -124,6 +125,7 @@ std::optional<XcbImageGrabber::Request> XcbImageGrabber::ask(xcb_drawable_t draw
     if (rect.isEmpty()) return std::nullopt;
     const size_t bytes = size_t(rect.width()) * size_t(rect.height()) * 4;
     Segment* segment = shmWanted ? takeSegment(bytes) : nullptr;
+    if (!segment && shmWanted && whenFull == WhenPoolIsFull::skip) return std::nullopt;
     const auto x = int16_t(rect.x());
     const auto y = int16_t(rect.y());
     const auto width = uint16_t(rect.width());

@@ -17,8 +17,9 @@
 // With MIT-SHM the server writes straight into shared segments of ours, and the image handed out is
 // a view on its segment: no copy is made in this process. The segment goes back to a small pool
 // when the last copy of the image is gone, on whatever thread that happens, and is used again.
-// Without MIT-SHM (a server in another IPC namespace, a remote display), or when every pooled
-// segment is still held, the pixels come through the socket instead.
+// Without MIT-SHM (a server in another IPC namespace, a remote display) the pixels come through the
+// socket instead. When every pooled segment is still held, a grabber made to read through the socket
+// does so; one made to skip refuses the grab, which bounds the pictures it has out at once.
 //
 // A grab can also be split in two: ask() sends the request and returns at once, take() reads the
 // answer later, so the server copies the pixels while the caller sleeps.
@@ -35,8 +36,11 @@ public:
         Segment* segment = nullptr; // null: the pixels come through the socket
     };
 
+    enum class WhenPoolIsFull { readThroughSocket, skip };
+
     // The connection must outlive the grabber. `useShm` false forces the socket path.
-    XcbImageGrabber(xcb_connection_t* connection, bool useShm, int segmentLimit = 12);
+    XcbImageGrabber(xcb_connection_t* connection, bool useShm, int segmentLimit = 12,
+        WhenPoolIsFull whenFull = WhenPoolIsFull::readThroughSocket);
     ~XcbImageGrabber();
     XcbImageGrabber(const XcbImageGrabber&) = delete;
     XcbImageGrabber& operator=(const XcbImageGrabber&) = delete;
@@ -44,7 +48,7 @@ public:
     // Blocking. None if the server refused (a drawable that is gone, a rectangle outside it).
     // The image is the caller's alone: drawing into it changes no other grab.
     std::optional<QImage> grab(xcb_drawable_t drawable, const QRect& rect);
-    // Sends the request; none for an empty rectangle.
+    // Sends the request; none for an empty rectangle, or when the pool is full and the grabber skips.
     std::optional<Request> ask(xcb_drawable_t drawable, const QRect& rect);
     // Blocks only if the answer has not come yet.
     std::optional<QImage> take(const Request& request);
@@ -62,5 +66,6 @@ private:
     xcb_connection_t* connection;
     bool shmWanted;
     int segmentLimit;
+    WhenPoolIsFull whenFull;
     std::shared_ptr<Pool> pool;
 };
