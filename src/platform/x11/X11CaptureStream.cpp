@@ -1,6 +1,7 @@
 #include "platform/x11/X11CaptureStream.h"
 
 #include "capture/OwnWindows.h"
+#include "core/Log.h"
 #include "core/MediaTime.h"
 #include "platform/x11/XInputSelection.h"
 
@@ -370,12 +371,29 @@ void X11CaptureStream::askForFrame(Keep keep)
         // Every picture is still held further on: the next look asks again, so that the latest
         // change, or the cursor's, still arrives once the pipeline has caught up.
         const bool cursorMoved = frame.pointerQuestion && takePointer(*frame.pointerQuestion);
-        if (keep == Keep::always || cursorMoved) forceFrame = true;
+        if (keep == Keep::always || cursorMoved) {
+            forceFrame = true;
+            reportSkippedGrab();
+        }
         return;
     }
     frame.request = *request;
     pendingFrame = frame;
     xcb_flush(connection->get());
+}
+
+void X11CaptureStream::reportSkippedGrab()
+{
+    // Counted, and told at most every ten seconds, so that a recorder behind its screen shows in
+    // the log without a line a frame.
+    ++skippedGrabs;
+    const auto now = std::chrono::steady_clock::now();
+    if (now - lastSkipReport < std::chrono::seconds(10)) return;
+    const int skipped = std::exchange(skippedGrabs, 0);
+    logLine((skipped == 1 ? QStringLiteral("Capture skipped a frame")
+                          : QStringLiteral("Capture skipped %1 frames").arg(skipped))
+        + QStringLiteral(": every picture was still waiting for the recorder"));
+    lastSkipReport = now;
 }
 
 void X11CaptureStream::abandonPendingFrame()

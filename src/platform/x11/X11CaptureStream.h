@@ -78,6 +78,7 @@ private:
     void askForFrame(Keep keep);
     void deliverPendingFrame();
     void abandonPendingFrame();
+    void reportSkippedGrab();
 
     // Set up before the thread starts and owned by it afterwards.
     std::unique_ptr<XcbConnection> connection;
@@ -102,6 +103,9 @@ private:
     bool cursorShownLastFrame = false;
     bool damagePending = true;
     bool forceFrame = true; // the first frame, and the first after a resize or a map
+    // Grabs skipped because every picture was still held further on, since the last log line.
+    int skippedGrabs = 0;
+    std::chrono::steady_clock::time_point lastSkipReport;
 
     struct PendingFrame {
         XcbImageGrabber::Request request;
