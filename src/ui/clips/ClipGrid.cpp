@@ -1,6 +1,8 @@
 #include "ui/clips/ClipGrid.h"
 
 #include "ui/clips/ClipCard.h"
+#include "ui/kit/Appearance.h"
+#include "ui/kit/V3.h"
 
 #include <QEvent>
 #include <QScrollBar>
@@ -19,6 +21,7 @@ ClipGrid::ClipGrid(std::function<ClipCard*(QWidget*)> make, std::function<void(C
     setAutoFillBackground(false);
     viewport()->setAutoFillBackground(false);
     verticalScrollBar()->setSingleStep(40);
+    styleScrollBar();
     settleTimer->setSingleShot(true);
     settleTimer->setInterval(settleMilliseconds);
     connect(settleTimer, &QTimer::timeout, this, &ClipGrid::settled);
@@ -153,6 +156,25 @@ void ClipGrid::scrollContentsBy(int, int)
 {
     placeCards();
     settleTimer->start();
+}
+
+void ClipGrid::styleScrollBar()
+{
+    // A thin bar in the kit's colours rather than the platform style's wide one with arrows.
+    const Appearance a = appearanceOf(static_cast<const QWidget*>(nullptr));
+    verticalScrollBar()->setStyleSheet(
+        QStringLiteral("QScrollBar:vertical { width: 10px; background: transparent; margin: 2px 2px 2px 0; }"
+                       "QScrollBar::handle:vertical { background: %1; border-radius: 4px; min-height: 32px; }"
+                       "QScrollBar::handle:vertical:hover { background: %2; }"
+                       "QScrollBar::add-line:vertical, QScrollBar::sub-line:vertical { height: 0; }"
+                       "QScrollBar::add-page:vertical, QScrollBar::sub-page:vertical { background: none; }")
+            .arg(V3::line.resolve(a).name(), V3::fgDim.resolve(a).name()));
+}
+
+void ClipGrid::changeEvent(QEvent* event)
+{
+    QAbstractScrollArea::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange || event->type() == QEvent::ApplicationPaletteChange) styleScrollBar();
 }
 
 bool ClipGrid::viewportEvent(QEvent* event)

@@ -53,6 +53,7 @@ protected:
     void resizeEvent(QResizeEvent* event) override;
     void scrollContentsBy(int dx, int dy) override;
     bool viewportEvent(QEvent* event) override;
+    void changeEvent(QEvent* event) override;
 
 private:
     void layoutRows();
@@ -61,6 +62,7 @@ private:
     int rowAt(int y) const;
     int rowCount() const;
     int sideMargin() const;
+    void styleScrollBar();
 
     std::function<ClipCard*(QWidget*)> makeCard;
     std::function<void(ClipCard*, int)> bindCard;

@@ -12,7 +12,6 @@
 #include "ui/kit/V3Button.h"
 #include "ui/kit/V3Chip.h"
 #include "ui/kit/V3Text.h"
-#include "ui/recorder/HeaderArea.h"
 
 #include <QHBoxLayout>
 #include <QPainter>
@@ -50,18 +49,25 @@ ClipsScreen::ClipsScreen(RecorderViewModel* model, QWidget* parent)
     column->setContentsMargins(0, 0, 0, 0);
     column->setSpacing(0);
 
-    auto* header = new QHBoxLayout;
-    header->setContentsMargins(0, 0, 36, 10);
-    header->addWidget(
-        new HeaderArea(QStringLiteral("Clips"), QStringLiteral("Every clip you've ever saved, in one place."), this),
-        1);
+    // The title with the count and the folder on its line, the subtitle under them.
+    header = new QVBoxLayout;
+    header->setContentsMargins(ClipGrid::margin, 26, ClipGrid::margin, 10);
+    header->setSpacing(4);
+    auto* titleRow = new QHBoxLayout;
+    titleRow->addWidget(new V3Text(QStringLiteral("Clips"), 32, QFont::Bold, V3::fg, this));
+    titleRow->addStretch();
     count = new V3Chip({}, V3::fgMute, V3::bgInset, false, this);
-    header->addWidget(count, 0, Qt::AlignBottom);
-    header->addSpacing(8);
-    auto* folder = new V3Button(V3Button::Kind::ghost, QStringLiteral("Open Folder"), this);
+    titleRow->addWidget(count);
+    titleRow->addSpacing(6);
+    auto* folder = new V3Button(V3Button::Kind::ghost, {}, this);
     folder->setSymbol(QStringLiteral("folder"));
+    folder->setAccessibleName(QStringLiteral("Open Folder"));
+    folder->setToolTip(QStringLiteral("Open the save folder"));
     connect(folder, &QPushButton::clicked, clipsModel, &ClipsScreenModel::openSaveFolder);
-    header->addWidget(folder, 0, Qt::AlignBottom);
+    titleRow->addWidget(folder);
+    header->addLayout(titleRow);
+    header->addWidget(
+        new V3Text(QStringLiteral("Every clip you've ever saved, in one place."), 13, QFont::Normal, V3::fgMute, this));
     column->addLayout(header);
 
     emptyState = new QWidget(this);
@@ -96,6 +102,14 @@ ClipsScreen::ClipsScreen(RecorderViewModel* model, QWidget* parent)
     });
     connect(cards, &ClipGrid::settled, this, &ClipsScreen::requestThumbnails);
     clipsModel->scanClips();
+}
+
+void ClipsScreen::resizeEvent(QResizeEvent* event)
+{
+    QWidget::resizeEvent(event);
+    // As the grid does: a narrow window keeps less room at the sides.
+    const int side = width() < 2 * ClipGrid::minimumColumnWidth ? ClipGrid::narrowMargin : ClipGrid::margin;
+    header->setContentsMargins(side, 26, side, 10);
 }
 
 template <class Fn> void ClipsScreen::forEachCard(Fn fn)

@@ -6,6 +6,7 @@
 
 class ClipCard;
 class ClipGrid;
+class QVBoxLayout;
 class RecorderViewModel;
 class V3Chip;
 class V3Text;
@@ -28,6 +29,9 @@ public:
     // The card of a listed clip, scrolled into view; null for a clip not listed.
     ClipCard* cardFor(const QUrl& clip);
 
+protected:
+    void resizeEvent(QResizeEvent* event) override;
+
 private:
     void showListing();
     void requestThumbnails();
@@ -36,6 +40,7 @@ private:
 
     RecorderViewModel* vm;
     ClipsScreenModel* clipsModel;
+    QVBoxLayout* header;
     V3Chip* count;
     QWidget* emptyState;
     V3Text* emptyText;

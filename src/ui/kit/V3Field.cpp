@@ -12,7 +12,8 @@ namespace {
 
 void applyLook(QWidget* field)
 {
-    const Appearance a = appearanceOf(field->parentWidget());
+    // The application's palette: while it changes, a parent's own may not have caught up yet.
+    const Appearance a = appearanceOf(static_cast<const QWidget*>(nullptr));
     const QString sheet
         = QStringLiteral("%1 { color: %2; background: %3; border: 1px solid %4; border-radius: 6px; "
                          "padding: 2px 6px; selection-background-color: %5; }"
@@ -27,24 +28,32 @@ void applyLook(QWidget* field)
     field->setPalette(p);
 }
 
-// Applies the look again when the appearance changes.
+// Applies the look again when the appearance changes. It watches the field's parent as well: a
+// widget with a style sheet of its own is not always told that the application's palette changed.
 class Follower : public QObject {
 public:
-    using QObject::QObject;
+    explicit Follower(QWidget* field)
+        : QObject(field)
+        , field(field)
+    {
+        field->installEventFilter(this);
+        if (field->parentWidget()) field->parentWidget()->installEventFilter(this);
+    }
 
 protected:
-    bool eventFilter(QObject* watched, QEvent* event) override
+    bool eventFilter(QObject*, QEvent* event) override
     {
         if (!applying && (event->type() == QEvent::ParentChange || KitPaint::isAppearanceChange(event))) {
             // Our own style sheet and palette send the same events.
             applying = true;
-            applyLook(static_cast<QWidget*>(watched));
+            applyLook(field);
             applying = false;
         }
         return false;
     }
 
 private:
+    QWidget* field;
     bool applying = false;
 };
 
@@ -55,7 +64,7 @@ namespace V3Field {
 void install(QWidget* field)
 {
     field->setAttribute(Qt::WA_MacShowFocusRect, false);
-    field->installEventFilter(new Follower(field));
+    new Follower(field);
     applyLook(field);
 }
 
