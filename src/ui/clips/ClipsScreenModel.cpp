@@ -17,6 +17,8 @@
 #include <QSet>
 
 #include <algorithm>
+#include <limits>
+#include <vector>
 
 namespace {
 
@@ -59,18 +61,25 @@ QList<ClipsScreenModel::ClipEntry> ClipsScreenModel::listFolder(const QString& f
     // Without QDir::Hidden, names that begin with a dot are skipped. By name first, so that clips of
     // the same time keep one order on every run.
     const QFileInfoList files = dir.entryInfoList(QDir::Files | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
-    QList<ClipEntry> clips;
-    clips.reserve(files.size());
+    struct Listed {
+        qint64 order; // milliseconds since the epoch; the distant past when unknown
+        ClipEntry clip;
+    };
+    std::vector<Listed> listed;
+    listed.reserve(size_t(files.size()));
     for (const QFileInfo& file : files) {
         if (file.suffix().compare(QLatin1StringView("mp4"), Qt::CaseInsensitive) != 0) continue;
+        const QDateTime modified = file.lastModified();
         // The same spelling of the location as the journal store's, so that the two find each other.
-        clips.push_back({ QUrl::fromLocalFile(dir.filePath(file.fileName())), std::max<qint64>(file.size(), 0),
-            file.lastModified() });
+        listed.push_back({ modified.isValid() ? modified.toMSecsSinceEpoch() : std::numeric_limits<qint64>::min(),
+            { QUrl::fromLocalFile(dir.filePath(file.fileName())), std::max<qint64>(file.size(), 0), modified } });
     }
-    std::stable_sort(clips.begin(), clips.end(), [](const ClipEntry& a, const ClipEntry& b) {
-        if (!b.modified.isValid()) return a.modified.isValid();
-        return a.modified.isValid() && a.modified > b.modified;
-    });
+    // By a number: comparing the dates themselves converts time zones on every comparison.
+    std::stable_sort(listed.begin(), listed.end(), [](const Listed& a, const Listed& b) { return a.order > b.order; });
+    QList<ClipEntry> clips;
+    clips.reserve(qsizetype(listed.size()));
+    for (Listed& l : listed)
+        clips.push_back(std::move(l.clip));
     return clips;
 }
 
