@@ -94,7 +94,7 @@ protected:
 
 } // namespace
 
-TEST_F(ClipsWindow, RenameAndTrashMoveOnlyTheClipFileAndSayWhyNot)
+TEST_F(ClipsWindow, RenameCopyAndTrashActOnTheClipFileAndSayWhyNot)
 {
     ClipMeta tagged;
     tagged.outcome = TradeOutcome::win;
@@ -122,6 +122,25 @@ TEST_F(ClipsWindow, RenameAndTrashMoveOnlyTheClipFileAndSayWhyNot)
     EXPECT_TRUE(QFile::exists(path(QStringLiteral("a-b-c.mp4"))));
     EXPECT_TRUE(QFile::exists(path(second)));
     EXPECT_FALSE(renamed->renameField()->isVisible());
+
+    // "Copy" puts the file on the clipboard as file managers and chat applications take it, read
+    // back here by another X client.
+    QAction* copy = nullptr;
+    for (QAction* action : renamed->shareButton()->menu()->actions())
+        if (action->text() == QStringLiteral("Copy")) copy = action;
+    ASSERT_NE(copy, nullptr);
+    copy->trigger();
+    const QByteArray encoded = url(QStringLiteral("a-b-c.mp4")).toEncoded();
+    for (const auto& [type, expected] :
+        { std::pair { QStringLiteral("x-special/gnome-copied-files"), "copy\n" + encoded },
+            std::pair { QStringLiteral("text/uri-list"), encoded } }) {
+        QProcess xclip;
+        xclip.start(QStringLiteral("xclip"),
+            { QStringLiteral("-selection"), QStringLiteral("clipboard"), QStringLiteral("-o"), QStringLiteral("-t"),
+                type });
+        ASSERT_TRUE(spinUntil([&xclip] { return xclip.state() == QProcess::NotRunning; }, 10000));
+        EXPECT_EQ(xclip.readAllStandardOutput().trimmed(), expected) << qPrintable(type);
+    }
 
     // Into the trash of this (private) home, from which the file manager restores it; the tags stay.
     const QString trash
