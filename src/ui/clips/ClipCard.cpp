@@ -257,7 +257,9 @@ ClipCard::ClipCard(ClipsScreenModel* clipsModel, QWidget* parent)
     renameEdit->hide();
     field->escape = [this] { model->cancelRename(); };
     connect(renameEdit, &QLineEdit::textEdited, model, &ClipsScreenModel::setRenameText);
-    connect(renameEdit, &QLineEdit::returnPressed, this, [this] { model->commitRename(entry.id); });
+    // The clip is copied before each operation: one that lists the folder again may hand this card
+    // another clip while it runs.
+    connect(renameEdit, &QLineEdit::returnPressed, this, [this] { model->commitRename(QUrl(entry.id)); });
 
     rename = new V3Button(V3Button::Kind::ghost, {}, this);
     rename->setSymbol(QStringLiteral("square.and.pencil"));
@@ -283,7 +285,7 @@ ClipCard::ClipCard(ClipsScreenModel* clipsModel, QWidget* parent)
              std::pair { QStringLiteral("Show in File Manager"), &ClipsScreenModel::revealClip },
              std::pair { QStringLiteral("Move to Trash"), &ClipsScreenModel::deleteClip } }) {
         auto* action = new QAction(text, this);
-        connect(action, &QAction::triggered, this, [this, act = act] { (model->*act)(entry.id); });
+        connect(action, &QAction::triggered, this, [this, act = act] { (model->*act)(QUrl(entry.id)); });
         actions.push_back(action);
     }
 }
