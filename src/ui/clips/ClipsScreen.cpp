@@ -81,7 +81,12 @@ ClipsScreen::ClipsScreen(RecorderViewModel* model, QWidget* parent)
     emptyText = new V3Text({}, 13, QFont::Normal, V3::fgMute, emptyState);
     emptyText->setAlignment(Qt::AlignHCenter);
     emptyText->setMaximumWidth(460);
-    empty->addWidget(emptyText, 0, Qt::AlignHCenter);
+    // Centred by stretches rather than by alignment, so that the text gets the height it wraps to.
+    auto* centred = new QHBoxLayout;
+    centred->addStretch(1);
+    centred->addWidget(emptyText, 4);
+    centred->addStretch(1);
+    empty->addLayout(centred);
     empty->addStretch();
     column->addWidget(emptyState, 1);
 

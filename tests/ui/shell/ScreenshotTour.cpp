@@ -195,8 +195,8 @@ void writeSampleTrades(const QDir& clips)
 }
 
 // The clips screen in its states, in both appearances at the window's size, named
-// clips-STATE-APPEARANCE-WxH.png: the pointer over the first card, its name being edited, and its
-// journal panel open.
+// clips-STATE-APPEARANCE-WxH.png: the pointer over the first card, its name being edited, its
+// journal panel open, and the empty state of a folder without clips.
 int clipsStates(AppDelegate& delegate, const QString& outDir)
 {
     QMainWindow* window = delegate.window();
@@ -231,6 +231,17 @@ int clipsStates(AppDelegate& delegate, const QString& outDir)
     clips->toggleJournal(first);
     shoot("journal");
     clips->toggleJournal(first);
+
+    AppSettings* settings = delegate.viewModel()->settings();
+    const QString folder = settings->saveFolderPath();
+    const QString empty = QDir(folder).filePath(QStringLiteral("empty"));
+    QDir().mkpath(empty);
+    settings->setSaveFolderPath(empty);
+    delegate.contentView()->showScreen(D1Screen::recorder);
+    delegate.contentView()->showScreen(D1Screen::clips);
+    shoot("empty");
+    settings->setSaveFolderPath(folder);
+    QDir(empty).removeRecursively();
     return written;
 }
 
