@@ -51,7 +51,7 @@ public:
     std::optional<QString> moveToTrash(const QString& path) override
     {
         // The home trash lives in the user's data folder, which a fresh account may not have yet; Qt
-        // will not make it, and the trash specification says the program should.
+        // will not make it, and the freedesktop trash rules ask the program to.
         QDir().mkpath(QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation));
         QFile file(path);
         if (file.moveToTrash()) return std::nullopt;
