@@ -72,6 +72,8 @@ public:
     ClipJournalStore* journal() const { return journalStore; }
     AreaMonitor* areaMonitor() const { return monitor; }
     MicCapture* mic() const { return microphone; }
+    // Opening, showing and trashing files on the desktop; null without one.
+    DesktopIntegration* desktop() const { return platform.desktop.get(); }
     // What the selected source is remembered as, how large it records and what its clips are called.
     SourceMemory* sourceMemory() const { return sources.get(); }
     // Arming the monitor, the area it watches, and a drawn region as the capture source.

@@ -44,6 +44,7 @@ public:
     void prune(const QSet<QUrl>& keeping);
 
     std::optional<ClipPreview> preview(const QUrl& url) const;
+    qsizetype cachedCount() const { return cache.size(); }
     bool isInFlight(const QUrl& url) const { return jobs.isRunning(url.toString()); }
 
     // Blocking. The frame in the middle of the clip, and its length (at least minimumDuration).

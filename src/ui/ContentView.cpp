@@ -8,6 +8,7 @@
 #include "ui/RecorderHero.h"
 #include "ui/ScreenPlaceholder.h"
 #include "ui/ToastView.h"
+#include "ui/clips/ClipsScreen.h"
 
 #include <QHBoxLayout>
 #include <QResizeEvent>
@@ -64,10 +65,7 @@ QWidget* ContentView::makeScreen(D1Screen screen)
     case D1Screen::recorder:
         return new RecorderHero(vm);
     case D1Screen::clips:
-        return new ScreenPlaceholder(QStringLiteral("Clips"), QStringLiteral("film.stack"),
-            QStringLiteral("Every saved clip as a card with its thumbnail: play it, rename it, tag it as a trade, "
-                           "show it in the file manager or move it to the trash."),
-            nullptr);
+        return new ClipsScreen(vm);
     case D1Screen::journal:
         return new JournalScreen(vm->journal());
     case D1Screen::settings:

@@ -5,7 +5,10 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDesktopServices>
+#include <QDir>
+#include <QFile>
 #include <QFileInfo>
+#include <QStandardPaths>
 #include <QUrl>
 
 #include <canberra.h>
@@ -41,6 +44,18 @@ public:
         }
         if (!QDesktopServices::openUrl(QUrl::fromLocalFile(QFileInfo(path).absolutePath())))
             logLine(QStringLiteral("Could not show %1 in a file manager").arg(path));
+    }
+
+    bool open(const QString& path) override { return QDesktopServices::openUrl(QUrl::fromLocalFile(path)); }
+
+    std::optional<QString> moveToTrash(const QString& path) override
+    {
+        // The home trash lives in the user's data folder, which a fresh account may not have yet; Qt
+        // will not make it, and the freedesktop trash rules ask the program to.
+        QDir().mkpath(QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation));
+        QFile file(path);
+        if (file.moveToTrash()) return std::nullopt;
+        return file.errorString();
     }
 
 private:

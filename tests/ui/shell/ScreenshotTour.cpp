@@ -4,6 +4,7 @@
 //
 //     screenshot_tour OUTDIR
 
+#include "SampleClip.h"
 #include "app/AppSettings.h"
 #include "app/AreaCommands.h"
 #include "app/RecorderViewModel.h"
@@ -18,6 +19,7 @@
 #include "ui/SourcePickerButton.h"
 #include "ui/SourcePickerPopover.h"
 #include "ui/ToastView.h"
+#include "ui/clips/ClipsScreen.h"
 #include "ui/kit/Appearance.h"
 
 #include <QApplication>
@@ -156,7 +158,8 @@ QImage pickerShot(AppDelegate& delegate)
 }
 
 // Sample trades for the journal's pictures: a few dozen clips over this month and the last, tagged
-// in dollars with a fixed sequence of wins and losses, so every run shows the same journal.
+// in dollars with a fixed sequence of wins and losses, so every run shows the same journal. The
+// last week's are real clips, which the clips screen shows with their pictures.
 void writeSampleTrades(const QDir& clips)
 {
     const QDate today = QDate::currentDate();
@@ -175,10 +178,13 @@ void writeSampleTrades(const QDir& clips)
                                      .arg(QLatin1String(tickers[next() % 5]), day.toString(Qt::ISODate))
                                      .arg(9 + i * 2, 2, 10, QLatin1Char('0'))
                                      .arg(int(next() % 60), 2, 10, QLatin1Char('0'));
-            QFile clip(clips.filePath(name));
-            if (!clip.open(QIODevice::WriteOnly)) continue;
-            clip.write("sample");
-            clip.close();
+            if (day.daysTo(today) < 7) {
+                if (!writeSampleClip(clips.filePath(name), 2.0 + count + i, int(state % 1000))) continue;
+            } else {
+                QFile clip(clips.filePath(name));
+                if (!clip.open(QIODevice::WriteOnly)) continue;
+                clip.write("sample");
+            }
             ClipMeta meta;
             const bool win = next() < 560;
             meta.outcome = win ? TradeOutcome::win : TradeOutcome::loss;
@@ -186,6 +192,57 @@ void writeSampleTrades(const QDir& clips)
             ClipMetaStore::save(meta, QUrl::fromLocalFile(clips.filePath(name)));
         }
     }
+}
+
+// The clips screen in its states, in both appearances at the window's size, named
+// clips-STATE-APPEARANCE-WxH.png: the pointer over the first card, its name being edited, its
+// journal panel open, and the empty state of a folder without clips.
+int clipsStates(AppDelegate& delegate, const QString& outDir)
+{
+    QMainWindow* window = delegate.window();
+    window->resize(AppDelegate::windowSize);
+    delegate.contentView()->showScreen(D1Screen::clips);
+    auto* screen = qobject_cast<ClipsScreen*>(delegate.contentView()->screenWidget());
+    if (!screen || screen->model()->clips().isEmpty()) return 0;
+    ClipsScreenModel* clips = screen->model();
+    const QUrl first = clips->clips().first().id;
+    // The thumbnails of the cards in view.
+    settle(2500);
+    int written = 0;
+    auto shoot = [&](const char* state) {
+        for (const Appearance appearance : { Appearance::dark, Appearance::light }) {
+            QApplication::setPalette(kitPalette(appearance));
+            settle(300);
+            const QString name
+                = QStringLiteral("clips-%1-%2-%3x%4.png")
+                      .arg(QLatin1String(state),
+                          appearance == Appearance::dark ? QStringLiteral("dark") : QStringLiteral("light"))
+                      .arg(window->width())
+                      .arg(window->height());
+            if (window->grab().save(QDir(outDir).filePath(name))) ++written;
+        }
+    };
+    clips->setHovered(first, true);
+    shoot("hover");
+    clips->setHovered(first, false);
+    clips->startRename(first);
+    shoot("rename");
+    clips->cancelRename();
+    clips->toggleJournal(first);
+    shoot("journal");
+    clips->toggleJournal(first);
+
+    AppSettings* settings = delegate.viewModel()->settings();
+    const QString folder = settings->saveFolderPath();
+    const QString empty = QDir(folder).filePath(QStringLiteral("empty"));
+    QDir().mkpath(empty);
+    settings->setSaveFolderPath(empty);
+    delegate.contentView()->showScreen(D1Screen::recorder);
+    delegate.contentView()->showScreen(D1Screen::clips);
+    shoot("empty");
+    settings->setSaveFolderPath(folder);
+    QDir(empty).removeRecursively();
+    return written;
 }
 
 } // namespace
@@ -290,6 +347,7 @@ int main(int argc, char** argv)
             ++written;
         }
     }
+    written += clipsStates(delegate, outDir);
     written += recorderStates(delegate, desktop, outDir);
     std::printf("%d screenshots in %s\n", written, qPrintable(outDir));
     return 0;

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "ui/clips/ClipsScreenModel.h"
+
+#include <QWidget>
+
+class ClipCard;
+class ClipGrid;
+class QVBoxLayout;
+class RecorderViewModel;
+class V3Chip;
+class V3Text;
+
+// The clips screen: every clip of the save folder as a card in a grid that scrolls, under a header
+// with the count and a button that opens the folder; "No clips yet" instead of the grid while the
+// folder holds none. Coming up, it lists the folder; it lists it again after a save, a rename or a
+// trash. Thumbnails are decoded only for the cards in view, once scrolling rests.
+class ClipsScreen : public QWidget {
+    Q_OBJECT
+public:
+    using ClipEntry = ClipsScreenModel::ClipEntry;
+
+    explicit ClipsScreen(RecorderViewModel* vm, QWidget* parent = nullptr);
+
+    ClipsScreenModel* model() const { return clipsModel; }
+    ClipGrid* grid() const { return cards; }
+    bool showsEmptyState() const;
+    QString countText() const;
+    // The card of a listed clip, scrolled into view; null for a clip not listed.
+    ClipCard* cardFor(const QUrl& clip);
+
+protected:
+    void resizeEvent(QResizeEvent* event) override;
+
+private:
+    void showListing();
+    void requestThumbnails();
+    int indexOf(const std::optional<QUrl>& clip) const;
+    template <class Fn> void forEachCard(Fn fn);
+
+    RecorderViewModel* vm;
+    ClipsScreenModel* clipsModel;
+    QVBoxLayout* header;
+    V3Chip* count;
+    QWidget* emptyState;
+    V3Text* emptyText;
+    ClipGrid* cards;
+};
