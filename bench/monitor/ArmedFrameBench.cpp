@@ -34,22 +34,19 @@ double processCpu(qint64 pid)
     return total;
 }
 
-qint64 xServerPid(const QString& display)
+// The Xvfb that TestDesktop started: a child of this process.
+qint64 xServerPid()
 {
     for (const QString& entry : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs)) {
-        QFile cmdline(QStringLiteral("/proc/%1/cmdline").arg(entry));
-        if (!cmdline.open(QIODevice::ReadOnly)) continue;
-        const QList<QByteArray> args = cmdline.readAll().split('\0');
-        if (args.value(0).endsWith("Xvfb") && args.contains(display.toUtf8())) return entry.toLongLong();
+        QFile stat(QStringLiteral("/proc/%1/stat").arg(entry));
+        if (!stat.open(QIODevice::ReadOnly)) continue;
+        const QByteArray line = stat.readAll();
+        // pid (comm) state ppid ...
+        const QList<QByteArray> fields = line.mid(line.lastIndexOf(')') + 2).split(' ');
+        if (line.contains("(Xvfb)") && fields.value(1).toLongLong() == QCoreApplication::applicationPid())
+            return entry.toLongLong();
     }
-    // With -displayfd the display is not on the command line: the newest Xvfb is ours.
-    qint64 newest = 0;
-    for (const QString& entry : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs)) {
-        QFile cmdline(QStringLiteral("/proc/%1/cmdline").arg(entry));
-        if (cmdline.open(QIODevice::ReadOnly) && cmdline.readAll().split('\0').value(0).endsWith("Xvfb"))
-            newest = std::max(newest, entry.toLongLong());
-    }
-    return newest;
+    return 0;
 }
 
 void runFor(int ms)
@@ -88,7 +85,7 @@ int main(int argc, char** argv)
     }
     qputenv("QT_QPA_PLATFORM", "xcb");
     QGuiApplication app(argc, argv);
-    const qint64 server = xServerPid(desktop.display());
+    const qint64 server = xServerPid();
     auto backend = std::make_shared<X11CaptureBackend>();
     ArmedAreaOverlay frame(backend);
     const QRectF area(460, 240, 1000, 600);
