@@ -4,6 +4,7 @@
 #include "app/ControlCommands.h"
 #include "app/ControlServer.h"
 #include "app/ControlSocketPath.h"
+#include "app/OwnWindowTracker.h"
 #include "app/PlatformFactory.h"
 #include "app/RecorderViewModel.h"
 #include "app/SourceGeometry.h"
@@ -82,6 +83,11 @@ bool AppSession::start(QString* error)
         controller->engine()->setPreviewEnabled(false);
         static QTextStream out(stdout);
         echoEventsTo(out);
+        // The picker and the armed frame are windows even here, and a display capture sees them:
+        // their repaints must not pass for changes of the screen.
+        if (PlatformFactory::showsX11Windows())
+            ownWindows = std::make_unique<OwnWindowTracker>(
+                [engine = controller->engine()](std::vector<uint32_t> ids) { engine->setOwnWindows(std::move(ids)); });
     }
     // The preview task of start-up runs before the sources are listed and finds no source. Once
     // they are: headless streams the restored (or first) source, as nothing else would start it; the

@@ -9,6 +9,7 @@ class AppSettings;
 class ControlCommands;
 class ControlServer;
 class GlobalHotkeys;
+class OwnWindowTracker;
 class QTextStream;
 class RecorderViewModel;
 
@@ -50,4 +51,5 @@ private:
     std::unique_ptr<ControlCommands> commands;
     std::unique_ptr<ControlServer> server;
     std::unique_ptr<GlobalHotkeys> hotkeys;
+    std::unique_ptr<OwnWindowTracker> ownWindows; // headless on an X display
 };

@@ -60,9 +60,9 @@ void AreaCommands::pickRecordingRegion()
     });
 }
 
-void AreaCommands::pickWatchArea()
+bool AreaCommands::pickWatchArea()
 {
-    if (!picker) return;
+    if (!picker) return false;
     QPointer<AreaCommands> self(this);
     picker->pick([self](std::optional<QRectF> rect) {
         if (!self || !rect) return;
@@ -71,6 +71,7 @@ void AreaCommands::pickWatchArea()
             if (self) self->watchArea(area);
         });
     });
+    return true;
 }
 
 void AreaCommands::useRecordingRegion(const QRectF& globalRect)

@@ -43,7 +43,8 @@ public:
     void pickRecordingRegion();
     // Lets the user draw the area to watch with the area picker and, once the picker has left the
     // screen, watches it (watchArea). A cancelled pick changes nothing, not even the reference.
-    void pickWatchArea();
+    // False when there is no picker.
+    bool pickWatchArea();
     // Makes a drawn rectangle (global display space) the watched area, tied to the captured window
     // when a window is captured.
     void setPickedAreaRect(const QRectF& rect);

@@ -44,7 +44,12 @@ Invocation parse(const QStringList& arguments)
         return out;
     }
     if (first == QStringLiteral("area")) {
-        if (rest.size() != 4) return invalid(QStringLiteral("'area' takes four numbers: X Y W H"));
+        if (rest == QStringList { QStringLiteral("--pick") }) {
+            out.kind = Invocation::Kind::control;
+            out.command = arguments;
+            return out;
+        }
+        if (rest.size() != 4) return invalid(QStringLiteral("'area' takes four numbers: X Y W H, or --pick"));
         for (const QString& n : rest) {
             bool ok = false;
             n.toDouble(&ok);
@@ -86,6 +91,7 @@ QString usage()
         "  velotape status                   what the running instance is doing\n"
         "  velotape arm | disarm             arm or disarm the area monitor (the arm hotkey)\n"
         "  velotape area X Y W H             watch this area (global points) and take its reference\n"
+        "  velotape area --pick              draw the area to watch on the screen (Esc cancels)\n"
         "  velotape journal [--folder DIR] [--unit U] [--json]\n"
         "                                    the journal's statistics (U: dollars, R, points, ticks)\n"
         "  velotape journal --simulate [--horizon N] [--paths N] [--start X] [--ruin OFFSET]\n"

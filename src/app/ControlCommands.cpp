@@ -44,6 +44,13 @@ ControlProtocol::Reply ControlCommands::handle(const QStringList& command)
         if (!monitor->isArmed()) return Reply::success(QStringLiteral("not armed"));
         return Reply::success(viewModel.toggleAreaMonitor());
     }
+    if (name == QStringLiteral("area") && command.value(1) == QStringLiteral("--pick")) {
+        // The answer comes later, as a toast, once the user has drawn the area.
+        if (!viewModel.areaCommands()->pickWatchArea())
+            return Reply::failure(
+                QStringLiteral("no area can be drawn here: the instance shows no windows on an X display"));
+        return Reply::success(QStringLiteral("draw the area to watch on the screen; Esc cancels"));
+    }
     if (name == QStringLiteral("area")) {
         QList<double> n;
         bool valid = command.size() == 5;

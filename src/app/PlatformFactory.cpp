@@ -3,12 +3,20 @@
 #include "platform/desktop/DesktopIntegration.h"
 #include "platform/pulse/PulseMicrophones.h"
 #include "platform/pulse/PulseSystemAudio.h"
+#include "platform/x11/AreaPickerOverlay.h"
+#include "platform/x11/ArmedAreaOverlay.h"
 #include "platform/x11/CaptureBackendFactory.h"
 #include "platform/x11/X11WindowVisibility.h"
 
 #include <QGuiApplication>
 
 namespace PlatformFactory {
+
+bool showsX11Windows()
+{
+    return qobject_cast<QGuiApplication*>(QCoreApplication::instance())
+        && QGuiApplication::platformName() == QLatin1String("xcb");
+}
 
 RecorderViewModel::Platform create()
 {
@@ -17,7 +25,17 @@ RecorderViewModel::Platform create()
     platform.systemAudio = std::make_shared<PulseSystemAudio>();
     platform.microphones = std::make_shared<PulseMicrophones>();
     platform.desktop = DesktopIntegration::create();
+    // The picker and the frame are windows: they need the X display as the application's own.
+    if (showsX11Windows()) {
+        platform.areaPicker = std::make_unique<AreaPickerOverlay>(platform.screen);
+        platform.armedFrame = std::make_unique<ArmedAreaOverlay>(platform.screen);
+    }
     return platform;
+}
+
+bool isX11Session()
+{
+    return CaptureBackendFactory::isX11Session();
 }
 
 std::unique_ptr<WindowVisibilityWatcher> watchWindowVisibility(uintptr_t window, WindowVisibilityWatcher::Report report)

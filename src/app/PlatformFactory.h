@@ -13,6 +13,13 @@ namespace PlatformFactory {
 
 RecorderViewModel::Platform create();
 
+// Whether this application shows windows on an X display (a GUI application on the xcb platform),
+// and so can put up the area picker and the armed frame.
+bool showsX11Windows();
+// Whether the session's display is an X server that answers, so that even a run without the
+// window can show the picker and the frame on it.
+bool isX11Session();
+
 // Reports when `window` (a native window id of ours) is minimised or wholly covered and when it
 // shows again. Null where the session can't tell (not X11).
 std::unique_ptr<WindowVisibilityWatcher> watchWindowVisibility(

@@ -71,6 +71,7 @@ RecorderViewModel::RecorderViewModel(AppSettings* settings, Platform p, QObject*
     wireSaveSequence();
     wireStreamRestart();
     wireLostWindow();
+    wireArmedFrame();
 }
 
 RecorderViewModel::~RecorderViewModel()
@@ -178,6 +179,23 @@ void RecorderViewModel::wireAreaMonitor()
     observe(monitor, &AreaMonitor::rect, &AreaMonitor::rectChanged)
         .dropFirst()
         .sink(this, [this](const std::optional<QRectF>& value) { appSettings->setAreaMonitorRect(value); });
+}
+
+void RecorderViewModel::wireArmedFrame()
+{
+    if (!platform.armedFrame) return;
+    // Any change rebuilds the frame, its animation starting again. A sliver gets no frame.
+    combineLatest(observe(monitor, &AreaMonitor::isArmed, &AreaMonitor::isArmedChanged),
+        observe(monitor, &AreaMonitor::rect, &AreaMonitor::rectChanged),
+        observe(appSettings, &AppSettings::areaOverlayStyle, &AppSettings::areaOverlayStyleChanged),
+        observe(appSettings, &AppSettings::areaOverlayEnabled, &AppSettings::areaOverlayEnabledChanged))
+        .sink(this, [frame = platform.armedFrame.get()](const auto& values) {
+            const auto& [armed, rect, style, enabled] = values;
+            if (armed && enabled && rect && rect->width() > 4 && rect->height() > 4)
+                frame->show(*rect, style);
+            else
+                frame->dismiss();
+        });
 }
 
 void RecorderViewModel::wirePersistence()

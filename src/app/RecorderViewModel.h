@@ -4,6 +4,7 @@
 #include "core/TaskScheduler.h"
 #include "monitor/AreaGrabber.h"
 #include "monitor/AreaPicker.h"
+#include "monitor/ArmedFrame.h"
 #include "platform/desktop/DesktopIntegration.h"
 
 #include <QObject>
@@ -51,6 +52,7 @@ public:
         std::unique_ptr<DesktopIntegration> desktop; // null: no sound, no reveal
         std::unique_ptr<AreaGrabber> areaGrabber; // null: grabs through `screen`
         std::unique_ptr<AreaPicker> areaPicker; // null: no region can be drawn
+        std::unique_ptr<ArmedFrame> armedFrame; // null: nothing on the screen says the monitor is armed
     };
 
     static constexpr auto toastDuration = std::chrono::milliseconds(2800);
@@ -125,6 +127,9 @@ private:
     void wireStreamRestart();
     // The source in step with a stream that ends by itself, through the lost-window watch.
     void wireLostWindow();
+    // The armed frame on the screen in step with the monitor's arming and area and the overlay's
+    // settings.
+    void wireArmedFrame();
 
     void scheduleAutoStopIfNeeded();
     void runSaveSequence(const QString& path);

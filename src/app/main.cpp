@@ -3,10 +3,12 @@
 #include "app/ControlClient.h"
 #include "app/ControlSocketPath.h"
 #include "app/JournalCommand.h"
+#include "app/PlatformFactory.h"
 #include "ui/AppDelegate.h"
 
 #include <QApplication>
 #include <QCoreApplication>
+#include <QGuiApplication>
 #include <QSocketNotifier>
 #include <QTextStream>
 
@@ -68,8 +70,18 @@ int runSession(QCoreApplication& app, AppSession::Options options)
 
 int runHeadless(int argc, char** argv, const QString& source)
 {
+    const AppSession::Options options { .headless = true, .source = source, .socketPath = {} };
+    // No window, but on an X display the area picker and the armed frame still show, and they are
+    // windows: the application then speaks to the display too.
+    const QByteArray platform = qgetenv("QT_QPA_PLATFORM");
+    if ((platform.isEmpty() || platform == "xcb") && PlatformFactory::isX11Session()) {
+        qputenv("QT_QPA_PLATFORM", "xcb");
+        QGuiApplication app(argc, argv);
+        app.setQuitOnLastWindowClosed(false);
+        return runSession(app, options);
+    }
     QCoreApplication app(argc, argv);
-    return runSession(app, AppSession::Options { .headless = true, .source = source, .socketPath = {} });
+    return runSession(app, options);
 }
 
 int runWindow(int argc, char** argv, const QString& source)

@@ -1,6 +1,7 @@
 #include "ui/AppDelegate.h"
 
 #include "app/AppSettings.h"
+#include "app/OwnWindowTracker.h"
 #include "app/PlatformFactory.h"
 #include "app/RecorderViewModel.h"
 #include "app/UpdateChecker.h"
@@ -10,7 +11,6 @@
 #include "monitor/AreaMonitor.h"
 #include "recorder/SegmentedRecorder.h"
 #include "ui/ContentView.h"
-#include "ui/OwnWindowTracker.h"
 
 #include <QApplication>
 #include <QEvent>

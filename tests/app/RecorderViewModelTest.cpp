@@ -53,6 +53,18 @@ protected:
         void pick(Completion completion) override { completion(answer->value_or(std::nullopt)); }
     };
 
+    // The frame on the screen, as the controller last left it: its rectangle and style, or none.
+    struct ShownFrame : ArmedFrame {
+        std::optional<std::pair<QRectF, AreaOverlayStyle>>* shown;
+        explicit ShownFrame(std::optional<std::pair<QRectF, AreaOverlayStyle>>* s)
+            : shown(s)
+        {
+        }
+        void show(const QRectF& rect, AreaOverlayStyle style) override { *shown = std::pair(rect, style); }
+        void dismiss() override { shown->reset(); }
+    };
+    std::optional<std::pair<QRectF, AreaOverlayStyle>> frame;
+
     void make()
     {
         auto scheduler = std::make_unique<ManualTaskScheduler>();
@@ -62,6 +74,7 @@ protected:
         platform.microphones = microphones;
         platform.scheduler = std::move(scheduler);
         if (pickerAnswer) platform.areaPicker = std::make_unique<ScriptedPicker>(&pickerAnswer);
+        platform.armedFrame = std::make_unique<ShownFrame>(&frame);
         vm = std::make_unique<RecorderViewModel>(settings.get(), std::move(platform));
     }
 
@@ -328,6 +341,37 @@ TEST_F(RecorderViewModelTest, APickedWatchAreaIsTakenOnceThePickerHasGoneAndACan
     spinFor(int(AreaCommands::pickerLeavesScreen.count()) + 150);
     EXPECT_EQ(vm->areaMonitor()->rect(), QRectF(100, 100, 64, 32));
     EXPECT_EQ(vm->areaMonitor()->referenceSignature(), reference);
+}
+
+TEST_F(RecorderViewModelTest, TheArmedFrameStandsOnlyWhileAnArmedMonitorWatchesAnAreaAndTheFrameIsOn)
+{
+    make();
+    startUp();
+    QImage picture(64, 32, QImage::Format_RGB32);
+    picture.fill(Qt::white);
+    screen->screenPicture = picture;
+    vm->areaCommands()->watchArea(QRectF(100, 100, 64, 32));
+    EXPECT_FALSE(frame) << "not armed yet";
+    vm->toggleAreaMonitor();
+    ASSERT_TRUE(frame);
+    EXPECT_EQ(frame->first, QRectF(100, 100, 64, 32));
+    EXPECT_EQ(frame->second, AreaOverlayStyle::glass);
+
+    settings->setAreaOverlayStyle(AreaOverlayStyle::march);
+    ASSERT_TRUE(frame);
+    EXPECT_EQ(frame->second, AreaOverlayStyle::march);
+    settings->setAreaOverlayEnabled(false);
+    EXPECT_FALSE(frame);
+    settings->setAreaOverlayEnabled(true);
+    EXPECT_TRUE(frame);
+    // A sliver of an area stays watched but gets no frame; a thin but framable one does.
+    vm->areaMonitor()->setRect(QRectF(100, 100, 4, 32));
+    EXPECT_FALSE(frame);
+    vm->areaMonitor()->setRect(QRectF(100, 100, 5, 32));
+    ASSERT_TRUE(frame);
+    EXPECT_EQ(frame->first, QRectF(100, 100, 5, 32));
+    vm->toggleAreaMonitor();
+    EXPECT_FALSE(frame);
 }
 
 TEST_F(RecorderViewModelTest, APickedRegionBecomesTheSourceOfTheDisplayUnderItsMiddle)

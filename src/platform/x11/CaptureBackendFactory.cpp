@@ -18,4 +18,9 @@ std::shared_ptr<CaptureBackend> make()
     return std::make_shared<X11CaptureBackend>();
 }
 
+bool isX11Session()
+{
+    return qgetenv("XDG_SESSION_TYPE") != "wayland" && X11CaptureBackend::probe().isEmpty();
+}
+
 } // namespace CaptureBackendFactory

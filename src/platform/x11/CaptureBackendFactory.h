@@ -10,5 +10,7 @@
 namespace CaptureBackendFactory {
 
 std::shared_ptr<CaptureBackend> make();
+// Whether make() would choose X11: an X session whose server answers.
+bool isX11Session();
 
 } // namespace CaptureBackendFactory

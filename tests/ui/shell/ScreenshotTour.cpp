@@ -27,6 +27,7 @@
 #include <QElapsedTimer>
 #include <QMainWindow>
 #include <QPainter>
+#include <QScreen>
 #include <QTemporaryDir>
 
 #include <cstdio>
@@ -117,6 +118,49 @@ int recorderStates(AppDelegate& delegate, const TestDesktop& desktop, const QStr
         shoot("armed", appearance);
     vm->areaMonitor()->disarm();
     vm->areaMonitor()->setRect(std::nullopt);
+    return written;
+}
+
+// What the overlays put on the whole screen, over the window: the area picker in the middle of a
+// drag (driven through XTest), and the armed frame in each of its eight styles, named
+// area-picker-dragging.png and armed-frame-STYLE.png.
+int overlayShots(AppDelegate& delegate, const TestDesktop& desktop, const QString& outDir)
+{
+    RecorderViewModel* vm = delegate.viewModel();
+    QMainWindow* window = delegate.window();
+    window->resize(AppDelegate::windowSize);
+    QApplication::setPalette(kitPalette(Appearance::dark));
+    delegate.contentView()->showScreen(D1Screen::recorder);
+    settle(300);
+    QScreen* screen = QGuiApplication::primaryScreen();
+    int written = 0;
+
+    vm->areaCommands()->pickWatchArea();
+    settle(600);
+    const auto xdotool = [&](const QStringList& args) { desktop.run(QStringLiteral("xdotool"), args); };
+    xdotool({ QStringLiteral("mousemove"), QStringLiteral("380"), QStringLiteral("260"), QStringLiteral("mousedown"),
+        QStringLiteral("1"), QStringLiteral("mousemove"), QStringLiteral("600"), QStringLiteral("400"),
+        QStringLiteral("mousemove"), QStringLiteral("820"), QStringLiteral("560") });
+    settle(500);
+    if (screen->grabWindow(0).save(QDir(outDir).filePath(QStringLiteral("area-picker-dragging.png")))) ++written;
+    xdotool({ QStringLiteral("key"), QStringLiteral("Escape"), QStringLiteral("mouseup"), QStringLiteral("1") });
+    settle(500);
+
+    // Over the recorder's card, which has something to look at.
+    const QRectF area(330, 180, 560, 300);
+    vm->areaCommands()->setPickedAreaRect(area);
+    vm->areaMonitor()->arm();
+    for (const auto& style : EnumTable<AreaOverlayStyle>::cases) {
+        vm->settings()->setAreaOverlayStyle(style.value);
+        settle(900);
+        const QRect shot = area.toAlignedRect().adjusted(-60, -70, 60, 60);
+        const QString name = QStringLiteral("armed-frame-%1.png").arg(QLatin1String(style.raw));
+        if (screen->grabWindow(0, shot.x(), shot.y(), shot.width(), shot.height()).save(QDir(outDir).filePath(name)))
+            ++written;
+    }
+    vm->areaMonitor()->disarm();
+    vm->areaMonitor()->setRect(std::nullopt);
+    settle(300);
     return written;
 }
 
@@ -349,6 +393,7 @@ int main(int argc, char** argv)
     }
     written += clipsStates(delegate, outDir);
     written += recorderStates(delegate, desktop, outDir);
+    written += overlayShots(delegate, desktop, outDir);
     std::printf("%d screenshots in %s\n", written, qPrintable(outDir));
     return 0;
 }

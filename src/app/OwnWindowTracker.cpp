@@ -1,4 +1,4 @@
-#include "ui/OwnWindowTracker.h"
+#include "app/OwnWindowTracker.h"
 
 #include <QEvent>
 #include <QGuiApplication>

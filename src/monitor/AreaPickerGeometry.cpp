@@ -1,0 +1,117 @@
+#include "monitor/AreaPickerGeometry.h"
+
+#include <QFont>
+#include <QFontMetricsF>
+#include <QPainter>
+#include <QPainterPath>
+
+#include <cmath>
+
+namespace AreaPickerGeometry {
+
+QRectF selection(QPointF anchor, QPointF current)
+{
+    return QRectF(std::min(anchor.x(), current.x()), std::min(anchor.y(), current.y()),
+        std::abs(anchor.x() - current.x()), std::abs(anchor.y() - current.y()));
+}
+
+QRectF integral(const QRectF& rect)
+{
+    const double left = std::floor(rect.left());
+    const double top = std::floor(rect.top());
+    return QRectF(left, top, std::ceil(rect.right()) - left, std::ceil(rect.bottom()) - top);
+}
+
+std::optional<QRectF> pickedRect(QPointF anchor, QPointF current, QPointF displayOrigin)
+{
+    const QRectF rect = integral(selection(anchor, current));
+    if (rect.width() < minimumSide || rect.height() < minimumSide) return std::nullopt;
+    return rect.translated(displayOrigin);
+}
+
+std::vector<QRect> pickerDisplays(const std::vector<QRect>& displays)
+{
+    std::vector<QRect> out;
+    for (size_t i = 0; i < displays.size(); ++i) {
+        bool keep = true;
+        for (size_t j = 0; j < displays.size() && keep; ++j) {
+            if (i == j) continue;
+            if (displays[i] == displays[j])
+                keep = j > i;
+            else if (displays[i].contains(displays[j]))
+                keep = false;
+        }
+        if (keep) out.push_back(displays[i]);
+    }
+    return out;
+}
+
+namespace {
+
+// A dark plate behind white text, readable over any picture.
+void plate(QPainter& painter, const QRectF& rect, double radius)
+{
+    QPainterPath path;
+    path.addRoundedRect(rect, radius, radius);
+    painter.fillPath(path, QColor::fromRgbF(0.1f, 0.1f, 0.1f, 0.85f));
+}
+
+} // namespace
+
+void draw(QPainter& painter, const QRect& bounds, const QImage& frozen, std::optional<QPointF> anchor,
+    std::optional<QPointF> current)
+{
+    painter.save();
+    const QColor dim = QColor::fromRgbF(0, 0, 0, 0.35f);
+    if (frozen.isNull())
+        painter.fillRect(bounds, Qt::black);
+    else
+        painter.drawImage(bounds.topLeft(), frozen);
+    if (!anchor || !current) {
+        painter.fillRect(bounds, dim);
+        QFont font;
+        font.setPixelSize(13);
+        font.setWeight(QFont::Medium);
+        painter.setFont(font);
+        const QString hint = QStringLiteral("Drag to select monitor area   ·   Esc to cancel");
+        const QFontMetricsF metrics(font);
+        const QSizeF text(metrics.horizontalAdvance(hint), metrics.height());
+        const double x = bounds.left() + (bounds.width() - text.width()) * 0.5;
+        const double y = bounds.top() + 40;
+        plate(painter, QRectF(x - 10, y - 5, text.width() + 20, text.height() + 10), 8);
+        painter.setPen(Qt::white);
+        painter.drawText(QRectF(QPointF(x, y), text), Qt::AlignLeft | Qt::AlignTop, hint);
+        painter.restore();
+        return;
+    }
+
+    // The dim everywhere but the selection, which shows the display as it is.
+    const QRectF sel = selection(*anchor, *current);
+    QPainterPath outside;
+    outside.addRect(bounds);
+    outside.addRect(sel);
+    outside.setFillRule(Qt::OddEvenFill);
+    painter.fillPath(outside, dim);
+
+    painter.setRenderHint(QPainter::Antialiasing, true);
+    painter.setPen(QPen(QColor::fromRgbF(0.85f, 0.46f, 0.34f, 1.0f), 2));
+    painter.setBrush(Qt::NoBrush);
+    painter.drawRect(sel);
+
+    QFont font;
+    font.setPixelSize(12);
+    font.setWeight(QFont::DemiBold);
+    font.setStyleHint(QFont::Monospace);
+    painter.setFont(font);
+    const QString size = QStringLiteral("%1 × %2").arg(int(sel.width())).arg(int(sel.height()));
+    const QFontMetricsF metrics(font);
+    const QSizeF text(metrics.horizontalAdvance(size), metrics.height());
+    // Above the selection, its left edge on the selection's.
+    const QRectF label(sel.left(), sel.top() - 6 - (text.height() + 6), text.width() + 12, text.height() + 6);
+    plate(painter, label, 4);
+    painter.setPen(Qt::white);
+    painter.drawText(QRectF(label.topLeft() + QPointF(6, 3), text), Qt::AlignLeft | Qt::AlignTop, size);
+    painter.restore();
+}
+
+} // namespace AreaPickerGeometry

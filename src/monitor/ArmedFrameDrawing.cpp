@@ -1,0 +1,543 @@
+#include "monitor/ArmedFrameDrawing.h"
+
+#include <QFont>
+#include <QFontMetricsF>
+#include <QLinearGradient>
+#include <QPainter>
+#include <QPainterPath>
+#include <QRadialGradient>
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+namespace ArmedFrameDrawing {
+
+namespace {
+
+QColor cyan(double alpha)
+{
+    return QColor::fromRgbF(0.32f, 0.69f, 1.0f, float(std::clamp(alpha, 0.0, 1.0)));
+}
+
+QColor ink(double alpha)
+{
+    return QColor::fromRgbF(0.06f, 0.09f, 0.18f, float(std::clamp(alpha, 0.0, 1.0)));
+}
+
+QColor white(double alpha)
+{
+    return QColor::fromRgbF(1, 1, 1, float(std::clamp(alpha, 0.0, 1.0)));
+}
+
+const QColor deepBlue = QColor::fromRgbF(0.18f, 0.45f, 0.85f, 0.95f);
+
+// Grows outward to whole pixels.
+QRectF integral(const QRectF& r)
+{
+    const double left = std::floor(r.left());
+    const double top = std::floor(r.top());
+    return QRectF(left, top, std::ceil(r.right()) - left, std::ceil(r.bottom()) - top);
+}
+
+double perimeter(const QRectF& r)
+{
+    return 2 * (r.width() + r.height());
+}
+
+void strokePath(
+    QPainter& p, const QPainterPath& path, const QColor& color, double width, Qt::PenCapStyle cap = Qt::FlatCap)
+{
+    QPen pen(color, width, Qt::SolidLine, cap, Qt::MiterJoin);
+    p.strokePath(path, pen);
+}
+
+// A soft halo around a stroke, as a blurred shadow of it would look: a few wider, fainter strokes
+// on top of each other, brightest along the line and fading out over about `blur` pixels. The
+// stroke itself is drawn too unless `strokeColor` is clear.
+void glowPass(QPainter& p, const QPainterPath& path, double blur, const QColor& shadow, const QColor& strokeColor,
+    double width, Qt::PenCapStyle cap)
+{
+    constexpr int layers = 3;
+    QColor layer = shadow;
+    layer.setAlphaF(shadow.alphaF() * 0.38f);
+    for (int i = layers; i >= 1; --i)
+        p.strokePath(path, QPen(layer, width + blur * i / layers, Qt::SolidLine, cap, Qt::RoundJoin));
+    if (strokeColor.alpha() > 0) strokePath(p, path, strokeColor, width, cap);
+}
+
+// The same halo around the outline of a rectangle with rounded corners, drawn as what it is: a
+// brightness that depends only on the distance to the outline. Straight edges are strips with a
+// linear gradient across them, corners quarter discs with a radial one about the corner's centre.
+// Gradient fills cost a small fraction of stroking wide antialiased paths, and the frame is
+// painted sixty times a second.
+void glowAroundRect(QPainter& p, const QRectF& r, double radius, double width, double blur, const QColor& shadow)
+{
+    const double reach = width / 2 + blur;
+    // Brightness at a distance from the outline, as a fraction of `reach`.
+    const std::pair<double, double> falloff[]
+        = { { 0, 0.9 }, { width / 2 / reach, 0.8 }, { 0.45, 0.35 }, { 0.75, 0.08 }, { 1, 0 } };
+    const auto tint = [&](double level) {
+        QColor c = shadow;
+        c.setAlphaF(float(shadow.alphaF() * level));
+        return c;
+    };
+    QGradientStops across;
+    for (auto it = std::rbegin(falloff); it != std::rend(falloff); ++it)
+        across.append({ 0.5 - 0.5 * it->first, tint(it->second) });
+    for (const auto& [d, level] : falloff)
+        if (d > 0) across.append({ 0.5 + 0.5 * d, tint(level) });
+
+    const auto strip = [&](QPointF from, QPointF to, const QRectF& area) {
+        QLinearGradient gradient(from, to);
+        gradient.setStops(across);
+        p.fillRect(area, gradient);
+    };
+    const double x0 = r.left() + radius, x1 = r.right() - radius;
+    const double y0 = r.top() + radius, y1 = r.bottom() - radius;
+    if (x1 > x0) {
+        strip({ x0, r.top() - reach }, { x0, r.top() + reach }, QRectF(x0, r.top() - reach, x1 - x0, 2 * reach));
+        strip(
+            { x0, r.bottom() - reach }, { x0, r.bottom() + reach }, QRectF(x0, r.bottom() - reach, x1 - x0, 2 * reach));
+    }
+    if (y1 > y0) {
+        strip({ r.left() - reach, y0 }, { r.left() + reach, y0 }, QRectF(r.left() - reach, y0, 2 * reach, y1 - y0));
+        strip({ r.right() - reach, y0 }, { r.right() + reach, y0 }, QRectF(r.right() - reach, y0, 2 * reach, y1 - y0));
+    }
+
+    const double outer = radius + reach;
+    QGradientStops round;
+    round.append({ 0, tint(radius < reach ? 0.35 * (1 - radius / reach) : 0) });
+    for (auto it = std::rbegin(falloff); it != std::rend(falloff); ++it)
+        if (const double at = radius - it->first * reach; at > 0) round.append({ at / outer, tint(it->second) });
+    for (const auto& [d, level] : falloff)
+        if (d > 0 || radius > 0) round.append({ (radius + d * reach) / outer, tint(level) });
+    const auto corner = [&](QPointF centre, double sx, double sy) {
+        QRadialGradient gradient(centre, outer);
+        gradient.setStops(round);
+        p.fillRect(QRectF(centre.x(), centre.y(), sx * outer, sy * outer).normalized(), gradient);
+    };
+    corner({ x0, y0 }, -1, -1);
+    corner({ x1, y0 }, 1, -1);
+    corner({ x0, y1 }, -1, 1);
+    corner({ x1, y1 }, 1, 1);
+}
+
+// The four corner Ls of arm length `n`, arms running along the edges from each corner.
+QPainterPath cornerLs(const QRectF& r, double n)
+{
+    QPainterPath path;
+    const auto corner = [&](QPointF c, double sx, double sy) {
+        path.moveTo(c.x(), c.y() + sy * n);
+        path.lineTo(c);
+        path.lineTo(c.x() + sx * n, c.y());
+    };
+    corner(r.bottomLeft(), 1, -1);
+    corner(r.bottomRight(), -1, -1);
+    corner(r.topLeft(), 1, 1);
+    corner(r.topRight(), -1, 1);
+    return path;
+}
+
+// The line around `r` (corners rounded by `radius`): its straight parts as rectangles and only its
+// corners as curves, which antialiases at a fraction of the cost of stroking the whole outline.
+// Sixty times a second around a large area, that difference is most of the frame's CPU.
+void strokeBorder(QPainter& p, const QRectF& r, double radius, double width, const QColor& color)
+{
+    const double half = width / 2;
+    const double x0 = r.left() + radius, x1 = r.right() - radius;
+    const double y0 = r.top() + radius, y1 = r.bottom() - radius;
+    if (radius <= 0) {
+        p.fillRect(QRectF(r.left() - half, r.top() - half, r.width() + width, width), color);
+        p.fillRect(QRectF(r.left() - half, r.bottom() - half, r.width() + width, width), color);
+        p.fillRect(QRectF(r.left() - half, r.top() + half, width, r.height() - width), color);
+        p.fillRect(QRectF(r.right() - half, r.top() + half, width, r.height() - width), color);
+        return;
+    }
+    if (x1 > x0) {
+        p.fillRect(QRectF(x0, r.top() - half, x1 - x0, width), color);
+        p.fillRect(QRectF(x0, r.bottom() - half, x1 - x0, width), color);
+    }
+    if (y1 > y0) {
+        p.fillRect(QRectF(r.left() - half, y0, width, y1 - y0), color);
+        p.fillRect(QRectF(r.right() - half, y0, width, y1 - y0), color);
+    }
+    QPainterPath corners;
+    const QRectF arc(0, 0, 2 * radius, 2 * radius);
+    corners.arcMoveTo(arc.translated(r.left(), r.top()), 180);
+    corners.arcTo(arc.translated(r.left(), r.top()), 180, -90);
+    corners.arcMoveTo(arc.translated(x1 - radius, r.top()), 90);
+    corners.arcTo(arc.translated(x1 - radius, r.top()), 90, -90);
+    corners.arcMoveTo(arc.translated(x1 - radius, y1 - radius), 0);
+    corners.arcTo(arc.translated(x1 - radius, y1 - radius), 0, -90);
+    corners.arcMoveTo(arc.translated(r.left(), y1 - radius), 270);
+    corners.arcTo(arc.translated(r.left(), y1 - radius), 270, -90);
+    p.strokePath(corners, QPen(color, width, Qt::SolidLine, Qt::FlatCap, Qt::MiterJoin));
+}
+
+QPainterPath rectPath(const QRectF& r, double radius = 0)
+{
+    QPainterPath path;
+    if (radius > 0)
+        path.addRoundedRect(r, radius, radius);
+    else
+        path.addRect(r);
+    return path;
+}
+
+// Strokes `path` with a radial gradient around `centre` for paint: a light that runs along the
+// line. Only the square the light reaches is rasterised.
+void lightAlong(
+    QPainter& p, const QPainterPath& path, double width, QPointF centre, double radius, const QGradientStops& stops)
+{
+    p.save();
+    p.setClipRect(QRectF(centre.x() - radius, centre.y() - radius, 2 * radius, 2 * radius), Qt::IntersectClip);
+    QRadialGradient gradient(centre, radius);
+    gradient.setStops(stops);
+    p.strokePath(path, QPen(QBrush(gradient), width, Qt::SolidLine, Qt::FlatCap, Qt::MiterJoin));
+    p.restore();
+}
+
+// Dashes along the border of `r`, clockwise from the top-left corner: on for `on` pixels, off for
+// `off`, the pattern moved forward by `shift`. Each dash is a rectangle on its edge, split at a
+// corner: far cheaper than a dashed stroke of a long path.
+void dashesAlong(QPainter& p, const QRectF& r, double on, double off, double shift, double width, const QColor& color)
+{
+    const double w = r.width(), h = r.height(), length = 2 * (w + h), period = on + off;
+    if (length <= 0) return;
+    const double half = width / 2;
+    // Edge by edge: where it starts along the border, its length, and the rectangle of a piece.
+    const auto piece = [&](double a, double b) {
+        const struct {
+            double start, size;
+        } edges[] = { { 0, w }, { w, h }, { w + h, w }, { 2 * w + h, h } };
+        for (int e = 0; e < 4; ++e) {
+            const double from = std::max(a, edges[e].start) - edges[e].start;
+            const double to = std::min(b, edges[e].start + edges[e].size) - edges[e].start;
+            if (to <= from) continue;
+            QRectF rect;
+            switch (e) {
+            case 0:
+                rect = QRectF(r.left() + from, r.top() - half, to - from, width);
+                break;
+            case 1:
+                rect = QRectF(r.right() - half, r.top() + from, width, to - from);
+                break;
+            case 2:
+                rect = QRectF(r.right() - to, r.bottom() - half, to - from, width);
+                break;
+            default:
+                rect = QRectF(r.left() - half, r.bottom() - to, width, to - from);
+                break;
+            }
+            p.fillRect(rect, color);
+        }
+    };
+    const double first = std::fmod(shift, period) - period;
+    for (double start = first; start < length; start += period)
+        piece(std::max(start, 0.0), std::min(start + on, length));
+}
+
+struct Pill {
+    QRectF rect;
+    QFont font;
+    QSizeF text;
+};
+
+// A pill above the frame, its right edge on the frame's: the text, its size, and the space it takes.
+Pill pill(const QRectF& r, const QString& text, int pixelSize, double kerning, double padX, double padY, double lift)
+{
+    Pill out;
+    out.font.setPixelSize(pixelSize);
+    out.font.setWeight(QFont::Black);
+    out.font.setLetterSpacing(QFont::AbsoluteSpacing, kerning);
+    const QFontMetricsF metrics(out.font);
+    out.text = QSizeF(metrics.horizontalAdvance(text), metrics.height());
+    const double height = out.text.height() + padY;
+    const double width = out.text.width() + padX;
+    out.rect = integral(QRectF(r.right() - width, r.top() - lift - height, width, height));
+    return out;
+}
+
+Pill livePill(const QRectF& r)
+{
+    return pill(r, QStringLiteral("LIVE"), 11, 1.4, 36, 10, 8);
+}
+
+Pill armedPill(const QRectF& r)
+{
+    return pill(r, QStringLiteral("ARMED"), 10, 1.0, 30, 8, 6);
+}
+
+void pillBackground(QPainter& p, const QRectF& rect)
+{
+    QLinearGradient gradient(rect.bottomLeft(), rect.topRight());
+    gradient.setColorAt(0, cyan(0.95));
+    gradient.setColorAt(1, deepBlue);
+    QPainterPath shape;
+    shape.addRoundedRect(rect, rect.height() / 2, rect.height() / 2);
+    p.fillPath(shape, gradient);
+}
+
+void pillText(QPainter& p, const Pill& pill, const QString& text, double x)
+{
+    p.setFont(pill.font);
+    p.setPen(Qt::white);
+    const double top = pill.rect.top() + (pill.rect.height() - pill.text.height()) * 0.5 + 1;
+    p.drawText(QRectF(x, top, pill.text.width() + 4, pill.text.height()), Qt::AlignLeft | Qt::AlignTop, text);
+}
+
+void drawLivePill(QPainter& p, const QRectF& r, double t)
+{
+    const Pill live = livePill(r);
+    pillBackground(p, live.rect);
+    const QPointF dot(live.rect.left() + 10, live.rect.center().y());
+    p.setPen(Qt::NoPen);
+    p.setBrush(white(0.85 + 0.15 * breath(t, 0.9)));
+    p.drawEllipse(dot, 4, 4);
+    const double ring = ramp(t, 0.9);
+    p.setBrush(Qt::NoBrush);
+    p.setPen(QPen(white((1 - ring) * 0.3), 1.0));
+    p.drawEllipse(dot, 4 + 6 * ring, 4 + 6 * ring);
+    pillText(p, live, QStringLiteral("LIVE"), live.rect.left() + 10 + 4 + 6);
+}
+
+void drawArmedPill(QPainter& p, const QRectF& r)
+{
+    const Pill armed = armedPill(r);
+    pillBackground(p, armed.rect);
+    p.setPen(Qt::NoPen);
+    p.setBrush(Qt::white);
+    p.drawEllipse(QPointF(armed.rect.left() + 8, armed.rect.center().y()), 3, 3);
+    pillText(p, armed, QStringLiteral("ARMED"), armed.rect.left() + 8 + 3 + 4);
+}
+
+void outline(QPainter& p, const QRectF& r, double t)
+{
+    const double b = breath(t, 2.6);
+    glowAroundRect(p, r, 0, 2.5, 12 + 14 * b, cyan(0.4 + 0.35 * b));
+    strokeBorder(p, r, 0, 1.5, cyan(0.85));
+}
+
+void march(QPainter& p, const QRectF& r, double t)
+{
+    strokeBorder(p, r, 0, 1.5, ink(0.65));
+    // The dashes move forward, clockwise, 14 pixels a period.
+    const double width = 2.0;
+    dashesAlong(p, r, 8, 6, 14 * ramp(t, 1.5), width, cyan(0.95));
+    // The dashes' glow, spread evenly: they cover 8 pixels in 14.
+    glowAroundRect(p, r, 0, width, 6, cyan(0.4 * 8 / 14));
+}
+
+void wave(QPainter& p, const QRectF& r, double t)
+{
+    const double phase = ramp(t, 3.2);
+    const QPainterPath path = rectPath(r);
+    strokeBorder(p, r, 0, 1.5, cyan(0.32));
+    const double length = perimeter(r);
+    if (length <= 0) return;
+    struct Comet {
+        double offset, alpha, radius;
+    };
+    for (const Comet& comet : { Comet { 0.0, 0.95, 70 }, Comet { -0.5, 0.55, 45 } }) {
+        double u = comet.offset + phase;
+        u -= std::trunc(u);
+        if (u < 0) u += 1;
+        const auto centre = pointOnRect(r, u * length);
+        if (!centre) continue;
+        lightAlong(p, path, 4, *centre, comet.radius,
+            { { 0, white(comet.alpha) }, { 0.25, cyan(0.85 * comet.alpha) }, { 1, cyan(0) } });
+    }
+    const auto head = pointOnRect(r, phase * length);
+    if (!head) return;
+    QRadialGradient halo(*head, 12);
+    halo.setColorAt(0, cyan(0.65));
+    halo.setColorAt(1, cyan(0));
+    p.fillRect(QRectF(head->x() - 12, head->y() - 12, 24, 24), halo);
+    p.setPen(Qt::NoPen);
+    p.setBrush(cyan(0.95));
+    p.drawEllipse(*head, 2.5, 2.5);
+}
+
+void glass(QPainter& p, const QRectF& r, double t)
+{
+    const double b = breath(t, 2.4);
+    const QPainterPath outer = rectPath(r.adjusted(-1, -1, 1, 1), 12);
+    glowAroundRect(p, r.adjusted(-1, -1, 1, 1), 12, 3, 18 + 12 * b, cyan(0.45 + 0.3 * b));
+    strokeBorder(p, r.adjusted(-1, -1, 1, 1), 12, 1.5, cyan(0.85));
+    strokeBorder(p, r.adjusted(1.5, 1.5, -1.5, -1.5), 10.5, 1.0, cyan(0.18));
+    const auto shimmer = pointOnRect(r, ramp(t, 4.5) * perimeter(r));
+    if (!shimmer) return;
+    lightAlong(p, outer, 2.5, *shimmer, 60, { { 0, white(0.55) }, { 1, white(0) } });
+}
+
+void bracket(QPainter& p, const QRectF& r, double t)
+{
+    const double b = breath(t, 2.0);
+    const double arm = std::clamp(r.width() * 0.1, 18.0, 48.0) + 4 * b;
+    const QPainterPath path = cornerLs(r, arm);
+    glowPass(p, path, 10 + 8 * b, cyan(0.45 + 0.35 * b), cyan(0.95), 2.5, Qt::RoundCap);
+    strokePath(p, path, cyan(0.95), 2.5, Qt::RoundCap);
+}
+
+void tactical(QPainter& p, const QRectF& r, double t)
+{
+    // A scanline runs from the top edge to the bottom one, and jumps back.
+    p.save();
+    p.setClipRect(r, Qt::IntersectClip);
+    const double y = r.top() + r.height() * ramp(t, 3.5);
+    QLinearGradient scan(QPointF(r.center().x(), y - 18), QPointF(r.center().x(), y + 18));
+    scan.setColorAt(0, cyan(0));
+    scan.setColorAt(0.5, cyan(0.3));
+    scan.setColorAt(1, cyan(0));
+    p.fillRect(QRectF(r.left(), y - 18, r.width(), 36), scan);
+    p.restore();
+
+    strokeBorder(p, r, 0, 1.5, ink(0.85));
+    const QPainterPath corners = cornerLs(r, std::max(r.width() * 0.07, 22.0));
+    glowPass(p, corners, 12, cyan(0.55), cyan(1.0), 2.5, Qt::FlatCap);
+    strokePath(p, corners, cyan(1.0), 2.5);
+
+    const double h = std::max(r.width() * 0.04, 12.0) / 2;
+    const QPointF c = r.center();
+    QPainterPath accents;
+    accents.moveTo(c.x() - h, r.top() + 8);
+    accents.lineTo(c.x() + h, r.top() + 8);
+    accents.moveTo(c.x() - h, r.bottom() - 8);
+    accents.lineTo(c.x() + h, r.bottom() - 8);
+    accents.moveTo(r.left() + 8, c.y() - h);
+    accents.lineTo(r.left() + 8, c.y() + h);
+    accents.moveTo(r.right() - 8, c.y() - h);
+    accents.lineTo(r.right() - 8, c.y() + h);
+    strokePath(p, accents, cyan(0.85), 2.0);
+
+    drawArmedPill(p, r);
+}
+
+void pulse(QPainter& p, const QRectF& r, double t)
+{
+    const double b = breath(t, 1.6);
+    // The ripple keeps its own, slower beat.
+    const double ripple = std::clamp(std::fmod(t, 2.0) * 0.5, 0.0, 1.0);
+    const double grow = 14 * ripple;
+    strokeBorder(p, r.adjusted(-grow, -grow, grow, grow), grow + 10, 1.0, cyan((1 - ripple) * 0.55));
+    glowAroundRect(p, r, 10, 1.5 + 1.5 * b + 1.0, 18 + 14 * b, cyan(0.35 + 0.55 * b));
+    strokeBorder(p, r, 10, 1.5 + 1.5 * b, cyan(0.55 + 0.4 * b));
+}
+
+void frame(QPainter& p, const QRectF& r, double t)
+{
+    const double b = breath(t, 2.4);
+    strokeBorder(p, r, 0, 2.0, ink(0.85));
+
+    // Each corner is a band 6 thick along both edges, its ends chamfered.
+    const double c = std::clamp(r.width() * 0.1, 28.0, 80.0);
+    p.setPen(Qt::NoPen);
+    p.setBrush(cyan(0.85 + 0.15 * b));
+    const auto corner = [&](QPointF o, double sx, double sy) {
+        const QPointF points[] = { o, { o.x() + sx * c, o.y() }, { o.x() + sx * (c - 6), o.y() + sy * 6 },
+            { o.x() + sx * 6, o.y() + sy * 6 }, { o.x() + sx * 6, o.y() + sy * c }, { o.x(), o.y() + sy * c } };
+        p.drawPolygon(points, 6);
+    };
+    corner(r.bottomLeft(), 1, -1);
+    corner(r.bottomRight(), -1, -1);
+    corner(r.topLeft(), 1, 1);
+    corner(r.topRight(), -1, 1);
+
+    const double k = std::max(r.width() * 0.06, 20.0);
+    const QPointF m = r.center();
+    p.setBrush(cyan(0.55 + 0.4 * b));
+    p.drawRect(QRectF(m.x() - k / 2, r.top() + 10 - 1.5, k, 3));
+    p.drawRect(QRectF(m.x() - k / 2, r.bottom() - 10 - 1.5, k, 3));
+    p.drawRect(QRectF(r.left() + 10 - 1.5, m.y() - k / 2, 3, k));
+    p.drawRect(QRectF(r.right() - 10 - 1.5, m.y() - k / 2, 3, k));
+
+    drawLivePill(p, r, t);
+}
+
+} // namespace
+
+double breath(double t, double period)
+{
+    const double phase = std::fmod(t, period) / period;
+    return 0.5 - 0.5 * std::cos(2 * std::numbers::pi * phase);
+}
+
+double ramp(double t, double period)
+{
+    return std::clamp(std::fmod(t, period) / period, 0.0, 1.0);
+}
+
+std::optional<QPointF> pointOnRect(const QRectF& rect, double distance)
+{
+    const double length = perimeter(rect);
+    if (!(length > 0)) return std::nullopt;
+    double d = std::fmod(distance, length);
+    if (d < 0) d += length;
+    const double w = rect.width();
+    const double h = rect.height();
+    if (d <= w) return QPointF(rect.left() + d, rect.top());
+    const double e = d - w;
+    if (e <= h) return QPointF(rect.right(), rect.top() + e);
+    const double f = e - h;
+    if (f <= w) return QPointF(rect.right() - f, rect.bottom());
+    return QPointF(rect.left(), rect.bottom() - (f - w));
+}
+
+QRectF frameRect(const QRectF& watched)
+{
+    return integral(watched).adjusted(-gap, -gap, gap, gap);
+}
+
+bool isFramable(const QRectF& watched)
+{
+    const QRectF r = integral(watched);
+    return r.width() > 4 && r.height() > 4;
+}
+
+QRegion paintedRegion(const QRectF& watched, int reach)
+{
+    const QRect inner = integral(watched).toRect();
+    const QRect outer = frameRect(watched).toRect().adjusted(-reach, -reach, reach, reach);
+    const QRectF frame = frameRect(watched);
+    const QRect pills = integral(livePill(frame).rect.united(armedPill(frame).rect)).toRect().adjusted(-1, -1, 1, 1);
+    return (QRegion(outer) - QRegion(inner)) + (QRegion(pills) - QRegion(inner));
+}
+
+void draw(QPainter& painter, const QRectF& watched, AreaOverlayStyle style, double t)
+{
+    if (!isFramable(watched)) return;
+    painter.save();
+    painter.setRenderHint(QPainter::Antialiasing, true);
+    painter.setClipRegion(paintedRegion(watched), Qt::IntersectClip);
+    const QRectF r = frameRect(watched);
+    switch (style) {
+    case AreaOverlayStyle::outline:
+        outline(painter, r, t);
+        break;
+    case AreaOverlayStyle::march:
+        march(painter, r, t);
+        break;
+    case AreaOverlayStyle::wave:
+        wave(painter, r, t);
+        break;
+    case AreaOverlayStyle::glass:
+        glass(painter, r, t);
+        break;
+    case AreaOverlayStyle::bracket:
+        bracket(painter, r, t);
+        break;
+    case AreaOverlayStyle::tactical:
+        tactical(painter, r, t);
+        break;
+    case AreaOverlayStyle::pulse:
+        pulse(painter, r, t);
+        break;
+    case AreaOverlayStyle::frame:
+        frame(painter, r, t);
+        break;
+    }
+    painter.restore();
+}
+
+} // namespace ArmedFrameDrawing

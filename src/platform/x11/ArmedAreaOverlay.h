@@ -1,0 +1,55 @@
+#pragma once
+
+#include "monitor/ArmedFrame.h"
+
+#include <QElapsedTimer>
+#include <QImage>
+#include <QObject>
+#include <QTimer>
+
+#include <memory>
+#include <vector>
+
+class CaptureBackend;
+class QWindow;
+
+// The armed frame on X11: a click-through window over each display that the frame touches, no
+// larger than the frame, repainted at the display's refresh rate while it stands.
+//
+// With a compositing manager the windows are translucent (ARGB). Without one an X window can't be
+// translucent, so each window is shaped to the frame's band (XShape) and shows, under the frame,
+// the picture that band had when the frame appeared. Either way nothing of it lies inside the
+// watched rectangle, which the area monitor grabs from the screen.
+//
+// Main thread.
+class ArmedAreaOverlay final : public QObject, public ArmedFrame {
+    Q_OBJECT
+public:
+    // `screen` lists the displays and takes the pictures under the frame.
+    explicit ArmedAreaOverlay(std::shared_ptr<CaptureBackend> screen, QObject* parent = nullptr);
+    ~ArmedAreaOverlay() override;
+
+    void show(const QRectF& globalRect, AreaOverlayStyle style) override;
+    void dismiss() override;
+
+    // The windows of the present frame; empty when none stands.
+    std::vector<QWindow*> windows() const;
+    bool isAnimating() const { return ticker.isActive(); }
+    // Whether the present frame is drawn translucent (a compositing manager was found).
+    bool isTranslucent() const { return translucent; }
+
+private:
+    class FrameWindow;
+
+    void tick();
+    // What the screen shows in `part` with no frame on it.
+    QImage pictureUnder(const QRect& part);
+
+    std::shared_ptr<CaptureBackend> screen;
+    std::vector<FrameWindow*> live;
+    QTimer ticker;
+    QElapsedTimer clock;
+    bool translucent = false;
+    // The pictures under the present (or last) frame's windows, by window rectangle.
+    std::vector<std::pair<QRect, QImage>> underFrame;
+};
