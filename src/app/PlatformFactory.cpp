@@ -1,6 +1,7 @@
 #include "app/PlatformFactory.h"
 
 #include "platform/desktop/DesktopIntegration.h"
+#include "platform/ocr/TesseractRecognizer.h"
 #include "platform/pulse/PulseMicrophones.h"
 #include "platform/pulse/PulseSystemAudio.h"
 #include "platform/x11/CaptureBackendFactory.h"
@@ -17,6 +18,7 @@ RecorderViewModel::Platform create()
     platform.systemAudio = std::make_shared<PulseSystemAudio>();
     platform.microphones = std::make_shared<PulseMicrophones>();
     platform.desktop = DesktopIntegration::create();
+    platform.textRecognizer = TesseractRecognizer::factory();
     return platform;
 }
 

@@ -7,8 +7,8 @@
 #include <memory>
 
 // Chooses the platform backends once at start-up: X11 capture when an X display answers (the null
-// backend, which reports "not available", otherwise), PulseAudio for system audio and the microphones, and the
-// freedesktop sound and file manager.
+// backend, which reports "not available", otherwise), PulseAudio for system audio and the microphones, Tesseract to
+// read P&L figures off clips, and the freedesktop sound and file manager.
 namespace PlatformFactory {
 
 RecorderViewModel::Platform create();

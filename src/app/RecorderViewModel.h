@@ -2,6 +2,7 @@
 
 #include "capture/CaptureSource.h"
 #include "core/TaskScheduler.h"
+#include "journal/TextRecognizer.h"
 #include "monitor/AreaGrabber.h"
 #include "monitor/AreaPicker.h"
 #include "platform/desktop/DesktopIntegration.h"
@@ -11,6 +12,8 @@
 
 #include <memory>
 #include <optional>
+
+class QThreadPool;
 
 class AppSettings;
 class AreaCommands;
@@ -51,6 +54,7 @@ public:
         std::unique_ptr<DesktopIntegration> desktop; // null: no sound, no reveal
         std::unique_ptr<AreaGrabber> areaGrabber; // null: grabs through `screen`
         std::unique_ptr<AreaPicker> areaPicker; // null: no region can be drawn
+        RecognizerFactory textRecognizer; // null: no P&L is read off saved clips
     };
 
     static constexpr auto toastDuration = std::chrono::milliseconds(2800);
@@ -91,6 +95,11 @@ public:
     void toggleRecording();
     void showToast(const QString& text);
 
+    // Reads the P&L off a saved clip, inside the watched area, on a worker thread, and tags the clip
+    // with it unless the user has tagged it already; every outcome ends in a toast. The last step
+    // of the save sequence.
+    void runPnLDetect(const QString& clip);
+
     // The stream restart: throw the ring away, stop the stream, start the preview again.
     void restartStream();
 
@@ -129,6 +138,9 @@ private:
     // The monitor forgets a recording it asked for, whoever ended it.
     void monitorReset();
     void setToast(const std::optional<QString>& text);
+    struct PnLReading;
+    // Back on the main thread: writes the detected figure and says what was found.
+    void finishPnLDetect(const QString& clip, const PnLReading& reading);
     // A source chosen by anyone but the lost-window watch ends its wait, and is saved.
     void sourceSelected(const std::optional<CaptureSource>& source);
     // Streams the selected source at the given size with the frame rate, cursor, hide-self and
@@ -145,6 +157,8 @@ private:
     std::unique_ptr<SourceMemory> sources;
     std::unique_ptr<AreaCommands> areas;
     std::unique_ptr<LostWindowWatch> lostWindows;
+    // The OCR of saved clips, one clip at a time so that recording keeps the other core.
+    QThreadPool* detectPool;
 
     Tab tab = Tab::recorder;
     CaptureMode mode = CaptureMode::manual;

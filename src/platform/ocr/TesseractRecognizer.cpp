@@ -1,0 +1,88 @@
+#include "platform/ocr/TesseractRecognizer.h"
+
+#include "core/Log.h"
+
+#include <tesseract/baseapi.h>
+#include <tesseract/resultiterator.h>
+
+#include <cstdlib>
+#include <mutex>
+
+namespace {
+
+// Tesseract's OpenMP loops make one recognition slower, not faster, when several run beside a
+// recording on two cores; a worker's single thread is what it gets. Must be set before the first
+// engine starts, which is when OpenMP reads it.
+void limitOpenMPThreads()
+{
+    static std::once_flag once;
+    std::call_once(once, [] {
+        if (qEnvironmentVariableIsEmpty("OMP_THREAD_LIMIT")) qputenv("OMP_THREAD_LIMIT", "1");
+    });
+}
+
+} // namespace
+
+TesseractRecognizer::TesseractRecognizer(std::unique_ptr<tesseract::TessBaseAPI> engine)
+    : api(std::move(engine))
+{
+}
+
+TesseractRecognizer::~TesseractRecognizer()
+{
+    if (api) api->End();
+}
+
+std::unique_ptr<TextRecognizer> TesseractRecognizer::create()
+{
+    limitOpenMPThreads();
+    auto engine = std::make_unique<tesseract::TessBaseAPI>();
+    // Its diagnostics ("Estimating resolution as ...") are no business of the user's terminal.
+    engine->SetVariable("debug_file", "/dev/null");
+    if (engine->Init(nullptr, "eng", tesseract::OEM_LSTM_ONLY) != 0) {
+        static std::once_flag logged;
+        std::call_once(
+            logged, [] { logLine(QStringLiteral("OCR: Tesseract has no English data; P&L detection is off")); });
+        return nullptr;
+    }
+    // A P&L panel is a few scattered labels and figures, not a page of paragraphs.
+    engine->SetPageSegMode(tesseract::PSM_SPARSE_TEXT);
+    return std::unique_ptr<TextRecognizer>(new TesseractRecognizer(std::move(engine)));
+}
+
+RecognizerFactory TesseractRecognizer::factory()
+{
+    return [] { return create(); };
+}
+
+QList<RecognizedLine> TesseractRecognizer::recognize(const QImage& image)
+{
+    QList<RecognizedLine> lines;
+    if (image.isNull()) return lines;
+    const QImage gray = image.convertToFormat(QImage::Format_Grayscale8);
+    const int width = gray.width();
+    const int height = gray.height();
+    api->SetImage(gray.constBits(), width, height, 1, int(gray.bytesPerLine()));
+    // Screen text has no print resolution; this keeps Tesseract from guessing one (and saying so).
+    api->SetSourceResolution(300);
+    if (api->Recognize(nullptr) != 0) {
+        api->Clear();
+        return lines;
+    }
+    std::unique_ptr<tesseract::ResultIterator> it(api->GetIterator());
+    if (it && !it->Empty(tesseract::RIL_TEXTLINE)) {
+        do {
+            std::unique_ptr<char[]> text(it->GetUTF8Text(tesseract::RIL_TEXTLINE));
+            int left = 0, top = 0, right = 0, bottom = 0;
+            if (!text || !it->BoundingBox(tesseract::RIL_TEXTLINE, &left, &top, &right, &bottom)) continue;
+            const QString line = QString::fromUtf8(text.get()).trimmed();
+            if (line.isEmpty()) continue;
+            // Pixels from the top left to fractions of the picture from the bottom left.
+            const QRectF box(double(left) / width, 1.0 - double(bottom) / height, double(right - left) / width,
+                double(bottom - top) / height);
+            lines.append(RecognizedLine { line, box });
+        } while (it->Next(tesseract::RIL_TEXTLINE));
+    }
+    api->Clear();
+    return lines;
+}
