@@ -18,8 +18,13 @@ RecorderViewModel::Platform create()
     platform.systemAudio = std::make_shared<PulseSystemAudio>();
     platform.microphones = std::make_shared<PulseMicrophones>();
     platform.desktop = DesktopIntegration::create();
-    platform.textRecognizer = TesseractRecognizer::factory();
+    platform.textRecognizer = textRecognizers();
     return platform;
+}
+
+RecognizerFactory textRecognizers()
+{
+    return TesseractRecognizer::factory();
 }
 
 std::unique_ptr<WindowVisibilityWatcher> watchWindowVisibility(uintptr_t window, WindowVisibilityWatcher::Report report)

@@ -13,6 +13,9 @@ namespace PlatformFactory {
 
 RecorderViewModel::Platform create();
 
+// Makes an OCR engine for the calling thread (Tesseract).
+RecognizerFactory textRecognizers();
+
 // Reports when `window` (a native window id of ours) is minimised or wholly covered and when it
 // shows again. Null where the session can't tell (not X11).
 std::unique_ptr<WindowVisibilityWatcher> watchWindowVisibility(

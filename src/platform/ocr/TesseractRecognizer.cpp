@@ -2,6 +2,8 @@
 
 #include "core/Log.h"
 
+#include <QRegularExpression>
+
 #include <tesseract/baseapi.h>
 #include <tesseract/resultiterator.h>
 
@@ -19,6 +21,17 @@ void limitOpenMPThreads()
     std::call_once(once, [] {
         if (qEnvironmentVariableIsEmpty("OMP_THREAD_LIMIT")) qputenv("OMP_THREAD_LIMIT", "1");
     });
+}
+
+// Tesseract splits words at wide gaps, and a monospaced or tabular minus stands a full cell away
+// from its digits: "-120.50" comes back as "- 120.50", a figure without its sign. A sign standing
+// alone before a figure is joined to it again.
+QString joinDetachedSigns(const QString& line)
+{
+    static const QRegularExpression detached(QStringLiteral("(^|\\s)([-+\u2212\u2013\u2014])\\s+(?=[\\d($])"));
+    QString joined = line;
+    joined.replace(detached, QStringLiteral("\\1\\2"));
+    return joined;
 }
 
 } // namespace
@@ -75,7 +88,7 @@ QList<RecognizedLine> TesseractRecognizer::recognize(const QImage& image)
             std::unique_ptr<char[]> text(it->GetUTF8Text(tesseract::RIL_TEXTLINE));
             int left = 0, top = 0, right = 0, bottom = 0;
             if (!text || !it->BoundingBox(tesseract::RIL_TEXTLINE, &left, &top, &right, &bottom)) continue;
-            const QString line = QString::fromUtf8(text.get()).trimmed();
+            const QString line = joinDetachedSigns(QString::fromUtf8(text.get()).trimmed());
             if (line.isEmpty()) continue;
             // Pixels from the top left to fractions of the picture from the bottom left.
             const QRectF box(double(left) / width, 1.0 - double(bottom) / height, double(right - left) / width,
