@@ -200,7 +200,8 @@ private:
     void write(const char* key, const QVariant& value);
     // An absent value removes the key.
     void writeOrRemove(const char* key, const std::optional<QVariant>& value);
-    template <typename T> void writeOrRemove(const char* key, const std::optional<T>& value)
+    template <typename T>
+    void writeOrRemove(const char* key, const std::optional<T>& value)
     {
         writeOrRemove(key, value ? std::optional(QVariant::fromValue(*value)) : std::nullopt);
     }

@@ -10,10 +10,7 @@ class RecorderViewModel;
 // Main thread.
 class ControlCommands {
 public:
-    explicit ControlCommands(RecorderViewModel& viewModel)
-        : viewModel(viewModel)
-    {
-    }
+    explicit ControlCommands(RecorderViewModel& viewModel) : viewModel(viewModel) {}
 
     ControlProtocol::Reply handle(const QStringList& command);
 
