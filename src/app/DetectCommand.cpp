@@ -12,6 +12,10 @@
 #include <QThread>
 #include <QUrl>
 
+extern "C" {
+#include <libavutil/log.h>
+}
+
 #include <atomic>
 #include <cmath>
 #include <memory>
@@ -128,6 +132,8 @@ int runDetectCommand(const QStringList& args, QTextStream& out, QTextStream& err
         }
     }
 
+    // Our one line names a clip that can't be read; the demuxer's own complaints would only repeat it.
+    av_log_set_level(AV_LOG_FATAL);
     // Every clip is checked before any is scanned, so that a typo in a long list costs nothing.
     std::vector<QSizeF> sizes;
     bool unreadable = false;
