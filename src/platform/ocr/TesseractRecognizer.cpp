@@ -9,17 +9,20 @@
 
 #include <cstdlib>
 #include <mutex>
+#include <omp.h>
 
 namespace {
 
-// Tesseract's OpenMP loops make one recognition slower, not faster, when several run beside a
-// recording on two cores; a worker's single thread is what it gets. Must be set before the first
-// engine starts, which is when OpenMP reads it.
-void limitOpenMPThreads()
+// Tesseract runs parts of its network on four OpenMP threads. Beside a recording on two cores that
+// makes a recognition no faster and the recording choppier, so each engine's work stays on the
+// thread that asked for it. OMP_THREAD_LIMIT is read once, when the OpenMP runtime loads, so it
+// can't be set from here; allowing no active parallel region does the same. A limit the
+// user set in the environment is theirs and is kept.
+void keepRecognitionOnOneThread()
 {
     static std::once_flag once;
     std::call_once(once, [] {
-        if (qEnvironmentVariableIsEmpty("OMP_THREAD_LIMIT")) qputenv("OMP_THREAD_LIMIT", "1");
+        if (qEnvironmentVariableIsEmpty("OMP_THREAD_LIMIT")) omp_set_max_active_levels(0);
     });
 }
 
@@ -48,7 +51,7 @@ TesseractRecognizer::~TesseractRecognizer()
 
 std::unique_ptr<TextRecognizer> TesseractRecognizer::create()
 {
-    limitOpenMPThreads();
+    keepRecognitionOnOneThread();
     auto engine = std::make_unique<tesseract::TessBaseAPI>();
     // Its diagnostics ("Estimating resolution as ...") are no business of the user's terminal.
     engine->SetVariable("debug_file", "/dev/null");
