@@ -57,13 +57,19 @@ QString clip(const char* figure)
     return path;
 }
 
-// CPU seconds of the whole process so far, every thread (Tesseract's own ones included).
-double processCpuSeconds()
+double cpuSeconds(int who)
 {
     rusage usage {};
-    getrusage(RUSAGE_SELF, &usage);
+    getrusage(who, &usage);
     return double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec)
         + double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+// CPU seconds so far of the whole process, every thread (Tesseract's own ones included), and of
+// the programs it started and waited for.
+double processCpuSeconds()
+{
+    return cpuSeconds(RUSAGE_SELF) + cpuSeconds(RUSAGE_CHILDREN);
 }
 
 // Reports the process's CPU per iteration, which the machine's load does not inflate as it does
@@ -136,6 +142,7 @@ void BM_Peer_ffmpegAndTesseractCli(benchmark::State& state)
                                .arg(area.height())
                                .arg(area.x())
                                .arg(area.y());
+    const ProcessCpu cpu { state };
     for (auto _ : state) {
         if (!runTool(QStringLiteral("ffmpeg"),
                 { QStringLiteral("-hide_banner"), QStringLiteral("-loglevel"), QStringLiteral("error"),

@@ -13,11 +13,11 @@
 
 namespace {
 
-// Tesseract runs parts of its network on four OpenMP threads. Beside a recording on two cores that
-// makes a recognition no faster and the recording choppier, so each engine's work stays on the
-// thread that asked for it. OMP_THREAD_LIMIT is read once, when the OpenMP runtime loads, so it
-// can't be set from here; allowing no active parallel region does the same. A limit the
-// user set in the environment is theirs and is kept.
+// Tesseract runs parts of its network on four OpenMP threads. On two cores shared with a recording
+// that costs half as much CPU again per clip and saves no time (bench/ocr), so each engine's work
+// stays on the thread that asked for it. OMP_THREAD_LIMIT is read once, when the OpenMP runtime
+// loads, so it can't be set from here; allowing no active parallel region does the same. A limit
+// the user set in the environment is theirs and is kept.
 void keepRecognitionOnOneThread()
 {
     static std::once_flag once;
