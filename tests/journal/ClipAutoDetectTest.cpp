@@ -50,8 +50,8 @@ TEST(ClipAutoDetectTest, ReadsTheFigureInTheWatchedAreaAcrossFontsBackgroundsAnd
             QSizeF(1280, 720), Result { 1234.5, TradeOutcome::win, QStringLiteral("+1,234.50") } },
         // Tesseract sets a monospaced minus apart from its digits.
         { "monospace, dark on white", QSize(640, 360), QStringLiteral("white"),
-            drawn("-120.50", "DejaVuSansMono.ttf", 16, "black", "30", "300"), QRectF(20, 290, 260, 40),
-            QSizeF(640, 360), Result { 120.5, TradeOutcome::loss, QStringLiteral("-120.50") } },
+            drawn("-120.50", "DejaVuSansMono.ttf", 16, "black", "50", "40"), QRectF(40, 30, 200, 40), QSizeF(640, 360),
+            Result { 120.5, TradeOutcome::loss, QStringLiteral("-120.50") } },
         { "accounting parentheses, serif bold", QSize(640, 360), QStringLiteral("0xe8e8e8"),
             drawn("(45.25)", "DejaVuSerif-Bold.ttf", 20, "0xb00020", "500", "20"), QRectF(480, 10, 150, 50),
             QSizeF(640, 360), Result { 45.25, TradeOutcome::loss, QStringLiteral("(45.25)") } },
