@@ -37,6 +37,11 @@ Invocation parse(const QStringList& arguments)
         out.command = rest;
         return out;
     }
+    if (first == QStringLiteral("detect")) {
+        out.kind = Invocation::Kind::detect;
+        out.command = rest;
+        return out;
+    }
     if (simpleControlCommands.contains(first)) {
         if (!rest.isEmpty()) return invalid(QStringLiteral("'%1' takes no arguments").arg(first));
         out.kind = Invocation::Kind::control;
@@ -96,6 +101,9 @@ QString usage()
         "                                    the journal's statistics (U: dollars, R, points, ticks)\n"
         "  velotape journal --simulate [--horizon N] [--paths N] [--start X] [--ruin OFFSET]\n"
         "                   [--seed N] [--json]  a Monte Carlo run over the journal's trades\n"
+        "  velotape detect CLIP... [--area X,Y,W,H] [--json] [--write]\n"
+        "                                    read the P&L off saved clips (area in the clip's pixels;\n"
+        "                                    --write tags their sidecars, never over your own tag)\n"
         "Exit status: 0 done, 1 no running instance, 2 bad command.\n");
 }
 

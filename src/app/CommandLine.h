@@ -10,6 +10,7 @@ struct Invocation {
         headless, // --headless [--source DESCRIPTOR]: the same controller without a window
         control, // toggle | start | stop | status | arm | disarm | area X Y W H: ask the running instance
         journal, // journal ...: statistics of the clip journal on the terminal
+        detect, // detect CLIP...: the P&L read off saved clips
         help,
         version,
         invalid,
@@ -17,7 +18,7 @@ struct Invocation {
 
     Kind kind = Kind::window;
     QString source; // window and headless: the descriptor given with --source
-    QStringList command; // control: the command and its arguments; journal: the arguments after "journal"
+    QStringList command; // control: the command and its arguments; journal and detect: the arguments after the command
     QString error; // invalid: what was wrong
 };
 

@@ -1,6 +1,7 @@
 #include "app/PlatformFactory.h"
 
 #include "platform/desktop/DesktopIntegration.h"
+#include "platform/ocr/TesseractRecognizer.h"
 #include "platform/pulse/PulseMicrophones.h"
 #include "platform/pulse/PulseSystemAudio.h"
 #include "platform/x11/AreaPickerOverlay.h"
@@ -25,12 +26,18 @@ RecorderViewModel::Platform create()
     platform.systemAudio = std::make_shared<PulseSystemAudio>();
     platform.microphones = std::make_shared<PulseMicrophones>();
     platform.desktop = DesktopIntegration::create();
+    platform.textRecognizer = textRecognizers();
     // The picker and the frame are windows: they need the X display as the application's own.
     if (showsX11Windows()) {
         platform.areaPicker = std::make_unique<AreaPickerOverlay>(platform.screen);
         platform.armedFrame = std::make_unique<ArmedAreaOverlay>(platform.screen);
     }
     return platform;
+}
+
+RecognizerFactory textRecognizers()
+{
+    return TesseractRecognizer::factory();
 }
 
 bool isX11Session()

@@ -7,8 +7,8 @@
 #include <memory>
 
 // Chooses the platform backends once at start-up: X11 capture when an X display answers (the null
-// backend, which reports "not available", otherwise), PulseAudio for system audio and the microphones, and the
-// freedesktop sound and file manager.
+// backend, which reports "not available", otherwise), PulseAudio for system audio and the microphones, Tesseract to
+// read P&L figures off clips, and the freedesktop sound and file manager.
 namespace PlatformFactory {
 
 RecorderViewModel::Platform create();
@@ -19,6 +19,8 @@ bool showsX11Windows();
 // Whether the session's display is an X server that answers, so that even a run without the
 // window can show the picker and the frame on it.
 bool isX11Session();
+// Makes an OCR engine for the calling thread (Tesseract).
+RecognizerFactory textRecognizers();
 
 // Reports when `window` (a native window id of ours) is minimised or wholly covered and when it
 // shows again. Null where the session can't tell (not X11).

@@ -9,7 +9,9 @@
 #include "core/Log.h"
 #include "core/Publisher.h"
 #include "devices/MicCapture.h"
+#include "journal/ClipAutoDetect.h"
 #include "journal/ClipJournalStore.h"
+#include "journal/ClipMetaStore.h"
 #include "monitor/AreaMonitor.h"
 #include "monitor/AreaMonitorActions.h"
 #include "platform/desktop/DesktopIntegration.h"
@@ -19,6 +21,7 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QPointer>
+#include <QThreadPool>
 #include <QUrl>
 
 #include <cmath>
@@ -50,6 +53,8 @@ RecorderViewModel::RecorderViewModel(AppSettings* settings, Platform p, QObject*
     areas = std::make_unique<AreaCommands>(
         *monitor, *captureEngine, *sources, std::move(platform.areaPicker),
         [this](const QString& text) { showToast(text); }, [this] { restartStream(); });
+    detectPool = new QThreadPool(this);
+    detectPool->setMaxThreadCount(1);
     lostWindows = std::make_unique<LostWindowWatch>(
         *captureEngine, *sources, *platform.scheduler, [this](const QString& text) { showToast(text); },
         [this](int width, int height) { startStream(width, height); });
@@ -79,6 +84,9 @@ RecorderViewModel::~RecorderViewModel()
     // The audio threads reach the recorder: close the microphone and stop the stream before it goes.
     delete microphone;
     captureEngine->stopStream();
+    // A detection still running would call back into a controller that is going.
+    detectPool->clear();
+    detectPool->waitForDone();
 }
 
 void RecorderViewModel::wireJournal()
@@ -405,6 +413,74 @@ void RecorderViewModel::runSaveSequence(const QString& path)
     }
     monitorReset();
     journalStore->rescan();
+    runPnLDetect(path);
+}
+
+struct RecorderViewModel::PnLReading {
+    ClipMeta loaded; // the sidecar as it was before the scan
+    std::optional<ClipAutoDetect::Result> result;
+    QString preview; // what the recogniser saw, when it found no figure
+};
+
+void RecorderViewModel::runPnLDetect(const QString& clip)
+{
+    if (!platform.textRecognizer) return;
+    const std::optional<QRectF> area = monitor->rect();
+    if (!area || !(area->width() > 4) || !(area->height() > 4)) {
+        showToast(QStringLiteral("Auto P&L: pick a watch area to enable detection."));
+        return;
+    }
+    const QUrl url = QUrl::fromLocalFile(clip);
+    PnLReading reading { ClipMetaStore::load(url), std::nullopt, {} };
+    if (ClipAutoDetect::isTagged(reading.loaded)) {
+        showToast(QStringLiteral("Auto P&L: clip already tagged, kept your value."));
+        return;
+    }
+    showToast(QStringLiteral("Auto P&L: scanning clip\u2026"));
+
+    // The area is in global points, the clip shows the source: the area relative to the source,
+    // scaled from the source's points to the recorded pixels.
+    const QRectF crop = area->translated(-sources->sourcePointOrigin());
+    const QSizeF sourceSize = sources->sourcePointSize();
+    const QSizeF recordedSize(captureEngine->outputWidth(), captureEngine->outputHeight());
+    QPointer<RecorderViewModel> self(this);
+    detectPool->start([self, clip, crop, sourceSize, recordedSize, reading, makeRecognizer = platform.textRecognizer] {
+        PnLReading out = reading;
+        // This worker's own engine, for this clip only: an engine is never shared between threads.
+        if (const std::unique_ptr<TextRecognizer> recognizer = makeRecognizer()) {
+            out.result = ClipAutoDetect::detect(clip, crop, sourceSize, recordedSize, *recognizer);
+            if (!out.result)
+                out.preview = ClipAutoDetect::ocrPreview(clip, crop, sourceSize, recordedSize, *recognizer);
+        }
+        QMetaObject::invokeMethod(
+            self,
+            [self, clip, out] {
+                if (self) self->finishPnLDetect(clip, out);
+            },
+            Qt::QueuedConnection);
+    });
+}
+
+void RecorderViewModel::finishPnLDetect(const QString& clip, const PnLReading& reading)
+{
+    if (!reading.result) {
+        showToast(reading.preview.isEmpty()
+                ? QStringLiteral("Auto P&L: no number found \u2014 tag manually.")
+                : QStringLiteral("Auto P&L: no number \u2014 OCR saw '") + reading.preview + QStringLiteral("'"));
+        return;
+    }
+    const QUrl url = QUrl::fromLocalFile(clip);
+    const QList<ClipEntry>& clips = journalStore->clips();
+    const auto entry = std::find_if(clips.begin(), clips.end(), [&](const ClipEntry& e) { return e.url == url; });
+    if (entry != clips.end()) {
+        // The record as the journal has it now, so that a note typed meanwhile survives.
+        const ClipEntry current = *entry;
+        journalStore->update(current, ClipAutoDetect::withResult(current.meta, *reading.result));
+    } else {
+        ClipMetaStore::save(ClipAutoDetect::withResult(reading.loaded, *reading.result), url);
+        journalStore->rescan();
+    }
+    showToast(QStringLiteral("Auto P&L: ") + ClipAutoDetect::summary(*reading.result));
 }
 
 void RecorderViewModel::monitorReset()

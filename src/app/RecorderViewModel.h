@@ -2,6 +2,7 @@
 
 #include "capture/CaptureSource.h"
 #include "core/TaskScheduler.h"
+#include "journal/TextRecognizer.h"
 #include "monitor/AreaGrabber.h"
 #include "monitor/AreaPicker.h"
 #include "monitor/ArmedFrame.h"
@@ -12,6 +13,8 @@
 
 #include <memory>
 #include <optional>
+
+class QThreadPool;
 
 class AppSettings;
 class AreaCommands;
@@ -53,6 +56,7 @@ public:
         std::unique_ptr<AreaGrabber> areaGrabber; // null: grabs through `screen`
         std::unique_ptr<AreaPicker> areaPicker; // null: no region can be drawn
         std::unique_ptr<ArmedFrame> armedFrame; // null: nothing on the screen says the monitor is armed
+        RecognizerFactory textRecognizer; // null: no P&L is read off saved clips
     };
 
     static constexpr auto toastDuration = std::chrono::milliseconds(2800);
@@ -95,6 +99,11 @@ public:
     void toggleRecording();
     void showToast(const QString& text);
 
+    // Reads the P&L off a saved clip, inside the watched area, on a worker thread, and tags the clip
+    // with it unless the user has tagged it already; every outcome ends in a toast. The last step
+    // of the save sequence.
+    void runPnLDetect(const QString& clip);
+
     // The stream restart: throw the ring away, stop the stream, start the preview again.
     void restartStream();
 
@@ -136,6 +145,9 @@ private:
     // The monitor forgets a recording it asked for, whoever ended it.
     void monitorReset();
     void setToast(const std::optional<QString>& text);
+    struct PnLReading;
+    // Back on the main thread: writes the detected figure and says what was found.
+    void finishPnLDetect(const QString& clip, const PnLReading& reading);
     // A source chosen by anyone but the lost-window watch ends its wait, and is saved.
     void sourceSelected(const std::optional<CaptureSource>& source);
     // Streams the selected source at the given size with the frame rate, cursor, hide-self and
@@ -152,6 +164,8 @@ private:
     std::unique_ptr<SourceMemory> sources;
     std::unique_ptr<AreaCommands> areas;
     std::unique_ptr<LostWindowWatch> lostWindows;
+    // The OCR of saved clips, one clip at a time so that recording keeps the other core.
+    QThreadPool* detectPool;
 
     Tab tab = Tab::recorder;
     CaptureMode mode = CaptureMode::manual;

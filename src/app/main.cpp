@@ -2,6 +2,7 @@
 #include "app/CommandLine.h"
 #include "app/ControlClient.h"
 #include "app/ControlSocketPath.h"
+#include "app/DetectCommand.h"
 #include "app/JournalCommand.h"
 #include "app/PlatformFactory.h"
 #include "ui/AppDelegate.h"
@@ -138,6 +139,10 @@ int main(int argc, char** argv)
     case Invocation::Kind::journal: {
         QCoreApplication app(argc, argv);
         return runJournalCommand(invocation.command, out, err);
+    }
+    case Invocation::Kind::detect: {
+        QCoreApplication app(argc, argv);
+        return runDetectCommand(invocation.command, out, err, PlatformFactory::textRecognizers());
     }
     case Invocation::Kind::headless:
         return runHeadless(argc, argv, invocation.source);

@@ -4,17 +4,21 @@
 #include "app/AppSettings.h"
 #include "app/AreaCommands.h"
 #include "app/ControlCommands.h"
+#include "app/PlatformFactory.h"
 #include "app/SourceMemory.h"
 #include "capture/CaptureEngine.h"
 #include "devices/MicCapture.h"
 #include "devices/ScriptedMicrophones.h"
 #include "journal/ClipJournalStore.h"
+#include "journal/ClipMetaStore.h"
 #include "media/HevcEncoderProbe.h"
 #include "monitor/AreaMonitor.h"
 #include "recorder/SegmentedRecorder.h"
+#include "support/DrawnTextClip.h"
 #include "support/EventLoop.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QElapsedTimer>
 #include <QSettings>
 #include <QTemporaryDir>
@@ -43,6 +47,8 @@ protected:
 
     // What the area picker answers, when the test gives one; nullopt inside means "cancelled".
     std::optional<std::optional<QRectF>> pickerAnswer;
+    // The OCR engine the controller reads saved clips with; none unless a test gives one.
+    RecognizerFactory recognizers;
 
     struct ScriptedPicker : AreaPicker {
         std::optional<std::optional<QRectF>>* answer;
@@ -75,6 +81,7 @@ protected:
         platform.scheduler = std::move(scheduler);
         if (pickerAnswer) platform.areaPicker = std::make_unique<ScriptedPicker>(&pickerAnswer);
         platform.armedFrame = std::make_unique<ShownFrame>(&frame);
+        platform.textRecognizer = recognizers;
         vm = std::make_unique<RecorderViewModel>(settings.get(), std::move(platform));
     }
 
@@ -467,4 +474,56 @@ TEST_F(RecorderViewModelTest, AMicrophoneLeftOffStaysClosedAtLaunch)
     EXPECT_TRUE(microphones->openedIDs().empty());
     EXPECT_FALSE(vm->mic()->isRunning());
     EXPECT_EQ(vm->mic()->availableDevices().size(), 1u);
+}
+
+TEST_F(RecorderViewModelTest, ASavedClipIsTaggedWithTheFigureInTheWatchedAreaUnlessTheUserTaggedIt)
+{
+    // The area is in global points on the second display, which records at 640x512.
+    const QRectF area(2920, 700, 200, 60);
+    settings->setAreaMonitorRect(area);
+    settings->setResolution(Resolution::res720);
+    recognizers = PlatformFactory::textRecognizers();
+    make();
+    startUp();
+    vm->engine()->setSelectedSource(CaptureSource::display(screen->content.displays[1]));
+    vm->startPreview();
+    const QSize recorded(vm->engine()->outputWidth(), vm->engine()->outputHeight());
+    ASSERT_LT(recorded.width(), 1280);
+
+    // The figure where the area lies in the recorded picture; notes typed before the scan stay.
+    const double scale = recorded.width() / 1280.0;
+    const QString clip = QDir(settings->saveFolderPath()).filePath(QStringLiteral("Display 2, Nov 25, 09-30-00.mp4"));
+    QDir().mkpath(settings->saveFolderPath());
+    ASSERT_TRUE(makeDrawnTextClip(clip, recorded, QStringLiteral("0x15181c"), 1.0,
+        { DrawnText { QStringLiteral("-12.50"), QStringLiteral("DejaVuSans.ttf"), 14, QStringLiteral("0xff5050"),
+            QString::number(int((area.x() - 1920 + 20) * scale)), QString::number(int((area.y() + 15) * scale)),
+            {} } }));
+    ClipMeta notes;
+    notes.notes = QStringLiteral("faded the open");
+    ClipMetaStore::save(notes, QUrl::fromLocalFile(clip));
+    vm->journal()->rescan();
+
+    vm->runPnLDetect(clip);
+    EXPECT_EQ(vm->toast(), QStringLiteral("Auto P&L: scanning clip\u2026"));
+    ASSERT_TRUE(spinUntil([&] { return vm->toast() != QStringLiteral("Auto P&L: scanning clip\u2026"); }));
+    EXPECT_EQ(vm->toast(), QStringLiteral("Auto P&L: -12.50 (loss)"));
+    const ClipMeta tagged = ClipMetaStore::load(QUrl::fromLocalFile(clip));
+    EXPECT_EQ(tagged.outcome, TradeOutcome::loss);
+    EXPECT_EQ(tagged.pnl, 12.5);
+    EXPECT_EQ(tagged.notes, QStringLiteral("faded the open"));
+    ASSERT_EQ(vm->journal()->clips().size(), 1);
+    EXPECT_EQ(vm->journal()->clips().first().meta, tagged);
+
+    // The user's own value is never read over; without an area nothing is read at all.
+    ClipMeta mine = tagged;
+    mine.outcome = TradeOutcome::win;
+    mine.pnl = 40;
+    ClipMetaStore::save(mine, QUrl::fromLocalFile(clip));
+    vm->runPnLDetect(clip);
+    EXPECT_EQ(vm->toast(), QStringLiteral("Auto P&L: clip already tagged, kept your value."));
+    vm->areaMonitor()->setRect(std::nullopt);
+    vm->runPnLDetect(clip);
+    EXPECT_EQ(vm->toast(), QStringLiteral("Auto P&L: pick a watch area to enable detection."));
+    spinFor(200);
+    EXPECT_EQ(ClipMetaStore::load(QUrl::fromLocalFile(clip)), mine);
 }

@@ -1,0 +1,52 @@
+#include "support/DrawnTextClip.h"
+
+#include <QProcess>
+
+#include <cstdio>
+
+namespace {
+
+// drawtext's own quoting: the text goes between single quotes inside the filter graph.
+QString quoted(QString text)
+{
+    text.replace(QStringLiteral("\\"), QStringLiteral("\\\\"));
+    text.replace(QStringLiteral("'"), QStringLiteral("\\'"));
+    text.replace(QStringLiteral(":"), QStringLiteral("\\:"));
+    text.replace(QStringLiteral("%"), QStringLiteral("\\%"));
+    return text;
+}
+
+} // namespace
+
+bool makeDrawnTextClip(
+    const QString& path, QSize size, const QString& background, double seconds, const QList<DrawnText>& texts)
+{
+    QStringList filters;
+    for (const DrawnText& t : texts) {
+        QString f = QStringLiteral("drawtext=fontfile=/usr/share/fonts/truetype/dejavu/%1:text='%2':fontsize=%3:"
+                                   "fontcolor=%4:x=%5:y=%6")
+                        .arg(t.font, quoted(t.text))
+                        .arg(t.size)
+                        .arg(t.colour, t.x, t.y);
+        if (!t.enable.isEmpty()) f += QStringLiteral(":enable='%1'").arg(t.enable);
+        filters << f;
+    }
+    QProcess ffmpeg;
+    ffmpeg.setProcessChannelMode(QProcess::MergedChannels);
+    ffmpeg.start(QStringLiteral("ffmpeg"),
+        { QStringLiteral("-hide_banner"), QStringLiteral("-loglevel"), QStringLiteral("error"), QStringLiteral("-y"),
+            QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
+            QStringLiteral("color=c=%1:s=%2x%3:r=10:d=%4")
+                .arg(background)
+                .arg(size.width())
+                .arg(size.height())
+                .arg(seconds),
+            QStringLiteral("-vf"), filters.isEmpty() ? QStringLiteral("null") : filters.join(u','),
+            QStringLiteral("-c:v"), QStringLiteral("libx264"), QStringLiteral("-preset"), QStringLiteral("ultrafast"),
+            QStringLiteral("-g"), QStringLiteral("10"), QStringLiteral("-pix_fmt"), QStringLiteral("yuv420p"), path });
+    if (!ffmpeg.waitForFinished(30000) || ffmpeg.exitStatus() != QProcess::NormalExit || ffmpeg.exitCode() != 0) {
+        std::fprintf(stderr, "ffmpeg: %s\n", ffmpeg.readAll().constData());
+        return false;
+    }
+    return true;
+}
