@@ -263,3 +263,41 @@ TEST_F(JournalWindow, DraggingThePathsSliderToItsEndKeepsTheWindowAnswering)
     tick.stop();
     EXPECT_LT(worst, 50) << "the main thread stalled for " << worst << " ms (" << worstWall << " ms on the clock)";
 }
+
+TEST_F(JournalWindow, ClipsTaggedByAnotherProgramShowInTheOpenOverview)
+{
+    auto* overview = qobject_cast<JournalOverview*>(screen->tabWidget());
+    ASSERT_NE(overview, nullptr);
+    JournalMetricCard* net = overview->card(QStringLiteral("Net P&L"));
+    ASSERT_NE(net, nullptr);
+    ASSERT_EQ(net->figure().value, QStringLiteral("$465.75"));
+    auto writeByHand = [](const QString& path, const QByteArray& json) {
+        // Plain writes into the file itself, as a script or an editor that does not rename would.
+        QFile file(path);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        file.write(json);
+    };
+
+    // A new clip with its sidecar.
+    const QDate month = QDate::currentDate();
+    const QString clip = clips.filePath(
+        QStringLiteral("NEW_%1_11-00.mp4").arg(QDate(month.year(), month.month(), 12).toString(Qt::ISODate)));
+    {
+        QFile file(clip);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write("mp4");
+    }
+    writeByHand(ClipMetaStore::sidecarPath(QUrl::fromLocalFile(clip)),
+        R"({"mistakes": "", "notes": "", "outcome": "win", "pnl": 34.25, "unit": "dollars"})");
+    EXPECT_TRUE(spinUntil([net] { return net->figure().value == QStringLiteral("$500.00"); }, 10000))
+        << net->figure().value.toStdString();
+
+    // An existing sidecar rewritten in place: the 250.50 win becomes a 50.50 one.
+    const auto first = std::find_if(
+        store->clips().begin(), store->clips().end(), [](const ClipEntry& c) { return c.meta.pnl == 250.5; });
+    ASSERT_NE(first, store->clips().end());
+    writeByHand(ClipMetaStore::sidecarPath(first->url),
+        R"({"mistakes": "", "notes": "", "outcome": "win", "pnl": 50.5, "unit": "dollars"})");
+    EXPECT_TRUE(spinUntil([net] { return net->figure().value == QStringLiteral("$300.00"); }, 10000))
+        << net->figure().value.toStdString();
+}
