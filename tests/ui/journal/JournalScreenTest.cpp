@@ -21,6 +21,7 @@
 #include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLabel>
 #include <QMainWindow>
 #include <QMenu>
 #include <QProcess>
@@ -300,4 +301,39 @@ TEST_F(JournalWindow, ClipsTaggedByAnotherProgramShowInTheOpenOverview)
         R"({"mistakes": "", "notes": "", "outcome": "win", "pnl": 50.5, "unit": "dollars"})");
     EXPECT_TRUE(spinUntil([net] { return net->figure().value == QStringLiteral("$300.00"); }, 10000))
         << net->figure().value.toStdString();
+}
+
+TEST_F(JournalWindow, AtTheSmallestWindowEverySubTabFitsBesideTheSidebar)
+{
+    delegate->window()->resize(AppDelegate::minimumWindowSize);
+    ASSERT_TRUE(
+        spinUntil([this] { return delegate->window()->width() == AppDelegate::minimumWindowSize.width(); }, 2000));
+    QWidget* viewport = screen->parentWidget();
+    ASSERT_NE(viewport, nullptr);
+    for (JournalScreen::SubTab tab :
+        { JournalScreen::SubTab::overview, JournalScreen::SubTab::stats, JournalScreen::SubTab::simulations }) {
+        screen->setTab(tab);
+        // Until the layout has reached the new size; a screen that cannot shrink so far never does.
+        spinUntil(
+            [&] { return screen->width() <= viewport->width() && screen->tabWidget()->width() <= screen->width(); },
+            3000);
+        spinFor(100);
+        // The screen scrolls only up and down: whatever reaches past the visible width is cut off.
+        int right = 0;
+        QString widest;
+        for (QWidget* widget : screen->findChildren<QWidget*>()) {
+            if (!widget->isVisibleTo(screen)) continue;
+            const int edge = widget->mapTo(viewport, QPoint(widget->width(), 0)).x();
+            if (edge > right) {
+                right = edge;
+                widest = QStringLiteral("%1 \"%2\" at %3 of %4")
+                             .arg(QLatin1String(widget->metaObject()->className()),
+                                 qobject_cast<QLabel*>(widget) ? qobject_cast<QLabel*>(widget)->text()
+                                                               : widget->accessibleName())
+                             .arg(edge)
+                             .arg(viewport->width());
+            }
+        }
+        EXPECT_LE(right, viewport->width()) << "sub-tab " << int(tab) << ": " << widest.toStdString();
+    }
 }
