@@ -21,11 +21,10 @@ class QTimer;
 // the truth and `clips` is a cache that `rescan` rebuilds whole.
 //
 // The store follows the folder by itself: a clip or sidecar created, renamed, removed or rewritten
-// there by another program (a script, an editor, `velotape detect --write` of another instance) is
-// read once the folder has been quiet for `settleMilliseconds`, so a burst of writes costs one
-// rescan. That rescan lists the folder on a background thread, since a large folder takes a
-// noticeable time, and replaces `clips` only if something changed and no rescan or update came
-// after it started.
+// there by another program (a script, an editor, `velotape detect --write`) is read once the
+// folder has been quiet for `settleMilliseconds`, so a burst of writes costs one rescan. That
+// rescan lists the folder on a background thread, since a large folder takes a noticeable time,
+// and replaces `clips` only if something changed and no rescan or update came after it started.
 //
 // Main thread only. The statistics are computed from `clips` and `displayUnit` on every read.
 class ClipJournalStore : public QObject {
