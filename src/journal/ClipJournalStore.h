@@ -4,16 +4,27 @@
 #include "journal/JournalMetrics.h"
 #include "journal/PnLUnit.h"
 
+#include <QElapsedTimer>
 #include <QList>
 #include <QObject>
+#include <QStringList>
 #include <QUrl>
 
 #include <optional>
 
+class KeyedJobs;
+class QFileSystemWatcher;
+class QTimer;
+
 // The observable model of the journal: every clip of the save folder with its sidecar, newest first,
 // and the unit in which the journal is viewed. It keeps no journal data of its own: the files are
-// the truth and `clips` is a cache that `rescan` rebuilds whole. There is no file-system watching;
-// between a change on disk and the next rescan the list is stale by design.
+// the truth and `clips` is a cache that `rescan` rebuilds whole.
+//
+// The store follows the folder by itself: a clip or sidecar created, renamed, removed or rewritten
+// there by another program (a script, an editor, `velotape detect --write`) is read once the
+// folder has been quiet for `settleMilliseconds`, so a burst of writes costs one rescan. That
+// rescan lists the folder on a background thread, since a large folder takes a noticeable time,
+// and replaces `clips` only if something changed and no rescan or update came after it started.
 //
 // Main thread only. The statistics are computed from `clips` and `displayUnit` on every read.
 class ClipJournalStore : public QObject {
@@ -46,9 +57,27 @@ public:
     // on purpose: the disk is updated, the list catches up at the next rescan.
     void update(const ClipEntry& entry, const ClipMeta& meta);
 
+    // How long the save folder must be quiet after a change before it is read again.
+    static constexpr int settleMilliseconds = 300;
+    // The longest a rescan waits for a folder that keeps changing.
+    static constexpr int maxSettleMilliseconds = 2000;
+    // Sidecars are watched one by one (a folder watch does not see a file rewritten in place), those
+    // of the newest clips first and no more than this many: watches are a per-user resource.
+    static constexpr int maxWatchedSidecars = 1000;
+
+    struct Scan {
+        QList<ClipEntry> clips;
+        // The paths of the sidecars that exist beside the clips, in the order of `clips`.
+        QStringList sidecars;
+    };
     // The clips of a folder as a rescan makes them: flat, hidden files skipped, ".mp4" in any case,
-    // newest first with ties in listing (name) order. Empty if the folder can't be listed.
-    static QList<ClipEntry> scanFolder(const QString& folder);
+    // newest first with ties in listing (name) order. Empty if the folder can't be listed. Touches
+    // nothing but the files, so it may run on any thread.
+    static Scan scan(const QString& folder);
+    static QList<ClipEntry> scanFolder(const QString& folder) { return scan(folder).clips; }
+
+    // The files being watched for changes: the save folder and the sidecars of its newest clips.
+    QStringList watchedPaths() const;
 
     // The statistics over the current clips in the current unit.
     JournalMetrics metrics() const { return JournalMetrics(clipList, displayUnitValue); }
@@ -60,8 +89,23 @@ signals:
 
 private:
     void scheduleRescan();
+    QString folderPath() const;
+    // Watches the folder (again: it may have been removed and made anew) and exactly the sidecars
+    // of the newest clips of the last scan.
+    void watch(const QStringList& sidecars);
+    void changedOnDisk();
+    void rescanInBackground();
 
     QList<ClipEntry> clipList;
     std::optional<QUrl> savePathValue;
     PnLUnit displayUnitValue = PnLUnit::dollars;
+    QFileSystemWatcher* watcher;
+    QTimer* settle;
+    QElapsedTimer unsettled; // since the first change the settle timer waits on
+    KeyedJobs* jobs;
+    // Counts the changes of `clips` and `savePath` made here, so that a background scan that
+    // started before one of them does not overwrite it with what it read.
+    quint64 generation = 0;
+    // A change on disk arrived while a background scan ran: it may have missed it.
+    bool changedDuringScan = false;
 };

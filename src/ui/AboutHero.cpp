@@ -7,6 +7,25 @@
 #include <QCoreApplication>
 #include <QVBoxLayout>
 
+namespace {
+
+// Who helps depends on who built this copy: a packager names their address or tracker when building;
+// a build without one says where to turn instead of showing an address nobody reads.
+QString supportLine()
+{
+    const QString evidence = QStringLiteral("what you did, the output of \"velotape status\" and the lines Velotape "
+                                            "printed on its standard error");
+#ifdef VELOTAPE_SUPPORT_CONTACT
+    return QStringLiteral("Support: %1. Include %2.").arg(QStringLiteral(VELOTAPE_SUPPORT_CONTACT), evidence);
+#else
+    return QStringLiteral("Support: this build names no contact of its own; report problems to whoever provided "
+                          "your copy (your distribution, or the project you built it from), with %1.")
+        .arg(evidence);
+#endif
+}
+
+} // namespace
+
 AboutHero::AboutHero(QWidget* parent)
     : QWidget(parent)
 {
@@ -34,8 +53,6 @@ AboutHero::AboutHero(QWidget* parent)
                                                 "captures the screen through the X server, and a Wayland session is "
                                                 "not supported yet."),
         12, QFont::Normal, V3::fgMute, this));
-    column->addWidget(new V3Text(QStringLiteral("Support: support@velotape.app. Include the output of "
-                                                "\"velotape --help\" and what you did when it went wrong."),
-        12, QFont::Normal, V3::fgMute, this));
+    column->addWidget(new V3Text(supportLine(), 12, QFont::Normal, V3::fgMute, this));
     column->addStretch();
 }

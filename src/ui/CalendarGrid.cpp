@@ -5,6 +5,7 @@
 #include "ui/kit/V3.h"
 #include "ui/kit/V3Text.h"
 
+#include <QFontMetricsF>
 #include <QGridLayout>
 #include <QLocale>
 #include <QPainter>
@@ -17,6 +18,18 @@ QColor withAlpha(QColor colour, double opacity)
 {
     colour.setAlphaF(float(colour.alphaF() * opacity));
     return colour;
+}
+
+const char* const headerTexts[] = { "SUN", "MON", "TUE", "WED", "THU", "FRI", "SAT", "WEEKLY" };
+// The same, for a calendar too narrow for the words.
+const char* const shortHeaderTexts[] = { "S", "M", "T", "W", "T", "F", "S", "WK" };
+// Below this width per column the headers take their short form.
+constexpr int wordsColumnWidth = 40;
+
+// Draws `text` in `box` only if it fits there whole: a cut amount would read as another amount.
+void drawIfFits(QPainter& p, const QRectF& box, int flags, const QString& text)
+{
+    if (QFontMetricsF(p.font()).horizontalAdvance(text) <= box.width()) p.drawText(box, flags, text);
 }
 
 QColor toneColour(double value, const QWidget* widget)
@@ -67,17 +80,18 @@ void CalendarCell::paintEvent(QPaintEvent*)
     p.setBrush(tileColour(amount, this));
     p.drawRoundedRect(tile, tileRadius, tileRadius);
     if (!date) return;
-    const QRectF inner = tile.adjusted(6, 4, -6, -4);
+    const qreal inset = width() < 40 ? 2 : 6;
+    const QRectF inner = tile.adjusted(inset, 4, -inset, -4);
     p.setFont(KitPaint::font(11, QFont::DemiBold));
     p.setPen(V3::fgMute.resolve(this));
-    p.drawText(inner, Qt::AlignLeft | Qt::AlignTop, QString::number(date->day()));
+    p.drawText(inner, (width() < 40 ? Qt::AlignHCenter : Qt::AlignLeft) | Qt::AlignTop, QString::number(date->day()));
     if (amountText.isEmpty()) return;
     p.setFont(KitPaint::font(12, QFont::DemiBold));
     p.setPen(toneColour(*amount, this));
-    p.drawText(inner.adjusted(0, 14, 0, -12), Qt::AlignRight | Qt::AlignVCenter, amountText);
+    drawIfFits(p, inner.adjusted(0, 14, 0, -12), Qt::AlignRight | Qt::AlignVCenter, amountText);
     p.setFont(KitPaint::font(9));
     p.setPen(V3::fgFaint.resolve(this));
-    p.drawText(inner, Qt::AlignRight | Qt::AlignBottom, tradesText);
+    drawIfFits(p, inner, Qt::AlignRight | Qt::AlignBottom, tradesText);
 }
 
 WeeklyCell::WeeklyCell(QWidget* parent)
@@ -105,16 +119,20 @@ void WeeklyCell::paintEvent(QPaintEvent*)
     p.setPen(QPen(V3::lineSoft.resolve(this), 0.5));
     p.setBrush(V3::bgCard.resolve(this));
     p.drawRoundedRect(tile, tileRadius, tileRadius);
-    const QRectF inner = tile.adjusted(6, 4, -6, -4);
+    const qreal inset = width() < 40 ? 2 : 6;
+    const QRectF inner = tile.adjusted(inset, 4, -inset, -4);
     p.setFont(KitPaint::font(10, QFont::DemiBold));
     p.setPen(V3::fgFaint.resolve(this));
-    p.drawText(inner, Qt::AlignLeft | Qt::AlignTop, title);
+    // Too narrow for "Week 3", the tile keeps the week's number.
+    const bool words = QFontMetricsF(p.font()).horizontalAdvance(title) <= inner.width();
+    p.drawText(
+        inner, (words ? Qt::AlignLeft : Qt::AlignHCenter) | Qt::AlignTop, words ? title : title.section(u' ', -1));
     p.setFont(KitPaint::font(12, QFont::DemiBold));
     p.setPen(toneColour(sum, this));
-    p.drawText(inner, Qt::AlignLeft | Qt::AlignVCenter, totalText);
+    drawIfFits(p, inner, Qt::AlignLeft | Qt::AlignVCenter, totalText);
     p.setFont(KitPaint::font(9));
     p.setPen(V3::fgFaint.resolve(this));
-    p.drawText(inner, Qt::AlignLeft | Qt::AlignBottom, daysText);
+    drawIfFits(p, inner, Qt::AlignLeft | Qt::AlignBottom, daysText);
 }
 
 CalendarGrid::CalendarGrid(QWidget* parent)
@@ -123,10 +141,11 @@ CalendarGrid::CalendarGrid(QWidget* parent)
     auto* grid = new QGridLayout(this);
     grid->setContentsMargins(0, 0, 0, 0);
     grid->setSpacing(2);
-    const char* const headers[] = { "SUN", "MON", "TUE", "WED", "THU", "FRI", "SAT", "WEEKLY" };
     for (int column = 0; column < 8; ++column) {
-        auto* header = new V3Text(QLatin1String(headers[column]), 10, QFont::DemiBold, V3::fgFaint, this);
+        auto* header = new V3Text(QLatin1String(headerTexts[column]), 10, QFont::DemiBold, V3::fgFaint, this);
         header->setAlignment(Qt::AlignCenter);
+        header->setMinimumWidth(1);
+        headers.push_back(header);
         grid->addWidget(header, 0, column);
         grid->setColumnStretch(column, column == 7 ? 5 : 4);
     }
@@ -158,6 +177,14 @@ void CalendarGrid::setData(const QDate& monthAnchor, const std::map<QDate, doubl
         const JournalChartData::WeekTotal week = JournalChartData::weekTotal(weeks[row], pnlByDay);
         weekly[row]->setData(int(row) + 1, week.total, week.days, unit);
     }
+}
+
+void CalendarGrid::resizeEvent(QResizeEvent* event)
+{
+    QWidget::resizeEvent(event);
+    const bool words = width() >= 8 * wordsColumnWidth;
+    for (size_t column = 0; column < headers.size(); ++column)
+        headers[column]->setText(QLatin1String(words ? headerTexts[column] : shortHeaderTexts[column]));
 }
 
 CalendarCell* CalendarGrid::cellFor(const QDate& day) const

@@ -10,6 +10,8 @@
 #include <optional>
 #include <vector>
 
+class V3Text;
+
 // One day of the month calendar: its number and, with trades and an amount, the day's P&L and its
 // trade count, on a tile tinted by the sign of the amount. Without a day it is an empty tile.
 // Assistive technology reads the date as its name and what the tile shows as its description.
@@ -25,7 +27,9 @@ public:
     static QColor tileColour(std::optional<double> pnl, const QWidget* widget);
 
     QSize sizeHint() const override { return { 60, cellHeight }; }
-    QSize minimumSizeHint() const override { return { 30, cellHeight }; }
+    // Narrow enough for the whole month beside a small window's sidebar; a tile too narrow for its
+    // amount shows its number, and its colour still tells the sign.
+    QSize minimumSizeHint() const override { return { 18, cellHeight }; }
 
 protected:
     void paintEvent(QPaintEvent* event) override;
@@ -47,7 +51,7 @@ public:
     void setData(int week, double total, int days, PnLUnit unit);
 
     QSize sizeHint() const override { return { 80, CalendarCell::cellHeight }; }
-    QSize minimumSizeHint() const override { return { 40, CalendarCell::cellHeight }; }
+    QSize minimumSizeHint() const override { return { 22, CalendarCell::cellHeight }; }
 
 protected:
     void paintEvent(QPaintEvent* event) override;
@@ -71,7 +75,11 @@ public:
     CalendarCell* cellFor(const QDate& day) const;
     WeeklyCell* weekCell(int row) const { return weekly.at(size_t(row)); }
 
+protected:
+    void resizeEvent(QResizeEvent* event) override;
+
 private:
+    std::vector<V3Text*> headers; // 8
     std::vector<CalendarCell*> cells; // 42, row by row
     std::vector<WeeklyCell*> weekly; // 6
 };

@@ -13,7 +13,15 @@
 #include "ui/kit/V3Text.h"
 
 #include <QHBoxLayout>
+#include <QResizeEvent>
 #include <QVBoxLayout>
+
+namespace {
+
+// Below this width the card headers take two rows.
+constexpr int narrowWidth = 380;
+
+} // namespace
 
 JournalOverview::JournalOverview(ClipJournalStore* journal, QWidget* parent)
     : QWidget(parent)
@@ -35,7 +43,8 @@ JournalOverview::JournalOverview(ClipJournalStore* journal, QWidget* parent)
 
     auto* middle = new ResponsiveGrid(2, 280, this);
     auto* compassCard = new HeroCard(middle);
-    compassCard->setFixedWidth(280);
+    // Its full width where there is room; a narrow window gives it what there is.
+    compassCard->setMaximumWidth(280);
     compass = new CompassRadial(compassCard);
     compassCard->column()->addWidget(compass, 0, Qt::AlignHCenter);
     compassCard->column()->addWidget(
@@ -44,11 +53,12 @@ JournalOverview::JournalOverview(ClipJournalStore* journal, QWidget* parent)
     compassCard->column()->addWidget(compassValue, 0, Qt::AlignHCenter);
     compassCaption = new V3Text({}, 11, QFont::Normal, V3::fgFaint, compassCard);
     compassCaption->setAlignment(Qt::AlignHCenter);
+    compassCaption->setMinimumWidth(1);
     compassCard->column()->addWidget(compassCaption);
     middle->addItem(compassCard);
 
     auto* perfCard = new HeroCard(middle);
-    auto* perfHeader = new QHBoxLayout;
+    perfHeader = new QHBoxLayout;
     perfHeader->addWidget(new V3Text(QStringLiteral("Equity curve"), 13, QFont::DemiBold, V3::fg, perfCard));
     perfHeader->addStretch();
     perfSwitch = new V3Segmented({ { QStringLiteral("cumulative"), QStringLiteral("cumulative") },
@@ -66,9 +76,9 @@ JournalOverview::JournalOverview(ClipJournalStore* journal, QWidget* parent)
     });
 
     auto* calendarCard = new HeroCard(this);
-    auto* calendarHeader = new QHBoxLayout;
-    calendarHeader->addWidget(new V3Text(QStringLiteral("Calendar"), 13, QFont::DemiBold, V3::fg, calendarCard));
-    calendarHeader->addStretch();
+    calendarTop = new QHBoxLayout;
+    calendarTop->addWidget(new V3Text(QStringLiteral("Calendar"), 13, QFont::DemiBold, V3::fg, calendarCard));
+    calendarTop->addStretch();
     auto* previous = new V3Button(V3Button::Kind::ghost, {}, calendarCard);
     previous->setSymbol(QStringLiteral("chevron.left"));
     previous->setAccessibleName(QStringLiteral("Previous month"));
@@ -79,11 +89,12 @@ JournalOverview::JournalOverview(ClipJournalStore* journal, QWidget* parent)
     next->setSymbol(QStringLiteral("chevron.right"));
     next->setAccessibleName(QStringLiteral("Next month"));
     auto* current = new V3Button(V3Button::Kind::secondary, QStringLiteral("Current"), calendarCard);
-    calendarHeader->addWidget(previous);
-    calendarHeader->addWidget(monthLabel);
-    calendarHeader->addWidget(next);
-    calendarHeader->addWidget(current);
-    calendarCard->column()->addLayout(calendarHeader);
+    calendarTop->addWidget(current);
+    calendarBottom = new QHBoxLayout;
+    calendarControls = { previous, monthLabel, next };
+    arrangeHeaders(false);
+    calendarCard->column()->addLayout(calendarTop);
+    calendarCard->column()->addLayout(calendarBottom);
     calendarGrid = new CalendarGrid(calendarCard);
     calendarCard->column()->addWidget(calendarGrid);
     column->addWidget(calendarCard);
@@ -95,6 +106,39 @@ JournalOverview::JournalOverview(ClipJournalStore* journal, QWidget* parent)
     connect(store, &ClipJournalStore::clipsChanged, this, &JournalOverview::refresh);
     connect(store, &ClipJournalStore::displayUnitChanged, this, &JournalOverview::refresh);
     refresh();
+}
+
+void JournalOverview::arrangeHeaders(bool narrow)
+{
+    narrowHeaders = narrow;
+    // The curve's title over its switch, and the month with its chevrons under the calendar's title
+    // and "Current": each row whole is too wide for the screen beside a small window's sidebar.
+    perfHeader->setDirection(narrow ? QBoxLayout::TopToBottom : QBoxLayout::LeftToRight);
+    perfHeader->setAlignment(perfSwitch, narrow ? Qt::AlignLeft : Qt::Alignment {});
+    QWidget* previous = calendarControls[0];
+    QWidget* month = calendarControls[1];
+    QWidget* next = calendarControls[2];
+    for (QWidget* control : calendarControls) {
+        calendarTop->removeWidget(control);
+        calendarBottom->removeWidget(control);
+    }
+    if (narrow) {
+        calendarBottom->addWidget(previous);
+        calendarBottom->addWidget(month, 1);
+        calendarBottom->addWidget(next);
+    } else {
+        // After the title and the stretch, before "Current".
+        calendarTop->insertWidget(2, previous);
+        calendarTop->insertWidget(3, month);
+        calendarTop->insertWidget(4, next);
+    }
+}
+
+void JournalOverview::resizeEvent(QResizeEvent* event)
+{
+    QWidget::resizeEvent(event);
+    const bool narrow = width() < narrowWidth;
+    if (narrow != narrowHeaders) arrangeHeaders(narrow);
 }
 
 JournalMetricCard* JournalOverview::card(const QString& label) const

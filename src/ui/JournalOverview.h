@@ -10,6 +10,7 @@ class ClipJournalStore;
 class CompassRadial;
 class JournalMetricCard;
 class PnLLineChart;
+class QBoxLayout;
 class V3Segmented;
 class V3Text;
 
@@ -35,13 +36,24 @@ public:
     // Shows the store's figures again.
     void refresh();
 
+protected:
+    void resizeEvent(QResizeEvent* event) override;
+
 private:
+    // Lays the card headers out in one row, or in two when the screen is narrow.
+    void arrangeHeaders(bool narrow);
+
     ClipJournalStore* store;
     std::vector<JournalMetricCard*> metricCards;
     CompassRadial* compass;
     V3Text* compassValue;
     V3Text* compassCaption;
     V3Segmented* perfSwitch;
+    QBoxLayout* perfHeader;
+    QBoxLayout* calendarTop;
+    QBoxLayout* calendarBottom;
+    std::vector<QWidget*> calendarControls; // previous, month, next
+    bool narrowHeaders = false;
     PnLLineChart* chart;
     V3Text* monthLabel;
     CalendarGrid* calendarGrid;

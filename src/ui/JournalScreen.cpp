@@ -12,6 +12,7 @@
 #include <QActionGroup>
 #include <QHBoxLayout>
 #include <QMenu>
+#include <QResizeEvent>
 #include <QVBoxLayout>
 
 namespace {
@@ -41,9 +42,10 @@ JournalScreen::JournalScreen(ClipJournalStore* journal, QWidget* parent)
     column->setSpacing(10);
     column->addWidget(new V3Text(QStringLiteral("Journal"), 22, QFont::DemiBold, V3::fg, this));
 
-    tabs = new V3Segmented({ { tabValue(SubTab::overview), QStringLiteral("Overview") },
-                               { tabValue(SubTab::stats), QStringLiteral("Stats") },
-                               { tabValue(SubTab::simulations), QStringLiteral("Simulations") } },
+    tabs = new V3Segmented(
+        { { tabValue(SubTab::overview), QStringLiteral("Overview"), QStringLiteral("square.grid.2x2") },
+            { tabValue(SubTab::stats), QStringLiteral("Stats"), QStringLiteral("chart.bar.xaxis") },
+            { tabValue(SubTab::simulations), QStringLiteral("Simulations"), QStringLiteral("wand.and.stars") } },
         this);
     tabs->setSelection(tabValue(shownTab));
     column->addWidget(tabs, 0, Qt::AlignLeft);
@@ -80,6 +82,14 @@ JournalScreen::JournalScreen(ClipJournalStore* journal, QWidget* parent)
     column->addWidget(page, 1);
     // The folder may have changed while the screen was away.
     store->rescan();
+}
+
+void JournalScreen::resizeEvent(QResizeEvent* event)
+{
+    QWidget::resizeEvent(event);
+    // Beside a small window's sidebar every pixel of width counts: the margins narrow with it.
+    const int side = width() < 360 ? 12 : 28;
+    layout()->setContentsMargins(side, 22, side, 28);
 }
 
 void JournalScreen::setTab(SubTab tab)

@@ -25,6 +25,9 @@ public:
     // The button that opens the unit menu.
     QPushButton* unitButton() const { return unitMenuButton; }
 
+protected:
+    void resizeEvent(QResizeEvent* event) override;
+
 private:
     void showUnit();
 

@@ -10,6 +10,7 @@
 #include "ui/kit/Symbols.h"
 #include "ui/kit/V3.h"
 #include "ui/kit/V3Button.h"
+#include "ui/kit/V3Slider.h"
 #include "ui/kit/V3Text.h"
 #include "ui/kit/V3Toggle.h"
 
@@ -93,8 +94,8 @@ JournalSimulations::JournalSimulations(ClipJournalStore* journal, QWidget* paren
     bootstrapText = new V3Text({}, 12, QFont::Normal, V3::fgMute, controls);
     auto* rerun = new V3Button(V3Button::Kind::secondary, QStringLiteral("Re-run"), controls);
     rerun->setSymbol(QStringLiteral("arrow.clockwise"));
-    bootstrapRow->addWidget(bootstrapText);
-    bootstrapRow->addStretch();
+    // The words take the room the button leaves: beside a stretch they would wrap at any width.
+    bootstrapRow->addWidget(bootstrapText, 1);
     bootstrapRow->addWidget(rerun);
     controls->column()->addLayout(bootstrapRow);
     sliderValues.resize(4);
@@ -166,12 +167,12 @@ QSlider* JournalSimulations::addSlider(
     header->addStretch();
     *valueText = new V3Text({}, 12, QFont::DemiBold, V3::fg, owner);
     // Wide enough for the longest value, so that a moving value never lays the card out again.
-    (*valueText)->setMinimumWidth(80);
+    (*valueText)->setMinimumWidth(64);
     (*valueText)->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
     header->addWidget(*valueText);
     into->addLayout(header);
     // The slider counts steps; the setting is the minimum plus that many steps.
-    auto* slider = new QSlider(Qt::Horizontal, owner);
+    auto* slider = new V3Slider(owner);
     slider->setAccessibleName(label);
     slider->setRange(0, int(std::lround((range.max - range.min) / range.step)));
     slider->setPageStep(std::max(1, slider->maximum() / 10));

@@ -41,4 +41,7 @@ void ResponsiveGrid::arrange(int columns)
         grid->addWidget(items[i], int(i) / columns, int(i) % columns);
     for (int column = 0; column < columns; ++column)
         grid->setColumnStretch(column, 1);
+    // Fewer columns make more rows: the layout around must learn the new height, or it squeezes the
+    // rows into the old one.
+    updateGeometry();
 }

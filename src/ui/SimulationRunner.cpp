@@ -1,14 +1,12 @@
 #include "ui/SimulationRunner.h"
 
+#include "platform/desktop/ThreadPriority.h"
+
 #include <QCoreApplication>
 #include <QRunnable>
 #include <QThreadPool>
 
-#include <sys/resource.h>
-
 namespace {
-
-constexpr int backgroundNice = 10;
 
 // The simulations' own threads: their priority is lowered for good (a thread cannot raise it back
 // without privilege), so they are kept apart from the application's shared pool. Two, so that a
@@ -50,8 +48,8 @@ void SimulationRunner::start(MonteCarloEngine::Config config)
     simulationPool().start([config = std::move(config), weak, request] {
         // The run yields to the window: its thread (and the engine's helpers, which inherit it)
         // runs at a lower priority than the main thread, so a loaded machine still draws and
-        // answers while a large run is under way. On Linux the nice value is the calling thread's.
-        setpriority(PRIO_PROCESS, 0, backgroundNice);
+        // answers while a large run is under way.
+        ThreadPriority::lowerCurrentThreadToBackground();
         std::optional<MonteCarloEngine::Result> result = MonteCarloEngine::simulate(config);
         QCoreApplication* app = QCoreApplication::instance();
         if (!app) return;

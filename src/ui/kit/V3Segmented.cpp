@@ -2,6 +2,7 @@
 
 #include "ui/kit/KitAccessibility.h"
 #include "ui/kit/KitPaint.h"
+#include "ui/kit/Symbols.h"
 #include "ui/kit/V3.h"
 
 #include <QAbstractButton>
@@ -16,6 +17,10 @@ namespace {
 
 constexpr qreal segmentInset = 12;
 constexpr qreal minimumSegmentWidth = 44;
+constexpr qreal symbolSize = 13;
+constexpr qreal symbolGap = 5;
+// A segment showing its symbol alone.
+constexpr qreal compactSegmentWidth = 36;
 
 // The raised segment: lighter than the plate in both appearances.
 const DynamicColor raised { V3::bgElev.dark, V3::bgCard.light };
@@ -27,8 +32,9 @@ QFont segmentFont(bool selected)
 
 class SegmentButton : public QAbstractButton {
 public:
-    SegmentButton(const QString& label, QWidget* parent)
+    SegmentButton(const QString& label, QString symbolName, QWidget* parent)
         : QAbstractButton(parent)
+        , symbol(std::move(symbolName))
     {
         setText(label);
         setCheckable(true);
@@ -40,10 +46,23 @@ public:
 
     QSize sizeHint() const override
     {
-        const qreal width = QFontMetricsF(segmentFont(true)).horizontalAdvance(text()) + 2 * segmentInset;
+        qreal width = QFontMetricsF(segmentFont(true)).horizontalAdvance(text()) + 2 * segmentInset;
+        if (!symbol.isEmpty()) width += symbolSize + symbolGap;
         return { int(std::ceil(std::max(width, minimumSegmentWidth))), V3Segmented::segmentHeight };
     }
-    QSize minimumSizeHint() const override { return sizeHint(); }
+    QSize minimumSizeHint() const override
+    {
+        if (symbol.isEmpty()) return sizeHint();
+        return { int(compactSegmentWidth), V3Segmented::segmentHeight };
+    }
+
+    // All items of a row go to their symbols at once, as soon as the row is narrower than it would
+    // like: a row of half words and half symbols reads worse than either.
+    bool compact() const
+    {
+        const QWidget* row = parentWidget();
+        return !symbol.isEmpty() && row && row->width() < row->sizeHint().width();
+    }
 
 protected:
     void paintEvent(QPaintEvent*) override
@@ -60,9 +79,26 @@ protected:
             p.drawRoundedRect(r.adjusted(0.25, 0.25, -0.25, -0.25), radius, radius);
         }
         const bool lit = isChecked() || underMouse() || isDown();
-        p.setFont(segmentFont(isChecked()));
-        p.setPen(lit ? V3::fg.resolve(a) : V3::fgMute.resolve(a));
-        p.drawText(r, Qt::AlignCenter | Qt::TextSingleLine, text());
+        const QColor ink = lit ? V3::fg.resolve(a) : V3::fgMute.resolve(a);
+        if (symbol.isEmpty()) {
+            p.setFont(segmentFont(isChecked()));
+            p.setPen(ink);
+            p.drawText(r, Qt::AlignCenter | Qt::TextSingleLine, text());
+        } else if (compact()) {
+            Symbols::paint(p,
+                QRectF(r.center().x() - symbolSize / 2, r.center().y() - symbolSize / 2, symbolSize, symbolSize),
+                symbol, ink);
+        } else {
+            // Symbol and label centred together, as one line.
+            const QFont font = segmentFont(isChecked());
+            const qreal textWidth = QFontMetricsF(font).horizontalAdvance(text());
+            const qreal left = r.center().x() - (symbolSize + symbolGap + textWidth) / 2;
+            Symbols::paint(p, QRectF(left, r.center().y() - symbolSize / 2, symbolSize, symbolSize), symbol, ink);
+            p.setFont(font);
+            p.setPen(ink);
+            p.drawText(QRectF(left + symbolSize + symbolGap, r.top(), textWidth + 1, r.height()),
+                Qt::AlignLeft | Qt::AlignVCenter | Qt::TextSingleLine, text());
+        }
         if (hasFocus()) KitPaint::focusRing(p, r, radius, V3::accent.resolve(a));
     }
 
@@ -71,6 +107,9 @@ protected:
         if (KitPaint::isAppearanceChange(event)) update();
         return QAbstractButton::event(event);
     }
+
+private:
+    QString symbol;
 };
 
 } // namespace
@@ -85,7 +124,7 @@ V3Segmented::V3Segmented(std::vector<Item> list, QWidget* parent)
     row->setContentsMargins(platePadding, platePadding, platePadding, platePadding);
     row->setSpacing(platePadding);
     for (const Item& item : items) {
-        auto* button = new SegmentButton(item.label, this);
+        auto* button = new SegmentButton(item.label, item.symbol, this);
         buttons.push_back(button);
         row->addWidget(button, 1);
         connect(button, &QAbstractButton::clicked, this, [this, value = item.value] { setSelection(value); });
@@ -126,5 +165,11 @@ void V3Segmented::paintEvent(QPaintEvent*)
 bool V3Segmented::event(QEvent* event)
 {
     if (KitPaint::isAppearanceChange(event)) update();
+    if (event->type() == QEvent::Resize) {
+        // A symbol shown alone names itself on hover.
+        for (size_t i = 0; i < items.size(); ++i)
+            buttons[i]->setToolTip(
+                width() < sizeHint().width() && !items[i].symbol.isEmpty() ? items[i].label : QString());
+    }
     return QWidget::event(event);
 }

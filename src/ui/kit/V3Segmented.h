@@ -10,12 +10,17 @@ class QAbstractButton;
 // button of its own (an exclusive, checkable one: a radio button to assistive technology) named by
 // its label, so that automation can press it. selectionChanged fires once for each change of the
 // selection, whether by a press or by setSelection; a press on the selected item changes nothing.
+//
+// An item may carry a symbol, drawn before its label. Items with symbols let the row shrink below
+// its natural width: an item too narrow for its label shows the symbol alone, with the label as its
+// tooltip (and still its accessible name).
 class V3Segmented : public QWidget {
     Q_OBJECT
 public:
     struct Item {
         QString value;
         QString label;
+        QString symbol = {};
     };
 
     static constexpr int segmentHeight = 24;

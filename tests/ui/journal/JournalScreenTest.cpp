@@ -21,6 +21,7 @@
 #include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLabel>
 #include <QMainWindow>
 #include <QMenu>
 #include <QProcess>
@@ -262,4 +263,77 @@ TEST_F(JournalWindow, DraggingThePathsSliderToItsEndKeepsTheWindowAnswering)
     spinFor(50);
     tick.stop();
     EXPECT_LT(worst, 50) << "the main thread stalled for " << worst << " ms (" << worstWall << " ms on the clock)";
+}
+
+TEST_F(JournalWindow, ClipsTaggedByAnotherProgramShowInTheOpenOverview)
+{
+    auto* overview = qobject_cast<JournalOverview*>(screen->tabWidget());
+    ASSERT_NE(overview, nullptr);
+    JournalMetricCard* net = overview->card(QStringLiteral("Net P&L"));
+    ASSERT_NE(net, nullptr);
+    ASSERT_EQ(net->figure().value, QStringLiteral("$465.75"));
+    auto writeByHand = [](const QString& path, const QByteArray& json) {
+        // Plain writes into the file itself, as a script or an editor that does not rename would.
+        QFile file(path);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        file.write(json);
+    };
+
+    // A new clip with its sidecar.
+    const QDate month = QDate::currentDate();
+    const QString clip = clips.filePath(
+        QStringLiteral("NEW_%1_11-00.mp4").arg(QDate(month.year(), month.month(), 12).toString(Qt::ISODate)));
+    {
+        QFile file(clip);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write("mp4");
+    }
+    writeByHand(ClipMetaStore::sidecarPath(QUrl::fromLocalFile(clip)),
+        R"({"mistakes": "", "notes": "", "outcome": "win", "pnl": 34.25, "unit": "dollars"})");
+    EXPECT_TRUE(spinUntil([net] { return net->figure().value == QStringLiteral("$500.00"); }, 10000))
+        << net->figure().value.toStdString();
+
+    // An existing sidecar rewritten in place: the 250.50 win becomes a 50.50 one.
+    const auto first = std::find_if(
+        store->clips().begin(), store->clips().end(), [](const ClipEntry& c) { return c.meta.pnl == 250.5; });
+    ASSERT_NE(first, store->clips().end());
+    writeByHand(ClipMetaStore::sidecarPath(first->url),
+        R"({"mistakes": "", "notes": "", "outcome": "win", "pnl": 50.5, "unit": "dollars"})");
+    EXPECT_TRUE(spinUntil([net] { return net->figure().value == QStringLiteral("$300.00"); }, 10000))
+        << net->figure().value.toStdString();
+}
+
+TEST_F(JournalWindow, AtTheSmallestWindowEverySubTabFitsBesideTheSidebar)
+{
+    delegate->window()->resize(AppDelegate::minimumWindowSize);
+    ASSERT_TRUE(
+        spinUntil([this] { return delegate->window()->width() == AppDelegate::minimumWindowSize.width(); }, 2000));
+    QWidget* viewport = screen->parentWidget();
+    ASSERT_NE(viewport, nullptr);
+    for (JournalScreen::SubTab tab :
+        { JournalScreen::SubTab::overview, JournalScreen::SubTab::stats, JournalScreen::SubTab::simulations }) {
+        screen->setTab(tab);
+        // Until the layout has reached the new size; a screen that cannot shrink so far never does.
+        spinUntil(
+            [&] { return screen->width() <= viewport->width() && screen->tabWidget()->width() <= screen->width(); },
+            3000);
+        spinFor(100);
+        // The screen scrolls only up and down: whatever reaches past the visible width is cut off.
+        int right = 0;
+        QString widest;
+        for (QWidget* widget : screen->findChildren<QWidget*>()) {
+            if (!widget->isVisibleTo(screen)) continue;
+            const int edge = widget->mapTo(viewport, QPoint(widget->width(), 0)).x();
+            if (edge > right) {
+                right = edge;
+                widest = QStringLiteral("%1 \"%2\" at %3 of %4")
+                             .arg(QLatin1String(widget->metaObject()->className()),
+                                 qobject_cast<QLabel*>(widget) ? qobject_cast<QLabel*>(widget)->text()
+                                                               : widget->accessibleName())
+                             .arg(edge)
+                             .arg(viewport->width());
+            }
+        }
+        EXPECT_LE(right, viewport->width()) << "sub-tab " << int(tab) << ": " << widest.toStdString();
+    }
 }
