@@ -4,6 +4,7 @@
 #include "platform/pulse/PulseMicrophones.h"
 #include "platform/pulse/PulseSystemAudio.h"
 #include "platform/x11/CaptureBackendFactory.h"
+#include "platform/x11/X11KeyGrabCheck.h"
 #include "platform/x11/X11WindowVisibility.h"
 
 #include <QGuiApplication>
@@ -24,6 +25,12 @@ std::unique_ptr<WindowVisibilityWatcher> watchWindowVisibility(uintptr_t window,
 {
     if (QGuiApplication::platformName() != QLatin1String("xcb")) return nullptr;
     return X11WindowVisibility::watch(uint32_t(window), std::move(report));
+}
+
+std::shared_ptr<KeyGrabCheck> keyGrabCheck()
+{
+    if (QGuiApplication::platformName() != QLatin1String("xcb")) return nullptr;
+    return std::make_shared<X11KeyGrabCheck>();
 }
 
 } // namespace PlatformFactory
