@@ -262,6 +262,8 @@ void SettingsView::setGroup(SettingsGroup group)
     pageColumn->replaceWidget(page, next);
     delete page;
     page = next;
+    // Made after the screen came up, the page shows only when told to.
+    page->show();
 }
 
 QList<SetRow*> SettingsView::rows() const
