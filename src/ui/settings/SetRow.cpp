@@ -11,7 +11,7 @@
 SetRow::SetRow(const QString& label, const QString& help, QWidget* parent)
     : QWidget(parent)
 {
-    outer = new QHBoxLayout(this);
+    outer = new QBoxLayout(QBoxLayout::LeftToRight, this);
     outer->setContentsMargins(0, 10, 0, 10);
     outer->setSpacing(16);
     auto* texts = new QVBoxLayout;
@@ -30,6 +30,13 @@ SetRow::SetRow(const QString& label, const QString& help, QWidget* parent)
     controlRow = new QHBoxLayout;
     controlRow->setSpacing(8);
     outer->addLayout(controlRow);
+}
+
+void SetRow::setStacked(bool stacked)
+{
+    outer->setDirection(stacked ? QBoxLayout::TopToBottom : QBoxLayout::LeftToRight);
+    outer->setSpacing(stacked ? 6 : 16);
+    outer->setAlignment(controlRow, stacked ? Qt::AlignLeft : Qt::Alignment());
 }
 
 QString SetRow::label() const

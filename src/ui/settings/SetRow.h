@@ -2,6 +2,7 @@
 
 #include <QWidget>
 
+class QBoxLayout;
 class QHBoxLayout;
 class V3Text;
 
@@ -29,6 +30,8 @@ public:
 
     // A row that only counts while the setting of the row above is on stands indented.
     void setIndented(bool indented);
+    // The control under the texts instead of beside them, for a narrow screen.
+    void setStacked(bool stacked);
     void setDividerAbove(bool divider);
     // Disabled, and drawn faded, while a preset or a missing device decides for it.
     void setDimmed(bool dimmed);
@@ -42,7 +45,7 @@ private:
     V3Text* helpText;
     V3Text* warningText;
     QHBoxLayout* controlRow;
-    QHBoxLayout* outer;
+    QBoxLayout* outer;
     bool divider = false;
     bool dimmed = false;
 };

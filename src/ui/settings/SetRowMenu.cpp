@@ -5,13 +5,35 @@
 #include "ui/kit/V3Text.h"
 
 #include <QMenu>
+#include <QPainter>
 #include <QVBoxLayout>
+
+namespace {
+
+// The inset plate that a style's preview stands on.
+class _PreviewStage : public QWidget {
+public:
+    using QWidget::QWidget;
+
+protected:
+    void paintEvent(QPaintEvent*) override
+    {
+        QPainter p(this);
+        p.setRenderHint(QPainter::Antialiasing);
+        p.setPen(QPen(V3::lineSoft.resolve(this), 0.5));
+        p.setBrush(V3::bgInset.resolve(this));
+        p.drawRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), 8, 8);
+    }
+};
+
+} // namespace
 
 SetRowMenu::SetRowMenu(const QString& label, std::vector<Item> entries, QWidget* parent)
     : SetRow(label, {}, parent)
     , items(std::move(entries))
 {
     menuButton = new V3Button(V3Button::Kind::secondary, {});
+    menuButton->setSymbol(QStringLiteral("chevron.up.chevron.down"));
     auto* menu = new QMenu(menuButton);
     for (const Item& item : items) {
         QAction* action = menu->addAction(item.label);
@@ -29,7 +51,7 @@ SetRowMenu::SetRowMenu(const QString& label, std::vector<Item> entries, QWidget*
     column->setContentsMargins(0, 0, 0, 0);
     column->setSpacing(4);
     column->addWidget(new V3Text(QStringLiteral("Preview"), 10, QFont::DemiBold, V3::fgFaint, preview));
-    slot = new QWidget(preview);
+    slot = new _PreviewStage(preview);
     slot->setObjectName(QStringLiteral("stylePreviewSlot"));
     auto* slotColumn = new QVBoxLayout(slot);
     slotColumn->setContentsMargins(0, 0, 0, 0);

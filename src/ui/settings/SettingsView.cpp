@@ -208,30 +208,30 @@ SettingsView::SettingsView(RecorderViewModel* model, QWidget* parent)
         return chosen;
     };
 
-    auto* row = new QHBoxLayout(this);
-    row->setContentsMargins(20, 22, 28, 28);
-    row->setSpacing(20);
-    auto* column = new QVBoxLayout;
-    column->setSpacing(4);
+    frame = new QBoxLayout(QBoxLayout::LeftToRight, this);
+    frame->setContentsMargins(20, 22, 28, 28);
+    frame->setSpacing(20);
+    groupHolder = new QWidget(this);
+    groupList = new QBoxLayout(QBoxLayout::TopToBottom, groupHolder);
+    groupList->setContentsMargins(0, 0, 0, 0);
+    groupList->setSpacing(4);
     for (const SettingsGroup group : allGroups) {
         const GroupContent c = content(group);
         auto* button
-            = new PremiumSettingsNavRow(QString::fromUtf8(c.title), QString::fromUtf8(c.symbol), *c.tile, this);
+            = new PremiumSettingsNavRow(QString::fromUtf8(c.title), QString::fromUtf8(c.symbol), *c.tile, groupHolder);
         groupButtons.push_back(button);
-        column->addWidget(button);
+        groupList->addWidget(button);
         connect(button, &QAbstractButton::clicked, this, [this, group] { setGroup(group); });
     }
-    column->addStretch();
-    auto* columnHolder = new QWidget(this);
-    columnHolder->setObjectName(QStringLiteral("groupColumn"));
-    columnHolder->setLayout(column);
-    column->setContentsMargins(0, 0, 0, 0);
-    columnHolder->setFixedWidth(groupColumnWidth);
-    row->addWidget(columnHolder);
+    groupList->addStretch();
+    groupHolder->setFixedWidth(groupColumnWidth);
+    frame->addWidget(groupHolder);
+    // The screen decides by its own width how it lays out, so it asks for little room itself.
+    setMinimumWidth(200);
 
     pageColumn = new QVBoxLayout;
     pageColumn->setContentsMargins(0, 0, 0, 0);
-    row->addLayout(pageColumn, 1);
+    frame->addLayout(pageColumn, 1);
     page = makePage(current);
     pageColumn->addWidget(page);
     groupButtons.front()->setCurrent(true);
@@ -262,6 +262,8 @@ void SettingsView::setGroup(SettingsGroup group)
     pageColumn->replaceWidget(page, next);
     delete page;
     page = next;
+    for (SetRow* r : rows())
+        r->setStacked(compact);
     // Made after the screen came up, the page shows only when told to.
     page->show();
 }
@@ -278,14 +280,41 @@ SetRow* SettingsView::row(const QString& label) const
     return nullptr;
 }
 
+QSize SettingsView::sizeHint() const
+{
+    return { minimumWidth(), QWidget::sizeHint().height() };
+}
+
+QSize SettingsView::minimumSizeHint() const
+{
+    return { minimumWidth(), QWidget::minimumSizeHint().height() };
+}
+
 void SettingsView::resizeEvent(QResizeEvent* event)
 {
     QWidget::resizeEvent(event);
-    const bool compact = event->size().width() < compactBelow;
-    if (auto* holder = findChild<QWidget*>(QStringLiteral("groupColumn")))
-        holder->setFixedWidth(compact ? 40 : groupColumnWidth);
+    const bool narrow = event->size().width() < compactBelow;
+    if (narrow == compact) return;
+    compact = narrow;
+    applyCompact();
+}
+
+void SettingsView::applyCompact()
+{
+    frame->setDirection(compact ? QBoxLayout::TopToBottom : QBoxLayout::LeftToRight);
+    frame->setContentsMargins(compact ? 12 : 20, compact ? 12 : 22, compact ? 12 : 28, 28);
+    frame->setSpacing(compact ? 12 : 20);
+    groupList->setDirection(compact ? QBoxLayout::LeftToRight : QBoxLayout::TopToBottom);
+    if (compact) {
+        groupHolder->setMinimumWidth(0);
+        groupHolder->setMaximumWidth(QWIDGETSIZE_MAX);
+    } else {
+        groupHolder->setFixedWidth(groupColumnWidth);
+    }
     for (PremiumSettingsNavRow* button : groupButtons)
         button->setCompact(compact);
+    for (SetRow* r : rows())
+        r->setStacked(compact);
 }
 
 QWidget* SettingsView::makePage(SettingsGroup group)

@@ -10,6 +10,7 @@
 class AppSettings;
 class HeroCard;
 class PremiumSettingsNavRow;
+class QBoxLayout;
 class QVBoxLayout;
 class RecorderViewModel;
 class SetRow;
@@ -26,8 +27,9 @@ public:
         SettingsGroup::output, SettingsGroup::privacy, SettingsGroup::monitor, SettingsGroup::about };
 
     static constexpr int groupColumnWidth = 220;
-    // Below this width the group column shows its tiles alone.
-    static constexpr int compactBelow = 620;
+    // Below this width the groups stand as a row of tiles above the page, and each row's control
+    // goes under its label.
+    static constexpr int compactBelow = 760;
 
     // Asks the user for a folder, starting at `current`; none when cancelled.
     using FolderChooser = std::function<std::optional<QString>(QWidget* parent, const QString& current)>;
@@ -53,6 +55,11 @@ public:
     // The desktop's folder chooser by default (QFileDialog, native where the platform theme has one).
     void setFolderChooser(FolderChooser chooser) { chooseFolder = std::move(chooser); }
 
+    // Narrow: the screen lays itself out for the width it is given (a scroll area asks for the
+    // width of the hint when the content's height depends on its width).
+    QSize sizeHint() const override;
+    QSize minimumSizeHint() const override;
+
 protected:
     void resizeEvent(QResizeEvent* event) override;
 
@@ -66,12 +73,17 @@ private:
     void buildAbout(QVBoxLayout* page);
     // A card holding `rows`, with a hairline between rows.
     HeroCard* rowCard(QWidget* page, const std::vector<SetRow*>& rows);
+    void applyCompact();
 
     RecorderViewModel* vm;
     AppSettings* settings;
     SettingsGroup current = SettingsGroup::recording;
     std::vector<PremiumSettingsNavRow*> groupButtons;
+    QBoxLayout* frame;
+    QBoxLayout* groupList;
+    QWidget* groupHolder;
     QVBoxLayout* pageColumn;
+    bool compact = false;
     QWidget* page = nullptr;
     FolderChooser chooseFolder;
 };
