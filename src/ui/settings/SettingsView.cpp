@@ -96,9 +96,11 @@ HeroCard* noteCard(QWidget* page, const QString& symbol, const QString& heading,
     auto* head = new QHBoxLayout;
     head->setSpacing(8);
     if (!symbol.isEmpty()) head->addWidget(new _SymbolGlyph(symbol, card));
-    head->addWidget(new V3Text(
-        heading, symbol.isEmpty() ? 10 : 13, QFont::DemiBold, symbol.isEmpty() ? V3::fgFaint : V3::fg, card));
-    head->addStretch();
+    auto* title = new V3Text(
+        heading, symbol.isEmpty() ? 10 : 13, QFont::DemiBold, symbol.isEmpty() ? V3::fgFaint : V3::fg, card);
+    // A heading stays on one line.
+    title->setWordWrap(false);
+    head->addWidget(title, 1);
     card->column()->addLayout(head);
     auto* body = new V3Text(text, 12, QFont::Normal, V3::fgMute, card);
     body->setWordWrap(true);
