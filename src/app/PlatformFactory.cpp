@@ -7,6 +7,7 @@
 #include "platform/x11/AreaPickerOverlay.h"
 #include "platform/x11/ArmedAreaOverlay.h"
 #include "platform/x11/CaptureBackendFactory.h"
+#include "platform/x11/X11KeyGrabCheck.h"
 #include "platform/x11/X11WindowVisibility.h"
 
 #include <QGuiApplication>
@@ -49,6 +50,12 @@ std::unique_ptr<WindowVisibilityWatcher> watchWindowVisibility(uintptr_t window,
 {
     if (QGuiApplication::platformName() != QLatin1String("xcb")) return nullptr;
     return X11WindowVisibility::watch(uint32_t(window), std::move(report));
+}
+
+std::shared_ptr<KeyGrabCheck> keyGrabCheck()
+{
+    if (QGuiApplication::platformName() != QLatin1String("xcb")) return nullptr;
+    return std::make_shared<X11KeyGrabCheck>();
 }
 
 } // namespace PlatformFactory

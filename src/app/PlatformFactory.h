@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <memory>
 
+class KeyGrabCheck;
+
 // Chooses the platform backends once at start-up: X11 capture when an X display answers (the null
 // backend, which reports "not available", otherwise), PulseAudio for system audio and the microphones, Tesseract to
 // read P&L figures off clips, and the freedesktop sound and file manager.
@@ -26,5 +28,9 @@ RecognizerFactory textRecognizers();
 // shows again. Null where the session can't tell (not X11).
 std::unique_ptr<WindowVisibilityWatcher> watchWindowVisibility(
     uintptr_t window, WindowVisibilityWatcher::Report report);
+
+// Tells whether another program holds a key combination. Null where the session can't tell (not
+// X11).
+std::shared_ptr<KeyGrabCheck> keyGrabCheck();
 
 } // namespace PlatformFactory

@@ -6,9 +6,9 @@
 #include "ui/D1Sidebar.h"
 #include "ui/JournalScreen.h"
 #include "ui/RecorderHero.h"
-#include "ui/ScreenPlaceholder.h"
 #include "ui/ToastView.h"
 #include "ui/clips/ClipsScreen.h"
+#include "ui/settings/SettingsView.h"
 
 #include <QHBoxLayout>
 #include <QResizeEvent>
@@ -69,10 +69,7 @@ QWidget* ContentView::makeScreen(D1Screen screen)
     case D1Screen::journal:
         return new JournalScreen(vm->journal());
     case D1Screen::settings:
-        return new ScreenPlaceholder(QStringLiteral("Settings"), QStringLiteral("gearshape.fill"),
-            QStringLiteral("Buffer length, quality, hotkeys, save folder, camera, microphone and the area "
-                           "monitor, grouped as you expect them."),
-            nullptr);
+        return new SettingsView(vm);
     case D1Screen::about:
         return new AboutHero;
     }

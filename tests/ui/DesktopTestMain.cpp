@@ -13,8 +13,8 @@
 
 // The interface tests run on a private Xvfb, with a home of their own so that no setting of the
 // user's is read or written; the window's tests also with a window manager, as a user's desktop
-// has (minimising needs one). The desktop must exist before the application connects to it, so
-// these binaries bring this main.
+// has (minimising needs one), and those that need them with a sound server. The desktop must exist before the
+// application connects to it, so these binaries bring this main.
 
 namespace {
 TestDesktop* desktop = nullptr;
@@ -50,7 +50,12 @@ int main(int argc, char** argv)
 #else
         const bool windowManager = false;
 #endif
-        const QString error = x.start({ .width = 1400, .height = 900, .audio = false, .windowManager = windowManager });
+#ifdef VELOTAPE_TEST_AUDIO
+        const bool audio = true;
+#else
+        const bool audio = false;
+#endif
+        const QString error = x.start({ .width = 1400, .height = 900, .audio = audio, .windowManager = windowManager });
         if (!error.isEmpty()) {
             std::fprintf(stderr, "no test display: %s\n", qPrintable(error));
             return 1;

@@ -3,6 +3,7 @@
 #include "app/AppSettings.h"
 #include "app/hotkeys/HotkeyMatcher.h"
 #include "app/hotkeys/KeyTable.h"
+#include "monitor/KeyGrabCheck.h"
 
 #include <QCoreApplication>
 #include <QKeyEvent>
@@ -103,6 +104,22 @@ QString HotkeyRecorder::bindingText(const HotkeyBinding& binding)
     return prefix + binding.keyChar.toUpper();
 }
 
+void HotkeyRecorder::setGrabCheck(std::shared_ptr<KeyGrabCheck> check)
+{
+    grabCheck = std::move(check);
+    checkForConflict();
+    emit changed();
+}
+
+void HotkeyRecorder::checkForConflict()
+{
+    conflictText.clear();
+    const HotkeyBinding binding = read();
+    if (!grabCheck || !HotkeyMatcher::registers(binding)) return;
+    if (grabCheck->isTakenByAnotherProgram(binding.keyCode, binding.modifierRaw & HotkeyBinding::modifierMask))
+        conflictText = QStringLiteral("%1 is taken by another program").arg(bindingText(binding));
+}
+
 void HotkeyRecorder::press()
 {
     if (isListening) {
@@ -125,11 +142,13 @@ void HotkeyRecorder::cancel()
 void HotkeyRecorder::clear()
 {
     write(HotkeyBinding { false, 0, QString(), 0 });
+    checkForConflict();
     emit changed();
 }
 
 void HotkeyRecorder::bindingChanged()
 {
+    checkForConflict();
     emit changed();
 }
 
@@ -158,6 +177,7 @@ bool HotkeyRecorder::eventFilter(QObject* watched, QEvent* event)
     QString character = characterIgnoringModifiers(*key);
     if (character.isEmpty()) character = KeyTable::keyCharFromCode(keyCode);
     write(HotkeyBinding { true, keyCode, character, modifiers });
+    checkForConflict();
     cancel();
     return true;
 }

@@ -6,8 +6,10 @@
 #include <QString>
 
 #include <functional>
+#include <memory>
 
 class AppSettings;
+class KeyGrabCheck;
 
 // The control with which the user records a new key combination for a hotkey, without its view:
 // the settings row draws `label` in `labelTone` and the clear button while `showsClearButton`.
@@ -21,6 +23,7 @@ class HotkeyRecorder : public QObject {
     Q_PROPERTY(bool listening READ listening NOTIFY changed)
     Q_PROPERTY(bool showsClearButton READ showsClearButton NOTIFY changed)
     Q_PROPERTY(LabelTone labelTone READ labelTone NOTIFY changed)
+    Q_PROPERTY(QString conflict READ conflict NOTIFY changed)
 
 public:
     // The label's colour: the accent colour while listening, the primary foreground for a binding,
@@ -50,6 +53,12 @@ public:
     // The text of a binding: the combination, or "Off" when disabled or without a key character.
     static QString bindingText(const HotkeyBinding& binding);
 
+    // Asks `check` whether the binding on show is taken by another program, now and whenever the
+    // binding changes; null stops asking.
+    void setGrabCheck(std::shared_ptr<KeyGrabCheck> check);
+    // "Ctrl+Shift+R is taken by another program" while it is; empty otherwise.
+    QString conflict() const { return conflictText; }
+
     // The button: cancels while listening, starts listening otherwise.
     void press();
     // Stops listening; the binding stays as it was.
@@ -66,7 +75,11 @@ protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
+    void checkForConflict();
+
     Read read;
     Write write;
     bool isListening = false;
+    std::shared_ptr<KeyGrabCheck> grabCheck;
+    QString conflictText;
 };

@@ -60,6 +60,8 @@ constexpr Entry table[] = {
     { "video", "camera-video", "Camera on" },
     { "video.slash", "camera-disabled", "Camera off" },
     { "person.crop.circle.fill", "avatar-default", "Person" },
+    { "keyboard", "input-keyboard", "Keyboard" },
+    { "xmark", "window-close", "Clear" },
 };
 // clang-format on
 

@@ -21,6 +21,7 @@
 #include "ui/ToastView.h"
 #include "ui/clips/ClipsScreen.h"
 #include "ui/kit/Appearance.h"
+#include "ui/settings/SettingsView.h"
 
 #include <QApplication>
 #include <QDir>
@@ -289,6 +290,37 @@ int clipsStates(AppDelegate& delegate, const QString& outDir)
     return written;
 }
 
+// Every group of the settings screen in both appearances at the window's size and at its minimum,
+// named settings-GROUP-APPEARANCE-WxH.png.
+int settingsGroups(AppDelegate& delegate, const QString& outDir)
+{
+    QMainWindow* window = delegate.window();
+    int written = 0;
+    for (const QSize size : { AppDelegate::windowSize, AppDelegate::minimumWindowSize }) {
+        window->resize(size);
+        for (const Appearance appearance : { Appearance::dark, Appearance::light }) {
+            QApplication::setPalette(kitPalette(appearance));
+            for (const SettingsView::SettingsGroup group : SettingsView::allGroups) {
+                delegate.contentView()->showScreen(D1Screen::recorder);
+                delegate.contentView()->showScreen(D1Screen::settings);
+                auto* view = qobject_cast<SettingsView*>(delegate.contentView()->screenWidget());
+                if (!view) return written;
+                view->setGroup(group);
+                settle(200);
+                const QString name
+                    = QStringLiteral("settings-%1-%2-%3x%4.png")
+                          .arg(SettingsView::rawValue(group),
+                              appearance == Appearance::dark ? QStringLiteral("dark") : QStringLiteral("light"))
+                          .arg(window->width())
+                          .arg(window->height());
+                if (window->grab().save(QDir(outDir).filePath(name))) ++written;
+            }
+        }
+    }
+    delegate.contentView()->showScreen(D1Screen::recorder);
+    return written;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -392,6 +424,7 @@ int main(int argc, char** argv)
         }
     }
     written += clipsStates(delegate, outDir);
+    written += settingsGroups(delegate, outDir);
     written += recorderStates(delegate, desktop, outDir);
     written += overlayShots(delegate, desktop, outDir);
     std::printf("%d screenshots in %s\n", written, qPrintable(outDir));

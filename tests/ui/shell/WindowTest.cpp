@@ -10,10 +10,11 @@
 #include "ui/D1Sidebar.h"
 #include "ui/NavRow.h"
 #include "ui/RecorderHero.h"
-#include "ui/ScreenPlaceholder.h"
 #include "ui/ToastView.h"
 #include "ui/kit/Appearance.h"
 #include "ui/kit/V3.h"
+#include "ui/settings/SetRow.h"
+#include "ui/settings/SettingsView.h"
 
 #include <QAbstractButton>
 #include <QAccessible>
@@ -94,15 +95,14 @@ TEST_F(Window, SidebarRowsShowTheirScreensAndTheKitFollowsTheAppearance)
         EXPECT_TRUE(left.isNull()) << "the screen left behind is destroyed";
     }
 
-    // The placeholder's card is painted in the kit's colour of the appearance on show, and again
-    // in the other when it changes: nothing in the screen does it.
+    // A card of the settings screen is painted in the kit's colour of the appearance on show, and
+    // again in the other when it changes: nothing in the screen does it.
     content->showScreen(D1Screen::settings);
-    auto* placeholder = qobject_cast<ScreenPlaceholder*>(content->screenWidget());
-    ASSERT_NE(placeholder, nullptr);
-    auto cardPixel = [placeholder] {
-        const QPoint corner = placeholder->cardRect().topLeft().toPoint() + QPoint(14, 14);
-        return placeholder->grab().toImage().pixelColor(corner);
-    };
+    auto* settings = qobject_cast<SettingsView*>(content->screenWidget());
+    ASSERT_NE(settings, nullptr);
+    // The card that holds the rows.
+    QWidget* card = settings->row(QStringLiteral("Pre-record buffer"))->parentWidget();
+    auto cardPixel = [card] { return card->grab().toImage().pixelColor(QPoint(14, 14)); };
     for (Appearance appearance : { Appearance::dark, Appearance::light, Appearance::dark }) {
         QApplication::setPalette(kitPalette(appearance));
         spinFor(50);
