@@ -105,10 +105,10 @@ void MicCapture::openOnQueue(const std::optional<QString>& wanted)
 
     closeOnQueue();
     const uint64_t opening = ++openings;
-    auto levelled = [sink = onSample, gain = MicGainControl::State {}](const AudioBuffer& buffer) mutable {
-        AudioBuffer own = buffer;
-        MicGainControl::apply(own, gain);
-        if (sink) sink(own);
+    // The buffer is ours alone: the gain works on its samples where they are.
+    auto levelled = [sink = onSample, gain = MicGainControl::State {}](AudioBuffer buffer) mutable {
+        MicGainControl::apply(buffer, gain);
+        if (sink) sink(buffer);
     };
     auto lost = [this, opening, name = chosen->name](const QString& reason) {
         const QString text = lostText.arg(name, reason);
