@@ -18,6 +18,7 @@ int64_t SampleClock::stamp(int64_t latest, int64_t frames)
     if (!anchor) {
         anchor = latest;
         counted = frames;
+        last = latest;
         return latest;
     }
     int64_t time = nextTime();
@@ -34,12 +35,15 @@ int64_t SampleClock::stamp(int64_t latest, int64_t frames)
     }
     const int64_t lasted = latest - apartSince;
     if ((apart == Apart::behind && lasted >= catchUpAfterNs) || (apart == Apart::ahead && lasted >= fallBackAfterNs)) {
-        anchor = time + closest;
+        // Never back to or before the last buffer's time: a buffer that does not move past the
+        // one before is dropped whole downstream. What is left of the lead goes at the next jump.
+        anchor = std::max(time + closest, last + 1);
         counted = 0;
         time = *anchor;
         apart = Apart::no;
     }
     counted += frames;
+    last = time;
     return time;
 }
 

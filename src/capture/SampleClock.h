@@ -12,7 +12,8 @@
 //   suspended device, a server that dropped them). It jumps forward and the missing stretch is a
 //   gap, never a shift of what follows;
 // - the count ahead of the clock by more than `tolerance` for `fallBackAfter`: the source runs fast
-//   or renders ahead of the clock. It falls back and loses the overlap with what it gave before.
+//   or renders ahead of the clock. It falls back and loses the overlap with what it gave before,
+//   but never to or before the last buffer's time.
 // Each jump is by the smallest difference seen while they were apart: a delivery that was merely
 // late (our thread stalled, the samples all there) or a burst delivered early leaves the times as
 // they were.
@@ -40,6 +41,7 @@ private:
     int rate;
     std::optional<int64_t> anchor; // the time of the counted samples' first one
     int64_t counted = 0;
+    int64_t last = 0; // the time of the last buffer
     Apart apart = Apart::no;
     int64_t apartSince = 0; // the clock when the count and the clock parted
     int64_t closest = 0; // the smallest difference of clock less count since then
