@@ -6,6 +6,7 @@
 #include <QPointer>
 
 #include <algorithm>
+#include <utility>
 
 MicCapture::MicCapture(std::shared_ptr<MicrophoneBackend> b, QObject* parent)
     : QObject(parent)
@@ -38,18 +39,33 @@ std::optional<QString> MicCapture::currentDeviceID() const
 
 void MicCapture::refreshDevices()
 {
-    sampleQueue.async([this] { listAndPublish(); });
+    sampleQueue.async([this] {
+        const MicrophoneBackend::Listing listing = listAndPublish();
+        if (stream || !lostID
+            || std::none_of(listing.devices.begin(), listing.devices.end(),
+                [&](const MicrophoneDevice& d) { return d.uniqueID == *lostID; }))
+            return;
+        // The microphone that went away is back: it records again, and the news of its loss is old.
+        openOnQueue(std::exchange(lostID, std::nullopt));
+        if (stream)
+            QMetaObject::invokeMethod(
+                this, [this] { setErrorMessage(std::nullopt); }, Qt::QueuedConnection);
+    });
 }
 
 void MicCapture::start(const std::optional<QString>& wanted)
 {
     setErrorMessage(std::nullopt);
-    sampleQueue.async([this, wanted] { openOnQueue(wanted); });
+    sampleQueue.async([this, wanted] {
+        lostID.reset();
+        openOnQueue(wanted);
+    });
 }
 
 void MicCapture::stop()
 {
     sampleQueue.async([this] {
+        lostID.reset();
         closeOnQueue();
         QMetaObject::invokeMethod(
             this, [this] { setRunning(false); }, Qt::QueuedConnection);
@@ -149,6 +165,7 @@ void MicCapture::deviceLost(uint64_t opening, const QString& text)
 void MicCapture::closeAsLost(const QString& text)
 {
     logLine(text);
+    lostID = currentDeviceID();
     closeOnQueue();
     QMetaObject::invokeMethod(
         this,
