@@ -3,15 +3,19 @@
 // resident memory, open files, threads and the ring's size on disk; at the end the A/V offset of
 // every clip, from a white flash painted at the moment a click is played, every 10 s. The offset
 // includes the playback stream's latency (printed beside it); its change from the first clip to the
-// last is the drift.
+// last is the drift. With --microphone the microphone is on too, mixed with the system audio, and
+// the click is heard through it alone: a second null sink whose monitor, remapped, is the
+// microphone, so the offset is the microphone's.
 //
-//     soak_bench MINUTES [SAVE_EVERY_SECONDS]
+//     soak_bench MINUTES [SAVE_EVERY_SECONDS] [--microphone]
 //
 // See bench/README.md.
 
 #include "BenchDesktop.h"
 #include "ClipProbe.h"
 #include "capture/CaptureEngine.h"
+#include "devices/MicCapture.h"
+#include "platform/pulse/PulseMicrophones.h"
 #include "platform/pulse/PulseSystemAudio.h"
 #include "platform/x11/X11CaptureBackend.h"
 #include "recorder/SegmentedRecorder.h"
@@ -95,7 +99,7 @@ private:
 class Clicker {
 public:
     static constexpr int rate = 48000;
-    Clicker()
+    explicit Clicker(const char* sink)
     {
         mainloop = pa_threaded_mainloop_new();
         context = pa_context_new(pa_threaded_mainloop_get_api(mainloop), "soak clicker");
@@ -120,7 +124,7 @@ public:
         attr.prebuf = uint32_t(-1);
         attr.minreq = uint32_t(-1);
         attr.fragsize = uint32_t(-1);
-        pa_stream_connect_playback(stream, "vsink", &attr,
+        pa_stream_connect_playback(stream, sink, &attr,
             pa_stream_flags_t(PA_STREAM_ADJUST_LATENCY | PA_STREAM_INTERPOLATE_TIMING | PA_STREAM_AUTO_TIMING_UPDATE),
             nullptr, nullptr);
         pa_threaded_mainloop_unlock(mainloop);
@@ -207,10 +211,12 @@ int main(int argc, char** argv)
 {
     if (argc > 1 && QByteArray(argv[1]) == "--paint") return paintForever();
     QCoreApplication app(argc, argv);
-    const double minutes = argc > 1 ? QByteArray(argv[1]).toDouble() : 0;
-    const double saveEvery = argc > 2 ? QByteArray(argv[2]).toDouble() : 70;
+    QStringList args = app.arguments().mid(1);
+    const bool microphone = args.removeAll(QStringLiteral("--microphone")) > 0;
+    const double minutes = !args.isEmpty() ? args[0].toDouble() : 0;
+    const double saveEvery = args.size() > 1 ? args[1].toDouble() : 70;
     if (!(minutes > 0) || !(saveEvery > 0)) {
-        std::fprintf(stderr, "usage: soak_bench MINUTES [SAVE_EVERY_SECONDS]\n");
+        std::fprintf(stderr, "usage: soak_bench MINUTES [SAVE_EVERY_SECONDS] [--microphone]\n");
         return 2;
     }
     TestDesktop desktop;
@@ -218,9 +224,22 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "no desktop: %s\n", qPrintable(error));
         return 1;
     }
+    // The microphone: a sink of its own, whose monitor remapped is a source like a headset's.
+    if (microphone
+        && (desktop.run(QStringLiteral("pactl"),
+                { QStringLiteral("load-module"), QStringLiteral("module-null-sink"),
+                    QStringLiteral("sink_name=micsink"), QStringLiteral("rate=48000"), QStringLiteral("channels=1") })
+                != 0
+            || desktop.run(QStringLiteral("pactl"),
+                   { QStringLiteral("load-module"), QStringLiteral("module-remap-source"),
+                       QStringLiteral("master=micsink.monitor"), QStringLiteral("source_name=benchmic") })
+                != 0)) {
+        std::fprintf(stderr, "cannot make the microphone\n");
+        return 1;
+    }
     std::unique_ptr<QProcess> painter = startPainter();
     Flasher flasher;
-    Clicker clicker;
+    Clicker clicker(microphone ? "micsink" : "vsink");
     QTemporaryDir out;
 
     CaptureEngine engine(std::make_shared<X11CaptureBackend>(), std::make_shared<PulseSystemAudio>());
@@ -236,6 +255,21 @@ int main(int argc, char** argv)
         ++failures;
         std::fprintf(stderr, "save failed: %s\n", qPrintable(text));
     };
+    // Wired as the session controller wires it.
+    MicCapture mic(std::make_shared<PulseMicrophones>());
+    mic.onSample = [&recorder](const AudioBuffer& b) { recorder.ingestAudio(b, AudioMixer::Input::microphone); };
+    QObject::connect(&mic, &MicCapture::isRunningChanged, [&] {
+        if (!mic.isRunning()) recorder.endAudioInput(AudioMixer::Input::microphone);
+    });
+    if (microphone) {
+        mic.start(QStringLiteral("benchmic"));
+        while (!mic.isRunning() && !mic.errorMessage())
+            runEventLoopFor(0.05);
+        if (!mic.isRunning()) {
+            std::fprintf(stderr, "no microphone: %s\n", qPrintable(mic.errorMessage().value_or(QString())));
+            return 1;
+        }
+    }
     bool listed = false;
     engine.refreshAvailableContent([&listed] { listed = true; });
     while (!listed)
@@ -288,6 +322,7 @@ int main(int argc, char** argv)
     while (int(clips.size()) + failures < saves + 1 && elapsed() < minutes * 60 + 20)
         runEventLoopFor(0.05);
     engine.stopStream();
+    mic.stop();
     painter->kill();
     painter->waitForFinished(1000);
 
@@ -311,9 +346,11 @@ int main(int argc, char** argv)
         std::printf("playback latency at the clicks: %.1f to %.1f ms (median %.1f); %d underflows\n",
             playbackLatencies.front(), playbackLatencies.back(), playbackLatencies[playbackLatencies.size() / 2],
             clicker.underflowCount());
+    if (microphone && mic.errorMessage()) std::printf("microphone: %s\n", qPrintable(*mic.errorMessage()));
     if (!offsets.empty())
-        std::printf("a/v offset (sound minus picture, median of each clip): first %.1f ms, last %.1f ms, drift "
+        std::printf("a/v offset (%s, sound minus picture, median of each clip): first %.1f ms, last %.1f ms, drift "
                     "%.1f ms\n",
-            offsets.front(), offsets.back(), offsets.back() - offsets.front());
+            microphone ? "microphone" : "system audio", offsets.front(), offsets.back(),
+            offsets.back() - offsets.front());
     return failures == 0 ? 0 : 1;
 }

@@ -6,6 +6,7 @@
 #include <QPointer>
 
 #include <algorithm>
+#include <utility>
 
 MicCapture::MicCapture(std::shared_ptr<MicrophoneBackend> b, QObject* parent)
     : QObject(parent)
@@ -38,18 +39,33 @@ std::optional<QString> MicCapture::currentDeviceID() const
 
 void MicCapture::refreshDevices()
 {
-    sampleQueue.async([this] { listAndPublish(); });
+    sampleQueue.async([this] {
+        const MicrophoneBackend::Listing listing = listAndPublish();
+        if (stream || !lostID
+            || std::none_of(listing.devices.begin(), listing.devices.end(),
+                [&](const MicrophoneDevice& d) { return d.uniqueID == *lostID; }))
+            return;
+        // The microphone that went away is back: it records again, and the news of its loss is old.
+        openOnQueue(std::exchange(lostID, std::nullopt));
+        if (stream)
+            QMetaObject::invokeMethod(
+                this, [this] { setErrorMessage(std::nullopt); }, Qt::QueuedConnection);
+    });
 }
 
 void MicCapture::start(const std::optional<QString>& wanted)
 {
     setErrorMessage(std::nullopt);
-    sampleQueue.async([this, wanted] { openOnQueue(wanted); });
+    sampleQueue.async([this, wanted] {
+        lostID.reset();
+        openOnQueue(wanted);
+    });
 }
 
 void MicCapture::stop()
 {
     sampleQueue.async([this] {
+        lostID.reset();
         closeOnQueue();
         QMetaObject::invokeMethod(
             this, [this] { setRunning(false); }, Qt::QueuedConnection);
@@ -105,10 +121,10 @@ void MicCapture::openOnQueue(const std::optional<QString>& wanted)
 
     closeOnQueue();
     const uint64_t opening = ++openings;
-    auto levelled = [sink = onSample, gain = MicGainControl::State {}](const AudioBuffer& buffer) mutable {
-        AudioBuffer own = buffer;
-        MicGainControl::apply(own, gain);
-        if (sink) sink(own);
+    // The buffer is ours alone: the gain works on its samples where they are.
+    auto levelled = [sink = onSample, gain = MicGainControl::State {}](AudioBuffer buffer) mutable {
+        MicGainControl::apply(buffer, gain);
+        if (sink) sink(buffer);
     };
     auto lost = [this, opening, name = chosen->name](const QString& reason) {
         const QString text = lostText.arg(name, reason);
@@ -149,6 +165,7 @@ void MicCapture::deviceLost(uint64_t opening, const QString& text)
 void MicCapture::closeAsLost(const QString& text)
 {
     logLine(text);
+    lostID = currentDeviceID();
     closeOnQueue();
     QMetaObject::invokeMethod(
         this,

@@ -46,7 +46,8 @@ public:
     // The identifier of the open device; any thread.
     std::optional<QString> currentDeviceID() const;
 
-    // Lists the devices again; availableDevices follows a little later.
+    // Lists the devices again; availableDevices follows a little later. A microphone that went away
+    // while it was on and is listed again is opened again, and its message goes.
     void refreshDevices();
     // Opens the device `deviceID`, or the system's default microphone when it is none or no longer
     // there. isRunning turns true a little later. The device that is already open is not opened
@@ -88,6 +89,7 @@ private:
     // sampleQueue only.
     std::unique_ptr<MicrophoneStream> stream;
     QString openName; // the name of the open device, for the user
+    std::optional<QString> lostID; // the device that went away while on, until start or stop
     uint64_t openings = 0; // counts openings, so that the loss of an old device is not news
 
     mutable std::mutex lock;

@@ -36,7 +36,8 @@ public:
         std::unique_ptr<MicrophoneStream> stream;
         QString error; // the reason, when there is no stream
     };
-    using BufferSink = std::function<void(const AudioBuffer&)>;
+    // Takes each buffer over, so that it can be changed in place without a copy.
+    using BufferSink = std::function<void(AudioBuffer)>;
     using LostSink = std::function<void(const QString& reason)>;
 
     virtual ~MicrophoneBackend() = default;

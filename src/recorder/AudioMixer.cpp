@@ -103,9 +103,19 @@ void AudioMixer::endInput(Input input)
     mix();
 }
 
+void AudioMixer::advanceClock(const MediaTime& time)
+{
+    if (!time.isNumeric()) return;
+    const int64_t position = positionOf(time);
+    if (clock != std::numeric_limits<int64_t>::max() && position <= clock) return;
+    clock = position;
+    mix();
+}
+
 void AudioMixer::mix()
 {
-    // Up to where every active input has delivered, but never more than maxWait behind the newest.
+    // Up to where every active input has delivered, but never more than maxWait behind the newest,
+    // and never past the clock: what an input gave for later waits.
     constexpr int64_t none = std::numeric_limits<int64_t>::min();
     int64_t minActiveEnd = std::numeric_limits<int64_t>::max();
     int64_t maxEnd = none;
@@ -114,9 +124,10 @@ void AudioMixer::mix()
     for (const Lane& lane : lanes) {
         if (!lane.used) continue;
         if (!lane.pending.empty()) firstStart = std::min(firstStart, lane.start());
-        maxEnd = std::max(maxEnd, lane.end);
+        const int64_t end = std::min(lane.end, clock);
+        maxEnd = std::max(maxEnd, end);
         if (lane.active) {
-            minActiveEnd = std::min(minActiveEnd, lane.end);
+            minActiveEnd = std::min(minActiveEnd, end);
             anyActive = true;
         }
     }

@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <vector>
 
 // Mixes the microphone and the system audio into the one sound of the ring: mono float at the
@@ -18,7 +19,9 @@
 // `maxWait` behind the other no longer holds the mix back: its missing stretch is silence and what
 // it brings late for it is dropped, so a stalled or vanished device gives a hole, never a shift.
 // An input that jumps (samples lost, a restart) starts again at its new time; a small overlap with
-// what it gave before loses the overlapping head.
+// what it gave before loses the overlapping head. Once told the time on the capture clock, the mix
+// goes no further than it: a source that renders ahead of the clock (seconds of sound delivered at
+// once) waits in its lane for its moment and pushes nothing of the other out as late.
 //
 // Pure: no audio system, no threads. Not thread-safe (the ring calls it on its queue).
 class AudioMixer {
@@ -42,6 +45,8 @@ public:
     void push(Input input, const AudioBuffer& buffer);
     // `input` has stopped: what it gave is mixed as the other goes on, and it holds nothing back.
     void endInput(Input input);
+    // The capture clock has reached `time` (it never goes back): what can be mixed up to it goes out.
+    void advanceClock(const MediaTime& time);
 
     // The track position of a capture time, rounded to the nearest sample.
     static int64_t positionOf(const MediaTime& time);
@@ -72,6 +77,7 @@ private:
     std::array<Lane, 2> lanes;
     bool started = false;
     int64_t mixedUntil = 0; // the first position not yet mixed
+    int64_t clock = std::numeric_limits<int64_t>::max(); // the capture clock's position, once told
     float limiterGain = 1.0f;
     std::vector<float> mono; // scratch
 };

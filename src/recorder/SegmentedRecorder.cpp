@@ -176,7 +176,11 @@ void SegmentedRecorder::ingest(const VideoFrame& frame)
 
 void SegmentedRecorder::ingestAudio(const AudioBuffer& buffer, AudioMixer::Input input)
 {
-    onQueue(anchor, [buffer, input](SegmentedRecorder& r) { r.mixer.push(input, buffer); });
+    onQueue(anchor, [buffer, input](SegmentedRecorder& r) {
+        // Sound before the first picture is gone, and so is what a source gave then for later: the
+        // mix starts once there is a clock to hold it to.
+        if (r.clockPTS.isNumeric()) r.mixer.push(input, buffer);
+    });
 }
 
 void SegmentedRecorder::endAudioInput(AudioMixer::Input input)
@@ -276,6 +280,8 @@ void SegmentedRecorder::advanceClockOnQueue(const MediaTime& time)
 void SegmentedRecorder::moveClockTo(const MediaTime& time)
 {
     if (!clockPTS.isNumeric() || time > clockPTS) clockPTS = time;
+    // The sound up to now goes into the segment that is open now.
+    mixer.advanceClock(clockPTS);
 }
 
 void SegmentedRecorder::deliverFrame(const VideoFrame& frame)

@@ -1,4 +1,3 @@
-#include "platform/pulse/PulseAudioSource.h"
 #include "platform/x11/ApplicationNames.h"
 #include "platform/x11/X11Cursor.h"
 
@@ -13,20 +12,6 @@ TEST(X11Cursor, BlendIsPremultipliedSourceOverAndOpaque)
     EXPECT_EQ(X11Cursor::blend(0x00ffffffu, 0x80808080u), 0xffffffffu);
     // Half-transparent black over mid grey darkens by the alpha.
     EXPECT_EQ(X11Cursor::blend(0x00c8c8c8u, 0x80000000u), 0xff646464u);
-}
-
-TEST(PulseAudioSource, TimestampsCountSamplesAndResyncOnlyForward)
-{
-    // First buffer: the clock.
-    EXPECT_EQ(PulseAudioSource::nextTimestamp(std::nullopt, 5'000'000'000, std::nullopt), 5'000'000'000);
-    // Within 50 ms of the count: the count, so jitter of the clock doesn't show.
-    EXPECT_EQ(PulseAudioSource::nextTimestamp(5'020'000'000, 5'024'000'000, 5'000'000'000), 5'020'000'000);
-    EXPECT_EQ(PulseAudioSource::nextTimestamp(5'020'000'000, 4'975'000'000, 5'000'000'000), 5'020'000'000);
-    // A gap (samples lost, a stall): the clock.
-    EXPECT_EQ(PulseAudioSource::nextTimestamp(5'020'000'000, 5'300'000'000, 5'000'000'000), 5'300'000'000);
-    // The clock far behind the count: the clock again, but never at or before the last buffer.
-    EXPECT_EQ(PulseAudioSource::nextTimestamp(5'020'000'000, 4'900'000'000, 5'000'000'000), 5'000'000'001);
-    EXPECT_EQ(PulseAudioSource::nextTimestamp(5'200'000'000, 5'100'000'000, 5'000'000'000), 5'100'000'000);
 }
 
 TEST(ApplicationNames, ClassesMadePresentable)

@@ -112,14 +112,30 @@ TEST(MicCapture, SaysWhyWhenNoMicrophoneCanBeOpenedOrTheOpenOneIsPulledOut)
     EXPECT_FALSE(rig.mic->errorMessage());
     EXPECT_EQ(rig.mic->currentDeviceID(), QStringLiteral("builtin"));
 
-    // Pulled out while recording: a message with its name, and it stops.
+    // Pulled out while recording: a message with its name, and it stops; nothing else is opened
+    // in its place.
+    auto builtin = [&](bool listed) {
+        std::lock_guard lock(rig.system->mutex);
+        rig.system->devices.resize(1);
+        if (listed) rig.system->devices.push_back({ QStringLiteral("builtin"), QStringLiteral("Built-in Audio") });
+    };
+    builtin(false);
     rig.system->last()->onLost(QStringLiteral("it was unplugged or removed"));
+    rig.system->watcher();
     rig.settle();
     rig.settle();
     EXPECT_EQ(rig.mic->errorMessage(),
         QStringLiteral("The microphone \"Built-in Audio\" stopped: it was unplugged or removed"));
     EXPECT_FALSE(rig.mic->isRunning());
     EXPECT_TRUE(rig.system->last()->closed);
+    EXPECT_EQ(rig.system->openedIDs().size(), 1u);
+
+    // Plugged in again: it records again by itself and the message goes.
+    builtin(true);
+    rig.system->watcher();
+    EXPECT_TRUE(spinUntil([&] { return rig.mic->isRunning() && !rig.mic->errorMessage(); }));
+    EXPECT_EQ(rig.system->openedIDs(), std::vector<QString>({ QStringLiteral("builtin"), QStringLiteral("builtin") }));
+    EXPECT_FALSE(rig.system->last()->closed);
 
     // Nothing left to record from.
     {

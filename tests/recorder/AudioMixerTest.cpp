@@ -194,3 +194,25 @@ TEST(AudioMixer, AStalledOrEndedInputGivesSilenceWhileTheOtherGoesOnUnshifted)
     EXPECT_EQ(
         out.end(), AudioMixer::positionOf(MediaTime::fromNanoseconds(origin + system.next * 1'000'000'000 / 48000)));
 }
+
+TEST(AudioMixer, AnInputDeliveredAheadOfTheClockWaitsForItsMomentAndPushesNothingOut)
+{
+    // The microphone renders two seconds ahead and delivers them at once; the system audio comes
+    // in real time, the clock moving with it.
+    Mixed out;
+    Source system { AudioBuffer::SampleFormat::Float32, 48000, 2, 960, [](double t) { return tone(1000, 0.3, t); } };
+    Source mic { AudioBuffer::SampleFormat::Float32, 44100, 1, 4410, [](double t) { return tone(440, 0.3, t); } };
+    while (system.nextTime() < 6.0) {
+        const auto now = MediaTime::fromNanoseconds(origin + int64_t(system.nextTime() * 1e9));
+        out.mixer.advanceClock(now);
+        while (mic.nextTime() < system.nextTime() + 2.0)
+            out.mixer.push(Input::microphone, mic.take());
+        out.mixer.push(Input::system, system.take());
+        ASSERT_LE(out.end(), AudioMixer::positionOf(now));
+    }
+    EXPECT_TRUE(out.contiguous);
+    for (double from = 0.0; from < 5.5; from += 0.5) {
+        EXPECT_GT(out.amplitude(1000, from, from + 0.5), 0.25) << from;
+        EXPECT_GT(out.amplitude(440, from, from + 0.5), 0.25) << from;
+    }
+}

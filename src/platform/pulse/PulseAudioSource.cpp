@@ -12,8 +12,6 @@ namespace {
 // Delivery in slices of about 20 ms: short enough for the recorder to interleave with video,
 // long enough not to wake for every few samples.
 constexpr int fragmentMilliseconds = 20;
-// Beyond this the sample count and the clock disagree enough to trust the clock.
-constexpr int64_t resyncThresholdNs = 50'000'000;
 
 // Runs `query` on the main loop and waits for its callback; the main loop must be locked.
 template <typename Result> struct Query {
@@ -25,7 +23,7 @@ template <typename Result> struct Query {
 } // namespace
 
 PulseAudioSource::Opened PulseAudioSource::open(Device device, const QString& name, const QString& streamName,
-    std::function<void(const AudioBuffer&)> onBuffer, std::function<void(const QString&)> onEnded)
+    std::function<void(AudioBuffer)> onBuffer, std::function<void(const QString&)> onEnded)
 {
     std::unique_ptr<PulseAudioSource> source(new PulseAudioSource);
     source->deliver = std::move(onBuffer);
@@ -45,15 +43,6 @@ PulseAudioSource::~PulseAudioSource()
 QString PulseAudioSource::errorText() const
 {
     return QString::fromUtf8(pa_strerror(pa_context_errno(context.get())));
-}
-
-int64_t PulseAudioSource::nextTimestamp(
-    std::optional<int64_t> expected, int64_t measured, std::optional<int64_t> previous)
-{
-    if (expected && std::llabs(*expected - measured) <= resyncThresholdNs) return *expected;
-    // Set again from the clock, but never at or before the previous buffer.
-    if (previous && measured <= *previous) return *previous + 1;
-    return measured;
 }
 
 void PulseAudioSource::onContextState(pa_context*, void* self)
@@ -168,6 +157,7 @@ QString PulseAudioSource::start(Device device, const QString& name, const QStrin
     }
     sampleRate = int(wanted.rate);
     channels = wanted.channels;
+    clock.emplace(sampleRate);
 
     const QByteArray streamTitle = streamName.toUtf8();
     stream.reset(pa_stream_new(context.get(), streamTitle.constData(), &wanted, nullptr));
@@ -205,10 +195,9 @@ void PulseAudioSource::readAvailable()
         if (pa_stream_peek(stream.get(), &data, &bytes) < 0 || bytes == 0) return;
         const int64_t now = monotonicNanoseconds();
         const int frames = int(bytes / size_t(frameBytes));
-        const int64_t durationNs = int64_t(frames) * 1'000'000'000 / sampleRate;
         if (!data) {
             // A hole: samples that were lost. Time moves on over them.
-            if (nextPts) *nextPts += durationNs;
+            clock->skip(frames);
             pa_stream_drop(stream.get());
             continue;
         }
@@ -218,8 +207,8 @@ void PulseAudioSource::readAvailable()
         // sink), and they are refreshed only every so often.
         const int64_t readableNs
             = int64_t(pa_stream_readable_size(stream.get()) / size_t(frameBytes)) * 1'000'000'000 / sampleRate;
-        const int64_t measured = now - std::max(readableNs, durationNs);
-        const int64_t pts = nextTimestamp(nextPts, measured, lastPts);
+        const int64_t durationNs = int64_t(frames) * 1'000'000'000 / sampleRate;
+        const int64_t pts = clock->stamp(now - std::max(readableNs, durationNs), frames);
 
         AudioBuffer buffer;
         buffer.format = sampleFormat;
@@ -228,9 +217,7 @@ void PulseAudioSource::readAvailable()
         buffer.data = QByteArray(static_cast<const char*>(data), qsizetype(frames) * frameBytes);
         buffer.pts = MediaTime::fromNanoseconds(pts);
         pa_stream_drop(stream.get());
-        lastPts = pts;
-        nextPts = pts + durationNs;
-        if (deliver && frames > 0) deliver(buffer);
+        if (deliver && frames > 0) deliver(std::move(buffer));
     }
 }
 

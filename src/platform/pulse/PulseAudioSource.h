@@ -1,6 +1,7 @@
 #pragma once
 
 #include "capture/CaptureStream.h"
+#include "capture/SampleClock.h"
 #include "media/MediaSample.h"
 
 #include <QString>
@@ -13,9 +14,8 @@
 
 // Records one PulseAudio source in its own sample format (float32 or s16; a source in any other
 // format is asked for as float32) on libpulse's threaded main loop, and stamps each buffer with
-// the monotonic capture clock: the time of its first sample, counted on by samples so that times
-// always increase, and set again from the clock when the two part by more than 50 ms (samples
-// lost, a stalled server).
+// the monotonic capture clock: the time of its first sample, counted on by samples and set again
+// from the clock when the two stay apart (SampleClock).
 class PulseAudioSource : public CaptureStream {
 public:
     enum class Device {
@@ -31,8 +31,9 @@ public:
     // Blocks until recording runs or has failed. `onBuffer` runs on the PulseAudio thread, and so
     // does `onEnded`, once, with the reason, if recording ends by itself (the source was removed,
     // the server went away). A named source is never swapped for another one when it goes.
+    // A buffer is handed over whole: its receiver may change it in place without a copy.
     static Opened open(Device device, const QString& name, const QString& streamName,
-        std::function<void(const AudioBuffer&)> onBuffer, std::function<void(const QString&)> onEnded = {});
+        std::function<void(AudioBuffer)> onBuffer, std::function<void(const QString&)> onEnded = {});
     ~PulseAudioSource() override;
 
     // Any thread but the PulseAudio one. Once it returns, onBuffer is not called again.
@@ -41,11 +42,6 @@ public:
     // The name of the source being recorded and the format buffers come in.
     const QString& sourceName() const { return recordedSource; }
     AudioBuffer::SampleFormat format() const { return sampleFormat; }
-
-    // Pure: the time of the next buffer's first sample. `expected` is where counting samples
-    // leads (none for the first buffer), `measured` what the clock says, `previous` the
-    // last buffer's time; all in nanoseconds.
-    static int64_t nextTimestamp(std::optional<int64_t> expected, int64_t measured, std::optional<int64_t> previous);
 
 private:
     struct MainloopFree {
@@ -70,7 +66,7 @@ private:
     std::unique_ptr<pa_threaded_mainloop, MainloopFree> mainloop;
     std::unique_ptr<pa_context, ContextUnref> context;
     std::unique_ptr<pa_stream, StreamUnref> stream;
-    std::function<void(const AudioBuffer&)> deliver;
+    std::function<void(AudioBuffer)> deliver;
     std::function<void(const QString&)> ended;
     bool recording = false; // PulseAudio thread: the stream was ready and not stopped by us
     QString recordedSource;
@@ -79,7 +75,5 @@ private:
     int channels = 1;
     bool running = false;
 
-    // PulseAudio thread only.
-    std::optional<int64_t> nextPts;
-    std::optional<int64_t> lastPts;
+    std::optional<SampleClock> clock; // PulseAudio thread only, once the rate is known
 };
