@@ -10,6 +10,9 @@ namespace ClipAutoDetect {
 
 namespace {
 
+// Bytes of room after each row of a picture that swscale writes into.
+constexpr int scalerSlack = 64;
+
 // Decoded frames come at their full size: the crop needs the clip's own pixels.
 const QSize fullSize(1 << 15, 1 << 15);
 
@@ -70,14 +73,16 @@ QImage upscaleForOCR(const QImage& image, int minHeight, int maxScale)
     SwsContextPtr scaler(sws_getContext(gray.width(), height, AV_PIX_FMT_GRAY8, outWidth, outHeight, AV_PIX_FMT_GRAY8,
         SWS_LANCZOS, nullptr, nullptr, nullptr));
     if (!scaler) return gray;
-    QImage out(outWidth, outHeight, QImage::Format_Grayscale8);
+    // swscale's vector code may write a little past the end of a row and of the last one: it gets
+    // a picture with room to spare on both, and the result is the part asked for.
+    QImage out(outWidth + scalerSlack, outHeight + 2, QImage::Format_Grayscale8);
     if (out.isNull()) return gray;
     const uint8_t* source[4] = { gray.constBits(), nullptr, nullptr, nullptr };
     const int sourceStrides[4] = { int(gray.bytesPerLine()), 0, 0, 0 };
     uint8_t* destination[4] = { out.bits(), nullptr, nullptr, nullptr };
     const int destinationStrides[4] = { int(out.bytesPerLine()), 0, 0, 0 };
     if (sws_scale(scaler.get(), source, sourceStrides, 0, height, destination, destinationStrides) <= 0) return gray;
-    return out;
+    return out.copy(0, 0, outWidth, outHeight);
 }
 
 QStringList readingOrder(QList<RecognizedLine> lines)

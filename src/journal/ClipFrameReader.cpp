@@ -182,10 +182,14 @@ QImage ClipFrameReader::toImage(const AVFrame* frame, QSize maxSize) const
     const int* rgbCoefficients = sws_getCoefficients(SWS_CS_DEFAULT);
     sws_setColorspaceDetails(scaler.get(), coefficients, frame->color_range == AVCOL_RANGE_JPEG ? 1 : 0,
         rgbCoefficients, 1, 0, 1 << 16, 1 << 16);
-    QImage image(scaled, QImage::Format_RGB32);
-    if (image.isNull()) return {};
-    uint8_t* planes[4] = { image.bits(), nullptr, nullptr, nullptr };
-    int strides[4] = { int(image.bytesPerLine()), 0, 0, 0 };
+    // swscale's vector code may write a little past the end of a row and of the last row: the
+    // picture is made with room to spare, and handed out without it.
+    const int stride = FFALIGN(scaled.width() * 4, 64) + 64;
+    auto* buffer = static_cast<uchar*>(av_malloc(size_t(stride) * size_t(scaled.height() + 2)));
+    if (!buffer) return {};
+    QImage image(buffer, scaled.width(), scaled.height(), stride, QImage::Format_RGB32, av_free, buffer);
+    uint8_t* planes[4] = { buffer, nullptr, nullptr, nullptr };
+    int strides[4] = { stride, 0, 0, 0 };
     if (sws_scale(scaler.get(), frame->data, frame->linesize, 0, frame->height, planes, strides) <= 0) return {};
     if (quarterTurns == 0) return image;
     return image.transformed(QTransform().rotate(90.0 * quarterTurns));
