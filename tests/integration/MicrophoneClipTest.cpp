@@ -225,7 +225,9 @@ TEST(MicrophoneClip, TheMicrophoneLandsInTheClipAtTheGainControlsLevelInStepWith
         const double levelled = s.levelBetween(from, to);
         EXPECT_GE(levelled, sinePeak - 0.005);
         const Window window(probe, s, from, to);
-        EXPECT_NEAR(window.peak(probe), levelled, 0.03 * levelled);
+        // AAC rings a little around a sine's crests, so the decoded peak is allowed more than the
+        // tone's amplitude.
+        EXPECT_NEAR(window.peak(probe), levelled, 0.05 * levelled);
         EXPECT_NEAR(window.amplitude(probe, 440), levelled, 0.03 * levelled);
     }
 }
@@ -283,7 +285,8 @@ TEST(MicrophoneClip, SystemAudioIsMixedInAndAMicrophoneUnloadedLeavesSilenceUnti
     EXPECT_LT(both.amplitude(probe, 700), 0.02);
     EXPECT_LT(gone.amplitude(probe, 440), 0.02);
     EXPECT_GT(gone.amplitude(probe, 1000), 0.4);
-    EXPECT_GT(back.amplitude(probe, 440), sinePeak * 0.8);
+    // The system's tone may come back in this window too, and the limiter then takes some off both.
+    EXPECT_GT(back.amplitude(probe, 440), sinePeak * 0.6);
     float peak = 0;
     for (float v : probe.audio)
         peak = std::max(peak, std::fabs(v));
