@@ -557,7 +557,7 @@ void SettingsView::buildPrivacy(QVBoxLayout* column)
                        "capture of a whole display shows Velotape's window like any other."),
         &AppSettings::hideAppInCaptures, &AppSettings::hideAppInCapturesChanged, &AppSettings::setHideAppInCaptures);
     column->addWidget(rowCard(holder, { hide }));
-    column->addWidget(noteCard(holder, QStringLiteral("lock.shield"), QStringLiteral("Screen Recording permission"),
+    column->addWidget(noteCard(holder, QStringLiteral("lock.shield"), QStringLiteral("Screen capture"),
         QStringLiteral("X11 lets every program capture the screen; there is no permission to grant. If recordings "
                        "come out black or empty, check that you are in an X11 session: Wayland sessions aren't "
                        "supported yet.")));
