@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <optional>
 #include <thread>
 
 // Capture on a private Xvfb: a test client paints known colours, and the frames, lists and grabs
@@ -48,6 +49,30 @@ struct Desktop {
     {
         error = desktop.start({ .width = 640, .height = 360, .audio = false, .windowManager = windowManager });
     }
+};
+
+// A square at (100, 100) of window `w` flipping between red and blue as fast as a second client
+// can paint it, from another thread; green once it is stopped (destroyed).
+class BusySquare {
+public:
+    explicit BusySquare(xcb_window_t w)
+        : painter([this, w] {
+            X11TestClient other;
+            for (int i = 0; painting; ++i)
+                other.fill(w, QRect(100, 100, 50, 50), i % 2 ? red : blue);
+            other.fill(w, QRect(100, 100, 50, 50), green);
+        })
+    {
+    }
+    ~BusySquare()
+    {
+        painting = false;
+        painter.join();
+    }
+
+private:
+    std::atomic<bool> painting = true;
+    std::thread painter;
 };
 
 std::vector<QString> appNames(const CaptureEngine& engine)
@@ -355,19 +380,12 @@ TEST(CaptureX11, FramesKeepToTheRateAndTheLastChangeStillArrives)
         engine.startStream(320, 180, fps, false, false, false);
         ASSERT_TRUE(spinUntil([&] { return log.count() > before; }, 3000));
 
-        std::atomic<bool> painting = true;
-        std::thread painter([&painting, w] {
-            X11TestClient other;
-            for (int i = 0; painting; ++i)
-                other.fill(w, QRect(100, 100, 50, 50), i % 2 ? red : blue);
-            other.fill(w, QRect(100, 100, 50, 50), green);
-        });
+        std::optional<BusySquare> painter(w);
         spinFor(300);
         const size_t first = log.count();
         spinFor(2000);
         const size_t last = log.count();
-        painting = false;
-        painter.join();
+        painter.reset();
 
         const double perSecond = double(last - first) / 2.0;
         EXPECT_LE(perSecond, fps + 1.0);
@@ -401,19 +419,12 @@ TEST(CaptureX11, AConsumerHoldingEveryPictureHoldsTheGrabsBackAndTheLatestChange
     };
     refresh(engine);
     engine.startStream(640, 360, 30, false, false, false);
-    std::atomic<bool> painting = true;
-    std::thread painter([&painting, w] {
-        X11TestClient other;
-        for (int i = 0; painting; ++i)
-            other.fill(w, QRect(100, 100, 50, 50), i % 2 ? red : blue);
-        other.fill(w, QRect(100, 100, 50, 50), green);
-    });
+    std::optional<BusySquare> painter(w);
     spinFor(1500);
     // No more pictures out at once than the stream's queue is deep, however long it is held.
     EXPECT_GE(held.size(), 2u);
     EXPECT_LE(held.size(), 8u);
-    painting = false;
-    painter.join();
+    painter.reset();
     spinFor(300);
     held.clear();
     EXPECT_TRUE(spinUntil([&] { return sawGreen; }, 3000))
