@@ -3,7 +3,7 @@
 // (xcompmgr). The same process with no frame is the floor. CPU is the scheduler's count for all threads of this process
 // and of the X server, which does the copying and the shaping.
 //
-//     armed_frame_bench [SECONDS_PER_STYLE]
+//     armed_frame_bench [SECONDS_PER_STYLE] [STYLE]
 
 #include "core/SettingsEnums.h"
 #include "platform/x11/ArmedAreaOverlay.h"
@@ -78,6 +78,7 @@ Usage measure(int ms, qint64 server)
 int main(int argc, char** argv)
 {
     const int seconds = argc > 1 ? std::max(1, atoi(argv[1])) : 5;
+    const QByteArray only = argc > 2 ? QByteArray(argv[2]) : QByteArray();
     TestDesktop desktop;
     if (const QString error = desktop.start({ .width = 1920, .height = 1080, .audio = false }); !error.isEmpty()) {
         std::fprintf(stderr, "no desktop: %s\n", qPrintable(error));
@@ -93,6 +94,7 @@ int main(int argc, char** argv)
     std::printf("%-10s %-10s %12s %14s\n", "mode", "style", "ours %core", "X server %core");
     const auto run = [&](const char* mode) {
         for (const auto& style : EnumTable<AreaOverlayStyle>::cases) {
+            if (!only.isEmpty() && only != style.raw) continue;
             frame.show(area, style.value);
             runFor(500);
             const Usage u = measure(seconds * 1000, server);

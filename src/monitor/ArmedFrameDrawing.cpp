@@ -9,7 +9,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <numbers>
+#include <tuple>
+#include <vector>
 
 namespace ArmedFrameDrawing {
 
@@ -142,7 +145,7 @@ QPainterPath cornerLs(const QRectF& r, double n)
 // The line around `r` (corners rounded by `radius`): its straight parts as rectangles and only its
 // corners as curves, which antialiases at a fraction of the cost of stroking the whole outline.
 // Sixty times a second around a large area, that difference is most of the frame's CPU.
-void strokeBorder(QPainter& p, const QRectF& r, double radius, double width, const QColor& color)
+void strokeBorder(QPainter& p, const QRectF& r, double radius, double width, const QBrush& color)
 {
     const double half = width / 2;
     const double x0 = r.left() + radius, x1 = r.right() - radius;
@@ -162,39 +165,35 @@ void strokeBorder(QPainter& p, const QRectF& r, double radius, double width, con
         p.fillRect(QRectF(r.left() - half, y0, width, y1 - y0), color);
         p.fillRect(QRectF(r.right() - half, y0, width, y1 - y0), color);
     }
+    // Only the corners within the clip: a light running along the line paints a small square
+    // sixty times a second, and stroking curves is the dear part.
+    const QRectF visible = p.hasClipping() ? p.clipBoundingRect() : QRectF();
     QPainterPath corners;
     const QRectF arc(0, 0, 2 * radius, 2 * radius);
-    corners.arcMoveTo(arc.translated(r.left(), r.top()), 180);
-    corners.arcTo(arc.translated(r.left(), r.top()), 180, -90);
-    corners.arcMoveTo(arc.translated(x1 - radius, r.top()), 90);
-    corners.arcTo(arc.translated(x1 - radius, r.top()), 90, -90);
-    corners.arcMoveTo(arc.translated(x1 - radius, y1 - radius), 0);
-    corners.arcTo(arc.translated(x1 - radius, y1 - radius), 0, -90);
-    corners.arcMoveTo(arc.translated(r.left(), y1 - radius), 270);
-    corners.arcTo(arc.translated(r.left(), y1 - radius), 270, -90);
+    const auto corner = [&](QPointF topLeft, double from) {
+        const QRectF box = arc.translated(topLeft);
+        if (!visible.isNull() && !visible.intersects(box.adjusted(-width, -width, width, width))) return;
+        corners.arcMoveTo(box, from);
+        corners.arcTo(box, from, -90);
+    };
+    corner({ r.left(), r.top() }, 180);
+    corner({ x1 - radius, r.top() }, 90);
+    corner({ x1 - radius, y1 - radius }, 0);
+    corner({ r.left(), y1 - radius }, 270);
+    if (corners.isEmpty()) return;
     p.strokePath(corners, QPen(color, width, Qt::SolidLine, Qt::FlatCap, Qt::MiterJoin));
 }
 
-QPainterPath rectPath(const QRectF& r, double radius = 0)
-{
-    QPainterPath path;
-    if (radius > 0)
-        path.addRoundedRect(r, radius, radius);
-    else
-        path.addRect(r);
-    return path;
-}
-
-// Strokes `path` with a radial gradient around `centre` for paint: a light that runs along the
-// line. Only the square the light reaches is rasterised.
-void lightAlong(
-    QPainter& p, const QPainterPath& path, double width, QPointF centre, double radius, const QGradientStops& stops)
+// Strokes the line around `r` (corners rounded by `radius`) with a radial gradient around `centre`
+// for paint: a light that runs along the line. Only the square the light reaches is rasterised.
+void lightAlong(QPainter& p, const QRectF& r, double cornerRadius, double width, QPointF centre, double radius,
+    const QGradientStops& stops)
 {
     p.save();
     p.setClipRect(QRectF(centre.x() - radius, centre.y() - radius, 2 * radius, 2 * radius), Qt::IntersectClip);
     QRadialGradient gradient(centre, radius);
     gradient.setStops(stops);
-    p.strokePath(path, QPen(QBrush(gradient), width, Qt::SolidLine, Qt::FlatCap, Qt::MiterJoin));
+    strokeBorder(p, r, cornerRadius, width, gradient);
     p.restore();
 }
 
@@ -244,8 +243,9 @@ struct Pill {
     QSizeF text;
 };
 
-// A pill above the frame, its right edge on the frame's: the text, its size, and the space it takes.
-Pill pill(const QRectF& r, const QString& text, int pixelSize, double kerning, double padX, double padY, double lift)
+// A pill above the frame: the label's font and size, and the space the pill takes.
+// The font and text size of a pill's label.
+Pill label(const QString& text, int pixelSize, double kerning)
 {
     Pill out;
     out.font.setPixelSize(pixelSize);
@@ -253,20 +253,29 @@ Pill pill(const QRectF& r, const QString& text, int pixelSize, double kerning, d
     out.font.setLetterSpacing(QFont::AbsoluteSpacing, kerning);
     const QFontMetricsF metrics(out.font);
     out.text = QSizeF(metrics.horizontalAdvance(text), metrics.height());
-    const double height = out.text.height() + padY;
-    const double width = out.text.width() + padX;
-    out.rect = integral(QRectF(r.right() - width, r.top() - lift - height, width, height));
     return out;
 }
 
+// A pill above the frame `r`, its right edge on the frame's.
+Pill placed(Pill pill, const QRectF& r, double padX, double padY, double lift)
+{
+    const double height = pill.text.height() + padY;
+    const double width = pill.text.width() + padX;
+    pill.rect = integral(QRectF(r.right() - width, r.top() - lift - height, width, height));
+    return pill;
+}
+
+// The labels are measured once: the band's shape is asked for many times a second.
 Pill livePill(const QRectF& r)
 {
-    return pill(r, QStringLiteral("LIVE"), 11, 1.4, 36, 10, 8);
+    static const Pill live = label(QStringLiteral("LIVE"), 11, 1.4);
+    return placed(live, r, 36, 10, 8);
 }
 
 Pill armedPill(const QRectF& r)
 {
-    return pill(r, QStringLiteral("ARMED"), 10, 1.0, 30, 8, 6);
+    static const Pill armed = label(QStringLiteral("ARMED"), 10, 1.0);
+    return placed(armed, r, 30, 8, 6);
 }
 
 void pillBackground(QPainter& p, const QRectF& rect)
@@ -329,46 +338,81 @@ void march(QPainter& p, const QRectF& r, double t)
     glowAroundRect(p, r, 0, width, 6, cyan(0.4 * 8 / 14));
 }
 
-void wave(QPainter& p, const QRectF& r, double t)
+// A light running along the frame: where it is, how far it reaches, how bright it is.
+struct Light {
+    QPointF centre;
+    double radius;
+    double alpha;
+};
+
+// The square a light paints in, with a pixel to spare for antialiasing.
+QRect lightSquare(const Light& light)
+{
+    const double reach = light.radius + 1;
+    return QRectF(light.centre.x() - reach, light.centre.y() - reach, 2 * reach, 2 * reach).toAlignedRect();
+}
+
+// The wave's two comets, the leading one first, then the small halo at the head.
+std::vector<Light> waveLights(const QRectF& r, double t)
 {
     const double phase = ramp(t, 3.2);
-    const QPainterPath path = rectPath(r);
-    strokeBorder(p, r, 0, 1.5, cyan(0.32));
     const double length = perimeter(r);
-    if (length <= 0) return;
-    struct Comet {
-        double offset, alpha, radius;
-    };
-    for (const Comet& comet : { Comet { 0.0, 0.95, 70 }, Comet { -0.5, 0.55, 45 } }) {
-        double u = comet.offset + phase;
+    std::vector<Light> lights;
+    if (length <= 0) return lights;
+    for (const auto& [offset, alpha, radius] : { std::tuple { 0.0, 0.95, 70.0 }, std::tuple { -0.5, 0.55, 45.0 } }) {
+        double u = offset + phase;
         u -= std::trunc(u);
         if (u < 0) u += 1;
-        const auto centre = pointOnRect(r, u * length);
-        if (!centre) continue;
-        lightAlong(p, path, 4, *centre, comet.radius,
-            { { 0, white(comet.alpha) }, { 0.25, cyan(0.85 * comet.alpha) }, { 1, cyan(0) } });
+        if (const auto centre = pointOnRect(r, u * length)) lights.push_back({ *centre, radius, alpha });
     }
-    const auto head = pointOnRect(r, phase * length);
-    if (!head) return;
-    QRadialGradient halo(*head, 12);
-    halo.setColorAt(0, cyan(0.65));
+    if (const auto head = pointOnRect(r, phase * length)) lights.push_back({ *head, 12, 0.65 });
+    return lights;
+}
+
+void waveLine(QPainter& p, const QRectF& r)
+{
+    strokeBorder(p, r, 0, 1.5, cyan(0.32));
+}
+
+void waveLightsDrawn(QPainter& p, const QRectF& r, double t)
+{
+    const std::vector<Light> lights = waveLights(r, t);
+    if (lights.size() < 3) return;
+    for (size_t i = 0; i < 2; ++i)
+        lightAlong(p, r, 0, 4, lights[i].centre, lights[i].radius,
+            { { 0, white(lights[i].alpha) }, { 0.25, cyan(0.85 * lights[i].alpha) }, { 1, cyan(0) } });
+    const Light& head = lights[2];
+    QRadialGradient halo(head.centre, head.radius);
+    halo.setColorAt(0, cyan(head.alpha));
     halo.setColorAt(1, cyan(0));
-    p.fillRect(QRectF(head->x() - 12, head->y() - 12, 24, 24), halo);
+    p.fillRect(QRectF(head.centre.x() - head.radius, head.centre.y() - head.radius, 2 * head.radius, 2 * head.radius),
+        halo);
     p.setPen(Qt::NoPen);
     p.setBrush(cyan(0.95));
-    p.drawEllipse(*head, 2.5, 2.5);
+    p.drawEllipse(head.centre, 2.5, 2.5);
+}
+
+// The glint that runs round the glass frame.
+std::optional<Light> glassShimmer(const QRectF& r, double t)
+{
+    const auto centre = pointOnRect(r, ramp(t, 4.5) * perimeter(r));
+    if (!centre) return std::nullopt;
+    return Light { *centre, 60, 0.55 };
 }
 
 void glass(QPainter& p, const QRectF& r, double t)
 {
     const double b = breath(t, 2.4);
-    const QPainterPath outer = rectPath(r.adjusted(-1, -1, 1, 1), 12);
     glowAroundRect(p, r.adjusted(-1, -1, 1, 1), 12, 3, 18 + 12 * b, cyan(0.45 + 0.3 * b));
     strokeBorder(p, r.adjusted(-1, -1, 1, 1), 12, 1.5, cyan(0.85));
     strokeBorder(p, r.adjusted(1.5, 1.5, -1.5, -1.5), 10.5, 1.0, cyan(0.18));
-    const auto shimmer = pointOnRect(r, ramp(t, 4.5) * perimeter(r));
+}
+
+void glassShimmerDrawn(QPainter& p, const QRectF& r, double t)
+{
+    const auto shimmer = glassShimmer(r, t);
     if (!shimmer) return;
-    lightAlong(p, outer, 2.5, *shimmer, 60, { { 0, white(0.55) }, { 1, white(0) } });
+    lightAlong(p, r.adjusted(-1, -1, 1, 1), 12, 2.5, shimmer->centre, shimmer->radius, { { 0, white(shimmer->alpha) }, { 1, white(0) } });
 }
 
 void bracket(QPainter& p, const QRectF& r, double t)
@@ -380,18 +424,29 @@ void bracket(QPainter& p, const QRectF& r, double t)
     strokePath(p, path, cyan(0.95), 2.5, Qt::RoundCap);
 }
 
-void tactical(QPainter& p, const QRectF& r, double t)
+// The tactical scanline's strip: it runs from the top edge to the bottom one, and jumps back.
+QRectF scanStrip(const QRectF& r, double t)
 {
-    // A scanline runs from the top edge to the bottom one, and jumps back.
+    const double y = r.top() + r.height() * ramp(t, 3.5);
+    return QRectF(r.left(), y - 18, r.width(), 36);
+}
+
+// The scanline passes over the marks that stand still, inside the frame's line.
+void tacticalScan(QPainter& p, const QRectF& r, double t)
+{
     p.save();
     p.setClipRect(r, Qt::IntersectClip);
-    const double y = r.top() + r.height() * ramp(t, 3.5);
-    QLinearGradient scan(QPointF(r.center().x(), y - 18), QPointF(r.center().x(), y + 18));
+    const QRectF strip = scanStrip(r, t);
+    QLinearGradient scan(QPointF(r.center().x(), strip.top()), QPointF(r.center().x(), strip.bottom()));
     scan.setColorAt(0, cyan(0));
     scan.setColorAt(0.5, cyan(0.3));
     scan.setColorAt(1, cyan(0));
-    p.fillRect(QRectF(r.left(), y - 18, r.width(), 36), scan);
+    p.fillRect(strip, scan);
     p.restore();
+}
+
+void tactical(QPainter& p, const QRectF& r)
+{
 
     strokeBorder(p, r, 0, 1.5, ink(0.85));
     const QPainterPath corners = cornerLs(r, std::max(r.width() * 0.07, 22.0));
@@ -455,6 +510,18 @@ void frame(QPainter& p, const QRectF& r, double t)
     drawLivePill(p, r, t);
 }
 
+// The time what stands still is drawn at: `t` in steps of `slowSteps` a second.
+double slowTime(double t)
+{
+    return std::floor(t * slowSteps) / slowSteps;
+}
+
+// Whether anything that stands still in `style` changes with time.
+bool stillMoves(AreaOverlayStyle style)
+{
+    return style != AreaOverlayStyle::wave && style != AreaOverlayStyle::tactical;
+}
+
 } // namespace
 
 double breath(double t, double period)
@@ -504,40 +571,109 @@ QRegion paintedRegion(const QRectF& watched, int reach)
     return (QRegion(outer) - QRegion(inner)) + (QRegion(pills) - QRegion(inner));
 }
 
-void draw(QPainter& painter, const QRectF& watched, AreaOverlayStyle style, double t)
+bool stillChanges(AreaOverlayStyle style, double from, double to)
+{
+    return stillMoves(style) && slowTime(from) != slowTime(to);
+}
+
+double nextStillChange(AreaOverlayStyle style, double t)
+{
+    if (!stillMoves(style)) return std::numeric_limits<double>::infinity();
+    double next = (std::floor(t * slowSteps) + 1) / slowSteps;
+    // Rounding may land a hair short of the step; the step after is then the one to wait for.
+    if (slowTime(next) == slowTime(t)) next = (std::floor(t * slowSteps) + 2) / slowSteps;
+    return next;
+}
+
+bool hasMovingParts(AreaOverlayStyle style)
+{
+    return style == AreaOverlayStyle::wave || style == AreaOverlayStyle::glass || style == AreaOverlayStyle::tactical;
+}
+
+QRegion movingParts(const QRectF& watched, AreaOverlayStyle style, double t)
+{
+    if (!isFramable(watched)) return {};
+    const QRectF r = frameRect(watched);
+    QRegion parts;
+    switch (style) {
+    case AreaOverlayStyle::wave:
+        for (const Light& light : waveLights(r, t))
+            parts += lightSquare(light);
+        break;
+    case AreaOverlayStyle::glass:
+        if (const auto shimmer = glassShimmer(r, t)) parts += lightSquare(*shimmer);
+        break;
+    case AreaOverlayStyle::tactical:
+        parts += scanStrip(r, t).toAlignedRect();
+        break;
+    default:
+        break;
+    }
+    return parts;
+}
+
+namespace {
+
+// Sets `painter` up for the frame around `watched`, draws with it, and leaves it as it was.
+template <typename Draw> void framed(QPainter& painter, const QRectF& watched, Draw&& drawIt)
 {
     if (!isFramable(watched)) return;
     painter.save();
     painter.setRenderHint(QPainter::Antialiasing, true);
     painter.setClipRegion(paintedRegion(watched), Qt::IntersectClip);
-    const QRectF r = frameRect(watched);
-    switch (style) {
-    case AreaOverlayStyle::outline:
-        outline(painter, r, t);
-        break;
-    case AreaOverlayStyle::march:
-        march(painter, r, t);
-        break;
-    case AreaOverlayStyle::wave:
-        wave(painter, r, t);
-        break;
-    case AreaOverlayStyle::glass:
-        glass(painter, r, t);
-        break;
-    case AreaOverlayStyle::bracket:
-        bracket(painter, r, t);
-        break;
-    case AreaOverlayStyle::tactical:
-        tactical(painter, r, t);
-        break;
-    case AreaOverlayStyle::pulse:
-        pulse(painter, r, t);
-        break;
-    case AreaOverlayStyle::frame:
-        frame(painter, r, t);
-        break;
-    }
+    drawIt(frameRect(watched));
     painter.restore();
+}
+
+} // namespace
+
+void drawStill(QPainter& painter, const QRectF& watched, AreaOverlayStyle style, double t)
+{
+    const double slow = slowTime(t);
+    framed(painter, watched, [&](const QRectF& r) {
+        switch (style) {
+        case AreaOverlayStyle::outline:
+            outline(painter, r, slow);
+            break;
+        case AreaOverlayStyle::march:
+            march(painter, r, slow);
+            break;
+        case AreaOverlayStyle::wave:
+            waveLine(painter, r);
+            break;
+        case AreaOverlayStyle::glass:
+            glass(painter, r, slow);
+            break;
+        case AreaOverlayStyle::bracket:
+            bracket(painter, r, slow);
+            break;
+        case AreaOverlayStyle::tactical:
+            tactical(painter, r);
+            break;
+        case AreaOverlayStyle::pulse:
+            pulse(painter, r, slow);
+            break;
+        case AreaOverlayStyle::frame:
+            frame(painter, r, slow);
+            break;
+        }
+    });
+}
+
+void drawMoving(QPainter& painter, const QRectF& watched, AreaOverlayStyle style, double t)
+{
+    if (!hasMovingParts(style)) return;
+    framed(painter, watched, [&](const QRectF& r) {
+        if (style == AreaOverlayStyle::wave) waveLightsDrawn(painter, r, t);
+        if (style == AreaOverlayStyle::glass) glassShimmerDrawn(painter, r, t);
+        if (style == AreaOverlayStyle::tactical) tacticalScan(painter, r, t);
+    });
+}
+
+void draw(QPainter& painter, const QRectF& watched, AreaOverlayStyle style, double t)
+{
+    drawStill(painter, watched, style, t);
+    drawMoving(painter, watched, style, t);
 }
 
 } // namespace ArmedFrameDrawing

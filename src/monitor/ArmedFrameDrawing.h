@@ -43,6 +43,25 @@ QRegion paintedRegion(const QRectF& watched, int reach = glowReach);
 // Whether a rectangle is large enough to carry a frame (the frame is not shown around a sliver).
 bool isFramable(const QRectF& watched);
 
+// A style's picture is what stands still, drawn first, and the lights that run along the frame on
+// top. What stands still may breathe, crawl or ripple across the whole band: that moves in this many
+// steps a second. The lights move at every picture, and cover small squares.
+constexpr double slowSteps = 20;
+
+// Whether what stands still in `style` differs between `from` and `to` seconds.
+bool stillChanges(AreaOverlayStyle style, double from, double to);
+// When what stands still next changes after `t`; never (infinity) for a style where it doesn't.
+double nextStillChange(AreaOverlayStyle style, double t);
+// Whether `style` has lights that move at every picture.
+bool hasMovingParts(AreaOverlayStyle style);
+// What the moving lights of `style` cover at `t`.
+QRegion movingParts(const QRectF& watched, AreaOverlayStyle style, double t);
+
+// Draws what stands still in `style` at `t`, then the moving lights; `draw` does both. The
+// same contract as `draw`.
+void drawStill(QPainter& painter, const QRectF& watched, AreaOverlayStyle style, double t);
+void drawMoving(QPainter& painter, const QRectF& watched, AreaOverlayStyle style, double t);
+
 // Draws `style` at `t` seconds around `watched` on `painter`, antialiased, without touching the
 // watched rectangle. Nothing for a rectangle that isn't framable. Leaves the painter as it was.
 void draw(QPainter& painter, const QRectF& watched, AreaOverlayStyle style, double t);

@@ -1,4 +1,5 @@
 #include "monitor/ArmedFrameDrawing.h"
+#include "monitor/ArmedFramePicture.h"
 
 #include <QImage>
 #include <QPainter>
@@ -6,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <random>
 
 using namespace ArmedFrameDrawing;
 
@@ -139,4 +141,55 @@ TEST(ArmedFrameDrawing, PointsWalkTheBorderClockwiseFromTheTopLeft)
     EXPECT_EQ(pointOnRect(r, -10), QPointF(10, 30)) << "a negative distance counts back from the start";
     EXPECT_EQ(pointOnRect(r, 300 + 130), QPointF(110, 50));
     EXPECT_FALSE(pointOnRect(QRectF(5, 5, 0, 0), 3));
+}
+
+// The overlay repaints only where the picture changes. Brought along a run of moments, some a
+// refresh apart and some after skipped pictures, the picture must be the one drawn whole at each
+// moment, over what lies beneath or over nothing; and a refresh that moves only lights must repaint
+// well under the band (the area here is small: the lights cover much of its frame).
+TEST(ArmedFramePicture, RepaintingOnlyWhatChangedGivesTheWholePicture)
+{
+    const QSize size(560, 360);
+    QImage under(size, QImage::Format_ARGB32_Premultiplied);
+    std::mt19937 noise(7);
+    for (int y = 0; y < size.height(); ++y)
+        for (int x = 0; x < size.width(); ++x)
+            reinterpret_cast<QRgb*>(under.scanLine(y))[x] = qRgb(int(noise() % 256), int(noise() % 256), 90);
+    const double moments[] = { 0, 1 / 60.0, 2 / 60.0, 0.05, 0.0501, 0.3, 0.31, 1.6, 1.6 + 1 / 60.0, 3.3, 3.3 + 1 / 60.0 };
+    const long bandArea = [&] {
+        long area = 0;
+        for (const QRect& r : paintedRegion(watched))
+            area += long(r.width()) * r.height();
+        return area;
+    }();
+
+    for (const QImage& beneath : { under, QImage() }) {
+        for (AreaOverlayStyle style : allStyles) {
+            ArmedFramePicture shown(size, watched, style, beneath);
+            for (double t : moments) {
+                const QRegion changes = shown.changesAt(t);
+                shown.paint(t, changes);
+                QImage whole = beneath.isNull() ? picture(style, t) : beneath.copy();
+                if (!beneath.isNull()) {
+                    QPainter painter(&whole);
+                    draw(painter, watched, style, t);
+                }
+                for (const QRect& rect : shown.band())
+                    for (int y = rect.top(); y <= rect.bottom(); ++y)
+                        for (int x = rect.left(); x <= rect.right(); ++x)
+                            ASSERT_EQ(at(shown.image(), x, y), at(whole, x, y))
+                                << rawValue(style).toStdString() << " t=" << t << " at " << x << "," << y
+                                << (beneath.isNull() ? " over nothing" : " over a picture");
+            }
+            // One refresh on, within a step of what stands still.
+            const QRegion next = shown.changesAt(3.3 + 2 / 60.0);
+            long area = 0;
+            for (const QRect& r : next)
+                area += long(r.width()) * r.height();
+            if (hasMovingParts(style))
+                EXPECT_LT(area, bandArea / 2) << rawValue(style).toStdString();
+            else
+                EXPECT_EQ(area, 0) << rawValue(style).toStdString();
+        }
+    }
 }

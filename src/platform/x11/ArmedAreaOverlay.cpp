@@ -2,60 +2,100 @@
 
 #include "capture/CaptureBackend.h"
 #include "monitor/ArmedFrameDrawing.h"
+#include "monitor/ArmedFramePicture.h"
 #include "platform/x11/OverlayWindow.h"
 #include "platform/x11/X11Compositor.h"
+#include "platform/x11/XcbWindowPresenter.h"
 
+#include <QBackingStore>
 #include <QGuiApplication>
-#include <QPaintEvent>
 #include <QPainter>
 #include <QScreen>
+#include <QSemaphore>
+#include <QThreadPool>
 
 #include <cmath>
 
-class ArmedAreaOverlay::FrameWindow final : public OverlayWindow {
+class ArmedAreaOverlay::FrameWindow final : public QWindow {
 public:
     FrameWindow(const QRect& geometry, const QRectF& watched, AreaOverlayStyle style, bool translucent, QImage under)
-        : OverlayWindow(geometry, true, translucent)
-        , watched(watched.translated(-geometry.topLeft()))
-        , style(style)
-        , translucent(translucent)
-        , under(std::move(under))
-        , band(ArmedFrameDrawing::paintedRegion(this->watched).intersected(QRect(QPoint(), geometry.size())))
+        : picture(geometry.size(), watched.translated(-geometry.topLeft()), style, std::move(under))
     {
+        setSurfaceType(QSurface::RasterSurface);
+        makeOverlay(*this, geometry, true, translucent);
         // Without a compositor whatever the window covers is hidden, so it covers only the band.
-        if (!translucent) setMask(band);
+        if (!translucent) setMask(picture.band());
     }
 
     void advance(double seconds)
     {
-        time = seconds;
-        update(band);
+        // The server is still reading the last picture: this one is skipped, and the next shows
+        // what changed in both.
+        if (presenter && !presenter->isReady()) return;
+        const QRegion changes = picture.changesAt(seconds);
+        const auto paint = [&] { picture.paint(seconds, changes); };
+        // Qt's raster engine splits a fill of many rows across the global thread pool and waits
+        // for the pieces, unless it already runs on one of that pool's threads. Twenty pictures
+        // a second of those hand-offs cost more than the painting, so the whole band is painted
+        // on one pool thread (here, when the pool has none free).
+        QSemaphore done;
+        if (picture.redrawsStillAt(seconds) && QThreadPool::globalInstance()->tryStart([&] {
+                paint();
+                done.release();
+            }))
+            done.acquire();
+        else
+            paint();
+        owed += changes;
+        put();
     }
 
+    double nextChange(double seconds, double interval) const { return picture.nextChange(seconds, interval); }
+
 protected:
-    void paintEvent(QPaintEvent* event) override
+    void exposeEvent(QExposeEvent*) override
     {
-        QPainter painter(this);
-        painter.setClipRegion(event->region());
-        if (translucent) {
-            painter.setCompositionMode(QPainter::CompositionMode_Source);
-            painter.fillRect(event->rect(), Qt::transparent);
-            painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
-        } else if (under.isNull()) {
-            painter.fillRect(event->rect(), Qt::black);
-        } else {
-            painter.drawImage(event->rect(), under, event->rect());
+        if (!isExposed()) return;
+        if (!presenterTried) {
+            presenterTried = true;
+            presenter = XcbWindowPresenter::create(xcb_window_t(winId()), size());
         }
-        ArmedFrameDrawing::draw(painter, watched, style, time);
+        owed += picture.band();
+        if (!presenter || presenter->isReady()) put();
     }
 
 private:
-    QRectF watched; // in the window's coordinates
-    AreaOverlayStyle style;
-    bool translucent;
-    QImage under;
-    QRegion band;
-    double time = 0;
+    // Puts what changed since the last put on the screen, now.
+    void put()
+    {
+        if (owed.isEmpty() || !isExposed()) return;
+        if (presenter) {
+            presenter->put(picture.image(), owed);
+        } else {
+            // No shared memory with the server: through Qt's backing store.
+            if (!store) {
+                store = std::make_unique<QBackingStore>(this);
+                store->resize(size());
+            }
+            store->beginPaint(owed);
+            {
+                QPainter painter(store->paintDevice());
+                painter.setCompositionMode(QPainter::CompositionMode_Source);
+                for (const QRect& rect : owed)
+                    painter.drawImage(rect.topLeft(), picture.image(), rect);
+            }
+            store->endPaint();
+            store->flush(owed);
+        }
+        owed = {};
+    }
+
+    ArmedFramePicture picture;
+    // What has changed in the picture and is not on the screen yet.
+    QRegion owed;
+    bool presenterTried = false;
+    std::unique_ptr<XcbWindowPresenter> presenter;
+    std::unique_ptr<QBackingStore> store;
 };
 
 ArmedAreaOverlay::ArmedAreaOverlay(std::shared_ptr<CaptureBackend> screen, QObject* parent)
@@ -63,6 +103,7 @@ ArmedAreaOverlay::ArmedAreaOverlay(std::shared_ptr<CaptureBackend> screen, QObje
     , screen(std::move(screen))
 {
     ticker.setTimerType(Qt::PreciseTimer);
+    ticker.setSingleShot(true);
     connect(&ticker, &QTimer::timeout, this, &ArmedAreaOverlay::tick);
 }
 
@@ -99,10 +140,10 @@ void ArmedAreaOverlay::show(const QRectF& globalRect, AreaOverlayStyle style)
     }
     if (live.empty()) return;
     clock.start();
-    // One picture a refresh of the display.
+    // At most one picture a refresh of the display.
     const QScreen* display = QGuiApplication::primaryScreen();
-    const double hz = display && display->refreshRate() > 1 ? display->refreshRate() : 60.0;
-    ticker.start(int(std::lround(1000.0 / hz)));
+    interval = 1.0 / (display && display->refreshRate() > 1 ? display->refreshRate() : 60.0);
+    ticker.start(0);
 }
 
 QImage ArmedAreaOverlay::pictureUnder(const QRect& part)
@@ -130,6 +171,10 @@ void ArmedAreaOverlay::tick()
     const double seconds = clock.nsecsElapsed() / 1e9;
     for (FrameWindow* window : live)
         window->advance(seconds);
+    if (live.empty()) return;
+    // Nothing is painted, nor is this woken, until the picture changes.
+    const double next = live.front()->nextChange(seconds, interval);
+    if (std::isfinite(next)) ticker.start(std::max(1, int(std::ceil((next - clock.nsecsElapsed() / 1e9) * 1000))));
 }
 
 std::vector<QWindow*> ArmedAreaOverlay::windows() const

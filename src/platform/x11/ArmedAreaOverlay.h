@@ -14,7 +14,8 @@ class CaptureBackend;
 class QWindow;
 
 // The armed frame on X11: a click-through window over each display that the frame touches, no
-// larger than the frame, repainted at the display's refresh rate while it stands.
+// larger than the frame, repainted while it stands where its picture changes, at most once a
+// refresh of the display.
 //
 // With a compositing manager the windows are translucent (ARGB). Without one an X window can't be
 // translucent, so each window is shaped to the frame's band (XShape) and shows, under the frame,
@@ -49,6 +50,8 @@ private:
     std::vector<FrameWindow*> live;
     QTimer ticker;
     QElapsedTimer clock;
+    // Seconds between two refreshes of the display.
+    double interval = 1.0 / 60;
     bool translucent = false;
     // The pictures under the present (or last) frame's windows, by window rectangle.
     std::vector<std::pair<QRect, QImage>> underFrame;

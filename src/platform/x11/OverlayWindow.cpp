@@ -2,16 +2,16 @@
 
 #include <QSurfaceFormat>
 
-OverlayWindow::OverlayWindow(const QRect& globalGeometry, bool clickThrough, bool translucent)
+void makeOverlay(QWindow& window, const QRect& globalGeometry, bool clickThrough, bool translucent)
 {
     Qt::WindowFlags flags = Qt::Window | Qt::FramelessWindowHint | Qt::X11BypassWindowManagerHint
         | Qt::WindowStaysOnTopHint | Qt::NoDropShadowWindowHint;
     if (clickThrough) flags |= Qt::WindowTransparentForInput | Qt::WindowDoesNotAcceptFocus;
-    setFlags(flags);
+    window.setFlags(flags);
     if (translucent) {
-        QSurfaceFormat format = requestedFormat();
+        QSurfaceFormat format = window.requestedFormat();
         format.setAlphaBufferSize(8);
-        setFormat(format);
+        window.setFormat(format);
     }
-    setGeometry(globalGeometry);
+    window.setGeometry(globalGeometry);
 }

@@ -139,7 +139,7 @@ TEST(ArmedAreaOverlay, TheMonitorNeverTriggersOnItsOwnFrame)
     const AreaOverlayStyle styles[]
         = { AreaOverlayStyle::outline, AreaOverlayStyle::march, AreaOverlayStyle::wave, AreaOverlayStyle::glass,
               AreaOverlayStyle::bracket, AreaOverlayStyle::tactical, AreaOverlayStyle::pulse, AreaOverlayStyle::frame };
-    // Every style for a while, and the frame is really on the screen around the area.
+    // Every style for a while, and the frame is really on the screen around the area, and moves.
     const auto runAllStyles = [&] {
         for (AreaOverlayStyle style : styles) {
             frame.show(watched, style);
@@ -153,6 +153,9 @@ TEST(ArmedAreaOverlay, TheMonitorNeverTriggersOnItsOwnFrame)
                 for (int x = 0; x < around->width(); ++x)
                     if (const QRgb p = around->pixel(x, y); qBlue(p) > 150 && qBlue(p) > qRed(p) + 60) ++cyan;
             EXPECT_GT(cyan, 50) << rawValue(style).toStdString();
+            QTest::qWait(250);
+            EXPECT_NE(backend->grabRect(watched.adjusted(-30, -30, 30, 30)), around)
+                << rawValue(style).toStdString() << " stood still on the screen";
         }
     };
 

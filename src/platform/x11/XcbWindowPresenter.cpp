@@ -1,0 +1,90 @@
+#include "platform/x11/XcbWindowPresenter.h"
+
+#include <xcb/shm.h>
+
+#include <cstring>
+#include <sys/ipc.h>
+#include <sys/shm.h>
+
+std::unique_ptr<XcbWindowPresenter> XcbWindowPresenter::create(xcb_window_t window, QSize size)
+{
+    if (size.isEmpty()) return nullptr;
+    QString error;
+    std::unique_ptr<XcbWindowPresenter> presenter(new XcbWindowPresenter);
+    presenter->connection = XcbConnection::open(&error);
+    if (!presenter->connection || !presenter->connection->extensions().shm) return nullptr;
+    xcb_connection_t* c = presenter->connection->get();
+    const XcbReply<xcb_get_geometry_reply_t> geometry(xcb_get_geometry_reply(c, xcb_get_geometry(c, window), nullptr));
+    if (!geometry) return nullptr;
+    const xcb_query_extension_reply_t* shm = xcb_get_extension_data(c, &xcb_shm_id);
+    if (!shm || !shm->present) return nullptr;
+
+    const size_t bytes = size_t(size.width()) * size_t(size.height()) * 4;
+    const int id = shmget(IPC_PRIVATE, bytes, IPC_CREAT | 0600);
+    if (id < 0) return nullptr;
+    void* address = shmat(id, nullptr, 0);
+    if (address == reinterpret_cast<void*>(-1)) {
+        shmctl(id, IPC_RMID, nullptr);
+        return nullptr;
+    }
+    const xcb_shm_seg_t segment = xcb_generate_id(c);
+    const XcbReply<xcb_generic_error_t> refused(xcb_request_check(c, xcb_shm_attach_checked(c, segment, id, 0)));
+    // Marked for removal at once: it goes when both sides have let go, even if this process dies.
+    shmctl(id, IPC_RMID, nullptr);
+    if (refused) {
+        shmdt(address);
+        return nullptr;
+    }
+    presenter->address = static_cast<uchar*>(address);
+    presenter->segment = segment;
+    presenter->window = window;
+    presenter->depth = geometry->depth;
+    presenter->size = size;
+    presenter->completion = uint8_t(shm->first_event + XCB_SHM_COMPLETION);
+    presenter->gc = xcb_generate_id(c);
+    const uint32_t noExposures = 0;
+    xcb_create_gc(c, presenter->gc, window, XCB_GC_GRAPHICS_EXPOSURES, &noExposures);
+    return presenter;
+}
+
+XcbWindowPresenter::~XcbWindowPresenter()
+{
+    xcb_connection_t* c = connection->get();
+    xcb_free_gc(c, gc);
+    xcb_shm_detach(c, segment);
+    xcb_flush(c);
+    shmdt(address);
+}
+
+bool XcbWindowPresenter::isReady()
+{
+    if (!pending) return true;
+    while (xcb_generic_event_t* event = xcb_poll_for_event(connection->get())) {
+        // An error (the window gone) ends the put as surely as its completion.
+        const uint8_t type = event->response_type & 0x7f;
+        if (type == completion || type == 0) pending = false;
+        std::free(event);
+    }
+    // A connection that broke will never answer; its puts go nowhere anyway.
+    return !pending || connection->isBroken();
+}
+
+void XcbWindowPresenter::put(const QImage& picture, const QRegion& region)
+{
+    const QRegion shown = region.intersected(QRect(QPoint(), size));
+    if (shown.isEmpty() || picture.size() != size) return;
+    const size_t stride = size_t(size.width()) * 4;
+    for (const QRect& rect : shown) {
+        const size_t offset = size_t(rect.left()) * 4;
+        for (int y = rect.top(); y <= rect.bottom(); ++y)
+            std::memcpy(address + size_t(y) * stride + offset, picture.constScanLine(y) + offset, size_t(rect.width()) * 4);
+    }
+    xcb_connection_t* c = connection->get();
+    const QRect last = *(shown.end() - 1);
+    for (const QRect& rect : shown)
+        xcb_shm_put_image(c, window, gc, uint16_t(size.width()), uint16_t(size.height()), int16_t(rect.x()),
+            int16_t(rect.y()), uint16_t(rect.width()), uint16_t(rect.height()), int16_t(rect.x()), int16_t(rect.y()),
+            depth, XCB_IMAGE_FORMAT_Z_PIXMAP, rect == last ? 1 : 0, segment, 0);
+    xcb_flush(c);
+    pending = true;
+}

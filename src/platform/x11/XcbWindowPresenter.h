@@ -1,0 +1,48 @@
+#pragma once
+
+#include "platform/x11/XcbConnection.h"
+
+#include <QImage>
+#include <QRegion>
+
+#include <xcb/shm.h>
+
+#include <memory>
+
+// Puts pictures on a window of ours through a shared-memory segment: the pixels never go through
+// the socket, and nothing waits for the server. A picture is not written into the segment while the
+// server may still be reading the last one; the caller asks `isReady` and skips a picture if not.
+//
+// It has a connection of its own, so that it can read the server's word that a put is done without
+// touching Qt's events. Qt's backing store, by contrast, waits for a round trip to the server before
+// it lets a region it has just shown be painted again: sixty times a second, that is most of an
+// animation's cost.
+//
+// One thread.
+class XcbWindowPresenter {
+public:
+    // For a window already on the screen. None when there is no display or the server can't share
+    // memory with us (a remote display): the caller paints through Qt then.
+    static std::unique_ptr<XcbWindowPresenter> create(xcb_window_t window, QSize size);
+    ~XcbWindowPresenter();
+    XcbWindowPresenter(const XcbWindowPresenter&) = delete;
+    XcbWindowPresenter& operator=(const XcbWindowPresenter&) = delete;
+
+    // Whether the server is done with the last put.
+    bool isReady();
+    // Shows `region` of `picture` (ARGB32 premultiplied, the window's size) on the window.
+    void put(const QImage& picture, const QRegion& region);
+
+private:
+    XcbWindowPresenter() = default;
+
+    std::unique_ptr<XcbConnection> connection;
+    xcb_window_t window = 0;
+    xcb_gcontext_t gc = 0;
+    uint8_t depth = 0;
+    QSize size;
+    xcb_shm_seg_t segment = 0;
+    uchar* address = nullptr;
+    uint8_t completion = 0;
+    bool pending = false;
+};
