@@ -48,7 +48,7 @@ void ArmedFramePicture::paint(double seconds, const QRegion& region)
     // The lights are cheap to draw, and drawn sixty times a second: in stripes of a few rows, which
     // Qt's raster engine paints on this thread rather than splitting them across its thread pool
     // and waiting for the pieces.
-    constexpr int stripe = 32;
+    constexpr int stripe = 48;
     const QRegion lit = region.intersected(ArmedFrameDrawing::movingParts(watched, style, seconds));
     QPainter painter(&picture);
     const QRect bounds = lit.boundingRect();

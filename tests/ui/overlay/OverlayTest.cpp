@@ -6,13 +6,17 @@
 #include "platform/x11/ArmedAreaOverlay.h"
 #include "platform/x11/X11CaptureBackend.h"
 #include "platform/x11/X11Compositor.h"
+#include "platform/x11/XcbConnection.h"
 #include "support/TestDesktop.h"
 
+#include <QGuiApplication>
 #include <QProcess>
 #include <QTest>
 #include <QWindow>
 
 #include <gtest/gtest.h>
+
+#include <xcb/xfixes.h>
 
 namespace {
 
@@ -27,6 +31,23 @@ bool allExposed(const std::vector<QWindow*>& windows)
     for (QWindow* window : windows)
         if (!QTest::qWaitForWindowExposed(window, 3000)) return false;
     return !windows.empty();
+}
+
+// A window's shape of `kind` (where it is drawn, or where it takes input), as the server has it.
+QRegion shapeOf(const QWindow* window, xcb_shape_kind_t kind)
+{
+    xcb_connection_t* c = qGuiApp->nativeInterface<QNativeInterface::QX11Application>()->connection();
+    const xcb_xfixes_region_t region = xcb_generate_id(c);
+    xcb_xfixes_create_region_from_window(c, region, xcb_window_t(window->winId()), kind);
+    const XcbReply<xcb_xfixes_fetch_region_reply_t> reply(
+        xcb_xfixes_fetch_region_reply(c, xcb_xfixes_fetch_region(c, region), nullptr));
+    xcb_xfixes_destroy_region(c, region);
+    QRegion shape;
+    if (!reply) return shape;
+    const xcb_rectangle_t* rects = xcb_xfixes_fetch_region_rectangles(reply.get());
+    for (int i = 0; i < xcb_xfixes_fetch_region_rectangles_length(reply.get()); ++i)
+        shape += QRect(rects[i].x, rects[i].y, rects[i].width, rects[i].height);
+    return shape;
 }
 
 // Two monitors side by side on the 1400x900 screen: the left one is the main one.
@@ -145,6 +166,16 @@ TEST(ArmedAreaOverlay, TheMonitorNeverTriggersOnItsOwnFrame)
             frame.show(watched, style);
             ASSERT_TRUE(allExposed(frame.windows()));
             EXPECT_TRUE(frame.isAnimating());
+            // It never takes a click; without a compositor it covers only its band, so the area
+            // and the rest of the screen show through.
+            for (const QWindow* window : frame.windows()) {
+                EXPECT_TRUE(shapeOf(window, XCB_SHAPE_SK_INPUT).isEmpty());
+                if (frame.isTranslucent()) continue;
+                const QRegion drawn = shapeOf(window, XCB_SHAPE_SK_BOUNDING);
+                const QPoint centre = watched.center().toPoint() - window->position();
+                EXPECT_FALSE(drawn.contains(centre)) << "the window covers the watched area";
+                EXPECT_TRUE(drawn.contains(QPoint(5, window->height() / 2))) << "the band's outer part is cut off";
+            }
             QTest::qWait(600);
             const auto around = backend->grabRect(watched.adjusted(-30, -30, 30, 30));
             ASSERT_TRUE(around);
