@@ -181,8 +181,8 @@ TEST(ArmedFramePicture, RepaintingOnlyWhatChangedGivesTheWholePicture)
                                 << rawValue(style).toStdString() << " t=" << t << " at " << x << "," << y
                                 << (beneath.isNull() ? " over nothing" : " over a picture");
             }
-            // One refresh on, within a step of what stands still.
-            const QRegion next = shown.changesAt(3.3 + 2 / 60.0);
+            // Half a refresh on, within a step of what stands still.
+            const QRegion next = shown.changesAt(3.3 + 1.5 / 60.0);
             long area = 0;
             for (const QRect& r : next)
                 area += long(r.width()) * r.height();
