@@ -237,13 +237,13 @@ void dashesAlong(QPainter& p, const QRectF& r, double on, double off, double shi
         piece(std::max(start, 0.0), std::min(start + on, length));
 }
 
+// A pill above the frame: the label's font and size, and the space the pill takes.
 struct Pill {
     QRectF rect;
     QFont font;
     QSizeF text;
 };
 
-// A pill above the frame: the label's font and size, and the space the pill takes.
 // The font and text size of a pill's label.
 Pill label(const QString& text, int pixelSize, double kerning)
 {
@@ -385,8 +385,8 @@ void waveLightsDrawn(QPainter& p, const QRectF& r, double t)
     QRadialGradient halo(head.centre, head.radius);
     halo.setColorAt(0, cyan(head.alpha));
     halo.setColorAt(1, cyan(0));
-    p.fillRect(QRectF(head.centre.x() - head.radius, head.centre.y() - head.radius, 2 * head.radius, 2 * head.radius),
-        halo);
+    p.fillRect(
+        QRectF(head.centre.x() - head.radius, head.centre.y() - head.radius, 2 * head.radius, 2 * head.radius), halo);
     p.setPen(Qt::NoPen);
     p.setBrush(cyan(0.95));
     p.drawEllipse(head.centre, 2.5, 2.5);
@@ -412,7 +412,8 @@ void glassShimmerDrawn(QPainter& p, const QRectF& r, double t)
 {
     const auto shimmer = glassShimmer(r, t);
     if (!shimmer) return;
-    lightAlong(p, r.adjusted(-1, -1, 1, 1), 12, 2.5, shimmer->centre, shimmer->radius, { { 0, white(shimmer->alpha) }, { 1, white(0) } });
+    lightAlong(p, r.adjusted(-1, -1, 1, 1), 12, 2.5, shimmer->centre, shimmer->radius,
+        { { 0, white(shimmer->alpha) }, { 1, white(0) } });
 }
 
 void bracket(QPainter& p, const QRectF& r, double t)
@@ -447,7 +448,6 @@ void tacticalScan(QPainter& p, const QRectF& r, double t)
 
 void tactical(QPainter& p, const QRectF& r)
 {
-
     strokeBorder(p, r, 0, 1.5, ink(0.85));
     const QPainterPath corners = cornerLs(r, std::max(r.width() * 0.07, 22.0));
     glowPass(p, corners, 12, cyan(0.55), cyan(1.0), 2.5, Qt::FlatCap);

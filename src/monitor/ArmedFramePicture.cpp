@@ -23,7 +23,7 @@ QRegion ArmedFramePicture::changesAt(double seconds) const
     if (!shown || ArmedFrameDrawing::stillChanges(style, *shown, seconds)) return frameBand;
     if (seconds == *shown) return {};
     return (ArmedFrameDrawing::movingParts(watched, style, *shown)
-               + ArmedFrameDrawing::movingParts(watched, style, seconds))
+        + ArmedFrameDrawing::movingParts(watched, style, seconds))
         .intersected(frameBand);
 }
 

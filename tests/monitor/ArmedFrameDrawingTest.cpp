@@ -1,4 +1,5 @@
 #include "monitor/ArmedFrameDrawing.h"
+
 #include "monitor/ArmedFramePicture.h"
 
 #include <QImage>
@@ -155,7 +156,8 @@ TEST(ArmedFramePicture, RepaintingOnlyWhatChangedGivesTheWholePicture)
     for (int y = 0; y < size.height(); ++y)
         for (int x = 0; x < size.width(); ++x)
             reinterpret_cast<QRgb*>(under.scanLine(y))[x] = qRgb(int(noise() % 256), int(noise() % 256), 90);
-    const double moments[] = { 0, 1 / 60.0, 2 / 60.0, 0.05, 0.0501, 0.3, 0.31, 1.6, 1.6 + 1 / 60.0, 3.3, 3.3 + 1 / 60.0 };
+    const double moments[]
+        = { 0, 1 / 60.0, 2 / 60.0, 0.05, 0.0501, 0.3, 0.31, 1.6, 1.6 + 1 / 60.0, 3.3, 3.3 + 1 / 60.0 };
     const long bandArea = [&] {
         long area = 0;
         for (const QRect& r : paintedRegion(watched))

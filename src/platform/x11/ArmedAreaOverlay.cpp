@@ -60,7 +60,9 @@ protected:
             presenterTried = true;
             presenter = XcbWindowPresenter::create(xcb_window_t(winId()), size());
         }
-        owed += picture.band();
+        // All of it, the watched area too: an ARGB window's pixels are undefined until drawn, and
+        // a compositor would show them over the area the monitor watches.
+        owed += QRect(QPoint(), size());
         if (!presenter || presenter->isReady()) put();
     }
 

@@ -1,10 +1,10 @@
 #include "platform/x11/XcbImageGrabber.h"
 
+#include "platform/x11/XcbSharedSegment.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <mutex>
-#include <sys/ipc.h>
-#include <sys/shm.h>
 #include <vector>
 
 struct XcbImageGrabber::Segment {
@@ -21,15 +21,6 @@ struct XcbImageGrabber::Pool {
     std::vector<Segment*> all; // guarded by mutex; while the grabber lives
     std::vector<Segment*> idle; // guarded by mutex
 };
-
-namespace {
-
-void unmap(uchar* address)
-{
-    if (address) shmdt(address);
-}
-
-} // namespace
 
 XcbImageGrabber::XcbImageGrabber(xcb_connection_t* connection, bool useShm, int segmentLimit, WhenPoolIsFull whenFull)
     : connection(connection)
@@ -49,7 +40,7 @@ XcbImageGrabber::~XcbImageGrabber()
     for (Segment* s : pool->all)
         xcb_shm_detach(connection, s->id);
     for (Segment* s : pool->idle) {
-        unmap(s->address);
+        XcbSharedSegment::unmap(s->address);
         delete s;
     }
     pool->idle.clear();
@@ -59,23 +50,9 @@ XcbImageGrabber::~XcbImageGrabber()
 
 XcbImageGrabber::Segment* XcbImageGrabber::makeSegment(size_t bytes)
 {
-    const int id = shmget(IPC_PRIVATE, bytes, IPC_CREAT | 0600);
-    if (id < 0) return nullptr;
-    void* address = shmat(id, nullptr, 0);
-    if (address == reinterpret_cast<void*>(-1)) {
-        shmctl(id, IPC_RMID, nullptr);
-        return nullptr;
-    }
-    const xcb_shm_seg_t seg = xcb_generate_id(connection);
-    XcbReply<xcb_generic_error_t> error(xcb_request_check(connection, xcb_shm_attach_checked(connection, seg, id, 0)));
-    // Marked for removal at once: it goes when the last of us and the server detaches, even if
-    // this process dies.
-    shmctl(id, IPC_RMID, nullptr);
-    if (error) {
-        unmap(static_cast<uchar*>(address));
-        return nullptr;
-    }
-    auto* segment = new Segment { seg, static_cast<uchar*>(address), bytes, pool };
+    const auto shared = XcbSharedSegment::attach(connection, bytes);
+    if (!shared) return nullptr;
+    auto* segment = new Segment { shared->id, shared->address, bytes, pool };
     pool->all.push_back(segment);
     return segment;
 }
@@ -90,7 +67,7 @@ XcbImageGrabber::Segment* XcbImageGrabber::takeSegment(size_t bytes)
         // Too small after a resize: let it go.
         xcb_shm_detach(connection, s->id);
         pool->all.erase(std::find(pool->all.begin(), pool->all.end(), s));
-        unmap(s->address);
+        XcbSharedSegment::unmap(s->address);
         delete s;
     }
     if (int(pool->all.size()) >= segmentLimit) return nullptr;
@@ -109,7 +86,7 @@ void XcbImageGrabber::returnSegment(void* raw)
         pool->idle.push_back(segment);
         return;
     }
-    unmap(segment->address);
+    XcbSharedSegment::unmap(segment->address);
     segment->pool.reset();
     delete segment;
 }

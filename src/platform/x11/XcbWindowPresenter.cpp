@@ -3,8 +3,6 @@
 #include <xcb/shm.h>
 
 #include <cstring>
-#include <sys/ipc.h>
-#include <sys/shm.h>
 
 std::unique_ptr<XcbWindowPresenter> XcbWindowPresenter::create(xcb_window_t window, QSize size)
 {
@@ -19,24 +17,9 @@ std::unique_ptr<XcbWindowPresenter> XcbWindowPresenter::create(xcb_window_t wind
     const xcb_query_extension_reply_t* shm = xcb_get_extension_data(c, &xcb_shm_id);
     if (!shm || !shm->present) return nullptr;
 
-    const size_t bytes = size_t(size.width()) * size_t(size.height()) * 4;
-    const int id = shmget(IPC_PRIVATE, bytes, IPC_CREAT | 0600);
-    if (id < 0) return nullptr;
-    void* address = shmat(id, nullptr, 0);
-    if (address == reinterpret_cast<void*>(-1)) {
-        shmctl(id, IPC_RMID, nullptr);
-        return nullptr;
-    }
-    const xcb_shm_seg_t segment = xcb_generate_id(c);
-    const XcbReply<xcb_generic_error_t> refused(xcb_request_check(c, xcb_shm_attach_checked(c, segment, id, 0)));
-    // Marked for removal at once: it goes when both sides have let go, even if this process dies.
-    shmctl(id, IPC_RMID, nullptr);
-    if (refused) {
-        shmdt(address);
-        return nullptr;
-    }
-    presenter->address = static_cast<uchar*>(address);
-    presenter->segment = segment;
+    const auto shared = XcbSharedSegment::attach(c, size_t(size.width()) * size_t(size.height()) * 4);
+    if (!shared) return nullptr;
+    presenter->segment = *shared;
     presenter->window = window;
     presenter->depth = geometry->depth;
     presenter->size = size;
@@ -51,9 +34,9 @@ XcbWindowPresenter::~XcbWindowPresenter()
 {
     xcb_connection_t* c = connection->get();
     xcb_free_gc(c, gc);
-    xcb_shm_detach(c, segment);
+    xcb_shm_detach(c, segment.id);
     xcb_flush(c);
-    shmdt(address);
+    XcbSharedSegment::unmap(segment.address);
 }
 
 bool XcbWindowPresenter::isReady()
@@ -77,14 +60,15 @@ void XcbWindowPresenter::put(const QImage& picture, const QRegion& region)
     for (const QRect& rect : shown) {
         const size_t offset = size_t(rect.left()) * 4;
         for (int y = rect.top(); y <= rect.bottom(); ++y)
-            std::memcpy(address + size_t(y) * stride + offset, picture.constScanLine(y) + offset, size_t(rect.width()) * 4);
+            std::memcpy(segment.address + size_t(y) * stride + offset, picture.constScanLine(y) + offset,
+                size_t(rect.width()) * 4);
     }
     xcb_connection_t* c = connection->get();
     const QRect last = *(shown.end() - 1);
     for (const QRect& rect : shown)
         xcb_shm_put_image(c, window, gc, uint16_t(size.width()), uint16_t(size.height()), int16_t(rect.x()),
             int16_t(rect.y()), uint16_t(rect.width()), uint16_t(rect.height()), int16_t(rect.x()), int16_t(rect.y()),
-            depth, XCB_IMAGE_FORMAT_Z_PIXMAP, rect == last ? 1 : 0, segment, 0);
+            depth, XCB_IMAGE_FORMAT_Z_PIXMAP, rect == last ? 1 : 0, segment.id, 0);
     xcb_flush(c);
     pending = true;
 }

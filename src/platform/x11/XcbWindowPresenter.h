@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/x11/XcbConnection.h"
+#include "platform/x11/XcbSharedSegment.h"
 
 #include <QImage>
 #include <QRegion>
@@ -41,8 +42,7 @@ private:
     xcb_gcontext_t gc = 0;
     uint8_t depth = 0;
     QSize size;
-    xcb_shm_seg_t segment = 0;
-    uchar* address = nullptr;
+    XcbSharedSegment segment;
     uint8_t completion = 0;
     bool pending = false;
 };

@@ -15,7 +15,6 @@
 #include <QWindow>
 
 #include <gtest/gtest.h>
-
 #include <xcb/xfixes.h>
 
 namespace {
@@ -201,6 +200,8 @@ TEST(ArmedAreaOverlay, TheMonitorNeverTriggersOnItsOwnFrame)
         ASSERT_TRUE(QTest::qWaitFor([] { return X11Compositor::isRunning(); }, 3000));
         runAllStyles();
         EXPECT_TRUE(frame.isTranslucent());
+        // Gone before the compositor: without one, a translucent window shows black over the area.
+        frame.dismiss();
         compositor.terminate();
         compositor.waitForFinished(3000);
     } else {
