@@ -22,12 +22,13 @@
 
 namespace {
 
-// CPU seconds of every thread of `pid` so far.
-double processCpu(qint64 pid)
+// CPU seconds of every thread of `pid` so far, or only of its main thread.
+double processCpu(qint64 pid, bool mainThreadOnly = false)
 {
     double total = 0;
     const QDir tasks(QStringLiteral("/proc/%1/task").arg(pid));
     for (const QString& task : tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        if (mainThreadOnly && task.toLongLong() != pid) continue;
         QFile file(tasks.filePath(task + QStringLiteral("/schedstat")));
         if (file.open(QIODevice::ReadOnly)) total += file.readAll().split(' ').value(0).toDouble() / 1e9;
     }
@@ -58,18 +59,22 @@ void runFor(int ms)
 
 struct Usage {
     double ours = 0;
+    // Of which the main thread: the rest is the thread that paints what stands still.
+    double oursMain = 0;
     double server = 0;
 };
 
 Usage measure(int ms, qint64 server)
 {
-    const double ours0 = processCpu(QCoreApplication::applicationPid());
+    const qint64 self = QCoreApplication::applicationPid();
+    const double ours0 = processCpu(self);
+    const double main0 = processCpu(self, true);
     const double server0 = processCpu(server);
     QElapsedTimer wall;
     wall.start();
     runFor(ms);
     const double seconds = wall.nsecsElapsed() / 1e9;
-    return { 100 * (processCpu(QCoreApplication::applicationPid()) - ours0) / seconds,
+    return { 100 * (processCpu(self) - ours0) / seconds, 100 * (processCpu(self, true) - main0) / seconds,
         100 * (processCpu(server) - server0) / seconds };
 }
 
@@ -91,21 +96,21 @@ int main(int argc, char** argv)
     ArmedAreaOverlay frame(backend);
     const QRectF area(460, 240, 1000, 600);
 
-    std::printf("%-10s %-10s %12s %14s\n", "mode", "style", "ours %core", "X server %core");
+    std::printf("%-10s %-10s %12s %12s %14s\n", "mode", "style", "ours %core", "main thread", "X server %core");
     const auto run = [&](const char* mode) {
         for (const auto& style : EnumTable<AreaOverlayStyle>::cases) {
             if (!only.isEmpty() && only != style.raw) continue;
             frame.show(area, style.value);
             runFor(500);
             const Usage u = measure(seconds * 1000, server);
-            std::printf("%-10s %-10s %12.2f %14.2f\n", mode, style.raw, u.ours, u.server);
+            std::printf("%-10s %-10s %12.2f %12.2f %14.2f\n", mode, style.raw, u.ours, u.oursMain, u.server);
             std::fflush(stdout);
         }
         // The floor: no frame at all.
         frame.dismiss();
         runFor(500);
         const Usage none = measure(seconds * 1000, server);
-        std::printf("%-10s %-10s %12.2f %14.2f\n", mode, "(none)", none.ours, none.server);
+        std::printf("%-10s %-10s %12.2f %12.2f %14.2f\n", mode, "(none)", none.ours, none.oursMain, none.server);
     };
     run("plain");
     QProcess compositor;

@@ -8,6 +8,7 @@
 #include <QRadialGradient>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
 #include <numbers>
@@ -510,10 +511,58 @@ void frame(QPainter& p, const QRectF& r, double t)
     drawLivePill(p, r, t);
 }
 
-// The time what stands still is drawn at: `t` in steps of `slowSteps` a second.
-double slowTime(double t)
+// The period of a style whose still part only breathes; none for the others.
+std::optional<double> breathOnly(AreaOverlayStyle style)
 {
-    return std::floor(t * slowSteps) / slowSteps;
+    switch (style) {
+    case AreaOverlayStyle::outline:
+        return 2.6;
+    case AreaOverlayStyle::glass:
+        return 2.4;
+    case AreaOverlayStyle::bracket:
+        return 2.0;
+    default:
+        return std::nullopt;
+    }
+}
+
+// The phases (fractions of a period) at which a breath crosses its levels: 0, rising to the top at
+// one half, falling back.
+const std::array<double, 2 * breathLevels>& breathCrossings()
+{
+    static const auto crossings = [] {
+        std::array<double, 2 * breathLevels> phases {};
+        for (int level = 0; level <= breathLevels; ++level) {
+            const double rising = std::acos(1 - 2.0 * level / breathLevels) / (2 * std::numbers::pi);
+            phases[size_t(level)] = rising;
+            if (level > 0 && level < breathLevels) phases[size_t(2 * breathLevels - level)] = 1 - rising;
+        }
+        return phases;
+    }();
+    return crossings;
+}
+
+// The step of what stands still that `t` falls in: its number, the moment it is drawn at, and the
+// moment the next one begins.
+struct StillStep {
+    long long number = 0;
+    double moment = 0;
+    double next = 0;
+};
+
+StillStep stillStep(AreaOverlayStyle style, double t)
+{
+    if (const auto period = breathOnly(style)) {
+        const auto& crossings = breathCrossings();
+        const double cycles = std::floor(t / *period);
+        const double phase = std::clamp(t / *period - cycles, 0.0, 1.0);
+        const size_t at = size_t(std::upper_bound(crossings.begin(), crossings.end(), phase) - crossings.begin()) - 1;
+        const double next = at + 1 < crossings.size() ? crossings[at + 1] : 1.0;
+        return { (long long)(cycles) * (long long)(crossings.size()) + (long long)(at),
+            (cycles + crossings[at]) * *period, (cycles + next) * *period };
+    }
+    const double number = std::floor(t * slowSteps);
+    return { (long long)(number), number / slowSteps, (number + 1) / slowSteps };
 }
 
 // Whether anything that stands still in `style` changes with time.
@@ -564,25 +613,29 @@ bool isFramable(const QRectF& watched)
 
 QRegion paintedRegion(const QRectF& watched, int reach)
 {
+    // Asked for at every picture, for the same frame.
+    thread_local std::tuple<QRectF, int, QRegion> last;
+    if (std::get<0>(last) == watched && std::get<1>(last) == reach && !std::get<2>(last).isEmpty())
+        return std::get<2>(last);
     const QRect inner = integral(watched).toRect();
     const QRect outer = frameRect(watched).toRect().adjusted(-reach, -reach, reach, reach);
     const QRectF frame = frameRect(watched);
     const QRect pills = integral(livePill(frame).rect.united(armedPill(frame).rect)).toRect().adjusted(-1, -1, 1, 1);
-    return (QRegion(outer) - QRegion(inner)) + (QRegion(pills) - QRegion(inner));
+    last = { watched, reach, (QRegion(outer) - QRegion(inner)) + (QRegion(pills) - QRegion(inner)) };
+    return std::get<2>(last);
 }
 
 bool stillChanges(AreaOverlayStyle style, double from, double to)
 {
-    return stillMoves(style) && slowTime(from) != slowTime(to);
+    return stillMoves(style) && stillStep(style, from).number != stillStep(style, to).number;
 }
 
 double nextStillChange(AreaOverlayStyle style, double t)
 {
     if (!stillMoves(style)) return std::numeric_limits<double>::infinity();
-    double next = (std::floor(t * slowSteps) + 1) / slowSteps;
-    // Rounding may land a hair short of the step; the step after is then the one to wait for.
-    if (slowTime(next) == slowTime(t)) next = (std::floor(t * slowSteps) + 2) / slowSteps;
-    return next;
+    const StillStep step = stillStep(style, t);
+    // Rounding may land a hair short of the step; a microsecond on is well inside it.
+    return stillStep(style, step.next).number != step.number ? step.next : step.next + 1e-6;
 }
 
 bool hasMovingParts(AreaOverlayStyle style)
@@ -629,7 +682,7 @@ template <typename Draw> void framed(QPainter& painter, const QRectF& watched, D
 
 void drawStill(QPainter& painter, const QRectF& watched, AreaOverlayStyle style, double t)
 {
-    const double slow = slowTime(t);
+    const double slow = stillStep(style, t).moment;
     framed(painter, watched, [&](const QRectF& r) {
         switch (style) {
         case AreaOverlayStyle::outline:

@@ -44,8 +44,12 @@ QRegion paintedRegion(const QRectF& watched, int reach = glowReach);
 bool isFramable(const QRectF& watched);
 
 // A style's picture is what stands still, drawn first, and the lights that run along the frame on
-// top. What stands still may breathe, crawl or ripple across the whole band: that moves in this many
-// steps a second. The lights move at every picture, and cover small squares.
+// top. What stands still may breathe, crawl or ripple across the whole band: it is drawn again in
+// steps, not at every picture. Where it only breathes, at each of this many levels the breath
+// passes between 0 and 1 (so most often where the breath moves fastest and seldom where it turns);
+// where it crawls or ripples, this many times a second. The lights move at every picture, and cover
+// small squares.
+constexpr int breathLevels = 16;
 constexpr double slowSteps = 20;
 
 // Whether what stands still in `style` differs between `from` and `to` seconds.

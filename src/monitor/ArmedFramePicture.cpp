@@ -6,11 +6,14 @@
 
 #include <cstring>
 
-ArmedFramePicture::ArmedFramePicture(QSize size, const QRectF& watched, AreaOverlayStyle style, QImage under)
+ArmedFramePicture::ArmedFramePicture(
+    QSize size, const QRectF& watched, AreaOverlayStyle style, QImage under, QImage canvas)
     : watched(watched)
     , style(style)
     , still(size, QImage::Format_ARGB32_Premultiplied)
-    , picture(size, QImage::Format_ARGB32_Premultiplied)
+    , picture(canvas.size() == size && canvas.format() == QImage::Format_ARGB32_Premultiplied
+              ? std::move(canvas)
+              : QImage(size, QImage::Format_ARGB32_Premultiplied))
     , frameBand(ArmedFrameDrawing::paintedRegion(watched).intersected(QRect(QPoint(), size)))
 {
     if (!under.isNull() && under.size() == size)

@@ -13,8 +13,10 @@
 class ArmedFramePicture {
 public:
     // A picture of `size`; `watched` in its coordinates. `under` is what lies beneath the frame, the
-    // same size; a null image leaves it transparent, for a compositing manager to blend.
-    ArmedFramePicture(QSize size, const QRectF& watched, AreaOverlayStyle style, QImage under = {});
+    // same size; a null image leaves it transparent, for a compositing manager to blend. The picture
+    // is painted in `canvas` when one is given (ARGB32 premultiplied, `size`; memory the screen reads
+    // from, say), else in an image of its own.
+    ArmedFramePicture(QSize size, const QRectF& watched, AreaOverlayStyle style, QImage under = {}, QImage canvas = {});
 
     // Where the picture at `seconds` differs from the present one: the whole band before the first.
     QRegion changesAt(double seconds) const;

@@ -132,6 +132,59 @@ TEST(ArmedFrameDrawing, StylesMoveWithTimeAndRepeatEachPeriod)
     EXPECT_LE((brightest(1.6) - frame.bottomRight().toPoint()).manhattanLength(), 8);
 }
 
+// What stands still is drawn again exactly when it changes, never more than twenty times a second.
+// A glow that only breathes is drawn again less often than that, in small steps: each a small part
+// of the way between its dimmest and its brightest.
+TEST(ArmedFrameDrawing, WhatStandsStillIsDrawnAgainInSmallStepsAndOnlyWhenItChanges)
+{
+    const auto still = [](AreaOverlayStyle style, double t) {
+        QImage image(560, 360, QImage::Format_ARGB32_Premultiplied);
+        image.fill(Qt::transparent);
+        QPainter painter(&image);
+        drawStill(painter, watched, style, t);
+        return image;
+    };
+    const auto change = [](const QImage& a, const QImage& b) {
+        long sum = 0;
+        for (int y = 0; y < a.height(); ++y)
+            for (int x = 0; x < a.width(); ++x) {
+                const QRgb p = at(a, x, y), q = at(b, x, y);
+                sum += std::abs(qAlpha(p) - qAlpha(q)) + std::abs(qBlue(p) - qBlue(q));
+            }
+        return sum;
+    };
+    constexpr double from = 0.37, seconds = 5;
+    for (AreaOverlayStyle style : allStyles) {
+        const bool onlyBreathes = style == AreaOverlayStyle::outline || style == AreaOverlayStyle::glass
+            || style == AreaOverlayStyle::bracket;
+        long swing = 0;
+        for (double u = 0; onlyBreathes && u < 2.6; u += 0.05)
+            swing = std::max(swing, change(still(style, 0), still(style, u)));
+        int steps = 0;
+        QImage shown = still(style, from);
+        for (double t = from; t < from + seconds;) {
+            const double next = nextStillChange(style, t);
+            if (!std::isfinite(next)) {
+                EXPECT_FALSE(stillChanges(style, 0, 100)) << rawValue(style).toStdString();
+                break;
+            }
+            ASSERT_GT(next, t);
+            ASSERT_FALSE(stillChanges(style, t, next - 1e-5)) << rawValue(style).toStdString() << " t=" << t;
+            ASSERT_TRUE(stillChanges(style, t, next)) << rawValue(style).toStdString() << " t=" << t;
+            ++steps;
+            t = next;
+            if (!onlyBreathes) continue;
+            QImage now = still(style, t);
+            EXPECT_LE(change(shown, now), swing / 10) << rawValue(style).toStdString() << " t=" << t;
+            shown = std::move(now);
+        }
+        EXPECT_LE(steps, seconds * slowSteps + 1) << rawValue(style).toStdString();
+        if (onlyBreathes) {
+            EXPECT_LT(steps, seconds * slowSteps * 0.85) << rawValue(style).toStdString();
+        }
+    }
+}
+
 TEST(ArmedFrameDrawing, PointsWalkTheBorderClockwiseFromTheTopLeft)
 {
     const QRectF r(10, 20, 100, 50);
@@ -184,7 +237,8 @@ TEST(ArmedFramePicture, RepaintingOnlyWhatChangedGivesTheWholePicture)
                                 << (beneath.isNull() ? " over nothing" : " over a picture");
             }
             // Half a refresh on, within a step of what stands still.
-            const QRegion next = shown.changesAt(3.3 + 1.5 / 60.0);
+            const double last = 3.3 + 1 / 60.0;
+            const QRegion next = shown.changesAt(std::min(last + 1.5 / 60, (last + nextStillChange(style, last)) / 2));
             long area = 0;
             for (const QRect& r : next)
                 area += long(r.width()) * r.height();

@@ -15,16 +15,23 @@
 #include <QThreadPool>
 
 #include <cmath>
+#include <optional>
 
 class ArmedAreaOverlay::FrameWindow final : public QWindow {
 public:
     FrameWindow(const QRect& geometry, const QRectF& watched, AreaOverlayStyle style, bool translucent, QImage under)
-        : picture(geometry.size(), watched.translated(-geometry.topLeft()), style, std::move(under))
     {
         setSurfaceType(QSurface::RasterSurface);
         makeOverlay(*this, geometry, true, translucent);
-        // Without a compositor whatever the window covers is hidden, so it covers only the band.
-        if (!translucent) setMask(picture.band());
+        create();
+        // The picture is painted where the server reads it from, when it can share memory with us.
+        presenter = XcbWindowPresenter::create(xcb_window_t(winId()), geometry.size());
+        picture.emplace(geometry.size(), watched.translated(-geometry.topLeft()), style, std::move(under),
+            presenter ? presenter->canvas() : QImage());
+        // The window is only the band, translucent or not: without a compositor whatever it covers
+        // is hidden, and a compositor may stop while the frame stands, leaving a translucent
+        // window's clear pixels black. Never over the watched area, whatever happens.
+        setMask(picture->band());
     }
 
     void advance(double seconds)
@@ -32,14 +39,14 @@ public:
         // The server is still reading the last picture: this one is skipped, and the next shows
         // what changed in both.
         if (presenter && !presenter->isReady()) return;
-        const QRegion changes = picture.changesAt(seconds);
-        const auto paint = [&] { picture.paint(seconds, changes); };
+        const QRegion changes = picture->changesAt(seconds);
+        const auto paint = [&] { picture->paint(seconds, changes); };
         // Qt's raster engine splits a fill of many rows across the global thread pool and waits
         // for the pieces, unless it already runs on one of that pool's threads. Twenty pictures
         // a second of those hand-offs cost more than the painting, so the whole band is painted
         // on one pool thread (here, when the pool has none free).
         QSemaphore done;
-        if (picture.redrawsStillAt(seconds) && QThreadPool::globalInstance()->tryStart([&] {
+        if (picture->redrawsStillAt(seconds) && QThreadPool::globalInstance()->tryStart([&] {
                 paint();
                 done.release();
             }))
@@ -50,19 +57,14 @@ public:
         put();
     }
 
-    double nextChange(double seconds, double interval) const { return picture.nextChange(seconds, interval); }
+    double nextChange(double seconds, double interval) const { return picture->nextChange(seconds, interval); }
 
 protected:
     void exposeEvent(QExposeEvent*) override
     {
         if (!isExposed()) return;
-        if (!presenterTried) {
-            presenterTried = true;
-            presenter = XcbWindowPresenter::create(xcb_window_t(winId()), size());
-        }
-        // All of it, the watched area too: an ARGB window's pixels are undefined until drawn, and
-        // a compositor would show them over the area the monitor watches.
-        owed += QRect(QPoint(), size());
+        // All of it: the window's pixels are undefined until drawn.
+        owed += picture->band();
         if (!presenter || presenter->isReady()) put();
     }
 
@@ -72,7 +74,7 @@ private:
     {
         if (owed.isEmpty() || !isExposed()) return;
         if (presenter) {
-            presenter->put(picture.image(), owed);
+            presenter->put(owed);
         } else {
             // No shared memory with the server: through Qt's backing store.
             if (!store) {
@@ -84,7 +86,7 @@ private:
                 QPainter painter(store->paintDevice());
                 painter.setCompositionMode(QPainter::CompositionMode_Source);
                 for (const QRect& rect : owed)
-                    painter.drawImage(rect.topLeft(), picture.image(), rect);
+                    painter.drawImage(rect.topLeft(), picture->image(), rect);
             }
             store->endPaint();
             store->flush(owed);
@@ -92,11 +94,11 @@ private:
         owed = {};
     }
 
-    ArmedFramePicture picture;
+    // Before the picture, which may paint in its memory.
+    std::unique_ptr<XcbWindowPresenter> presenter;
+    std::optional<ArmedFramePicture> picture;
     // What has changed in the picture and is not on the screen yet.
     QRegion owed;
-    bool presenterTried = false;
-    std::unique_ptr<XcbWindowPresenter> presenter;
     std::unique_ptr<QBackingStore> store;
 };
 
@@ -107,6 +109,8 @@ ArmedAreaOverlay::ArmedAreaOverlay(std::shared_ptr<CaptureBackend> screen, QObje
     ticker.setTimerType(Qt::PreciseTimer);
     ticker.setSingleShot(true);
     connect(&ticker, &QTimer::timeout, this, &ArmedAreaOverlay::tick);
+    reshow.setSingleShot(true);
+    connect(&reshow, &QTimer::timeout, this, [this] { show(shownRect, shownStyle); });
 }
 
 ArmedAreaOverlay::~ArmedAreaOverlay()
@@ -120,7 +124,13 @@ void ArmedAreaOverlay::show(const QRectF& globalRect, AreaOverlayStyle style)
     if (!ArmedFrameDrawing::isFramable(globalRect)) return;
     const auto content = screen->shareableContent();
     if (!content.content) return;
-    translucent = X11Compositor::isRunning();
+    shownRect = globalRect;
+    shownStyle = style;
+    if (!compositor) {
+        compositor = std::make_unique<X11CompositorWatch>();
+        connect(compositor.get(), &X11CompositorWatch::changed, this, &ArmedAreaOverlay::compositorChanged);
+    }
+    translucent = compositor->isRunning();
     const QRect reach = ArmedFrameDrawing::paintedRegion(globalRect).boundingRect();
     std::vector<std::pair<QRect, QImage>> parts;
     for (const CaptureDisplay& display : content.content->displays) {
@@ -153,12 +163,27 @@ QImage ArmedAreaOverlay::pictureUnder(const QRect& part)
     // The same frame again (another style) would find the old one still on the screen, its windows
     // not yet gone: it keeps the picture taken the first time.
     for (const auto& [rect, picture] : underFrame)
-        if (rect == part) return picture;
+        if (rect == part && !picture.isNull()) return picture;
     return screen->grabRect(part).value_or(QImage());
+}
+
+void ArmedAreaOverlay::compositorChanged(bool running)
+{
+    if (live.empty() || running == translucent) return;
+    if (running) {
+        show(shownRect, shownStyle);
+        return;
+    }
+    // The frame's windows must be off the screen, and what they covered drawn again by its owners,
+    // before the picture under them is taken.
+    dismiss();
+    underFrame.clear();
+    reshow.start(150);
 }
 
 void ArmedAreaOverlay::dismiss()
 {
+    reshow.stop();
     ticker.stop();
     for (FrameWindow* window : live) {
         window->hide();

@@ -12,15 +12,17 @@
 
 class CaptureBackend;
 class QWindow;
+class X11CompositorWatch;
 
 // The armed frame on X11: a click-through window over each display that the frame touches, no
 // larger than the frame, repainted while it stands where its picture changes, at most once a
 // refresh of the display.
 //
-// With a compositing manager the windows are translucent (ARGB). Without one an X window can't be
-// translucent, so each window is shaped to the frame's band (XShape) and shows, under the frame,
-// the picture that band had when the frame appeared. Either way nothing of it lies inside the
-// watched rectangle, which the area monitor grabs from the screen.
+// Each window is shaped to the frame's band (XShape), so nothing of it ever lies inside the watched
+// rectangle, which the area monitor grabs from the screen. With a compositing manager the windows
+// are translucent (ARGB). Without one an X window can't be translucent, so each shows, under the
+// frame, the picture that band had when the frame appeared. When a compositing manager starts or
+// stops while the frame stands, the frame is shown again the other way.
 //
 // Main thread.
 class ArmedAreaOverlay final : public QObject, public ArmedFrame {
@@ -45,6 +47,7 @@ private:
     void tick();
     // What the screen shows in `part` with no frame on it.
     QImage pictureUnder(const QRect& part);
+    void compositorChanged(bool running);
 
     std::shared_ptr<CaptureBackend> screen;
     std::vector<FrameWindow*> live;
@@ -53,6 +56,11 @@ private:
     // Seconds between two refreshes of the display.
     double interval = 1.0 / 60;
     bool translucent = false;
+    // What the present frame frames, to show it again.
+    QRectF shownRect;
+    AreaOverlayStyle shownStyle = AreaOverlayStyle::outline;
+    std::unique_ptr<X11CompositorWatch> compositor;
+    QTimer reshow;
     // The pictures under the present (or last) frame's windows, by window rectangle.
     std::vector<std::pair<QRect, QImage>> underFrame;
 };

@@ -2,7 +2,7 @@
 
 #include <xcb/shm.h>
 
-#include <cstring>
+#include <cstdlib>
 
 std::unique_ptr<XcbWindowPresenter> XcbWindowPresenter::create(xcb_window_t window, QSize size)
 {
@@ -42,7 +42,9 @@ XcbWindowPresenter::~XcbWindowPresenter()
 bool XcbWindowPresenter::isReady()
 {
     if (!pending) return true;
-    while (xcb_generic_event_t* event = xcb_poll_for_event(connection->get())) {
+    // One read of what the server has sent, then only what that read brought.
+    xcb_connection_t* c = connection->get();
+    for (xcb_generic_event_t* event = xcb_poll_for_event(c); event; event = xcb_poll_for_queued_event(c)) {
         // An error (the window gone) ends the put as surely as its completion.
         const uint8_t type = event->response_type & 0x7f;
         if (type == completion || type == 0) pending = false;
@@ -52,17 +54,16 @@ bool XcbWindowPresenter::isReady()
     return !pending || connection->isBroken();
 }
 
-void XcbWindowPresenter::put(const QImage& picture, const QRegion& region)
+QImage XcbWindowPresenter::canvas() const
+{
+    return QImage(
+        segment.address, size.width(), size.height(), qsizetype(size.width()) * 4, QImage::Format_ARGB32_Premultiplied);
+}
+
+void XcbWindowPresenter::put(const QRegion& region)
 {
     const QRegion shown = region.intersected(QRect(QPoint(), size));
-    if (shown.isEmpty() || picture.size() != size) return;
-    const size_t stride = size_t(size.width()) * 4;
-    for (const QRect& rect : shown) {
-        const size_t offset = size_t(rect.left()) * 4;
-        for (int y = rect.top(); y <= rect.bottom(); ++y)
-            std::memcpy(segment.address + size_t(y) * stride + offset, picture.constScanLine(y) + offset,
-                size_t(rect.width()) * 4);
-    }
+    if (shown.isEmpty()) return;
     xcb_connection_t* c = connection->get();
     const QRect last = *(shown.end() - 1);
     for (const QRect& rect : shown)

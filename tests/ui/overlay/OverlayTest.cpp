@@ -2,6 +2,7 @@
 #include "X11TestClient.h"
 #include "app/BackendAreaGrabber.h"
 #include "monitor/AreaMonitor.h"
+#include "monitor/ArmedFrameDrawing.h"
 #include "platform/x11/AreaPickerOverlay.h"
 #include "platform/x11/ArmedAreaOverlay.h"
 #include "platform/x11/X11CaptureBackend.h"
@@ -165,15 +166,18 @@ TEST(ArmedAreaOverlay, TheMonitorNeverTriggersOnItsOwnFrame)
             frame.show(watched, style);
             ASSERT_TRUE(allExposed(frame.windows()));
             EXPECT_TRUE(frame.isAnimating());
-            // It never takes a click; without a compositor it covers only its band, so the area
-            // and the rest of the screen show through.
+            // It never takes a click, and it covers only its band, so the area and the rest of the
+            // screen show through, and a translucent window left without its compositor can't
+            // blacken the area.
             for (const QWindow* window : frame.windows()) {
                 EXPECT_TRUE(shapeOf(window, XCB_SHAPE_SK_INPUT).isEmpty());
-                if (frame.isTranslucent()) continue;
                 const QRegion drawn = shapeOf(window, XCB_SHAPE_SK_BOUNDING);
-                const QPoint centre = watched.center().toPoint() - window->position();
+                const QRect placed = window->geometry();
+                const QPoint centre = watched.center().toPoint() - placed.topLeft();
                 EXPECT_FALSE(drawn.contains(centre)) << "the window covers the watched area";
-                EXPECT_TRUE(drawn.contains(QPoint(5, window->height() / 2))) << "the band's outer part is cut off";
+                EXPECT_TRUE(drawn.contains(QPoint(5, placed.height() / 2))) << "the band's outer part is cut off";
+                // Nothing of the window inside the area, wherever Qt's scaling put it.
+                EXPECT_TRUE(drawn.translated(placed.topLeft()).intersected(watched.toAlignedRect()).isEmpty());
             }
             QTest::qWait(600);
             const auto around = backend->grabRect(watched.adjusted(-30, -30, 30, 30));
@@ -194,16 +198,25 @@ TEST(ArmedAreaOverlay, TheMonitorNeverTriggersOnItsOwnFrame)
     EXPECT_FALSE(frame.isTranslucent());
     frame.dismiss();
 
+    // A compositing manager that starts or stops while the frame stands: the frame follows it.
+    // Where this style paints nothing, the band shows what lies under it, not a translucent
+    // window's clear pixels gone black.
+    const QPoint bare(int(watched.left()) - ArmedFrameDrawing::gap - 8, int(watched.center().y()));
+    const auto shownAt = [&](QPoint p) { return backend->grabRect(QRectF(p, QSizeF(1, 1)))->pixel(0, 0); };
+    frame.show(watched, AreaOverlayStyle::frame);
+    ASSERT_TRUE(allExposed(frame.windows()));
     QProcess compositor;
     compositor.start(QStringLiteral("xcompmgr"), {});
     if (compositor.waitForStarted(3000)) {
-        ASSERT_TRUE(QTest::qWaitFor([] { return X11Compositor::isRunning(); }, 3000));
+        ASSERT_TRUE(QTest::qWaitFor([&] { return frame.isTranslucent() && allExposed(frame.windows()); }, 3000));
         runAllStyles();
         EXPECT_TRUE(frame.isTranslucent());
-        // Gone before the compositor: without one, a translucent window shows black over the area.
-        frame.dismiss();
+        frame.show(watched, AreaOverlayStyle::frame);
         compositor.terminate();
         compositor.waitForFinished(3000);
+        ASSERT_TRUE(QTest::qWaitFor([&] { return !frame.isTranslucent() && allExposed(frame.windows()); }, 3000));
+        QTest::qWait(300);
+        EXPECT_EQ(QColor(shownAt(bare)).name(), QColor(30, 34, 40).name());
     } else {
         ADD_FAILURE() << "xcompmgr did not start: " << compositor.errorString().toStdString();
     }
