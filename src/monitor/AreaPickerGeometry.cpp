@@ -59,7 +59,7 @@ void plate(QPainter& painter, const QRectF& rect, double radius)
 } // namespace
 
 void draw(QPainter& painter, const QRect& bounds, const QImage& frozen, std::optional<QPointF> anchor,
-    std::optional<QPointF> current)
+    std::optional<QPointF> current, double pixelRatio)
 {
     painter.save();
     const QColor dim = QColor::fromRgbF(0, 0, 0, 0.35f);
@@ -103,7 +103,8 @@ void draw(QPainter& painter, const QRect& bounds, const QImage& frozen, std::opt
     font.setWeight(QFont::DemiBold);
     font.setStyleHint(QFont::Monospace);
     painter.setFont(font);
-    const QString size = QStringLiteral("%1 × %2").arg(int(sel.width())).arg(int(sel.height()));
+    const QSizeF pixels = integral(QRectF(sel.topLeft() * pixelRatio, sel.size() * pixelRatio)).size();
+    const QString size = QStringLiteral("%1 × %2").arg(int(pixels.width())).arg(int(pixels.height()));
     const QFontMetricsF metrics(font);
     const QSizeF text(metrics.horizontalAdvance(size), metrics.height());
     // Above the selection, its left edge on the selection's.

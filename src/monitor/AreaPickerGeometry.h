@@ -51,8 +51,8 @@ std::function<void(T)> firstResultWins(std::function<void(T)> completion, std::f
 // undimmed and outlined and its size above it; while no drag runs on this display, the hint.
 // `frozen` is the display's picture taken before the picker appeared (an X window can't be
 // translucent without a compositor, so the dim is painted over a copy); a null image paints the
-// dim over black.
+// dim over black. The size is told in the display's pixels, `pixelRatio` of the painter's each.
 void draw(QPainter& painter, const QRect& bounds, const QImage& frozen, std::optional<QPointF> anchor,
-    std::optional<QPointF> current);
+    std::optional<QPointF> current, double pixelRatio = 1);
 
 } // namespace AreaPickerGeometry

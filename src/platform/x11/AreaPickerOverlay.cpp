@@ -22,8 +22,10 @@ public:
 protected:
     void paintEvent(QPaintEvent*) override
     {
+        // The picture has the display's pixels; Qt may paint this window scaled.
+        frozen.setDevicePixelRatio(devicePixelRatio());
         QPainter painter(this);
-        AreaPickerGeometry::draw(painter, QRect(QPoint(), size()), frozen, anchor, current);
+        AreaPickerGeometry::draw(painter, QRect(QPoint(), size()), frozen, anchor, current, devicePixelRatio());
     }
 
     void exposeEvent(QExposeEvent* event) override
@@ -53,7 +55,7 @@ protected:
     {
         if (event->button() != Qt::LeftButton) return;
         if (!anchor || !current) return finish(std::nullopt);
-        const auto picked = AreaPickerGeometry::pickedRect(*anchor, *current, origin);
+        const auto picked = AreaPickerGeometry::pickedRect(displayPixels(*anchor), displayPixels(*current), origin);
         anchor.reset();
         current.reset();
         update();
@@ -67,6 +69,13 @@ protected:
     }
 
 private:
+    // A point of Qt's, perhaps scaled, as the display's pixel it is on: a pointer moves by whole
+    // pixels, and the scaling there and back must not move it by a hair.
+    QPointF displayPixels(QPointF point) const
+    {
+        return QPointF(qRound(point.x() * devicePixelRatio()), qRound(point.y() * devicePixelRatio()));
+    }
+
     QPointF origin;
     QImage frozen;
     std::function<void(std::optional<QRectF>)> finish;

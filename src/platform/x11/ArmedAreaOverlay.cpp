@@ -31,7 +31,7 @@ public:
         // The window is only the band, translucent or not: without a compositor whatever it covers
         // is hidden, and a compositor may stop while the frame stands, leaving a translucent
         // window's clear pixels black. Never over the watched area, whatever happens.
-        setMask(picture->band());
+        shapeOverlay(*this, picture->band());
     }
 
     void advance(double seconds)
@@ -76,20 +76,26 @@ private:
         if (presenter) {
             presenter->put(owed);
         } else {
-            // No shared memory with the server: through Qt's backing store.
+            // No shared memory with the server: through Qt's backing store, which counts Qt's
+            // scaled pixels where the picture counts the display's.
+            const qreal ratio = devicePixelRatio();
+            QRegion scaled;
+            for (const QRect& rect : owed)
+                scaled += QRectF(QPointF(rect.topLeft()) / ratio, QSizeF(rect.size()) / ratio).toAlignedRect();
             if (!store) {
                 store = std::make_unique<QBackingStore>(this);
                 store->resize(size());
             }
-            store->beginPaint(owed);
+            store->beginPaint(scaled);
             {
                 QPainter painter(store->paintDevice());
                 painter.setCompositionMode(QPainter::CompositionMode_Source);
+                painter.scale(1 / ratio, 1 / ratio);
                 for (const QRect& rect : owed)
                     painter.drawImage(rect.topLeft(), picture->image(), rect);
             }
             store->endPaint();
-            store->flush(owed);
+            store->flush(scaled);
         }
         owed = {};
     }
