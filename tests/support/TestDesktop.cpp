@@ -92,10 +92,12 @@ QString TestDesktop::startX(const Options& options)
         ::close(readFd);
     });
     xvfb->setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    xvfb->start(QStringLiteral("Xvfb"),
-        { QStringLiteral("-displayfd"), QString::number(writeFd), QStringLiteral("-screen"), QStringLiteral("0"),
-            QStringLiteral("%1x%2x24").arg(options.width).arg(options.height), QStringLiteral("-nolisten"),
-            QStringLiteral("tcp"), QStringLiteral("+extension"), QStringLiteral("RANDR"), QStringLiteral("-noreset") });
+    QStringList arguments { QStringLiteral("-displayfd"), QString::number(writeFd), QStringLiteral("-screen"),
+        QStringLiteral("0"), QStringLiteral("%1x%2x24").arg(options.width).arg(options.height),
+        QStringLiteral("-nolisten"), QStringLiteral("tcp"), QStringLiteral("+extension"), QStringLiteral("RANDR"),
+        QStringLiteral("-noreset") };
+    if (!options.sharedMemory) arguments << QStringLiteral("-extension") << QStringLiteral("MIT-SHM");
+    xvfb->start(QStringLiteral("Xvfb"), arguments);
     ::close(writeFd);
     if (!xvfb->waitForStarted(5000)) {
         ::close(fds[0]);

@@ -22,6 +22,7 @@ public:
         int height = 720;
         bool audio = true;
         bool windowManager = false; // openbox, for EWMH behaviour
+        bool sharedMemory = true; // MIT-SHM; without it, the server is as a remote display is to us
     };
 
     TestDesktop();

@@ -55,7 +55,13 @@ int main(int argc, char** argv)
 #else
         const bool audio = false;
 #endif
-        const QString error = x.start({ .width = 1400, .height = 900, .audio = audio, .windowManager = windowManager });
+        // A run that stands for a remote display, where the server can't share memory with us.
+        const bool sharedMemory = !qEnvironmentVariableIsSet("VELOTAPE_TEST_NO_SHARED_MEMORY");
+        const QString error = x.start({ .width = 1400,
+            .height = 900,
+            .audio = audio,
+            .windowManager = windowManager,
+            .sharedMemory = sharedMemory });
         if (!error.isEmpty()) {
             std::fprintf(stderr, "no test display: %s\n", qPrintable(error));
             return 1;
