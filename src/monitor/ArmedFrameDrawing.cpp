@@ -322,9 +322,14 @@ void drawArmedPill(QPainter& p, const QRectF& r)
     pillText(p, armed, QStringLiteral("ARMED"), armed.rect.left() + 8 + 3 + 4);
 }
 
+// The breaths of the styles whose still part does nothing else, in seconds: their steps follow them.
+constexpr double outlineBreath = 2.6;
+constexpr double glassBreath = 2.4;
+constexpr double bracketBreath = 2.0;
+
 void outline(QPainter& p, const QRectF& r, double t)
 {
-    const double b = breath(t, 2.6);
+    const double b = breath(t, outlineBreath);
     glowAroundRect(p, r, 0, 2.5, 12 + 14 * b, cyan(0.4 + 0.35 * b));
     strokeBorder(p, r, 0, 1.5, cyan(0.85));
 }
@@ -403,7 +408,7 @@ std::optional<Light> glassShimmer(const QRectF& r, double t)
 
 void glass(QPainter& p, const QRectF& r, double t)
 {
-    const double b = breath(t, 2.4);
+    const double b = breath(t, glassBreath);
     glowAroundRect(p, r.adjusted(-1, -1, 1, 1), 12, 3, 18 + 12 * b, cyan(0.45 + 0.3 * b));
     strokeBorder(p, r.adjusted(-1, -1, 1, 1), 12, 1.5, cyan(0.85));
     strokeBorder(p, r.adjusted(1.5, 1.5, -1.5, -1.5), 10.5, 1.0, cyan(0.18));
@@ -419,7 +424,7 @@ void glassShimmerDrawn(QPainter& p, const QRectF& r, double t)
 
 void bracket(QPainter& p, const QRectF& r, double t)
 {
-    const double b = breath(t, 2.0);
+    const double b = breath(t, bracketBreath);
     const double arm = std::clamp(r.width() * 0.1, 18.0, 48.0) + 4 * b;
     const QPainterPath path = cornerLs(r, arm);
     glowPass(p, path, 10 + 8 * b, cyan(0.45 + 0.35 * b), cyan(0.95), 2.5, Qt::RoundCap);
@@ -516,11 +521,11 @@ std::optional<double> breathOnly(AreaOverlayStyle style)
 {
     switch (style) {
     case AreaOverlayStyle::outline:
-        return 2.6;
+        return outlineBreath;
     case AreaOverlayStyle::glass:
-        return 2.4;
+        return glassBreath;
     case AreaOverlayStyle::bracket:
-        return 2.0;
+        return bracketBreath;
     default:
         return std::nullopt;
     }

@@ -23,7 +23,6 @@ public:
     {
         setSurfaceType(QSurface::RasterSurface);
         makeOverlay(*this, geometry, true, translucent);
-        create();
         // The picture is painted where the server reads it from, when it can share memory with us.
         presenter = XcbWindowPresenter::create(xcb_window_t(winId()), geometry.size());
         picture.emplace(geometry.size(), watched.translated(-geometry.topLeft()), style, std::move(under),

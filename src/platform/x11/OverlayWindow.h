@@ -8,6 +8,7 @@
 // `globalGeometry` counts the display's own pixels, as X does, whatever scale Qt draws this
 // application at. `clickThrough`: an empty input shape, so that every click and key goes to what
 // lies below. `translucent`: an ARGB visual, for a desktop whose compositing manager blends it.
+// The window is created (it has its X id), not shown.
 void makeOverlay(QWindow& window, const QRect& globalGeometry, bool clickThrough, bool translucent);
 
 // Cuts `window` (created) down to `region`, in the display's pixels from the window's top-left
