@@ -40,6 +40,13 @@ ClipMeta committedPnL(ClipMeta meta, const QString& text)
     return meta;
 }
 
+ClipMeta madeByUser(const ClipMeta& before, ClipMeta after)
+{
+    if (after.outcome != before.outcome || after.pnl != before.pnl || after.unit != before.unit)
+        after.tagOrigin.reset();
+    return after;
+}
+
 QString pnlText(const ClipMeta& meta)
 {
     if (!meta.pnl) return {};

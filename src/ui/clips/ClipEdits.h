@@ -27,6 +27,9 @@ QString pnlText(const ClipMeta& meta);
 QString pnlPlaceholder(PnLUnit unit);
 // The unit after `unit` in the unit button's cycle: dollars, R, points, ticks, dollars.
 PnLUnit nextUnit(PnLUnit unit);
+// `after`, a change the user made to `before` in the tag bar: once the outcome, the amount or the
+// unit differ, the tag is the user's own, and neither the detector nor an import writes over it.
+ClipMeta madeByUser(const ClipMeta& before, ClipMeta after);
 // The pill's press: that outcome, or unset when the record already holds it.
 TradeOutcome toggledOutcome(TradeOutcome current, TradeOutcome pressed);
 
