@@ -1,5 +1,6 @@
 #include "journal/TradeFileReader.h"
 
+#include "journal/ClipMeta.h"
 #include "journal/CsvReader.h"
 #include "journal/TradeColumns.h"
 #include "journal/TradeValues.h"
@@ -144,6 +145,10 @@ Result read(const QByteArray& bytes)
             t.fees = std::fabs(*fees);
         }
         if (t.pnl && !columns.pnlIsNet) *t.pnl -= t.fees;
+        if (t.pnl && !ClipMeta::isPlausiblePnL(*t.pnl)) {
+            skip(QStringLiteral("P&L beyond any account"));
+            continue;
+        }
         const QString quantityText = field(row, columns, Field::quantity);
         if (!quantityText.isEmpty()) {
             t.quantity = TradeValues::parseAmount(quantityText);

@@ -58,7 +58,9 @@ std::optional<double> parseTime(QStringView input)
     const QStringView text = input.trimmed();
     qsizetype at = 0;
     const auto year = digits(text, at, 4);
-    if (!year || at >= text.size()) return std::nullopt;
+    // No broker has a trade from before 1900, and the edges of the calendar (years before 1 or after
+    // 9999 once a zone's offset is applied) can't be written back.
+    if (!year || *year < 1900 || *year > 9998 || at >= text.size()) return std::nullopt;
     const char16_t separator = text[at].unicode();
     if (separator != u'-' && separator != u'/') return std::nullopt;
     ++at;

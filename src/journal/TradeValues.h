@@ -12,7 +12,8 @@ namespace TradeValues {
 // ISO 8601 with a "T" or a space between date and time, seconds and fractions optional, with "Z" or
 // an offset (+01:00, +0100, +01) or without one, which is local time: "2024-03-05T14:07:33Z",
 // "2024-03-05 14:07", "2024-03-05T14:07:33.250-05:00". The date may use "/" instead of "-".
-// Seconds since 2001-01-01 00:00:00 UTC; nothing for anything else, or a date that does not exist.
+// Seconds since 2001-01-01 00:00:00 UTC; nothing for anything else, a date that does not exist or a
+// year outside 1900 to 9998.
 std::optional<double> parseTime(QStringView text);
 
 // An amount as brokers write it: "-12.50", "12.50-", "(12.50)", "$1,234.56", "USD 1 234,56", "−8",
