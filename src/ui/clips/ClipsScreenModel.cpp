@@ -8,7 +8,7 @@
 #include "journal/ClipThumbnailer.h"
 #include "journal/JournalFilter.h"
 #include "journal/TradeImporter.h"
-#include "platform/desktop/DesktopIntegration.h"
+#include "platform/DesktopIntegration.h"
 #include "ui/clips/ClipEdits.h"
 
 #include <QClipboard>
