@@ -397,7 +397,7 @@ int importTrades(const QString& file, const QString& folder, QTextStream& out, Q
         return 2;
     }
     out << report.summary << '\n';
-    for (const QString& note : report.notes)
+    for (const QString& note : report.notes + report.skippedRows)
         out << "  " << note << '\n';
     return 0;
 }

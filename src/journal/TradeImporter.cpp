@@ -60,7 +60,7 @@ Report importBytes(const QByteArray& csv, const QString& folder, const DurationO
     std::vector<int> skippedLines;
     for (const TradeFileReader::Skipped& s : file.skipped) {
         skippedLines.push_back(s.line);
-        report.notes << QStringLiteral("Line %1 skipped: %2.").arg(s.line).arg(s.reason);
+        report.skippedRows << QStringLiteral("Line %1 skipped: %2.").arg(s.line).arg(s.reason);
     }
 
     const QList<ClipEntry> entries = ClipJournalStore::scanFolder(folder);

@@ -25,9 +25,11 @@ struct Report {
     QString error;
     // "N trades: M matched to clips, K without a clip, J rows skipped (lines …)".
     QString summary;
-    // Everything else the user should hear: a file read as Latin-1, the skipped rows with their
-    // reasons, sidecars that could not be read or written.
+    // What else the user must hear: a file read as Latin-1, sidecars (or the trades file) that
+    // could not be read or written.
     QStringList notes;
+    // Each skipped row with its reason: "Line 4 skipped: unreadable P&L "ten".".
+    QStringList skippedRows;
     int read = 0;
     int matched = 0;
     int withoutClip = 0;

@@ -135,6 +135,8 @@ TEST_F(ImportIntoRecordedClips, TradesLandInTheirSidecarsTheNetAgreesAndASecondI
     const TradeImporter::Report report = TradeImporter::importBytes(csv, dir.path());
     ASSERT_TRUE(report.imported) << report.error.toStdString();
     EXPECT_EQ(report.summary, "5 trades: 4 matched to clips, 1 without a clip, 1 row skipped (line 5)");
+    EXPECT_EQ(report.skippedRows, QStringList { "Line 5 skipped: unreadable time \"not a time\"." });
+    EXPECT_TRUE(report.notes.isEmpty());
 
     const ClipMeta a = ClipMetaStore::load(first);
     ASSERT_EQ(a.trades.size(), 2);

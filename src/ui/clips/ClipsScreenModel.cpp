@@ -253,9 +253,16 @@ bool ClipsScreenModel::importTrades(const QString& csvPath)
                 emit importFinished(text, {});
                 return;
             }
-            toast(report.summary);
+            // A failed sidecar or a guessed encoding must not pass unseen: the first such note goes
+            // with the summary, the rest are counted.
+            QString text = report.summary;
+            if (!report.notes.isEmpty()) {
+                text += QStringLiteral(". ") + report.notes.front();
+                if (report.notes.size() > 1) text += QStringLiteral(" (and %1 more)").arg(report.notes.size() - 1);
+            }
+            toast(text);
             vm->journal()->rescan();
-            emit importFinished(report.summary, report.notes);
+            emit importFinished(text, report.notes + report.skippedRows);
         });
 }
 

@@ -104,7 +104,7 @@ signals:
     // The rename field or the open journal panel moved to another clip, or closed.
     void editingChanged();
     void hoveredChanged();
-    // An import ended: `summary` is what the toast said, `details` the rest of its report.
+    // An import ended: `summary` is what the toast said, `details` everything the import reported.
     void importFinished(const QString& summary, const QStringList& details);
 
 private:
