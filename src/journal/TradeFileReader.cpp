@@ -86,6 +86,7 @@ Result read(const QByteArray& bytes)
         result.columns << name.trimmed();
 
     QHash<QString, int> seen; // hash keys of this file, counting rows alike in every field
+    QHash<QString, int> idLines; // the line of each trade id of this file
     for (size_t r = headerRow + 1; r < table.rows.size(); ++r) {
         const CsvReader::Row& row = table.rows[r];
         const auto skip = [&](const QString& reason) { result.skipped.push_back({ row.line, reason }); };
@@ -180,6 +181,12 @@ Result read(const QByteArray& bytes)
         }
         const QString id = field(row, columns, Field::id);
         if (!id.isEmpty()) {
+            // One trade, one id: a second row with it is the same trade listed again.
+            if (const auto first = idLines.constFind(id); first != idLines.constEnd()) {
+                skip(QStringLiteral("trade id \"%1\" again (first on line %2)").arg(id).arg(*first));
+                continue;
+            }
+            idLines.insert(id, row.line);
             t.key = QStringLiteral("id:") + id;
         } else {
             const QString alike = hashKey(t, 0);

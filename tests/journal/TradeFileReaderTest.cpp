@@ -206,6 +206,12 @@ TEST(TradeFileReader, BadRowsAreSkippedByLineAndTwinRowsStayTwo)
     EXPECT_DOUBLE_EQ(*r.trades[0].pnl, 9);
     // Two fills alike in every field are two trades, with two keys.
     EXPECT_NE(r.trades[1].key, r.trades[2].key);
+
+    // A trade id listed twice is one trade: the second row is skipped and says where the first is.
+    const auto twice = TradeFileReader::read("id,time,pnl\nA,2024-03-05T14:07:00Z,5\nA,2024-03-05T14:08:00Z,6\n");
+    ASSERT_EQ(twice.trades.size(), 1);
+    ASSERT_EQ(twice.skipped.size(), 1u);
+    EXPECT_EQ(twice.skipped[0].reason, "trade id \"A\" again (first on line 2)");
 }
 
 TEST(TradeFileReader, AFileWithoutTheNeededColumnsNamesWhatItHas)
