@@ -1,8 +1,8 @@
 #include "ui/AppDelegate.h"
 
 #include "app/AppSettings.h"
-#include "app/OwnWindowTracker.h"
-#include "app/RecorderViewModel.h"
+#include "app/session/OwnWindowTracker.h"
+#include "app/session/RecorderViewModel.h"
 #include "app/UpdateChecker.h"
 #include "app/hotkeys/HotkeyRecorder.h"
 #include "capture/CaptureEngine.h"

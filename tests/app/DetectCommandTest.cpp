@@ -1,4 +1,4 @@
-#include "app/DetectCommand.h"
+#include "app/cli/DetectCommand.h"
 
 #include "app/AppSettings.h"
 #include "platform/ocr/TesseractRecognizer.h"

@@ -1,7 +1,7 @@
 #include "ui/clips/ClipsScreen.h"
 
 #include "app/AppSettings.h"
-#include "app/RecorderViewModel.h"
+#include "app/session/RecorderViewModel.h"
 #include "app/hotkeys/HotkeyRecorder.h"
 #include "journal/ClipThumbnailer.h"
 #include "ui/clips/ClipCard.h"
