@@ -1,9 +1,9 @@
-#include "app/session/AppSession.h"
 #include "app/cli/CommandLine.h"
-#include "app/control/ControlClient.h"
-#include "app/control/ControlSocketPath.h"
 #include "app/cli/DetectCommand.h"
 #include "app/cli/JournalCommand.h"
+#include "app/control/ControlClient.h"
+#include "app/control/ControlSocketPath.h"
+#include "app/session/AppSession.h"
 #include "platform/Platform.h"
 #include "ui/AppDelegate.h"
 

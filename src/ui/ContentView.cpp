@@ -4,10 +4,10 @@
 #include "core/Publisher.h"
 #include "ui/AboutHero.h"
 #include "ui/D1Sidebar.h"
-#include "ui/journal/JournalScreen.h"
 #include "ui/RecorderHero.h"
 #include "ui/ToastView.h"
 #include "ui/clips/ClipsScreen.h"
+#include "ui/journal/JournalScreen.h"
 #include "ui/settings/SettingsView.h"
 
 #include <QHBoxLayout>

@@ -2,9 +2,8 @@
 
 #include "ScriptedScreen.h"
 #include "app/AppSettings.h"
-#include "app/session/AreaCommands.h"
 #include "app/control/ControlCommands.h"
-#include "platform/ocr/TesseractRecognizer.h"
+#include "app/session/AreaCommands.h"
 #include "app/session/SourceMemory.h"
 #include "capture/CaptureEngine.h"
 #include "devices/MicCapture.h"
@@ -13,6 +12,7 @@
 #include "journal/ClipMetaStore.h"
 #include "media/HevcEncoderProbe.h"
 #include "monitor/AreaMonitor.h"
+#include "platform/ocr/TesseractRecognizer.h"
 #include "recorder/SegmentedRecorder.h"
 #include "support/DrawnTextClip.h"
 #include "support/EventLoop.h"

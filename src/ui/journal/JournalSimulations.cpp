@@ -2,10 +2,10 @@
 
 #include "journal/ClipJournalStore.h"
 #include "journal/FormatPnL.h"
+#include "ui/ResponsiveGrid.h"
 #include "ui/journal/JournalCharts.h"
 #include "ui/journal/JournalMetricCard.h"
 #include "ui/journal/JournalSection.h"
-#include "ui/ResponsiveGrid.h"
 #include "ui/journal/SimulationRunner.h"
 #include "ui/kit/Symbols.h"
 #include "ui/kit/V3.h"

@@ -1,11 +1,11 @@
 #include "ui/journal/JournalStats.h"
 
 #include "journal/ClipJournalStore.h"
+#include "ui/ResponsiveGrid.h"
 #include "ui/journal/JournalCharts.h"
 #include "ui/journal/JournalFigures.h"
 #include "ui/journal/JournalMetricCard.h"
 #include "ui/journal/JournalSection.h"
-#include "ui/ResponsiveGrid.h"
 #include "ui/kit/V3.h"
 #include "ui/kit/V3Text.h"
 

@@ -15,11 +15,11 @@
 #include "ui/AppDelegate.h"
 #include "ui/ContentView.h"
 #include "ui/D1Sidebar.h"
-#include "ui/journal/JournalScreen.h"
 #include "ui/SourcePickerButton.h"
 #include "ui/SourcePickerPopover.h"
 #include "ui/ToastView.h"
 #include "ui/clips/ClipsScreen.h"
+#include "ui/journal/JournalScreen.h"
 #include "ui/kit/Appearance.h"
 #include "ui/settings/SettingsView.h"
 
