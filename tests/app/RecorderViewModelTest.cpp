@@ -20,6 +20,8 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
 #include <QSettings>
 #include <QTemporaryDir>
 
@@ -165,6 +167,30 @@ TEST_F(RecorderViewModelTest, AutoStopAfterOneAndAHalfMinutesAndItsCancellation)
     vm->startRecording();
     clock->advance(3600s);
     EXPECT_NE(vm->toast(), QStringLiteral("Auto-stop triggered after 1 min"));
+    vm->stopRecording();
+
+    // Nor does a timer so short that it would stop every recording as it starts.
+    settings->setAutoStopMinutes(1e-300);
+    vm->startRecording();
+    clock->advance(1s);
+    EXPECT_TRUE(vm->recorder()->isRecording());
+    EXPECT_FALSE(vm->toast() && vm->toast()->startsWith(QStringLiteral("Auto-stop")));
+}
+
+TEST_F(RecorderViewModelTest, ARefusedSaveFolderIsToldAtTheStartOfARecordingAndTheDefaultIsUsed)
+{
+    const QByteArray home = qgetenv("HOME");
+    qputenv("HOME", QFile::encodeName(dir.path()));
+    QSettings(dir.filePath(QStringLiteral("Velotape.conf")), QSettings::IniFormat)
+        .setValue(QStringLiteral("vt2.savePath"), QString());
+    settings = std::make_unique<AppSettings>(
+        std::make_unique<QSettings>(dir.filePath(QStringLiteral("Velotape.conf")), QSettings::IniFormat));
+    make();
+    vm->startRecording();
+    EXPECT_EQ(vm->toast(), QStringLiteral("No save folder is set; clips go to %1/Desktop.").arg(dir.path()));
+    EXPECT_TRUE(QFileInfo(dir.filePath(QStringLiteral("Desktop"))).isDir());
+    vm->stopRecording();
+    qputenv("HOME", home);
 }
 
 TEST_F(RecorderViewModelTest, ToastLastsTwoPointEightSecondsAndTheNewestWins)
