@@ -553,3 +553,34 @@ TEST_F(RecorderViewModelTest, ASavedClipIsTaggedWithTheFigureInTheWatchedAreaUnl
     spinFor(200);
     EXPECT_EQ(ClipMetaStore::load(QUrl::fromLocalFile(clip)), mine);
 }
+
+TEST_F(RecorderViewModelTest, ARingThatLosesItsFolderSaysSoInAToastAndInStatus)
+{
+    QTemporaryDir runtime;
+    const QByteArray savedRuntime = qgetenv("XDG_RUNTIME_DIR");
+    qputenv("XDG_RUNTIME_DIR", QFile::encodeName(runtime.path()));
+    make();
+    qputenv("XDG_RUNTIME_DIR", savedRuntime);
+    SegmentedRecorder* recorder = vm->recorder();
+    const QString folder = recorder->segmentsDirectory();
+    ASSERT_TRUE(folder.startsWith(runtime.path() + QStringLiteral("/velotape/")));
+    recorder->configure(64, 36, 2, 10, 30);
+    QImage picture(64, 36, QImage::Format_RGB32);
+    picture.fill(Qt::gray);
+    const auto feed = [&] {
+        recorder->ingest(VideoFrame { picture, MediaTime::fromNanoseconds(monotonicNanoseconds()) });
+    };
+    feed();
+    ASSERT_TRUE(spinUntil([&] { return !QDir(folder).entryList({ QStringLiteral("seg-*") }, QDir::Files).isEmpty(); }));
+
+    ASSERT_TRUE(QDir(folder).removeRecursively());
+    feed();
+    ASSERT_TRUE(spinUntil([&] { return !recorder->bufferProblem().isEmpty(); }));
+    EXPECT_EQ(vm->toast(), QStringLiteral("Buffering failed: the buffer's folder was removed"));
+    ControlCommands commands(*vm);
+    const QString status = commands.handle({ QStringLiteral("status") }).text;
+    EXPECT_TRUE(
+        status.contains(QStringLiteral("; buffering failed: the buffer's folder was removed (in %1)").arg(folder)))
+        << status.toStdString();
+    EXPECT_TRUE(QFileInfo(folder).isDir());
+}
