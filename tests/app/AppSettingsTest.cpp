@@ -328,11 +328,15 @@ TEST_F(AppSettingsTest, AnEmptyOrRelativeSaveFolderIsRefusedWithAMessageAndTheDe
 
 TEST_F(AppSettingsTest, AnAutoStopTooShortNegativeOrNotANumberMeansNever)
 {
+    // A file each: the settings store caches files it has read by their path and time.
+    const auto read = [&](const char* stored) {
+        const QString file = dir.filePath(QStringLiteral("autostop-%1.conf").arg(QLatin1String(stored)));
+        QSettings(file, QSettings::IniFormat).setValue("vt2.autoStopMinutes", QLatin1String(stored));
+        return AppSettings(std::make_unique<QSettings>(file, QSettings::IniFormat)).autoStopMinutes();
+    };
     for (const char* stored : { "1e-300", "0.5", "-3", "nan", "inf" }) {
         SCOPED_TRACE(stored);
-        writeFile(QByteArray("vt2.autoStopMinutes=") + stored + "\n");
-        EXPECT_EQ(make()->autoStopMinutes(), 0.0);
+        EXPECT_EQ(read(stored), 0.0);
     }
-    writeFile("vt2.autoStopMinutes=1.5\n");
-    EXPECT_EQ(make()->autoStopMinutes(), 1.5);
+    EXPECT_EQ(read("1.5"), 1.5);
 }
