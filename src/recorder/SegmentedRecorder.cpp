@@ -41,6 +41,7 @@ SegmentedRecorder::SegmentedRecorder(QObject* parent)
     // Placed for the default rates; configure moves it while nothing is in it yet.
     segmentFolder = std::make_unique<SegmentFolder>(ringBytes());
     segmentsDir = segmentFolder->path();
+    folderThere = segmentFolder->exists();
     writerFactory = [](const QString& path, std::shared_ptr<SegmentEncoder> shared) {
         return std::make_unique<SegmentWriter>(path, std::move(shared));
     };
@@ -373,7 +374,10 @@ void SegmentedRecorder::publishClock()
 bool SegmentedRecorder::startNewSegment(const MediaTime& startingAt)
 {
     makeRoomForSegment();
-    const QString url = segmentFolder->path() + QStringLiteral("/seg-") + shortUuid() + QStringLiteral(".mp4");
+    // No folder at all: a name of its own would land in the root directory.
+    const QString url = segmentFolder->path().isEmpty()
+        ? QString()
+        : segmentFolder->path() + QStringLiteral("/seg-") + shortUuid() + QStringLiteral(".mp4");
     // Until a writer opens, the clock runs on with no file under it. Tried again with every frame,
     // but logged once for as long as the reason stays the same.
     auto unwritten = [&](const char* what, const QString& error) {
@@ -383,6 +387,10 @@ bool SegmentedRecorder::startNewSegment(const MediaTime& startingAt)
         if (!unwrittenSince) unwrittenSince = Loss { startingAt, startingAt, causeOf(segmentProblem) };
         setProblem(unwrittenSince->cause);
     };
+    if (url.isEmpty()) {
+        unwritten("Segment writer init failed: ", QStringLiteral("no folder could be made for the segments"));
+        return false;
+    }
     std::shared_ptr<SegmentWriter> writer = writerFactory ? writerFactory(url, encoder) : nullptr;
     if (!writer || writer->status() == SegmentWriter::Status::failed) {
         unwritten("Segment writer init failed: ", writer ? writer->error() : QString());
@@ -560,8 +568,9 @@ void SegmentedRecorder::makeRoomForSegment()
 
 void SegmentedRecorder::checkFolder()
 {
-    // One stat() a frame: nothing beside the encoding.
-    if (segmentFolder->exists()) return;
+    // One stat() a frame: nothing beside the encoding. A folder that could not be made, or made
+    // again, is not looked for with every frame: the writers that cannot open there say so.
+    if (!folderThere || segmentFolder->exists()) return;
     logLine(QStringLiteral("Segment folder removed under the ring: ") + segmentFolder->path());
     // The open segment is written into nothing: given up, and its stretch is lost.
     if (currentWriter && currentSegmentStartPTS) {
@@ -581,6 +590,7 @@ void SegmentedRecorder::checkFolder()
         std::lock_guard lock(segmentsDirMutex);
         segmentsDir = segmentFolder->path();
     }
+    folderThere = segmentFolder->exists();
     // The ring goes on at once with the picture on show; without one, the next frame opens it.
     if (clockPTS.isNumeric()) startSegmentWithLastPicture(clockPTS);
 }
@@ -597,6 +607,7 @@ void SegmentedRecorder::relocateIfTooSmall()
     if (!better || SegmentFolder::freeBytesAt(*better) <= room) return;
     segmentFolder->remove();
     segmentFolder = std::make_unique<SegmentFolder>(*better);
+    folderThere = segmentFolder->exists();
     logLine(QStringLiteral("Segment folder moved to %1: the buffer needs %2 MB")
                 .arg(segmentFolder->path())
                 .arg(double(need) / 1e6, 0, 'f', 0));

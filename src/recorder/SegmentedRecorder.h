@@ -320,6 +320,8 @@ private:
 
     // `queue` only, but for its making and removal.
     std::unique_ptr<SegmentFolder> segmentFolder;
+    // Whether it was there at the last look, so that its disappearance is noticed once.
+    bool folderThere = false;
     // Its path, for any thread.
     mutable std::mutex segmentsDirMutex;
     QString segmentsDir;
