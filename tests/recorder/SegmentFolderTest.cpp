@@ -211,7 +211,7 @@ TEST(SegmentFolder, TheRingIsTheUsersAloneAndNeverInAFolderAnotherUserMadeOrCanE
     EXPECT_TRUE(QFileInfo::exists(othersRun));
 }
 
-TEST(SegmentFolder, ARuntimeFolderOnADiskTooSmallForTheBufferIsPassedOverForTheCache)
+TEST(SegmentFolder, ARuntimeFolderTooSmallForTheBufferIsPassedOverAtStartAndWhenTheBufferGrows)
 {
     SmallDisk run(1 << 20);
     if (!run.mounted()) GTEST_SKIP() << "mounting a tmpfs needs root";
@@ -222,6 +222,19 @@ TEST(SegmentFolder, ARuntimeFolderOnADiskTooSmallForTheBufferIsPassedOverForTheC
     SegmentedRecorder recorder;
     EXPECT_EQ(QFileInfo(recorder.segmentsDirectory()).absolutePath(), temp.filePath("cache/velotape"));
     EXPECT_EQ(SegmentFolder::chooseParent(512 * 1024), run.path() + "/velotape");
+
+    // A runtime disk that holds the default buffer, until the settings ask for two minutes at
+    // 100 Mb/s: the ring, still empty, moves to the cache.
+    SmallDisk roomier(128 << 20);
+    ASSERT_TRUE(roomier.mounted());
+    ScopedEnv roomierRuntime("XDG_RUNTIME_DIR", roomier.path());
+    SegmentedRecorder moving;
+    EXPECT_EQ(QFileInfo(moving.segmentsDirectory()).absolutePath(), roomier.path() + "/velotape");
+    const QString first = moving.segmentsDirectory();
+    moving.configure(1920, 1080, 100, 120, 60);
+    moving.waitUntilIdle();
+    EXPECT_EQ(QFileInfo(moving.segmentsDirectory()).absolutePath(), temp.filePath("cache/velotape"));
+    EXPECT_FALSE(QFileInfo::exists(first));
 }
 
 TEST(SegmentFolder, AFolderRemovedWhileRunningIsMadeAgainAndWhatWentWithItIsNotClaimed)
