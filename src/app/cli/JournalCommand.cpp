@@ -16,6 +16,7 @@
 
 #include <cmath>
 #include <functional>
+#include <memory>
 #include <optional>
 
 namespace {
@@ -432,10 +433,13 @@ int runJournalCommand(const QStringList& args, QTextStream& out, QTextStream& er
     QString folder;
     if (o.folder) {
         folder = *o.folder;
-    } else if (settings) {
-        folder = settings->saveFolderPath();
     } else {
-        folder = AppSettings().saveFolderPath();
+        std::unique_ptr<AppSettings> own;
+        if (!settings) settings = (own = std::make_unique<AppSettings>()).get();
+        folder = settings->saveFolderPath();
+        // The stored folder was refused and the default stands in: say so, and read the default.
+        if (const std::optional<QString> refused = settings->refusedSaveFolder())
+            err << "velotape journal: " << *refused << '\n';
     }
     const QFileInfo info(folder);
     if (!info.exists()) {
