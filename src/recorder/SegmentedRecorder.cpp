@@ -7,7 +7,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QTimer>
 #include <QUuid>
 
 #include <algorithm>
@@ -32,17 +31,13 @@ QString orQuestionMark(const QString& text)
 SegmentedRecorder::SegmentedRecorder(QObject* parent)
     : QObject(parent)
     , clock([] { return MediaTime::fromNanoseconds(monotonicNanoseconds()); })
-    , clockTicker(new QTimer(this))
     , segmentsDir(segmentFolder.path())
-    , anchor(std::make_shared<Anchor>())
+    , anchor(std::make_shared<Anchor>(std::in_place, this))
 {
-    anchor->recorder = this;
     writerFactory = [](const QString& path, std::shared_ptr<SegmentEncoder> shared) {
         return std::make_unique<SegmentWriter>(path, std::move(shared));
     };
     encoder = std::make_shared<SegmentEncoder>();
-    clockTicker->setInterval(clockTickMilliseconds);
-    connect(clockTicker, &QTimer::timeout, this, &SegmentedRecorder::tick);
 }
 
 void SegmentedRecorder::setClock(Clock c)
@@ -52,18 +47,10 @@ void SegmentedRecorder::setClock(Clock c)
     onQueue(anchor, [live](SegmentedRecorder& r) { r.awaitsSound = live; });
 }
 
-void SegmentedRecorder::tick()
-{
-    const MediaTime t = now();
-    if (t.isNumeric()) advanceClock(t);
-}
-
 SegmentedRecorder::~SegmentedRecorder()
 {
-    {
-        std::lock_guard lock(anchor->mutex);
-        anchor->recorder = nullptr;
-    }
+    clockTicker.stop();
+    *anchor->lock() = nullptr;
     // Work from here on finds the recorder gone; what is running now finishes first.
     queue.sync([] {});
     utilityPool.waitForDone();
@@ -76,18 +63,14 @@ void SegmentedRecorder::onQueue(const std::weak_ptr<Anchor>& weak, std::function
 {
     auto strong = weak.lock();
     if (!strong) return;
-    std::lock_guard lock(strong->mutex);
-    if (!strong->recorder) return;
-    strong->recorder->queue.async([weak, task = std::move(task)] {
+    auto recorder = strong->lock();
+    if (!*recorder) return;
+    (*recorder)->queue.async([weak, task = std::move(task)] {
         auto a = weak.lock();
         if (!a) return;
-        SegmentedRecorder* recorder = nullptr;
-        {
-            std::lock_guard lock(a->mutex);
-            recorder = a->recorder;
-        }
+        SegmentedRecorder* const r = *a->lock();
         // The destructor waits for a running task, so the recorder outlives this call.
-        if (recorder) task(*recorder);
+        if (r) task(*r);
     });
 }
 
@@ -95,8 +78,8 @@ void SegmentedRecorder::onMain(const std::weak_ptr<Anchor>& weak, std::function<
 {
     auto strong = weak.lock();
     if (!strong) return;
-    std::lock_guard lock(strong->mutex);
-    SegmentedRecorder* recorder = strong->recorder;
+    auto locked = strong->lock();
+    SegmentedRecorder* recorder = *locked;
     if (!recorder) return;
     // A queued call dies with its receiver, so the raw pointer is safe when it runs.
     QMetaObject::invokeMethod(
@@ -128,12 +111,15 @@ void SegmentedRecorder::configure(int width, int height, double bitrateMbps, dou
 void SegmentedRecorder::armBuffering()
 {
     setBuffering(true);
-    clockTicker->start();
+    clockTicker.start(std::chrono::milliseconds(clockTickMilliseconds), [this, c = clock] {
+        const MediaTime t = c ? c() : MediaTime::invalid();
+        if (t.isNumeric()) advanceClock(t);
+    });
 }
 
 void SegmentedRecorder::disarmBuffering()
 {
-    clockTicker->stop();
+    clockTicker.stop();
     // What the old ring still has on its way to this thread is stale from here on.
     ++mainGeneration;
     setBuffering(false);
@@ -163,23 +149,38 @@ void SegmentedRecorder::disarmBuffering()
 void SegmentedRecorder::ingest(const VideoFrame& frame)
 {
     // A ring that falls behind drops what it cannot take rather than hold pictures without bound.
-    if (framesWaiting.fetch_add(1) >= framesWaitingLimit) {
-        framesWaiting.fetch_sub(1);
-        framesRefusedWaiting.fetch_add(1);
+    if (!frameBacklog.tryEnter()) {
+        drops->add(DropCounters::Cause::ringBacklog);
         return;
     }
     onQueue(anchor, [frame](SegmentedRecorder& r) {
-        r.framesWaiting.fetch_sub(1);
+        r.frameBacklog.leave();
         r.appendFrame(frame);
     });
 }
 
 void SegmentedRecorder::ingestAudio(const AudioBuffer& buffer, AudioMixer::Input input)
 {
+    // As for frames: a queue that cannot keep up loses sound rather than gather it without bound.
+    if (!audioBacklog.tryEnter()) {
+        drops->add(DropCounters::Cause::audioBacklog);
+        return;
+    }
     onQueue(anchor, [buffer, input](SegmentedRecorder& r) {
+        r.audioBacklog.leave();
         // Sound before the first picture is gone, and so is what a source gave then for later: the
         // mix starts once there is a clock to hold it to.
-        if (r.clockPTS.isNumeric()) r.mixer.push(input, buffer);
+        if (!r.clockPTS.isNumeric()) return;
+        switch (r.mixer.push(input, buffer)) {
+        case AudioMixer::Pushed::taken:
+            break;
+        case AudioMixer::Pushed::late:
+            r.countDrop(DropCounters::Cause::audioLate);
+            break;
+        case AudioMixer::Pushed::tooFarAhead:
+            r.countDrop(DropCounters::Cause::audioAhead);
+            break;
+        }
     });
 }
 
@@ -208,7 +209,7 @@ void SegmentedRecorder::startRecording(const QString& destination)
     onQueue(anchor, [destination, pressedAt](SegmentedRecorder& r) {
         r.destinationURL = destination;
         r.recordingStartPTS = pressedAt.isNumeric() ? pressedAt : r.latestPTS;
-        r.droppedSinceRecordingStart = 0;
+        r.dropsAtRecordingStart = r.drops->snapshot();
     });
 }
 
@@ -296,26 +297,23 @@ void SegmentedRecorder::deliverFrame(const VideoFrame& frame)
     }
     // The camera composite belongs here (cameraProvider, drawn into a new picture); until that pass
     // exists the frame goes in as it came.
-    if (currentWriter && currentWriter->hasVideoInput() && currentWriter->isReadyForMoreMediaData()
-        && currentWriter->append(taken)) {
+    if (!currentWriter || !currentWriter->hasVideoInput()) return countDrop(DropCounters::Cause::noSegment);
+    if (currentWriter->isReadyForMoreMediaData() && currentWriter->append(taken)) {
         currentLastVideoPTS = taken.pts;
         return;
     }
-    countRefusedFrame();
+    // A writer that has failed takes nothing more, ready or not.
+    countDrop(currentWriter->status() == SegmentWriter::Status::failed ? DropCounters::Cause::noSegment
+                                                                       : DropCounters::Cause::encoderBusy);
 }
 
-void SegmentedRecorder::countRefusedFrame()
+void SegmentedRecorder::countDrop(DropCounters::Cause cause)
 {
-    ++currentRefused.frames;
-    ++droppedSinceRecordingStart;
+    drops->add(cause);
 }
 
 void SegmentedRecorder::publishClock()
 {
-    const int refusedWaiting = framesRefusedWaiting.exchange(0);
-    currentRefused.frames += refusedWaiting;
-    droppedSinceRecordingStart += refusedWaiting;
-
     MediaTime earliest = clockPTS;
     if (!completedSegments.empty())
         earliest = completedSegments.front().startPTS;
@@ -333,7 +331,7 @@ void SegmentedRecorder::publishClock()
 
     if (recordingStartPTS) {
         const double length = std::max(0.0, (clockPTS - *recordingStartPTS).seconds());
-        const qint64 refused = droppedSinceRecordingStart;
+        const qint64 refused = drops->snapshot().since(dropsAtRecordingStart).total();
         onMain(anchor, [length, refused](SegmentedRecorder& m) {
             if (!m.recording) return; // stopped or thrown away since
             m.setCurrentDuration(length);
@@ -370,7 +368,7 @@ bool SegmentedRecorder::startNewSegment(const MediaTime& startingAt)
     currentSegmentURL = url;
     currentSegmentStartPTS = startingAt;
     currentLastVideoPTS = MediaTime::invalid();
-    currentRefused = {};
+    dropsAtSegmentStart = drops->snapshot();
     hasSessionStarted = true;
     return true;
 }
@@ -395,22 +393,22 @@ void SegmentedRecorder::endCurrentSegment(const MediaTime& end)
     if (!currentWriter || !currentSegmentURL || !currentSegmentStartPTS) return;
     currentWriter->endSession(end);
     currentWriter->markAsFinished();
-    closeSegmentAsync(std::move(currentWriter), *currentSegmentURL, *currentSegmentStartPTS, end, currentRefused);
+    closeSegmentAsync(std::move(currentWriter), *currentSegmentURL, *currentSegmentStartPTS, end,
+        drops->snapshot().since(dropsAtSegmentStart));
     currentWriter.reset();
     currentSegmentURL.reset();
     currentSegmentStartPTS.reset();
-    currentRefused = {};
 }
 
 void SegmentedRecorder::closeSegmentAsync(std::shared_ptr<SegmentWriter> writer, const QString& url,
-    const MediaTime& start, const MediaTime& end, const Refused& refused)
+    const MediaTime& start, const MediaTime& end, const DropCounters::Snapshot& lost)
 {
     // Closing waits for the encoder to drain: never on `queue`, whose frames must not stall.
     std::weak_ptr<Anchor> weak = anchor;
     const int generation = ringGeneration;
     ++closingsInFlight;
     closingStarts.push_back(start);
-    utilityPool.start([weak, writer, url, start, end, refused, generation] {
+    utilityPool.start([weak, writer, url, start, end, lost, generation] {
         writer->markAsFinished();
         const SegmentWriter::Status status = writer->finishWriting();
         const QString error = writer->error();
@@ -419,11 +417,8 @@ void SegmentedRecorder::closeSegmentAsync(std::shared_ptr<SegmentWriter> writer,
             if (const auto at = std::find(r.closingStarts.begin(), r.closingStarts.end(), start);
                 at != r.closingStarts.end())
                 r.closingStarts.erase(at);
-            if (refused.frames > 0 || refused.audioBuffers > 0)
-                logLine(QStringLiteral("Segment %1 dropped %2 frames and %3 audio buffers")
-                            .arg(QFileInfo(url).fileName())
-                            .arg(refused.frames)
-                            .arg(refused.audioBuffers));
+            if (!lost.isEmpty())
+                logLine(QStringLiteral("Segment %1 lost %2").arg(QFileInfo(url).fileName(), lost.describe()));
             if (generation != r.ringGeneration) {
                 QFile::remove(url); // the ring it belonged to was thrown away
             } else if (status == SegmentWriter::Status::completed) {
@@ -467,15 +462,12 @@ void SegmentedRecorder::appendAudio(const AudioBuffer& buffer)
     const MediaTime pts = buffer.pts;
     if (!pts.isValid() || !pts.isNumeric() || buffer.frameCount() == 0) return;
     // Two sources share one track: the one that lags behind loses its buffer, nothing is reordered.
-    if (lastAudioPTS.isValid() && !(pts > lastAudioPTS)) return;
+    if (lastAudioPTS.isValid() && !(pts > lastAudioPTS)) return countDrop(DropCounters::Cause::audioLate);
     // Audio before the first picture, and while no segment is open, is gone. The encoder puts the
     // rest into the segment whose span it falls in, also one that has just ended.
     if (!currentWriter || !currentWriter->hasAudioInput()) return;
-    if (!currentWriter->isReadyForMoreAudioData() || !currentWriter->appendAudio(buffer)) {
-        ++currentRefused.audioBuffers;
-        ++droppedSinceRecordingStart;
-        return;
-    }
+    if (!currentWriter->isReadyForMoreAudioData() || !currentWriter->appendAudio(buffer))
+        return countDrop(DropCounters::Cause::audioEncoderBusy);
     lastAudioPTS = pts;
 }
 
