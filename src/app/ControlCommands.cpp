@@ -84,9 +84,9 @@ QString ControlCommands::status() const
     const auto label = viewModel.sourceMemory()->sourceLabelForFilename();
     state += label ? QStringLiteral(" (source: %1)").arg(*label) : QStringLiteral(" (no source selected)");
     if (engine->errorMessage()) state += QStringLiteral("; ") + *engine->errorMessage();
+    if (const auto encoder = HevcEncoderProbe::chosenSoFar()) state += QStringLiteral("; encoder ") + *encoder;
     // Everything lost on the way into the ring since launch, by cause; nothing when nothing was.
     if (const QString lost = recorder->dropCounters()->snapshot().describe(); !lost.isEmpty())
         state += QStringLiteral("; lost ") + lost;
-    if (const auto encoder = HevcEncoderProbe::chosenSoFar()) state += QStringLiteral("; encoder ") + *encoder;
     return state;
 }

@@ -172,6 +172,10 @@ void CaptureEngine::startStream(int w, int h, int fps, bool showCursor, bool hid
         QMetaObject::invokeMethod(
             this, [this, generation, reason] { streamEnded(generation, reason); }, Qt::QueuedConnection);
     };
+    output->onSkipped = [route = route] {
+        const QPointer<SegmentedRecorder> recorder = route->lock()->recorder;
+        if (SegmentedRecorder* r = recorder.data()) r->dropCounters()->add(DropCounters::Cause::captureBacklog);
+    };
     output->onAudio = [route = route](const AudioBuffer& buffer) {
         QPointer<SegmentedRecorder> recorder;
         std::function<void(const AudioBuffer&)> sink;

@@ -13,6 +13,8 @@ bool isSound(DropCounters::Cause cause)
 QString why(DropCounters::Cause cause)
 {
     switch (cause) {
+    case DropCounters::Cause::captureBacklog:
+        return QStringLiteral("capture buffers all in use");
     case DropCounters::Cause::ringBacklog:
     case DropCounters::Cause::audioBacklog:
         return QStringLiteral("ring behind");

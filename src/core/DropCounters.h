@@ -16,6 +16,8 @@
 class DropCounters {
 public:
     enum class Cause {
+        // The capture let a change of the screen go: every picture buffer was still held downstream.
+        captureBacklog,
         // A frame came while the ring's queue already held as many as it may: the ring was behind.
         ringBacklog,
         // The encoder's queue was full: it could not keep up.
