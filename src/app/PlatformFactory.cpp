@@ -3,6 +3,7 @@
 #include "platform/desktop/DesktopIntegration.h"
 #include "platform/ocr/TesseractRecognizer.h"
 #include "platform/pulse/PulseMicrophones.h"
+#include "platform/pulse/PulseServerWatch.h"
 #include "platform/pulse/PulseSystemAudio.h"
 #include "platform/x11/AreaPickerOverlay.h"
 #include "platform/x11/ArmedAreaOverlay.h"
@@ -26,6 +27,7 @@ RecorderViewModel::Platform create()
     platform.screen = CaptureBackendFactory::make();
     platform.systemAudio = std::make_shared<PulseSystemAudio>();
     platform.microphones = std::make_shared<PulseMicrophones>();
+    platform.soundServer = std::make_unique<PulseServerWatch>();
     platform.desktop = DesktopIntegration::create();
     platform.textRecognizer = textRecognizers();
     // The picker and the frame are windows: they need the X display as the application's own.

@@ -81,6 +81,8 @@ RecorderViewModel::RecorderViewModel(AppSettings* settings, Platform p, QObject*
 
 RecorderViewModel::~RecorderViewModel()
 {
+    // Its reports reach this object from another thread: it stops first.
+    platform.soundServer.reset();
     // The audio threads reach the recorder: close the microphone and stop the stream before it goes.
     delete microphone;
     captureEngine->stopStream();
@@ -130,6 +132,23 @@ void RecorderViewModel::wireAudio()
     connect(microphone, &MicCapture::isRunningChanged, this, [this] {
         if (!microphone->isRunning()) segmentRecorder->endAudioInput(AudioMixer::Input::microphone);
     });
+
+    // The sound server going away silences both sources until it is back (they reconnect by
+    // themselves): the user hears of it when any sound is wanted.
+    if (platform.soundServer) {
+        QPointer<RecorderViewModel> self(this);
+        platform.soundServer->watch([self](bool lost, const QString&) {
+            QMetaObject::invokeMethod(
+                self.data(),
+                [self, lost] {
+                    if (!self) return;
+                    const AppSettings* s = self->appSettings;
+                    if (s->microphoneEnabled() || s->systemAudioEnabled())
+                        self->showToast(lost ? soundLostText : soundBackText);
+                },
+                Qt::QueuedConnection);
+        });
+    }
 
     // System audio is part of the stream's set-up, so switching it needs a new stream.
     observe(appSettings, &AppSettings::systemAudioEnabled, &AppSettings::systemAudioEnabledChanged)

@@ -6,6 +6,7 @@
 #include "monitor/AreaGrabber.h"
 #include "monitor/AreaPicker.h"
 #include "monitor/ArmedFrame.h"
+#include "platform/SoundServerWatcher.h"
 #include "platform/desktop/DesktopIntegration.h"
 
 #include <QObject>
@@ -57,8 +58,12 @@ public:
         std::unique_ptr<AreaPicker> areaPicker; // null: no region can be drawn
         std::unique_ptr<ArmedFrame> armedFrame; // null: nothing on the screen says the monitor is armed
         RecognizerFactory textRecognizer; // null: no P&L is read off saved clips
+        std::unique_ptr<SoundServerWatcher> soundServer; // null: nothing says when sound goes and comes back
     };
 
+    static inline const QString soundLostText
+        = QStringLiteral("Sound lost: the sound server went away. Clips have no sound until it is back.");
+    static inline const QString soundBackText = QStringLiteral("Sound is back");
     static constexpr auto toastDuration = std::chrono::milliseconds(2800);
     static constexpr auto restartDebounce = std::chrono::milliseconds(400);
 
