@@ -39,6 +39,21 @@ AppSession::~AppSession()
     controller.reset();
 }
 
+void AppSession::saveBeforeQuit()
+{
+    if (controller) controller->saveRecordingBeforeQuit();
+}
+
+void AppSession::closeForExit()
+{
+    saveBeforeQuit();
+    ownWindows.reset();
+    server.reset();
+    hotkeys.reset();
+    commands.reset();
+    controller.reset();
+}
+
 bool AppSession::start(QString* error)
 {
     controller = std::make_unique<RecorderViewModel>(settings.get(), PlatformFactory::create());

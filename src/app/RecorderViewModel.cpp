@@ -17,6 +17,7 @@
 #include "platform/desktop/DesktopIntegration.h"
 #include "recorder/SegmentedRecorder.h"
 
+#include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
@@ -244,6 +245,22 @@ void RecorderViewModel::wirePersistence()
     observe(captureEngine, &CaptureEngine::selectedSource, &CaptureEngine::selectedSourceChanged)
         .dropFirst()
         .sink(this, [this](const std::optional<CaptureSource>& source) { sourceSelected(source); });
+}
+
+void RecorderViewModel::saveRecordingBeforeQuit()
+{
+    const bool recording = segmentRecorder->isRecording();
+    if (!recording && !segmentRecorder->isExporting()) return;
+    segmentRecorder->onFinished
+        = [this](const QString& path) { showToast(QStringLiteral("Saved: ") + QFileInfo(path).fileName()); };
+    segmentRecorder->onError = [this](const QString& text) { showToast(QStringLiteral("Error: ") + text); };
+    if (recording) stopRecording();
+    // The last segment closes on the ring's own threads and the clip is joined on the global pool:
+    // neither needs the main loop, which may be gone with the display.
+    segmentRecorder->waitUntilIdle();
+    QThreadPool::globalInstance()->waitForDone();
+    // The outcome was posted to the recorder's thread, this one.
+    QCoreApplication::sendPostedEvents(segmentRecorder, QEvent::MetaCall);
 }
 
 void RecorderViewModel::wireSaveSequence()

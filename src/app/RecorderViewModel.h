@@ -112,6 +112,11 @@ public:
     // The stream restart: throw the ring away, stop the stream, start the preview again.
     void restartStream();
 
+    // On the way out: stops a running recording and waits, without the event loop, until its clip
+    // (and one whose export was already under way) is written. The clip is only reported in a
+    // toast: not revealed, sounded or read for its P&L. Nothing is recorded afterwards.
+    void saveRecordingBeforeQuit();
+
     // What the arm hotkey does (AreaCommands::toggleAreaMonitor): disarm an armed monitor, arm a
     // disarmed one, and say so. Returns the toast it showed.
     QString toggleAreaMonitor();
