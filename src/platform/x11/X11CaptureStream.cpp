@@ -129,7 +129,7 @@ QString X11CaptureStream::placeArea(const QRect& screen)
 {
     screenRect = screen;
     // Where the display lies now. One that RandR no longer lists (a screen made smaller than the
-    // monitor turns it off) keeps its last place, cut to the screen that is left.
+    // monitor turns it off) keeps the place it was listed at, cut to the screen that is left.
     QRect displayRect = display.frame.isEmpty() ? screenRect : display.frame;
     if (!display.frame.isEmpty() && connection->extensions().randrMonitors) {
         if (const std::optional<QRect> now = monitorFrame(display.displayID)) displayRect = *now;
