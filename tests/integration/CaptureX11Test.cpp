@@ -215,8 +215,8 @@ TEST(CaptureX11, AScreenThatChangesSizeGoesOnBeingCaptured)
             return image.size() == QSize(640, 360) && near(image, 100, 180, yellow) && near(image, 600, 180, blue);
         },
         5000))
-        << "last frame, " << log.last().width() << "x" << log.last().height() << ", at 100,180: "
-        << describe(log.last(), 100, 180) << ", at 600,180: " << describe(log.last(), 600, 180);
+        << "last frame, " << log.last().width() << "x" << log.last().height()
+        << ", at 100,180: " << describe(log.last(), 100, 180) << ", at 600,180: " << describe(log.last(), 600, 180);
 
     // Back to its size: the whole scene again.
     d.desktop.run(QStringLiteral("xrandr"), { QStringLiteral("--fb"), QStringLiteral("640x360") });
