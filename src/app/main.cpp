@@ -13,10 +13,15 @@
 #include <QSocketNotifier>
 #include <QTextStream>
 
+#include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -34,12 +39,27 @@ bool hasDisplay()
         || !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM");
 }
 
-// SIGINT and SIGTERM end the event loop, so that the segment folder is removed on the way out.
+// Signals quit the way Quit does: the event loop ends, a running recording is saved, and the
+// session's teardown removes the ring and the socket file. A second signal ends the process at once,
+// for whoever does not want to wait for the save.
 int signalPipe[2] = { -1, -1 };
+std::atomic<int> signalsSeen = 0;
+static_assert(std::atomic<int>::is_always_lock_free, "counted in a signal handler");
+
+void onQuitSignal(int number)
+{
+    if (signalsSeen.fetch_add(1) > 0) {
+        ::signal(number, SIG_DFL);
+        ::raise(number);
+        return;
+    }
+    char c = 1;
+    [[maybe_unused]] auto n = ::write(signalPipe[0], &c, 1);
+}
 
 void quitOnSignals(QCoreApplication& app)
 {
-    if (::socketpair(AF_UNIX, SOCK_STREAM, 0, signalPipe) != 0) return;
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, signalPipe) != 0) return;
     auto* notifier = new QSocketNotifier(signalPipe[1], QSocketNotifier::Read, &app);
     QObject::connect(notifier, &QSocketNotifier::activated, &app, [] {
         char c;
@@ -47,14 +67,37 @@ void quitOnSignals(QCoreApplication& app)
         QCoreApplication::quit();
     });
     struct sigaction action { };
-    action.sa_handler = [](int) {
-        char c = 1;
-        [[maybe_unused]] auto n = ::write(signalPipe[0], &c, 1);
-    };
+    action.sa_handler = onQuitSignal;
     sigemptyset(&action.sa_mask);
     action.sa_flags = SA_RESTART;
-    ::sigaction(SIGINT, &action, nullptr);
-    ::sigaction(SIGTERM, &action, nullptr);
+    for (const int number : { SIGINT, SIGTERM, SIGHUP })
+        ::sigaction(number, &action, nullptr);
+}
+
+// The session of this process, while it runs. Qt ends the process with exit() when the X server
+// goes away, from inside the event loop: no stack unwinds, so the clip being recorded is saved and
+// the session closed from an exit handler instead.
+AppSession* runningSession = nullptr;
+
+void closeSessionOnExit()
+{
+    if (AppSession* session = std::exchange(runningSession, nullptr)) session->closeForExit();
+}
+
+// Called once the session has started, so that whatever it started before (the thread pool, the
+// backends' statics) is torn down only after this handler has run.
+void watchForExit(AppSession* session)
+{
+    static const bool registered = std::atexit(closeSessionOnExit) == 0;
+    if (registered) runningSession = session;
+}
+
+// The event loop has ended: the recording that runs is saved before the session goes.
+int endSession(AppSession* session, int status)
+{
+    runningSession = nullptr;
+    session->saveBeforeQuit();
+    return status;
 }
 
 int runSession(QCoreApplication& app, AppSession::Options options, std::unique_ptr<Platform> platform)
@@ -66,7 +109,8 @@ int runSession(QCoreApplication& app, AppSession::Options options, std::unique_p
         std::fprintf(stderr, "velotape: %s\n", qPrintable(error));
         return 1;
     }
-    return app.exec();
+    watchForExit(&session);
+    return endSession(&session, app.exec());
 }
 
 std::unique_ptr<Platform> platformFor(const Invocation& invocation)
@@ -115,13 +159,31 @@ int runWindow(int argc, char** argv, const Invocation& invocation)
         std::fprintf(stderr, "velotape: %s\n", qPrintable(error));
         return 1;
     }
-    return app.exec();
+    watchForExit(delegate.appSession());
+    return endSession(delegate.appSession(), app.exec());
+}
+
+// A descriptor of 0, 1 or 2 that was closed when the process started would be handed to the next
+// file opened, the X connection say, and every line printed would then go into it: each closed one
+// is opened on /dev/null before anything else opens a file.
+void keepStandardStreamsOpen()
+{
+    for (int fd = 0; fd <= 2; ++fd) {
+        if (::fcntl(fd, F_GETFD) != -1 || errno != EBADF) continue;
+        // The lowest free descriptor is taken, and those below this one are open by now.
+        const int opened = ::open("/dev/null", fd == 0 ? O_RDONLY : O_WRONLY);
+        if (opened >= 0 && opened != fd) {
+            ::dup2(opened, fd);
+            ::close(opened);
+        }
+    }
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
+    keepStandardStreamsOpen();
     QCoreApplication::setOrganizationName(QStringLiteral("Velotape"));
     QCoreApplication::setApplicationName(QStringLiteral("Velotape"));
     QCoreApplication::setApplicationVersion(QStringLiteral(VELOTAPE_VERSION));

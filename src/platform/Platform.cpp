@@ -4,6 +4,7 @@
 #include "platform/NullCaptureBackend.h"
 #include "platform/ocr/TesseractRecognizer.h"
 #include "platform/pulse/PulseMicrophones.h"
+#include "platform/pulse/PulseServerWatch.h"
 #include "platform/pulse/PulseSystemAudio.h"
 #include "platform/x11/AreaPickerOverlay.h"
 #include "platform/x11/ArmedAreaOverlay.h"
@@ -87,6 +88,11 @@ std::shared_ptr<MicrophoneBackend> Platform::microphones()
 {
     if (!microphoneBackend) microphoneBackend = std::make_shared<PulseMicrophones>();
     return microphoneBackend;
+}
+
+std::unique_ptr<SoundServerWatcher> Platform::soundServerWatcher()
+{
+    return std::make_unique<PulseServerWatch>();
 }
 
 std::unique_ptr<DesktopIntegration> Platform::desktop()

@@ -7,6 +7,7 @@
 #include "platform/GlobalKeyMonitor.h"
 #include "platform/KeyGrabCheck.h"
 #include "platform/MicrophoneBackend.h"
+#include "platform/SoundServerWatcher.h"
 #include "platform/SystemAudioBackend.h"
 #include "platform/TextRecognizer.h"
 #include "platform/WindowVisibilityWatcher.h"
@@ -54,6 +55,8 @@ public:
     std::shared_ptr<CaptureBackend> screen();
     std::shared_ptr<SystemAudioBackend> systemAudio();
     std::shared_ptr<MicrophoneBackend> microphones();
+    // Says when the sound server goes away and when it is back.
+    std::unique_ptr<SoundServerWatcher> soundServerWatcher();
     std::unique_ptr<DesktopIntegration> desktop();
     // Makes an OCR engine on the thread that calls it. Any thread.
     RecognizerFactory textRecognizers() const;

@@ -40,6 +40,7 @@ public:
     QMainWindow* window() const { return mainWindow.get(); }
     ContentView* contentView() const { return content; }
     RecorderViewModel* viewModel() const { return session->viewModel(); }
+    AppSession* appSession() const { return session.get(); }
     // "Start Recording" in the File menu.
     QAction* recordMenuItem() const { return recordItem; }
 

@@ -18,6 +18,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <future>
+#include <memory>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -49,6 +50,15 @@ ClientResult runClient(
     return future.get();
 }
 
+sockaddr_un socketAddress(const QString& path)
+{
+    sockaddr_un address {};
+    address.sun_family = AF_UNIX;
+    const QByteArray native = QFile::encodeName(path);
+    std::memcpy(address.sun_path, native.constData(), size_t(native.size()));
+    return address;
+}
+
 // A client that speaks the socket by hand, to do what `velotape` never does; it reads while the
 // main loop runs, as the server lives there.
 class RawClient {
@@ -56,10 +66,7 @@ public:
     explicit RawClient(const QString& path)
         : fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
     {
-        sockaddr_un address {};
-        address.sun_family = AF_UNIX;
-        const QByteArray native = QFile::encodeName(path);
-        std::memcpy(address.sun_path, native.constData(), size_t(native.size()));
+        const sockaddr_un address = socketAddress(path);
         connected = ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
         ::fcntl(fd, F_SETFL, O_NONBLOCK);
     }
@@ -158,12 +165,71 @@ TEST(ControlServer, AnswersCommandsWithTheExitStatusesOfTheCommandLine)
         (QStringList { QStringLiteral("area"), QStringLiteral("Chart: BTC / 1m ünïcode"), QStringLiteral("10") }));
 }
 
-TEST(ControlServer, NoInstanceGivesStatusOne)
+TEST(ControlClient, SaysNotRunningOnlyWhenNothingListens)
 {
     QTemporaryDir dir;
-    ClientResult r = runClient(dir.filePath(QStringLiteral("none.sock")), { QStringLiteral("status") }, 500);
-    EXPECT_EQ(r.status, 1);
-    EXPECT_TRUE(r.err.contains(QStringLiteral("not running"))) << r.err.toStdString();
+    // No socket at all, and the socket file of an instance that is gone: nobody listens.
+    const QString stale = dir.filePath(QStringLiteral("stale.sock"));
+    {
+        const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        const sockaddr_un address = socketAddress(stale);
+        ASSERT_EQ(::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        ::close(fd);
+    }
+    for (const QString& path : { dir.filePath(QStringLiteral("none.sock")), stale }) {
+        ClientResult r = runClient(path, { QStringLiteral("status") }, 500);
+        EXPECT_EQ(r.status, 1);
+        EXPECT_TRUE(r.err.contains(QStringLiteral("not running"))) << r.err.toStdString();
+    }
+
+    // Something listens but does not answer: once with room in its backlog (the line is sent and
+    // nothing comes back), once with the backlog full (the connection is never taken).
+    for (const int backlog : { 8, 0 }) {
+        const QString path = dir.filePath(QStringLiteral("mute%1.sock").arg(backlog));
+        const int listening = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        const sockaddr_un address = socketAddress(path);
+        ASSERT_EQ(::bind(listening, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        ASSERT_EQ(::listen(listening, backlog), 0);
+        std::vector<int> waiting;
+        if (backlog == 0) {
+            for (int i = 0; i < 4; ++i) {
+                const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+                ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+                waiting.push_back(fd);
+            }
+        }
+        ClientResult r = runClient(path, { QStringLiteral("status") }, 500);
+        EXPECT_EQ(r.status, 1);
+        EXPECT_TRUE(r.err.contains(QStringLiteral("no answer from the running instance"))) << r.err.toStdString();
+        EXPECT_FALSE(r.err.contains(QStringLiteral("not running"))) << r.err.toStdString();
+        for (int fd : waiting)
+            ::close(fd);
+        ::close(listening);
+    }
+}
+
+TEST(ControlServer, ClientsThatSayNothingCannotLockTheSocketOut)
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("velotape.sock"));
+    ControlServer server([](const QStringList&) { return ControlProtocol::Reply::success(QStringLiteral("here")); });
+    ASSERT_EQ(server.listen(path), ControlServer::ListenResult::listening);
+
+    // More silent connections than the server keeps open at once.
+    std::vector<std::unique_ptr<RawClient>> silent;
+    for (int i = 0; i < 20; ++i) {
+        silent.push_back(std::make_unique<RawClient>(path));
+        ASSERT_TRUE(silent.back()->connected);
+    }
+    spinFor(100); // all of them taken in
+    const ClientResult r = runClient(path, { QStringLiteral("status") }, 3000);
+    EXPECT_EQ(r.status, 0) << r.err.toStdString();
+    EXPECT_EQ(r.out, QStringLiteral("here\n"));
+    // And each of them is let go before long.
+    for (const auto& client : silent) {
+        client->readUntilClosed(3000);
+        EXPECT_TRUE(client->closedByServer);
+    }
 }
 
 TEST(ControlServer, SecondInstanceIsRefusedAndAStaleSocketIsTakenOver)

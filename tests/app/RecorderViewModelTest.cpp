@@ -27,6 +27,8 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+
 using namespace std::chrono_literals;
 
 namespace {
@@ -73,6 +75,17 @@ protected:
     };
     std::optional<std::pair<QRectF, AreaOverlayStyle>> frame;
 
+    // Whom the controller asked to hear of the sound server; the test speaks in its place.
+    struct HeardServer : SoundServerWatcher {
+        Report* report;
+        explicit HeardServer(Report* r)
+            : report(r)
+        {
+        }
+        void watch(Report r) override { *report = std::move(r); }
+    };
+    SoundServerWatcher::Report soundServer;
+
     void make()
     {
         auto scheduler = std::make_unique<ManualTaskScheduler>();
@@ -84,6 +97,7 @@ protected:
         if (pickerAnswer) backends.areaPicker = std::make_unique<ScriptedPicker>(&pickerAnswer);
         backends.armedFrame = std::make_unique<ShownFrame>(&frame);
         backends.textRecognizer = recognizers;
+        backends.soundServer = std::make_unique<HeardServer>(&soundServer);
         vm = std::make_unique<RecorderViewModel>(settings.get(), std::move(backends));
     }
 
@@ -496,6 +510,24 @@ TEST_F(RecorderViewModelTest, TheMicrophoneFollowsItsSwitchAndTheRememberedDevic
     settings->setMicrophoneEnabled(true);
     ASSERT_TRUE(spinUntil([&] { return vm->mic()->isRunning(); }));
     EXPECT_EQ(microphones->openedIDs().back(), QStringLiteral("usb"));
+}
+
+TEST_F(RecorderViewModelTest, TheSoundServerGoingAndComingBackIsToldWhenSoundIsWanted)
+{
+    make();
+    ASSERT_TRUE(soundServer);
+    // Reports come from the watcher's own thread.
+    const auto hear
+        = [this](bool lost) { std::thread([this, lost] { soundServer(lost, QStringLiteral("gone")); }).join(); };
+    hear(true);
+    spinFor(50);
+    EXPECT_FALSE(vm->toast()) << "no sound was wanted";
+
+    settings->setSystemAudioEnabled(true);
+    hear(true);
+    ASSERT_TRUE(spinUntil([&] { return vm->toast() == RecorderViewModel::soundLostText; }, 2000));
+    hear(false);
+    ASSERT_TRUE(spinUntil([&] { return vm->toast() == RecorderViewModel::soundBackText; }, 2000));
 }
 
 TEST_F(RecorderViewModelTest, AMicrophoneLeftOffStaysClosedAtLaunch)

@@ -1,6 +1,7 @@
 #include "CaptureTestSupport.h"
 #include "X11TestClient.h"
 #include "platform/pulse/PulseAudioSource.h"
+#include "platform/pulse/PulseServerWatch.h"
 #include "platform/pulse/PulseSystemAudio.h"
 #include "platform/x11/X11CaptureBackend.h"
 #include "support/TestDesktop.h"
@@ -32,6 +33,19 @@ struct AudioLog {
         return buffers;
     }
 };
+
+// The largest magnitude among the buffers that began at or after `from` on the capture clock.
+float peakSince(const std::vector<AudioBuffer>& buffers, int64_t from)
+{
+    float peak = 0;
+    for (const AudioBuffer& b : buffers) {
+        if (b.pts.value < from || b.format != AudioBuffer::SampleFormat::Int16) continue;
+        const auto* samples = reinterpret_cast<const int16_t*>(b.data.constData());
+        for (int i = 0; i < b.frameCount() * b.channels; ++i)
+            peak = std::max(peak, std::abs(samples[i] / 32768.0f));
+    }
+    return peak;
+}
 
 } // namespace
 
@@ -143,4 +157,56 @@ TEST(CapturePulse, NoSoundServerIsAClearFailure)
         qunsetenv("PULSE_SERVER");
     else
         qputenv("PULSE_SERVER", saved);
+}
+
+// The user's sound server restarted (an update, `pulseaudio -k`): what the system plays is
+// recorded again from the new server, without a new stream.
+TEST(CapturePulse, SystemAudioComesBackAfterTheSoundServerRestarts)
+{
+    TestDesktop desktop;
+    ASSERT_EQ(desktop.start({ .width = 320, .height = 180, .audio = true }), QString());
+    QTemporaryDir dir;
+    const QString tone = writeTone(dir.filePath(QStringLiteral("tone.wav")), 48000, 1.0, 440, 0.5);
+    AudioLog log;
+    PulseSystemAudio audio;
+    SystemAudioBackend::Start start = audio.start([&log](const AudioBuffer& b) { log.add(b); });
+    ASSERT_TRUE(start.stream) << start.error.toStdString();
+    ASSERT_TRUE(spinUntil([&log] { return !log.snapshot().empty(); }, 3000));
+
+    ASSERT_EQ(desktop.restartSound(), QString());
+    const int64_t restarted = monotonicNanoseconds();
+    EXPECT_TRUE(spinUntil(
+        [&] {
+            const std::vector<AudioBuffer> buffers = log.snapshot();
+            return !buffers.empty() && buffers.back().pts.value > restarted;
+        },
+        8000))
+        << "nothing recorded since the restart";
+    ASSERT_EQ(desktop.run(QStringLiteral("paplay"), { QStringLiteral("--device=vsink"), tone }), 0);
+    EXPECT_TRUE(spinUntil([&] { return peakSince(log.snapshot(), restarted) > 0.4f; }, 5000))
+        << "peak since the restart: " << peakSince(log.snapshot(), restarted);
+    start.stream->stop();
+}
+
+TEST(CapturePulse, TheServerWatchSaysWhenTheSoundServerGoesAndWhenItIsBack)
+{
+    TestDesktop desktop;
+    ASSERT_EQ(desktop.start({ .width = 320, .height = 180, .audio = true }), QString());
+    std::mutex mutex;
+    std::vector<bool> reports; // lost: true; back: false
+    PulseServerWatch watch;
+    watch.watch([&](bool lost, const QString&) {
+        std::lock_guard lock(mutex);
+        reports.push_back(lost);
+    });
+    const auto seen = [&] {
+        std::lock_guard lock(mutex);
+        return reports;
+    };
+    spinUntil([] { return false; }, 500); // connected: the first connection is no news
+    EXPECT_TRUE(seen().empty());
+
+    ASSERT_EQ(desktop.restartSound(), QString());
+    EXPECT_TRUE(spinUntil([&] { return seen().size() >= 2; }, 8000));
+    EXPECT_EQ(seen(), (std::vector<bool> { true, false }));
 }

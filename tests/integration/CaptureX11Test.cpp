@@ -189,6 +189,47 @@ TEST(CaptureX11, DisplaysComeFromRandRMonitorsInTheServersOrder)
     EXPECT_COLOUR(log.last(), 200, 80, green);
 }
 
+TEST(CaptureX11, AScreenThatChangesSizeGoesOnBeingCaptured)
+{
+    Desktop d;
+    ASSERT_EQ(d.error, QString());
+    X11TestClient client;
+    const xcb_window_t scene = paintScene(client);
+    CaptureEngine engine(std::make_shared<X11CaptureBackend>());
+    FrameLog log(engine);
+    refresh(engine);
+    engine.startStream(640, 360, 30, false, false, false);
+    ASSERT_TRUE(spinUntil([&] { return log.count() > 0; }, 3000));
+
+    // Made smaller than its monitor (xrandr turns the monitor off and says it failed, but the
+    // screen is 480x270 now): the rest of the screen, fitted into the same output, with what
+    // is painted afterwards.
+    d.desktop.run(QStringLiteral("xrandr"), { QStringLiteral("--fb"), QStringLiteral("480x270") });
+    size_t seen = log.count();
+    // The server's new framebuffer holds nothing of what was painted before: all is painted again.
+    client.fill(scene, QRect(0, 0, 320, 360), yellow);
+    client.fill(scene, QRect(320, 0, 320, 360), blue);
+    ASSERT_TRUE(log.waitFor(
+        seen,
+        [](const QImage& image) {
+            return image.size() == QSize(640, 360) && near(image, 100, 180, yellow) && near(image, 600, 180, blue);
+        },
+        5000))
+        << "last frame, " << log.last().width() << "x" << log.last().height()
+        << ", at 100,180: " << describe(log.last(), 100, 180) << ", at 600,180: " << describe(log.last(), 600, 180);
+
+    // Back to its size: the whole scene again.
+    d.desktop.run(QStringLiteral("xrandr"), { QStringLiteral("--fb"), QStringLiteral("640x360") });
+    seen = log.count();
+    client.fill(scene, QRect(0, 0, 320, 360), yellow);
+    client.fill(scene, QRect(320, 0, 320, 360), blue);
+    client.fill(scene, QRect(480, 40, 80, 80), magenta);
+    EXPECT_TRUE(log.waitFor(
+        seen, [](const QImage& image) { return near(image, 520, 80, magenta) && near(image, 100, 180, yellow); }, 5000))
+        << "last frame at 520,80: " << describe(log.last(), 520, 80);
+    EXPECT_TRUE(engine.isStreaming());
+}
+
 TEST(CaptureX11, WindowCapturedByItselfWhileCoveredAndFollowed)
 {
     Desktop d;

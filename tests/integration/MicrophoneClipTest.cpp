@@ -292,3 +292,34 @@ TEST(MicrophoneClip, SystemAudioIsMixedInAndAMicrophoneUnloadedLeavesSilenceUnti
         peak = std::max(peak, std::fabs(v));
     EXPECT_LE(peak, 1.02f);
 }
+
+TEST(MicrophoneClip, TheMicrophoneComesBackIntoTheClipAfterTheSoundServerRestarts)
+{
+    Session s(false);
+    ASSERT_EQ(s.error, QString());
+    ASSERT_TRUE(s.waitForVoice());
+    wait(1.5);
+    QString restartError;
+    std::optional<QString> lost;
+    bool resumed = false;
+    const QString clip = s.record([&] {
+        wait(1.0);
+        restartError = s.desktop.restartSound();
+        spinUntil([&] { return s.mic->errorMessage().has_value(); }, 3000);
+        lost = s.mic->errorMessage();
+        // Nobody touches the settings: the microphone is opened again on the new server by itself.
+        resumed = spinUntil([&] { return s.mic->isRunning() && !s.mic->errorMessage(); }, 8000);
+        wait(4.5);
+    });
+    ASSERT_EQ(restartError, QString());
+    ASSERT_TRUE(lost.has_value()) << "the loss was not said";
+    EXPECT_TRUE(resumed) << s.mic->errorMessage().value_or(QString()).toStdString();
+    ASSERT_FALSE(clip.isEmpty()) << s.failed.toStdString();
+    const ClipProbe probe = ClipProbe::read(clip);
+    EXPECT_EQ(probe.decodeErrors, 0);
+    // The tone before the restart, and again at the end: the later part of the clip has sound.
+    const Window before(probe, s, s.pressed + ns(0.2), s.pressed + ns(0.9));
+    const Window back(probe, s, s.released - ns(2.0), s.released - ns(0.3));
+    EXPECT_GT(before.amplitude(probe, 440), sinePeak * 0.6);
+    EXPECT_GT(back.amplitude(probe, 440), sinePeak * 0.6);
+}

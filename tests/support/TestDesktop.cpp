@@ -221,6 +221,30 @@ QString TestDesktop::startPulse()
     return {};
 }
 
+void TestDesktop::stopDisplay()
+{
+    for (auto* p : { &windowManager, &xvfb }) {
+        if (*p && (*p)->state() != QProcess::NotRunning) {
+            (*p)->terminate();
+            if (!(*p)->waitForFinished(3000)) {
+                (*p)->kill();
+                (*p)->waitForFinished(1000);
+            }
+        }
+    }
+}
+
+QString TestDesktop::restartSound()
+{
+    if (!pulse) return QStringLiteral("no sound server runs");
+    pulse->terminate();
+    if (!pulse->waitForFinished(3000)) {
+        pulse->kill();
+        pulse->waitForFinished(1000);
+    }
+    return startPulse();
+}
+
 int TestDesktop::run(const QString& program, const QStringList& args, QString* out, int timeoutMs) const
 {
     QProcess process;

@@ -32,6 +32,11 @@ public:
     QString start(const Options& options);
     QString start() { return start(Options {}); }
     void stop();
+    // Ends the X server alone, as a session that goes away does; the sound server stays.
+    void stopDisplay();
+    // Ends the PulseAudio daemon and starts a new one at the same address with the same devices,
+    // as a restart of the user's sound server does. Empty string once the new one answers.
+    QString restartSound();
 
     QString display() const { return displayName; } // ":N"
     QString pulseServer() const { return pulseAddress; } // "unix:/…/native"

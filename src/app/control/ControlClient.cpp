@@ -16,7 +16,14 @@ int send(const QString& socketPath, const QStringList& command, QTextStream& out
     QLocalSocket socket;
     socket.connectToServer(socketPath);
     if (!socket.waitForConnected(timeoutMs)) {
-        err << "velotape is not running (no answer on " << socketPath << ")\n";
+        // Only a socket that nobody listens on means no instance: one that is there but slow to
+        // take the connection (a full backlog, a stalled instance) is not to be called stopped.
+        const QLocalSocket::LocalSocketError why = socket.error();
+        if (why == QLocalSocket::ServerNotFoundError || why == QLocalSocket::ConnectionRefusedError)
+            err << "velotape is not running (nothing listens on " << socketPath << ")\n";
+        else
+            err << "velotape: no answer from the running instance on " << socketPath << " (" << socket.errorString()
+                << ")\n";
         return 1;
     }
     // Whoever answers must be us: a command is not given away, and an answer is not believed, if
@@ -35,7 +42,7 @@ int send(const QString& socketPath, const QStringList& command, QTextStream& out
         const qint64 left = timeoutMs - timer.elapsed();
         if (left <= 0 || !socket.waitForReadyRead(int(left))) {
             if (socket.canReadLine()) break;
-            err << "velotape did not answer\n";
+            err << "velotape: no answer from the running instance on " << socketPath << "\n";
             return 1;
         }
     }

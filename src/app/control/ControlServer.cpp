@@ -50,9 +50,14 @@ ControlServer::ListenResult ControlServer::listen(const QString& path, QString* 
 
 void ControlServer::serve(qintptr descriptor)
 {
-    if (openConnections >= options.maxConnections) {
-        ::close(int(descriptor));
-        return;
+    std::erase_if(connections, [](const QPointer<QLocalSocket>& s) { return s.isNull(); });
+    // A client that is served sends its line at once and is gone within moments: the connection
+    // that has waited longest is the one least likely to be anybody's command.
+    while (!connections.empty() && int(connections.size()) >= options.maxConnections) {
+        QLocalSocket* oldest = connections.front();
+        connections.pop_front();
+        oldest->abort();
+        oldest->deleteLater();
     }
     auto* socket = new QLocalSocket(this);
     if (!socket->setSocketDescriptor(descriptor)) {
@@ -60,8 +65,7 @@ void ControlServer::serve(qintptr descriptor)
         delete socket;
         return;
     }
-    ++openConnections;
-    connect(socket, &QObject::destroyed, this, [this] { --openConnections; });
+    connections.emplace_back(socket);
     connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
     // Whatever a client sends, no more than one request's worth is read in.
     socket->setReadBufferSize(options.maxRequestBytes);

@@ -3,8 +3,10 @@
 #include "app/control/ControlProtocol.h"
 
 #include <QObject>
+#include <QPointer>
 
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <optional>
 
@@ -17,7 +19,9 @@ class QLocalSocket;
 //
 // A connection is a short exchange with bounds, so that no client can hold the instance's memory or
 // descriptors: the request line must arrive whole within `requestTimeoutMs` and fit in
-// `maxRequestBytes`, and at most `maxConnections` connections are open at once.
+// `maxRequestBytes`, and at most `maxConnections` connections are open at once. Connections are
+// served side by side; when all places are taken, a new one takes the place of the one that has
+// waited longest, so clients that connect and say nothing can never lock the socket out.
 //
 // Main thread only; the handler runs on the main thread.
 class ControlServer : public QObject {
@@ -27,7 +31,7 @@ public:
 
     struct Options {
         qint64 maxRequestBytes = 4096; // newline included
-        int requestTimeoutMs = 2000;
+        int requestTimeoutMs = 1000;
         int maxConnections = 16;
         // The user whose connections are answered; none: the user running this process.
         std::optional<uint32_t> ownerUid;
@@ -51,5 +55,6 @@ private:
     Options options;
     uint32_t ownerUid;
     ControlListener* listener;
-    int openConnections = 0;
+    // The open connections, oldest first.
+    std::deque<QPointer<QLocalSocket>> connections;
 };

@@ -40,12 +40,28 @@ AppSession::~AppSession()
     controller.reset();
 }
 
+void AppSession::saveBeforeQuit()
+{
+    if (controller) controller->saveRecordingBeforeQuit();
+}
+
+void AppSession::closeForExit()
+{
+    saveBeforeQuit();
+    ownWindows.reset();
+    server.reset();
+    hotkeys.reset();
+    commands.reset();
+    controller.reset();
+}
+
 bool AppSession::start(QString* error)
 {
     RecorderViewModel::Backends backends;
     backends.screen = desktop->screen();
     backends.systemAudio = desktop->systemAudio();
     backends.microphones = desktop->microphones();
+    backends.soundServer = desktop->soundServerWatcher();
     backends.desktop = desktop->desktop();
     backends.textRecognizer = desktop->textRecognizers();
     backends.areaPicker = desktop->areaPicker();

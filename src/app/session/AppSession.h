@@ -39,6 +39,14 @@ public:
     RecorderViewModel* viewModel() const { return controller.get(); }
     Platform& platform() const { return *desktop; }
 
+    // The event loop has ended (Quit, a signal, the last window closed): a running recording is
+    // saved, and the clip reported, before the session goes.
+    void saveBeforeQuit();
+    // The process is ending through exit() with this session still on the stack (the display went
+    // away): saves a running recording, then closes everything the destructor would (the ring's
+    // folder, the socket file).
+    void closeForExit();
+
 private:
     void selectRequestedSource();
     // Whether the selected source is the one saved by an earlier run (not the first display that

@@ -17,6 +17,7 @@
 #include "platform/DesktopIntegration.h"
 #include "recorder/SegmentedRecorder.h"
 
+#include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
@@ -81,6 +82,8 @@ RecorderViewModel::RecorderViewModel(AppSettings* settings, Backends b, QObject*
 
 RecorderViewModel::~RecorderViewModel()
 {
+    // Its reports reach this object from another thread: it stops first.
+    backends.soundServer.reset();
     // The audio threads reach the recorder: close the microphone and stop the stream before it goes.
     delete microphone;
     captureEngine->stopStream();
@@ -130,6 +133,23 @@ void RecorderViewModel::wireAudio()
     connect(microphone, &MicCapture::isRunningChanged, this, [this] {
         if (!microphone->isRunning()) segmentRecorder->endAudioInput(AudioMixer::Input::microphone);
     });
+
+    // The sound server going away silences both sources until it is back (they reconnect by
+    // themselves): the user hears of it when any sound is wanted.
+    if (backends.soundServer) {
+        QPointer<RecorderViewModel> self(this);
+        backends.soundServer->watch([self](bool lost, const QString&) {
+            QMetaObject::invokeMethod(
+                self.data(),
+                [self, lost] {
+                    if (!self) return;
+                    const AppSettings* s = self->appSettings;
+                    if (s->microphoneEnabled() || s->systemAudioEnabled())
+                        self->showToast(lost ? soundLostText : soundBackText);
+                },
+                Qt::QueuedConnection);
+        });
+    }
 
     // System audio is part of the stream's set-up, so switching it needs a new stream.
     observe(appSettings, &AppSettings::systemAudioEnabled, &AppSettings::systemAudioEnabledChanged)
@@ -225,6 +245,22 @@ void RecorderViewModel::wirePersistence()
     observe(captureEngine, &CaptureEngine::selectedSource, &CaptureEngine::selectedSourceChanged)
         .dropFirst()
         .sink(this, [this](const std::optional<CaptureSource>& source) { sourceSelected(source); });
+}
+
+void RecorderViewModel::saveRecordingBeforeQuit()
+{
+    const bool recording = segmentRecorder->isRecording();
+    if (!recording && !segmentRecorder->isExporting()) return;
+    segmentRecorder->onFinished
+        = [this](const QString& path) { showToast(QStringLiteral("Saved: ") + QFileInfo(path).fileName()); };
+    segmentRecorder->onError = [this](const QString& text) { showToast(QStringLiteral("Error: ") + text); };
+    if (recording) stopRecording();
+    // The last segment closes on the ring's own threads and the clip is joined on the global pool:
+    // neither needs the main loop, which may be gone with the display.
+    segmentRecorder->waitUntilIdle();
+    QThreadPool::globalInstance()->waitForDone();
+    // The outcome was posted to the recorder's thread, this one.
+    QCoreApplication::sendPostedEvents(segmentRecorder, QEvent::MetaCall);
 }
 
 void RecorderViewModel::wireSaveSequence()

@@ -6,6 +6,7 @@
 #include "platform/AreaPicker.h"
 #include "platform/ArmedFrame.h"
 #include "platform/DesktopIntegration.h"
+#include "platform/SoundServerWatcher.h"
 #include "platform/TextRecognizer.h"
 
 #include <QObject>
@@ -58,8 +59,12 @@ public:
         std::unique_ptr<ArmedFrame> armedFrame; // null: nothing on the screen says the monitor is armed
         RecognizerFactory textRecognizer; // null: no P&L is read off saved clips
         std::shared_ptr<KeyGrabCheck> keyGrabCheck; // null: nobody can tell which keys other programs hold
+        std::unique_ptr<SoundServerWatcher> soundServer; // null: nothing says when sound goes and comes back
     };
 
+    static inline const QString soundLostText
+        = QStringLiteral("Sound lost: the sound server went away. Clips have no sound until it is back.");
+    static inline const QString soundBackText = QStringLiteral("Sound is back");
     static constexpr auto toastDuration = std::chrono::milliseconds(2800);
     static constexpr auto restartDebounce = std::chrono::milliseconds(400);
 
@@ -107,6 +112,11 @@ public:
 
     // The stream restart: throw the ring away, stop the stream, start the preview again.
     void restartStream();
+
+    // On the way out: stops a running recording and waits, without the event loop, until its clip
+    // (and one whose export was already under way) is written. The clip is only reported in a
+    // toast: not revealed, sounded or read for its P&L. Nothing is recorded afterwards.
+    void saveRecordingBeforeQuit();
 
     // What the arm hotkey does (AreaCommands::toggleAreaMonitor): disarm an armed monitor, arm a
     // disarmed one, and say so. Returns the toast it showed.

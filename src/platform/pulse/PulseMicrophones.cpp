@@ -1,8 +1,7 @@
 #include "platform/pulse/PulseMicrophones.h"
 
+#include "core/Log.h"
 #include "platform/pulse/PulseAudioSource.h"
-
-#include <QCoreApplication>
 
 namespace {
 
@@ -65,12 +64,7 @@ PulseMicrophones::PulseMicrophones() = default;
 PulseMicrophones::~PulseMicrophones()
 {
     std::lock_guard lock(guard);
-    disconnect();
-}
-
-void PulseMicrophones::onContextState(pa_context*, void* self)
-{
-    pa_threaded_mainloop_signal(static_cast<PulseMicrophones*>(self)->mainloop.get(), 0);
+    server.reset();
 }
 
 void PulseMicrophones::onEvent(pa_context*, pa_subscription_event_type_t type, uint32_t, void* self)
@@ -84,70 +78,39 @@ void PulseMicrophones::onEvent(pa_context*, pa_subscription_event_type_t type, u
     if (me->changed) me->changed();
 }
 
-QString PulseMicrophones::connect()
+PulseConnection& PulseMicrophones::connection()
 {
-    if (context && pa_context_get_state(context.get()) == PA_CONTEXT_READY) return {};
-    disconnect();
-    mainloop.reset(pa_threaded_mainloop_new());
-    if (!mainloop) return QStringLiteral("cannot make the PulseAudio main loop");
-    const QByteArray appName = QCoreApplication::applicationName().toUtf8();
-    context.reset(pa_context_new(
-        pa_threaded_mainloop_get_api(mainloop.get()), appName.isEmpty() ? "Velotape" : appName.constData()));
-    if (!context) return QStringLiteral("cannot make a PulseAudio context");
-    pa_context_set_state_callback(context.get(), &PulseMicrophones::onContextState, this);
-    pa_context_set_subscribe_callback(context.get(), &PulseMicrophones::onEvent, this);
-    if (pa_context_connect(context.get(), nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0
-        || pa_threaded_mainloop_start(mainloop.get()) < 0) {
-        const QString why = QString::fromUtf8(pa_strerror(pa_context_errno(context.get())));
-        context.reset();
-        mainloop.reset();
-        return QStringLiteral("cannot reach the PulseAudio server: ") + why;
-    }
-    Locked locked(mainloop.get());
-    for (;;) {
-        const pa_context_state_t state = pa_context_get_state(context.get());
-        if (state == PA_CONTEXT_READY) break;
-        if (!PA_CONTEXT_IS_GOOD(state))
-            return QStringLiteral("cannot reach the PulseAudio server: ")
-                + QString::fromUtf8(pa_strerror(pa_context_errno(context.get())));
-        pa_threaded_mainloop_wait(mainloop.get());
-    }
-    subscribe();
-    return {};
-}
-
-void PulseMicrophones::subscribe()
-{
-    const auto mask = pa_subscription_mask_t(PA_SUBSCRIPTION_MASK_SOURCE | PA_SUBSCRIPTION_MASK_SERVER);
-    if (pa_operation* op = pa_context_subscribe(context.get(), mask, nullptr, nullptr)) pa_operation_unref(op);
-}
-
-void PulseMicrophones::disconnect()
-{
-    if (!mainloop) return;
-    if (context) {
-        {
-            Locked locked(mainloop.get());
-            pa_context_disconnect(context.get());
-        }
-        pa_threaded_mainloop_stop(mainloop.get());
-    }
-    context.reset();
-    mainloop.reset();
+    if (server) return *server;
+    server = std::make_unique<PulseConnection>(PulseConnection::Callbacks { .ready
+        =
+            [this](pa_context* context) {
+                pa_context_set_subscribe_callback(context, &PulseMicrophones::onEvent, this);
+                const auto mask = pa_subscription_mask_t(PA_SUBSCRIPTION_MASK_SOURCE | PA_SUBSCRIPTION_MASK_SERVER);
+                if (pa_operation* op = pa_context_subscribe(context, mask, nullptr, nullptr)) pa_operation_unref(op);
+                // A server that is back may have its microphones again: as good as a plug-in.
+                if (changed) changed();
+            },
+        .lost = {} });
+    if (const QString error = server->start(); !error.isEmpty()) logLine(QStringLiteral("Microphones: ") + error);
+    return *server;
 }
 
 MicrophoneBackend::Listing PulseMicrophones::listDevices()
 {
     std::lock_guard lock(guard);
     Listing listing;
-    if (QString error = connect(); !error.isEmpty()) {
-        listing.error = error;
+    PulseConnection& pulse = connection();
+    if (!pulse.mainloop()) {
+        listing.error = QStringLiteral("cannot start the PulseAudio main loop");
         return listing;
     }
-    Locked locked(mainloop.get());
-    DefaultSource fallback { { mainloop.get() }, {} };
+    Locked locked(pulse.mainloop());
+    pa_context* context = pulse.waitUntilReady(&listing.error);
+    if (!context) return listing;
+    pa_threaded_mainloop* mainloop = pulse.mainloop();
+    DefaultSource fallback { { mainloop }, {} };
     const bool asked = await(pa_context_get_server_info(
-                                 context.get(),
+                                 context,
                                  [](pa_context*, const pa_server_info* info, void* data) {
                                      auto* d = static_cast<DefaultSource*>(data);
                                      if (info && info->default_source_name)
@@ -156,10 +119,10 @@ MicrophoneBackend::Listing PulseMicrophones::listDevices()
                                  },
                                  &fallback),
         fallback);
-    SourceList sources { { mainloop.get() }, {} };
+    SourceList sources { { mainloop }, {} };
     const bool listed = asked
         && await(pa_context_get_source_info_list(
-                     context.get(),
+                     context,
                      [](pa_context*, const pa_source_info* info, int eol, void* data) {
                          auto* list = static_cast<SourceList*>(data);
                          if (eol != 0) return list->finish();
@@ -172,7 +135,7 @@ MicrophoneBackend::Listing PulseMicrophones::listDevices()
             sources);
     if (!listed) {
         listing.error = QStringLiteral("cannot ask PulseAudio for its microphones: ")
-            + QString::fromUtf8(pa_strerror(pa_context_errno(context.get())));
+            + QString::fromUtf8(pa_strerror(pa_context_errno(context)));
         return listing;
     }
     listing.devices = std::move(sources.devices);
@@ -192,15 +155,12 @@ MicrophoneBackend::Opened PulseMicrophones::open(const QString& uniqueID, Buffer
 void PulseMicrophones::watchDevices(std::function<void()> callback)
 {
     std::lock_guard lock(guard);
-    if (callback && connect().isEmpty()) {
-        Locked locked(mainloop.get());
+    // Only a watch starts the connection; a stopped watch leaves it as it is.
+    PulseConnection* pulse = callback ? &connection() : server.get();
+    if (!pulse || !pulse->mainloop()) {
         changed = std::move(callback);
         return;
     }
-    if (!mainloop) {
-        changed = std::move(callback);
-        return;
-    }
-    Locked locked(mainloop.get());
+    Locked locked(pulse->mainloop());
     changed = std::move(callback);
 }

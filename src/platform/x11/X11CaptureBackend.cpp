@@ -84,7 +84,6 @@ WindowListFilter::SystemRules X11CaptureBackend::systemWindowRules() const
 std::vector<CaptureDisplay> X11CaptureBackend::displaysLocked()
 {
     xcb_connection_t* c = connection->get();
-    const xcb_screen_t& screen = connection->screen();
     std::vector<CaptureDisplay> displays;
     if (connection->extensions().randrMonitors) {
         XcbReply<xcb_randr_get_monitors_reply_t> monitors(
@@ -115,9 +114,9 @@ std::vector<CaptureDisplay> X11CaptureBackend::displaysLocked()
     if (displays.empty()) {
         CaptureDisplay display;
         display.displayID = connection->root();
-        display.width = screen.width_in_pixels;
-        display.height = screen.height_in_pixels;
-        display.frame = QRect(0, 0, display.width, display.height);
+        display.frame = connection->screenRect();
+        display.width = display.frame.width();
+        display.height = display.frame.height();
         display.name = QStringLiteral("screen");
         displays.push_back(display);
     }
@@ -160,8 +159,7 @@ std::optional<QImage> X11CaptureBackend::grabRect(const QRectF& globalRect)
     std::lock_guard lock(mutex);
     QString error;
     if (!connectionLocked(&error)) return std::nullopt;
-    const xcb_screen_t& screen = connection->screen();
-    const QRect onScreen = wanted & QRect(0, 0, screen.width_in_pixels, screen.height_in_pixels);
+    const QRect onScreen = wanted & connection->screenRect();
     QImage image(wanted.size(), QImage::Format_RGB32);
     image.fill(Qt::black);
     if (!onScreen.isEmpty()) {
@@ -260,8 +258,7 @@ std::optional<QImage> X11CaptureBackend::peekRect(const QRectF& globalRect)
         std::lock_guard lock(mutex);
         QString error;
         if (!connectionLocked(&error)) return std::nullopt;
-        const xcb_screen_t& screen = connection->screen();
-        if (QRect(0, 0, screen.width_in_pixels, screen.height_in_pixels).contains(wanted)) {
+        if (connection->screenRect().contains(wanted)) {
             std::optional<QImage> pixels = peekGrabberLocked().grab(connection->root(), wanted);
             drainLocked();
             return pixels;

@@ -6,6 +6,7 @@
 #include "platform/x11/XInputSelection.h"
 
 #include <xcb/composite.h>
+#include <xcb/randr.h>
 #include <xcb/xinput.h>
 
 #include <algorithm>
@@ -95,13 +96,11 @@ QString X11CaptureStream::setUp(const ContentFilter& filter)
     } else {
         if (bitsPerPixel(c, connection->screen().root_depth) != 32)
             return QStringLiteral("displays of depth %1 are not supported").arg(connection->screen().root_depth);
-        const QRect screenRect(0, 0, connection->screen().width_in_pixels, connection->screen().height_in_pixels);
-        QRect displayRect = filter.display.frame.isEmpty() ? screenRect : filter.display.frame;
-        area = displayRect;
-        if (configuration.sourceRect)
-            area = configuration.sourceRect->toAlignedRect().translated(displayRect.topLeft()) & displayRect;
-        area &= screenRect;
-        if (area.isEmpty()) return QStringLiteral("the area to capture lies outside the screen");
+        display = filter.display;
+        if (QString failed = placeArea(connection->screenRect()); !failed.isEmpty()) return failed;
+        // The root window reports a change of the screen's size (RandR) as a new configuration.
+        const uint32_t events = XCB_EVENT_MASK_STRUCTURE_NOTIFY;
+        xcb_change_window_attributes(c, connection->root(), XCB_CW_EVENT_MASK, &events);
     }
 
     damage = xcb_generate_id(c);
@@ -124,6 +123,40 @@ QString X11CaptureStream::setUp(const ContentFilter& filter)
         c, ext.shm, std::max(2, configuration.queueDepth), XcbImageGrabber::WhenPoolIsFull::skip);
     xcb_flush(c);
     return {};
+}
+
+QString X11CaptureStream::placeArea(const QRect& screen)
+{
+    screenRect = screen;
+    // Where the display lies now. One that RandR no longer lists (a screen made smaller than the
+    // monitor turns it off) keeps the place it was listed at, cut to the screen that is left.
+    QRect displayRect = display.frame.isEmpty() ? screenRect : display.frame;
+    if (!display.frame.isEmpty() && connection->extensions().randrMonitors) {
+        if (const std::optional<QRect> now = monitorFrame(display.displayID)) displayRect = *now;
+    }
+    QRect wanted = displayRect;
+    if (configuration.sourceRect)
+        wanted = configuration.sourceRect->toAlignedRect().translated(displayRect.topLeft()) & displayRect;
+    wanted &= screenRect;
+    if (wanted.isEmpty()) return QStringLiteral("the area to capture lies outside the screen");
+    area = wanted;
+    return {};
+}
+
+std::optional<QRect> X11CaptureStream::monitorFrame(uint32_t displayID) const
+{
+    xcb_connection_t* c = connection->get();
+    XcbReply<xcb_randr_get_monitors_reply_t> monitors(
+        xcb_randr_get_monitors_reply(c, xcb_randr_get_monitors(c, connection->root(), 1), nullptr));
+    if (!monitors) return std::nullopt;
+    for (auto it = xcb_randr_get_monitors_monitors_iterator(monitors.get()); it.rem; xcb_randr_monitor_info_next(&it)) {
+        const xcb_randr_monitor_info_t* m = it.data;
+        // Identified as the capture backend lists it: by its first output, or its name without one.
+        const int outputs = xcb_randr_monitor_info_outputs_length(m);
+        if ((outputs > 0 ? xcb_randr_monitor_info_outputs(m)[0] : m->name) == displayID)
+            return QRect(m->x, m->y, m->width, m->height);
+    }
+    return std::nullopt;
 }
 
 QString X11CaptureStream::nameWindowPixmap()
@@ -283,6 +316,28 @@ bool X11CaptureStream::readEvents(QString* error)
                 nameWindowPixmap();
                 forceFrame = true;
             }
+        } else if (!windowMode && type == XCB_CONFIGURE_NOTIFY) {
+            const auto* configure = reinterpret_cast<const xcb_configure_notify_event_t*>(raw);
+            // The screen changed size: grabs of the old area would fail from now on, and the picture
+            // would stand still. The area is placed again and fitted into the same output size.
+            if (configure->window == connection->root()
+                && (configure->width != screenRect.width() || configure->height != screenRect.height())) {
+                const QRect before = area;
+                if (QString failed = placeArea(QRect(0, 0, configure->width, configure->height)); !failed.isEmpty()) {
+                    *error = failed;
+                    return false;
+                }
+                if (area != before)
+                    logLine(QStringLiteral("The screen is now %1x%2: capturing %3x%4 at %5,%6")
+                                .arg(configure->width)
+                                .arg(configure->height)
+                                .arg(area.width())
+                                .arg(area.height())
+                                .arg(area.x())
+                                .arg(area.y()));
+                // A grab asked for before the change may have been refused; the next one is not.
+                forceFrame = true;
+            }
         } else if (windowMode && type == XCB_MAP_NOTIFY) {
             nameWindowPixmap();
             forceFrame = true;
@@ -305,7 +360,6 @@ bool X11CaptureStream::damageInsideArea()
         = (!windowMode && configuration.ownWindows) ? configuration.ownWindows->get() : std::vector<uint32_t> {};
     // A whole window, or the whole screen with none of our windows on it: any damage is inside,
     // and no region need be fetched.
-    const QRect screenRect(0, 0, connection->screen().width_in_pixels, connection->screen().height_in_pixels);
     if (windowMode || (area == screenRect && ours.empty())) {
         xcb_damage_subtract(c, damage, XCB_NONE, XCB_NONE);
         return true;

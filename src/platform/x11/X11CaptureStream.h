@@ -33,12 +33,12 @@
 // otherwise still screen it is also asked every `pointerCheckInterval`. Without XInput 2 it is
 // asked every interval.
 //
-// A display stream grabs a rectangle of the root window. A window stream redirects the window with
-// XComposite and grabs its own pixmap: it is right while covered, and it follows moves and resizes.
-// Excluding applications from a display is not possible on X11; excludedApplications is ignored.
-// What can be done is done: damage that lies wholly inside one of the configuration's own windows
-// (and not under another program's window) is not a change, so our windows repainting themselves
-// make no frames; they are in whatever frame something else causes.
+// A display stream grabs a rectangle of the root window, and follows the screen when its size
+// changes (RandR): the area is placed again and fitted into the same output size. A window stream redirects the window
+// with XComposite and grabs its own pixmap: it is right while covered, and it follows moves and resizes. Excluding
+// applications from a display is not possible on X11; excludedApplications is ignored. What can be done is done: damage
+// that lies wholly inside one of the configuration's own windows (and not under another program's window) is not a
+// change, so our windows repainting themselves make no frames; they are in whatever frame something else causes.
 class X11CaptureStream : public CaptureStream {
 public:
     // Main thread. Sets everything up here, so that a failure comes back as the reason, then starts
@@ -54,6 +54,10 @@ private:
     X11CaptureStream() = default;
 
     QString setUp(const ContentFilter& filter);
+    // A display stream: places the area to grab on a screen of this size, the display where RandR
+    // has it now. The reason when nothing of it is left on the screen.
+    QString placeArea(const QRect& screen);
+    std::optional<QRect> monitorFrame(uint32_t displayID) const;
     QString nameWindowPixmap();
     void releaseWindowPixmap();
     // The capture thread.
@@ -88,6 +92,8 @@ private:
     xcb_window_t window = XCB_NONE;
     xcb_pixmap_t windowPixmap = XCB_NONE;
     QRect area; // in the drawable's coordinates
+    CaptureDisplay display; // a display stream's display
+    QRect screenRect; // the root window's size, followed as it changes
     xcb_damage_damage_t damage = XCB_NONE;
     xcb_xfixes_region_t damagedRegion = XCB_NONE;
     std::unique_ptr<X11OwnWindowArea> ownWindowArea;

@@ -168,3 +168,11 @@ void XcbConnection::requestRepaint(xcb_window_t window, uint16_t width, uint16_t
     event.expose.height = height;
     xcb_send_event(connection, 0, window, XCB_EVENT_MASK_EXPOSURE, event.bytes);
 }
+
+QRect XcbConnection::screenRect() const
+{
+    XcbReply<xcb_get_geometry_reply_t> geometry(
+        xcb_get_geometry_reply(connection, xcb_get_geometry(connection, root()), nullptr));
+    if (!geometry) return QRect(0, 0, rootScreen->width_in_pixels, rootScreen->height_in_pixels);
+    return QRect(0, 0, geometry->width, geometry->height);
+}

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QRect>
 #include <QString>
 
 #include <xcb/xcb.h>
@@ -54,8 +55,12 @@ public:
     XcbConnection& operator=(const XcbConnection&) = delete;
 
     xcb_connection_t* get() const { return connection; }
+    // The screen as it was when the connection opened: its size may have changed since (RandR).
     const xcb_screen_t& screen() const { return *rootScreen; }
     xcb_window_t root() const { return rootScreen->root; }
+    // The screen's rectangle as the server has it now (one round trip); the size at opening if the
+    // server does not answer.
+    QRect screenRect() const;
     xcb_atom_t atom(Atom which) const { return atoms[which]; }
     const Extensions& extensions() const { return available; }
     // The connection has failed for good (server gone, protocol error); every request is lost.
