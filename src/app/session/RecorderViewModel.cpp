@@ -255,10 +255,12 @@ void RecorderViewModel::saveRecordingBeforeQuit()
         = [this](const QString& path) { showToast(QStringLiteral("Saved: ") + QFileInfo(path).fileName()); };
     segmentRecorder->onError = [this](const QString& text) { showToast(QStringLiteral("Error: ") + text); };
     if (recording) stopRecording();
-    // The last segment closes on the ring's own threads and the clip is joined on the global pool:
-    // neither needs the main loop, which may be gone with the display.
+    // The last segment closes on the ring's own threads, the clip is joined on the global pool and
+    // its outcome passes through the ring's queue again: none of them needs the main loop, which may
+    // be gone with the display.
     segmentRecorder->waitUntilIdle();
     QThreadPool::globalInstance()->waitForDone();
+    segmentRecorder->waitUntilIdle();
     // The outcome was posted to the recorder's thread, this one.
     QCoreApplication::sendPostedEvents(segmentRecorder, QEvent::MetaCall);
 }
