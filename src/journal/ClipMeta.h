@@ -3,6 +3,7 @@
 #include "journal/PnLUnit.h"
 #include "journal/TradeOutcome.h"
 
+#include <QJsonObject>
 #include <QRectF>
 #include <QSizeF>
 #include <QString>
@@ -32,9 +33,13 @@ struct ClipMeta {
     std::optional<QRectF> monitorRect;
     std::optional<QSizeF> recordedSize;
     std::optional<QSizeF> sourcePointSize;
+    // The keys of the sidecar that this program does not know (written by a later version or by
+    // another tool), as they were read: saved back untouched, so that an edit here loses nothing.
+    QJsonObject otherFields;
 
     // True when every field holds its empty value: such a record is what a clip without a usable
-    // sidecar loads as, and saving it removes the sidecar.
+    // sidecar loads as, and saving it removes the sidecar. Fields of others count: a sidecar that
+    // holds only those is kept.
     bool isEmpty() const;
 
     // The amount every statistic uses: the outcome decides the sign, so 50 typed on a loss is -50
