@@ -5,6 +5,7 @@
 #include "app/DetectCommand.h"
 #include "app/JournalCommand.h"
 #include "app/PlatformFactory.h"
+#include "core/LocalFileName.h"
 #include "ui/AppDelegate.h"
 
 #include <QApplication>
@@ -24,7 +25,7 @@ QStringList argumentsOf(int argc, char** argv)
 {
     QStringList out;
     for (int i = 1; i < argc; ++i)
-        out << QString::fromLocal8Bit(argv[i]);
+        out << LocalFileName::decode(QByteArray(argv[i])); // a clip's name need not be UTF-8
     return out;
 }
 
