@@ -1,5 +1,6 @@
-#include "app/AppSettings.h"
 #include "app/JournalCommand.h"
+
+#include "app/AppSettings.h"
 #include "journal/ClipMetaStore.h"
 #include "journal/MonteCarloEngine.h"
 
@@ -12,6 +13,8 @@
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+
+#include <tuple>
 
 namespace {
 
@@ -76,17 +79,18 @@ TEST(JournalCommand, BadInputSaysWhatIsWrongInOneLine)
 {
     JournalFolder journal;
     const QString missing = journal.path() + QStringLiteral("/nope");
-    for (const QStringList& args : { QStringList { "--folder", missing }, QStringList { "--unit", "euro" },
-             QStringList { "--frobnicate" }, QStringList { "--horizon", "10" }, QStringList { "--folder" },
-             QStringList { "--simulate", "--paths", "0" }, QStringList { "--simulate", "--seed", "-1" },
-             QStringList { "--simulate", "--start", "nan" } }) {
+    for (const QStringList& args :
+        { QStringList { "--folder", missing }, QStringList { "--unit", "euro" }, QStringList { "--frobnicate" },
+            QStringList { "--horizon", "10" }, QStringList { "--folder" }, QStringList { "--simulate", "--paths", "0" },
+            QStringList { "--simulate", "--seed", "-1" }, QStringList { "--simulate", "--start", "nan" } }) {
         const CommandRun r = run(args);
         EXPECT_EQ(r.status, 2) << args.join(' ').toStdString();
         EXPECT_TRUE(r.out.isEmpty());
         EXPECT_EQ(r.err.count(u'\n'), 1) << r.err.toStdString();
         EXPECT_TRUE(r.err.startsWith(QStringLiteral("velotape journal: ")));
     }
-    EXPECT_EQ(run({ "--folder", missing }).err, QStringLiteral("velotape journal: folder not found: %1\n").arg(missing));
+    EXPECT_EQ(
+        run({ "--folder", missing }).err, QStringLiteral("velotape journal: folder not found: %1\n").arg(missing));
 }
 
 TEST(JournalCommand, PrintsEveryFigureWithItsCaption)
@@ -152,7 +156,8 @@ TEST(JournalCommand, JsonHoldsTheSameFiguresUnrounded)
     EXPECT_EQ(json["taggedCount"].toInt(), 5);
 
     const QJsonObject points
-        = QJsonDocument::fromJson(run({ "--folder", journal.path(), "--json", "--unit", "points" }).out.toUtf8()).object();
+        = QJsonDocument::fromJson(run({ "--folder", journal.path(), "--json", "--unit", "points" }).out.toUtf8())
+              .object();
     EXPECT_TRUE(points["expectancy"].isNull());
     EXPECT_TRUE(points["drawdownRecoveryTrades"].isNull());
     EXPECT_EQ(points["maxDrawdown"].toDouble(), 0);
@@ -172,8 +177,7 @@ TEST(JournalCommand, SimulatesTheJournalsTradesAsTheScreenWould)
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
     const QJsonObject json = QJsonDocument::fromJson(r.out.toUtf8()).object();
     // The trades in time order and the ruin line as a level below the start.
-    const auto expected
-        = MonteCarloEngine::simulate({ { 10, -5, 5, 1, -2.5 }, 20, 400, 100, 95.0, 7 });
+    const auto expected = MonteCarloEngine::simulate({ { 10, -5, 5, 1, -2.5 }, 20, 400, 100, 95.0, 7 });
     ASSERT_EQ(json["bands"].toArray().size(), 21);
     const QJsonObject last = json["bands"].toArray().last().toObject();
     EXPECT_EQ(last["p05"].toDouble(), expected->bands.back().p05);
@@ -185,10 +189,53 @@ TEST(JournalCommand, SimulatesTheJournalsTradesAsTheScreenWould)
     // The text form: the screen's cards, the 95th percentile in place of ruin when ruin is off.
     const CommandRun text = run({ "--folder", journal.path(), "--simulate" });
     const auto defaults = MonteCarloEngine::simulate({ { 10, -5, 5, 1, -2.5 }, 50, 2000, 0, std::nullopt, 1 });
-    EXPECT_EQ(rowOf(text.out, "p50").simplified(),
-        QStringLiteral("p50 $%1").arg(defaults->bands.back().p50, 0, 'f', 2));
+    EXPECT_EQ(
+        rowOf(text.out, "p50").simplified(), QStringLiteral("p50 $%1").arg(defaults->bands.back().p50, 0, 'f', 2));
     EXPECT_FALSE(rowOf(text.out, "95%-ile final").isEmpty());
     EXPECT_TRUE(rowOf(text.out, "P(ruin)").isEmpty());
+}
+
+// Simulation limits on the command line: a run is bounded, and what it prints is short and finite.
+TEST(JournalCommand, SimulationRefusesWhatWouldNotEndAndPrintsHugeAmountsShortAndFinite)
+{
+    JournalFolder journal;
+    journal.add("ES_2024-05-08_10-00.mp4", TradeOutcome::loss, 2.5);
+    const QStringList simulate { "--folder", journal.path(), "--simulate" };
+    for (const QStringList& args :
+        { QStringList { "--paths", "1000000", "--horizon", "100000" }, QStringList { "--start", "1e308" },
+            QStringList { "--ruin", "1e308" }, QStringList { "--ruin", "-2e15" } }) {
+        const CommandRun r = run(simulate + args);
+        EXPECT_EQ(r.status, 2) << args.join(' ').toStdString();
+        EXPECT_TRUE(r.out.isEmpty());
+        EXPECT_EQ(r.err.count(u'\n'), 1) << r.err.toStdString();
+    }
+    EXPECT_TRUE(run(simulate + QStringList { "--paths", "1000000", "--horizon", "100000" })
+                    .err.contains(QStringLiteral("more than one run does")));
+
+    // At the edge of what is taken every figure is a number, the ruin line among them.
+    const CommandRun edge = run(
+        simulate + QStringList { "--json", "--start", "1e15", "--ruin", "1e15", "--paths", "200", "--horizon", "5" });
+    ASSERT_EQ(edge.status, 0) << edge.err.toStdString();
+    EXPECT_FALSE(edge.out.contains(QStringLiteral("null"))) << edge.out.toStdString();
+    EXPECT_EQ(QJsonDocument::fromJson(edge.out.toUtf8()).object()["ruinThreshold"].toDouble(), 2e15);
+    const CommandRun text = run(simulate + QStringList { "--start", "-1e15" });
+    EXPECT_EQ(rowOf(text.out, "Starting equity"), QStringLiteral("Starting equity -$1e15"));
+    EXPECT_FALSE(text.out.contains(QRegularExpression(QStringLiteral("\\d{16}")))) << text.out.toStdString();
+
+    // A profit factor over a loss of almost nothing overflows; JSON still gets a number.
+    QTemporaryDir tiny;
+    for (const auto& [name, outcome, pnl] : { std::tuple { "ES_2024-05-10_10-00.mp4", TradeOutcome::win, 1e12 },
+             std::tuple { "ES_2024-05-11_10-00.mp4", TradeOutcome::loss, 1e-320 } }) {
+        QFile(tiny.filePath(QString::fromLatin1(name))).open(QIODevice::WriteOnly);
+        ClipMeta meta;
+        meta.outcome = outcome;
+        meta.pnl = pnl;
+        ClipMetaStore::save(meta, QUrl::fromLocalFile(tiny.filePath(QString::fromLatin1(name))));
+    }
+    const QJsonObject ratios
+        = QJsonDocument::fromJson(run({ "--folder", tiny.path(), "--json" }).out.toUtf8()).object();
+    EXPECT_TRUE(ratios["profitFactor"].isDouble());
+    EXPECT_GT(ratios["profitFactor"].toDouble(), 1e300);
 }
 
 TEST(JournalCommand, WithoutAFolderReadsTheSaveFolderFromTheSettings)
