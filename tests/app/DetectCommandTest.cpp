@@ -1,9 +1,9 @@
-#include "app/DetectCommand.h"
+#include "app/cli/DetectCommand.h"
 
 #include "app/AppSettings.h"
-#include "app/PlatformFactory.h"
 #include "core/LocalFileName.h"
 #include "journal/ClipMetaStore.h"
+#include "platform/ocr/TesseractRecognizer.h"
 #include "support/DrawnTextClip.h"
 
 #include <QDir>
@@ -33,7 +33,7 @@ CommandRun run(const QStringList& args, AppSettings* settings)
     CommandRun r {};
     QTextStream out(&r.out);
     QTextStream err(&r.err);
-    r.status = runDetectCommand(args, out, err, PlatformFactory::textRecognizers(), settings);
+    r.status = runDetectCommand(args, out, err, TesseractRecognizer::factory(), settings);
     out.flush();
     err.flush();
     return r;

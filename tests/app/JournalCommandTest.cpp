@@ -1,4 +1,4 @@
-#include "app/JournalCommand.h"
+#include "app/cli/JournalCommand.h"
 
 #include "app/AppSettings.h"
 #include "journal/ClipMetaStore.h"

@@ -1,11 +1,10 @@
-#include "app/RecorderViewModel.h"
+#include "app/session/RecorderViewModel.h"
 
 #include "ScriptedScreen.h"
 #include "app/AppSettings.h"
-#include "app/AreaCommands.h"
-#include "app/ControlCommands.h"
-#include "app/PlatformFactory.h"
-#include "app/SourceMemory.h"
+#include "app/control/ControlCommands.h"
+#include "app/session/AreaCommands.h"
+#include "app/session/SourceMemory.h"
 #include "capture/CaptureEngine.h"
 #include "devices/MicCapture.h"
 #include "devices/ScriptedMicrophones.h"
@@ -13,6 +12,7 @@
 #include "journal/ClipMetaStore.h"
 #include "media/HevcEncoderProbe.h"
 #include "monitor/AreaMonitor.h"
+#include "platform/ocr/TesseractRecognizer.h"
 #include "recorder/SegmentedRecorder.h"
 #include "support/DrawnTextClip.h"
 #include "support/EventLoop.h"
@@ -76,14 +76,14 @@ protected:
     {
         auto scheduler = std::make_unique<ManualTaskScheduler>();
         clock = scheduler.get();
-        RecorderViewModel::Platform platform;
-        platform.screen = screen;
-        platform.microphones = microphones;
-        platform.scheduler = std::move(scheduler);
-        if (pickerAnswer) platform.areaPicker = std::make_unique<ScriptedPicker>(&pickerAnswer);
-        platform.armedFrame = std::make_unique<ShownFrame>(&frame);
-        platform.textRecognizer = recognizers;
-        vm = std::make_unique<RecorderViewModel>(settings.get(), std::move(platform));
+        RecorderViewModel::Backends backends;
+        backends.screen = screen;
+        backends.microphones = microphones;
+        backends.scheduler = std::move(scheduler);
+        if (pickerAnswer) backends.areaPicker = std::make_unique<ScriptedPicker>(&pickerAnswer);
+        backends.armedFrame = std::make_unique<ShownFrame>(&frame);
+        backends.textRecognizer = recognizers;
+        vm = std::make_unique<RecorderViewModel>(settings.get(), std::move(backends));
     }
 
     void startUp()
@@ -483,7 +483,7 @@ TEST_F(RecorderViewModelTest, ASavedClipIsTaggedWithTheFigureInTheWatchedAreaUnl
     const QRectF area(2920, 700, 200, 60);
     settings->setAreaMonitorRect(area);
     settings->setResolution(Resolution::res720);
-    recognizers = PlatformFactory::textRecognizers();
+    recognizers = TesseractRecognizer::factory();
     make();
     startUp();
     vm->engine()->setSelectedSource(CaptureSource::display(screen->content.displays[1]));
@@ -534,7 +534,7 @@ TEST_F(RecorderViewModelTest, AutoPnLKeepsATagTypedDuringTheScanAndLeavesASideca
     const QRectF area(20, 20, 200, 60);
     settings->setAreaMonitorRect(area);
     settings->setResolution(Resolution::res720);
-    recognizers = PlatformFactory::textRecognizers();
+    recognizers = TesseractRecognizer::factory();
     make();
     startUp();
     vm->engine()->setSelectedSource(CaptureSource::display(screen->content.displays[0]));

@@ -1,9 +1,9 @@
 #include "CaptureTestSupport.h"
 #include "X11TestClient.h"
 #include "app/AppSettings.h"
-#include "app/ControlCommands.h"
-#include "app/LostWindowWatch.h"
-#include "app/RecorderViewModel.h"
+#include "app/control/ControlCommands.h"
+#include "app/session/LostWindowWatch.h"
+#include "app/session/RecorderViewModel.h"
 #include "platform/x11/X11CaptureBackend.h"
 #include "support/TestDesktop.h"
 
@@ -37,9 +37,9 @@ TEST(LostWindow, AClosedWindowGivesWayToItsDisplayAndIsPickedUpAgainWhenItReopen
     settings.setSystemAudioEnabled(false);
     const QString chosen = QStringLiteral("window:Chart@@Order book");
     settings.setSavedSourceDescriptor(chosen);
-    RecorderViewModel::Platform platform;
-    platform.screen = std::make_shared<X11CaptureBackend>();
-    RecorderViewModel vm(&settings, std::move(platform));
+    RecorderViewModel::Backends backends;
+    backends.screen = std::make_shared<X11CaptureBackend>();
+    RecorderViewModel vm(&settings, std::move(backends));
     CaptureEngine& engine = *vm.engine();
     FrameLog frames(engine);
     ControlCommands commands(vm);

@@ -1,11 +1,11 @@
 #include "ui/clips/ClipsScreenModel.h"
 
 #include "app/AppSettings.h"
-#include "app/RecorderViewModel.h"
+#include "app/session/RecorderViewModel.h"
 #include "journal/ClipJournalStore.h"
 #include "journal/ClipMetaStore.h"
 #include "journal/ClipThumbnailer.h"
-#include "platform/desktop/DesktopIntegration.h"
+#include "platform/DesktopIntegration.h"
 #include "ui/clips/ClipEdits.h"
 
 #include <QClipboard>

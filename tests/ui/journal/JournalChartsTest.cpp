@@ -1,14 +1,14 @@
-#include "ui/JournalCharts.h"
+#include "ui/journal/JournalCharts.h"
 
 #include "journal/ClipJournalStore.h"
 #include "journal/ClipMetaStore.h"
 #include "journal/JournalMetrics.h"
 #include "support/EventLoop.h"
-#include "ui/CalendarGrid.h"
-#include "ui/JournalChartData.h"
-#include "ui/JournalFigures.h"
-#include "ui/JournalSimulations.h"
-#include "ui/SimulationRunner.h"
+#include "ui/journal/CalendarGrid.h"
+#include "ui/journal/JournalChartData.h"
+#include "ui/journal/JournalFigures.h"
+#include "ui/journal/JournalSimulations.h"
+#include "ui/journal/SimulationRunner.h"
 
 #include <QFile>
 #include <QImage>
