@@ -1,12 +1,16 @@
 #pragma once
 
+#include "journal/ClipTrade.h"
 #include "journal/PnLUnit.h"
+#include "journal/TagOrigin.h"
 #include "journal/TradeOutcome.h"
 
 #include <QJsonObject>
+#include <QList>
 #include <QRectF>
 #include <QSizeF>
 #include <QString>
+#include <QStringList>
 
 #include <optional>
 
@@ -33,6 +37,13 @@ struct ClipMeta {
     std::optional<QRectF> monitorRect;
     std::optional<QSizeF> recordedSize;
     std::optional<QSizeF> sourcePointSize;
+    // Who set `outcome` and `pnl`, when it was not the user (see TagOrigin).
+    std::optional<TagOrigin> tagOrigin;
+    // The broker's trades matched to this clip, in the order they were imported. While the tag comes
+    // from them, the statistics count each trade by itself and the clip's amount is their sum.
+    QList<ClipTrade> trades;
+    // Free setup tags ("breakout", "A+"), in the order the user added them.
+    QStringList tags;
     // The keys of the sidecar that this program does not know (written by a later version or by
     // another tool), as they were read: saved back untouched, so that an edit here loses nothing.
     QJsonObject otherFields;

@@ -24,7 +24,7 @@ namespace {
 
 // The keys this program reads; any other key of a sidecar is kept as it was in otherFields.
 constexpr std::array knownKeys { "outcome", "pnl", "unit", "notes", "mistakes", "ticker", "date", "monitorRect",
-    "recordedSize", "sourcePointSize" };
+    "recordedSize", "sourcePointSize", "tagOrigin", "trades", "tags" };
 
 // A record that cannot be changed without another writer noticing is read and written again; a
 // sidecar rewritten this often in the meantime is being fought over, and the change gives up.
@@ -121,6 +121,50 @@ QJsonArray pairArray(double a, double b)
     return QJsonArray { a, b };
 }
 
+// The tag's origin, the broker's trades and the setup tags: each key only when it has something.
+bool decodeImportFields(const QJsonObject& object, ClipMeta& meta)
+{
+    const QJsonValue origin = object.value(QLatin1StringView("tagOrigin"));
+    if (origin.isString()) {
+        meta.tagOrigin = tagOriginFromRaw(origin.toString());
+        if (!meta.tagOrigin) return false;
+    } else if (!origin.isUndefined() && !origin.isNull()) {
+        return false;
+    }
+    const QJsonValue trades = object.value(QLatin1StringView("trades"));
+    if (trades.isArray()) {
+        for (const QJsonValue& value : trades.toArray()) {
+            const auto trade = ClipTrade::fromJson(value);
+            if (!trade) return false;
+            meta.trades.push_back(*trade);
+        }
+    } else if (!trades.isUndefined() && !trades.isNull()) {
+        return false;
+    }
+    const QJsonValue tags = object.value(QLatin1StringView("tags"));
+    if (tags.isArray()) {
+        for (const QJsonValue& value : tags.toArray()) {
+            if (!value.isString()) return false;
+            meta.tags.push_back(value.toString());
+        }
+    } else if (!tags.isUndefined() && !tags.isNull()) {
+        return false;
+    }
+    return true;
+}
+
+void encodeImportFields(const ClipMeta& meta, QJsonObject& object)
+{
+    if (meta.tagOrigin) object.insert(QLatin1StringView("tagOrigin"), rawValue(*meta.tagOrigin));
+    if (!meta.trades.isEmpty()) {
+        QJsonArray trades;
+        for (const ClipTrade& trade : meta.trades)
+            trades.append(trade.toJson());
+        object.insert(QLatin1StringView("trades"), trades);
+    }
+    if (!meta.tags.isEmpty()) object.insert(QLatin1StringView("tags"), QJsonArray::fromStringList(meta.tags));
+}
+
 // The record, or what keeps the bytes from being one, in words.
 std::variant<ClipMeta, QString> decodeOrSay(const QByteArray& json)
 {
@@ -174,6 +218,8 @@ std::variant<ClipMeta, QString> decodeOrSay(const QByteArray& json)
     if (optionalSize(object, QLatin1StringView("sourcePointSize"), meta.sourcePointSize) == Presence::wrongType) {
         return wrong("sourcePointSize");
     }
+    if (!decodeImportFields(object, meta))
+        return QStringLiteral("has an unusable \"tagOrigin\", \"trades\" or \"tags\"");
     for (auto it = object.begin(); it != object.end(); ++it) {
         const QString key = it.key();
         const bool known = std::any_of(
@@ -344,6 +390,7 @@ std::optional<QByteArray> encode(const ClipMeta& meta)
     if (const auto& s = meta.sourcePointSize) {
         object.insert(QLatin1StringView("sourcePointSize"), pairArray(number(s->width()), number(s->height())));
     }
+    encodeImportFields(meta, object);
     if (!finite) return std::nullopt;
     // QJsonObject keeps its keys sorted, which gives the sorted order on disk.
     return QJsonDocument(object).toJson(QJsonDocument::Indented);

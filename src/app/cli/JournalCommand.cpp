@@ -4,14 +4,17 @@
 #include "core/LocalFileName.h"
 #include "journal/ClipJournalStore.h"
 #include "journal/FormatPnL.h"
+#include "journal/JournalExport.h"
 #include "journal/JournalMetrics.h"
 #include "journal/MonteCarloEngine.h"
+#include "journal/TradeImporter.h"
 
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QSaveFile>
 
 #include <algorithm>
 #include <cmath>
@@ -24,7 +27,10 @@ namespace {
 
 const char* const usageText = "usage: velotape journal [--folder DIR] [--unit dollars|R|points|ticks] [--json]\n"
                               "       velotape journal --simulate [--folder DIR] [--unit U] [--horizon N] [--paths N]\n"
-                              "                        [--start X] [--ruin OFFSET] [--seed N] [--json]\n";
+                              "                        [--start X] [--ruin OFFSET] [--seed N] [--json]\n"
+                              "       velotape journal --import FILE.csv [--folder DIR]\n"
+                              "       velotape journal --export FILE.csv [--folder DIR]\n"
+                              "  --symbol S and --tag T narrow the statistics to one instrument or setup tag.\n";
 
 const QString dash = QStringLiteral("—");
 
@@ -44,6 +50,9 @@ struct Options {
     double start = 0;
     std::optional<double> ruinOffset;
     uint64_t seed = 1;
+    std::optional<QString> importFile;
+    std::optional<QString> exportFile;
+    JournalFilter filter;
 };
 
 // What was wrong with the arguments, in words.
@@ -106,6 +115,14 @@ ParseResult parse(const QStringList& args)
             const auto v = value();
             if (!v || v->isEmpty()) return missing();
             o.folder = *v;
+        } else if (name == QLatin1StringView("--import") || name == QLatin1StringView("--export")) {
+            const auto v = value();
+            if (!v || v->isEmpty()) return missing();
+            (name == QLatin1StringView("--import") ? o.importFile : o.exportFile) = *v;
+        } else if (name == QLatin1StringView("--symbol") || name == QLatin1StringView("--tag")) {
+            const auto v = value();
+            if (!v || v->trimmed().isEmpty()) return missing();
+            (name == QLatin1StringView("--symbol") ? o.filter.symbol : o.filter.tag) = v->trimmed();
         } else if (name == QLatin1StringView("--unit")) {
             const auto v = value();
             if (!v) return missing();
@@ -152,6 +169,10 @@ ParseResult parse(const QStringList& args)
         } else {
             return bad(QStringLiteral("unknown argument \"%1\"").arg(args[i]));
         }
+    }
+    if (o.importFile && o.exportFile) return { std::nullopt, QStringLiteral("--import and --export go one at a time") };
+    if ((o.importFile || o.exportFile) && (o.simulate || o.json || !o.filter.isEmpty())) {
+        return { std::nullopt, QStringLiteral("--import and --export take only --folder") };
     }
     if (simulationOption && !o.simulate) {
         return { std::nullopt, QStringLiteral("--horizon, --paths, --start, --ruin and --seed go with --simulate") };
@@ -229,8 +250,13 @@ void printStats(const QString& folder, const ClipJournalStore& store, QTextStrea
     const JournalMetrics::Streaks streaks = m.streaks();
     const auto recovery = m.drawdownRecoveryTrades();
 
-    out << "Journal of " << folder << ": " << store.clips().size() << " clips, " << m.taggedCount() << " tagged, "
-        << m.tradeCount() << " with P&L in " << shortLabel(unit) << '\n';
+    out << "Journal of " << folder << ": " << store.clips().size() << " clips, " << store.tradesWithoutClip().size()
+        << " trades without a clip, " << m.taggedCount() << " tagged, " << m.tradeCount() << " with P&L in "
+        << shortLabel(unit) << '\n';
+    if (const JournalFilter& f = store.filter(); !f.isEmpty()) {
+        out << "Only" << (f.symbol ? QStringLiteral(" symbol ") + *f.symbol : QString())
+            << (f.tag ? QStringLiteral(" tag ") + *f.tag : QString()) << '\n';
+    }
     out << "View P&L in: " << menuLabel(unit) << ". Only clips tagged in " << shortLabel(unit)
         << " count toward these stats.\n";
 
@@ -390,6 +416,31 @@ int simulate(const Options& o, const ClipJournalStore& store, QTextStream& out)
     return 0;
 }
 
+int importTrades(const QString& file, const QString& folder, QTextStream& out, QTextStream& err)
+{
+    const TradeImporter::Report report = TradeImporter::importFile(file, folder);
+    if (!report.imported) {
+        err << "velotape journal: " << QFileInfo(file).fileName() << ": " << report.error << '\n';
+        return 2;
+    }
+    out << report.summary << '\n';
+    for (const QString& note : report.notes + report.skippedRows)
+        out << "  " << note << '\n';
+    return 0;
+}
+
+int exportJournal(const QString& file, const ClipJournalStore& store, QTextStream& out, QTextStream& err)
+{
+    const QByteArray csv = JournalExport::csv(store.clips(), store.tradesWithoutClip());
+    QSaveFile target(file);
+    if (!target.open(QIODevice::WriteOnly) || target.write(csv) != csv.size() || !target.commit()) {
+        err << "velotape journal: couldn't write " << file << ": " << target.errorString() << '\n';
+        return 2;
+    }
+    out << "Exported " << (csv.count('\n') - 1) << " rows to " << file << '\n';
+    return 0;
+}
+
 } // namespace
 
 int runJournalCommand(const QStringList& args, QTextStream& out, QTextStream& err, AppSettings* settings)
@@ -426,9 +477,13 @@ int runJournalCommand(const QStringList& args, QTextStream& out, QTextStream& er
     const QString absolute
         = QDir::isAbsolutePath(folder) ? QDir::cleanPath(folder) : QFileInfo(folder).absoluteFilePath();
 
+    if (o.importFile) return importTrades(*o.importFile, absolute, out, err);
+
     ClipJournalStore store(QUrl::fromLocalFile(absolute));
     store.setDisplayUnit(o.unit);
+    store.setFilter(o.filter);
     store.rescan();
+    if (o.exportFile) return exportJournal(*o.exportFile, store, out, err);
 
     if (o.simulate) return simulate(o, store, out);
     if (o.json) {
