@@ -359,3 +359,22 @@ TEST(JournalCommand, ImportNamesWhatIsWrongWithTheFile)
     EXPECT_EQ(run({ "--import", csv, "--json" }).status, 2);
     EXPECT_FALSE(QFile::exists(JournalTradesFile::path(journal.path())));
 }
+
+TEST(JournalCommand, AnEmptySaveFolderSettingIsRefusedAndTheDefaultFolderIsRead)
+{
+    JournalFolder journal;
+    QTemporaryDir home;
+    ASSERT_TRUE(QFile::link(journal.path(), home.filePath("Desktop")));
+    const QByteArray savedHome = qgetenv("HOME");
+    qputenv("HOME", QFile::encodeName(home.path()));
+    QTemporaryDir config;
+    auto store = std::make_unique<QSettings>(config.filePath("Velotape.conf"), QSettings::IniFormat);
+    store->setValue("vt2.savePath", QString());
+    AppSettings settings(std::move(store));
+    const CommandRun r = run({ "--json" }, &settings);
+    qputenv("HOME", savedHome);
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    EXPECT_EQ(r.err,
+        QStringLiteral("velotape journal: No save folder is set; clips go to %1/Desktop.\n").arg(home.path()));
+    EXPECT_EQ(QJsonDocument::fromJson(r.out.toUtf8()).object()["taggedCount"].toInt(), 5);
+}

@@ -20,6 +20,7 @@
 #include <cmath>
 #include <functional>
 #include <limits>
+#include <memory>
 #include <optional>
 #include <sys/stat.h>
 
@@ -459,10 +460,13 @@ int runJournalCommand(const QStringList& args, QTextStream& out, QTextStream& er
     QString folder;
     if (o.folder) {
         folder = *o.folder;
-    } else if (settings) {
-        folder = settings->saveFolderPath();
     } else {
-        folder = AppSettings().saveFolderPath();
+        std::unique_ptr<AppSettings> own;
+        if (!settings) settings = (own = std::make_unique<AppSettings>()).get();
+        folder = settings->saveFolderPath();
+        // The stored folder was refused and the default stands in: say so, and read the default.
+        if (const std::optional<QString> refused = settings->refusedSaveFolder())
+            err << "velotape journal: " << *refused << '\n';
     }
     // By the name's bytes: a folder whose name is not UTF-8 is found too.
     struct stat info { };
