@@ -66,7 +66,8 @@ MonteCarloEngine::Config screenLimits()
     std::mt19937_64 random(11);
     std::normal_distribution<double> pnl(15, 120);
     std::vector<double> trades(200);
-    for (double& t : trades) t = pnl(random);
+    for (double& t : trades)
+        t = pnl(random);
     return { trades, 500, 10'000, 0, -1000.0, 1 };
 }
 
@@ -115,14 +116,29 @@ BENCHMARK(BM_AllMetricsTenThousandTrades)->Unit(benchmark::kMillisecond);
 void BM_MonteCarloAtTheScreensLimits(benchmark::State& state)
 {
     const MonteCarloEngine::Config config = screenLimits();
-    for (auto _ : state) benchmark::DoNotOptimize(MonteCarloEngine::simulate(config));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(MonteCarloEngine::simulate(config));
 }
 BENCHMARK(BM_MonteCarloAtTheScreensLimits)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The largest run simulate() makes: the bound that keeps one run to about a second.
+void BM_MonteCarloAtTheRunLimit(benchmark::State& state)
+{
+    MonteCarloEngine::Config config = screenLimits();
+    config.horizon = 5'000;
+    config.paths = MonteCarloEngine::maxDraws / config.horizon;
+    for (auto _ : state) {
+        const auto result = MonteCarloEngine::simulate(config);
+        if (!result) state.SkipWithError("the engine refused a run at its own limit");
+    }
+}
+BENCHMARK(BM_MonteCarloAtTheRunLimit)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
 
 void BM_MonteCarloStraightforward(benchmark::State& state)
 {
     const MonteCarloEngine::Config config = screenLimits();
-    for (auto _ : state) benchmark::DoNotOptimize(PlainMonteCarlo::simulate(config));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(PlainMonteCarlo::simulate(config));
 }
 BENCHMARK(BM_MonteCarloStraightforward)->Unit(benchmark::kMillisecond)->UseRealTime();
 

@@ -4,6 +4,7 @@
 #include "app/control/ControlClient.h"
 #include "app/control/ControlSocketPath.h"
 #include "app/session/AppSession.h"
+#include "core/LocalFileName.h"
 #include "platform/Platform.h"
 #include "ui/AppDelegate.h"
 
@@ -29,7 +30,7 @@ QStringList argumentsOf(int argc, char** argv)
 {
     QStringList out;
     for (int i = 1; i < argc; ++i)
-        out << QString::fromLocal8Bit(argv[i]);
+        out << LocalFileName::decode(QByteArray(argv[i])); // a clip's name need not be UTF-8
     return out;
 }
 

@@ -1,6 +1,7 @@
 #include "journal/ClipFrameReader.h"
 
-#include <QFileInfo>
+#include "core/LocalFileName.h"
+
 #include <QTransform>
 
 extern "C" {
@@ -10,6 +11,7 @@ extern "C" {
 
 #include <algorithm>
 #include <cmath>
+#include <sys/stat.h>
 
 namespace {
 
@@ -27,15 +29,20 @@ bool isIntact(const AVFrame* frame)
 ClipFrameReader::ClipFrameReader(const QString& path)
 {
     clock.start();
-    // Only regular files: a pipe or a device would block the open.
-    if (!QFileInfo(path).isFile()) return;
+    // Only regular files: a pipe or a device would block the open. The name as bytes, which is
+    // what it is when it is not UTF-8.
+    const QByteArray native = LocalFileName::encode(path);
+    struct stat info { };
+    if (::stat(native.constData(), &info) != 0 || !S_ISREG(info.st_mode)) return;
     AVFormatContext* raw = avformat_alloc_context();
     if (!raw) return;
     raw->interrupt_callback.callback = &ClipFrameReader::interrupted;
     raw->interrupt_callback.opaque = this;
+    // Through the file protocol by name, so that a file called "pipe:0" or "http:x" is that file.
+    const QByteArray location = QByteArrayLiteral("file:") + native;
     // Clips are MP4: a file of anything else must not reach the probing of other formats.
     const AVInputFormat* mp4 = av_find_input_format("mp4");
-    if (avformat_open_input(&raw, path.toUtf8().constData(), mp4, nullptr) < 0) return; // frees `raw`
+    if (avformat_open_input(&raw, location.constData(), mp4, nullptr) < 0) return; // frees `raw`
     input.reset(raw);
     videoStream = av_find_best_stream(input.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
     if (videoStream < 0) return;

@@ -1,6 +1,7 @@
 #include "journal/ClipJournalStore.h"
 
 #include "core/KeyedJobs.h"
+#include "core/LocalFileName.h"
 #include "journal/ClipMetaStore.h"
 #include "journal/ClipNameParser.h"
 #include "journal/JournalTradesFile.h"
@@ -12,11 +13,46 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <cstring>
+#include <dirent.h>
+#include <memory>
+#include <set>
+#include <strings.h>
+#include <sys/stat.h>
 #include <vector>
 
 namespace {
 
 const QString scanJob = QStringLiteral("rescan");
+
+bool hasClipExtension(const char* name, size_t length)
+{
+    return length > 4 && name[length - 4] == '.' && ::strncasecmp(name + length - 3, "mp4", 3) == 0;
+}
+
+// The names of the folder's clips, sorted: flat, names that begin with a dot skipped, ".mp4" in any
+// case, and only regular files (or links to them): a folder or a FIFO is no clip. Names are read as
+// bytes, so that one that is not UTF-8 still names its file. Nothing when the folder can't be read.
+std::optional<QStringList> listClipNames(const QString& folder)
+{
+    DIR* opened = ::opendir(LocalFileName::encode(folder).constData());
+    if (!opened) return std::nullopt;
+    const std::unique_ptr<DIR, int (*)(DIR*)> dir(opened, &::closedir);
+    QStringList names;
+    while (const dirent* entry = ::readdir(dir.get())) {
+        const size_t length = std::strlen(entry->d_name);
+        if (entry->d_name[0] == '.' || !hasClipExtension(entry->d_name, length)) continue;
+        bool regular = entry->d_type == DT_REG;
+        if (entry->d_type == DT_LNK || entry->d_type == DT_UNKNOWN) {
+            struct stat info { };
+            regular = ::fstatat(::dirfd(dir.get()), entry->d_name, &info, 0) == 0 && S_ISREG(info.st_mode);
+        }
+        if (regular) names << LocalFileName::decode(QByteArray(entry->d_name, qsizetype(length)));
+    }
+    // In the same order on every run, so that clips of equal date keep one order.
+    std::sort(names.begin(), names.end());
+    return names;
+}
 
 } // namespace
 
@@ -151,31 +187,38 @@ void ClipJournalStore::rescanInBackground()
 ClipJournalStore::Scan ClipJournalStore::scan(const QString& folder)
 {
     if (folder.isEmpty()) return {};
+    const std::optional<QStringList> names = listClipNames(folder);
+    if (!names) return {};
     const QDir dir(folder);
-    // Without QDir::Hidden, names that begin with a dot are skipped. Sorted by name so that clips of
-    // equal date come out in the same order on every run.
-    const QStringList names = dir.entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
-    const QSet<QString> listed(names.begin(), names.end());
 
     struct Dated {
         double date;
         ClipEntry entry;
+        QString sidecar; // when there is one
     };
     std::vector<Dated> dated;
-    dated.reserve(static_cast<size_t>(names.size()));
-    for (const QString& name : names) {
-        const qsizetype dot = name.lastIndexOf(u'.');
-        if (dot <= 0 || name.size() - dot != 4 || name.mid(dot + 1).toLower() != QLatin1StringView("mp4")) continue;
+    dated.reserve(static_cast<size_t>(names->size()));
+    // A trade is a sidecar: clips that share one (a.mp4 and a.MP4, or names that a file system
+    // which ignores case takes for one) are one entry, the first by name.
+    QSet<QString> sidecarPaths;
+    std::set<std::pair<quint64, quint64>> sidecarFiles;
+    for (const QString& name : *names) {
         ClipEntry entry;
         entry.url = QUrl::fromLocalFile(dir.filePath(name));
+        const QString sidecarPath = ClipMetaStore::sidecarPath(entry.url);
+        if (sidecarPaths.contains(sidecarPath)) continue;
+        sidecarPaths.insert(sidecarPath);
+        ClipMetaStore::Sidecar sidecar = ClipMetaStore::read(entry.url);
+        if (sidecar.inode != 0 && !sidecarFiles.insert({ sidecar.device, sidecar.inode }).second) continue;
         const ClipNameParser::Parsed parsed = ClipNameParser::parse(entry.url);
         entry.parsedDate = parsed.date;
         entry.parsedTicker = parsed.ticker;
-        entry.meta = ClipMetaStore::load(entry.url);
+        entry.meta = std::move(sidecar.meta);
         // The date is taken once per entry: a clip without any date sorts by "now", and asking the
         // clock inside the comparison would not give a consistent order.
         const double date = entry.date();
-        dated.push_back({ date, std::move(entry) });
+        const bool hasSidecar = sidecar.state != ClipMetaStore::Sidecar::State::absent;
+        dated.push_back({ date, std::move(entry), hasSidecar ? QDir::cleanPath(sidecarPath) : QString() });
     }
     std::stable_sort(dated.begin(), dated.end(), [](const Dated& a, const Dated& b) { return a.date > b.date; });
 
@@ -184,18 +227,32 @@ ClipJournalStore::Scan ClipJournalStore::scan(const QString& folder)
     found.withoutClip = JournalTradesFile::load(folder).trades;
     found.clips.reserve(static_cast<qsizetype>(dated.size()));
     for (Dated& d : dated) {
-        const QString sidecar = ClipMetaStore::sidecarPath(d.entry.url);
-        if (listed.contains(QFileInfo(sidecar).fileName())) found.sidecars << QDir::cleanPath(sidecar);
+        if (!d.sidecar.isEmpty()) found.sidecars << d.sidecar;
         found.clips.push_back(std::move(d.entry));
     }
     return found;
 }
 
-void ClipJournalStore::update(const ClipEntry& entry, const ClipMeta& meta)
+std::optional<ClipMetaStore::SaveFailure> ClipJournalStore::update(const ClipEntry& entry, const ClipMeta& meta)
 {
-    ClipMetaStore::save(meta, entry.url);
+    if (auto failed = ClipMetaStore::save(meta, entry.url)) return failed;
     const auto found = std::find(clipList.begin(), clipList.end(), entry);
-    if (found == clipList.end()) return;
+    if (found == clipList.end()) return std::nullopt;
     found->meta = meta;
+    emit clipsChanged();
+    return std::nullopt;
+}
+
+void ClipJournalStore::reload(const QUrl& clip)
+{
+    const auto found
+        = std::find_if(clipList.begin(), clipList.end(), [&](const ClipEntry& entry) { return entry.url == clip; });
+    if (found == clipList.end()) {
+        rescan();
+        return;
+    }
+    ClipMeta meta = ClipMetaStore::load(clip);
+    if (meta == found->meta) return;
+    found->meta = std::move(meta);
     emit clipsChanged();
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "journal/ClipEntry.h"
+#include "journal/ClipMetaStore.h"
 #include "journal/ClipTrade.h"
 #include "journal/JournalFilter.h"
 #include "journal/JournalMetrics.h"
@@ -60,10 +61,15 @@ public:
     // Without a folder, or when it can't be listed, the journal is empty; nothing is reported.
     void rescan();
 
-    // Saves the record to disk first (without looking at the outcome), then replaces the record of
-    // the first clip equal to `entry` in all four fields, in place. A stale `entry` is a dead end
-    // on purpose: the disk is updated, the list catches up at the next rescan.
-    void update(const ClipEntry& entry, const ClipMeta& meta);
+    // Saves the record to disk first, then replaces the record of the first clip equal to `entry`
+    // in all four fields, in place. A stale `entry` is a dead end on purpose: the disk is updated,
+    // the list catches up at the next rescan. A save that fails (a sidecar that is not ours to
+    // replace, a full disk) changes nothing, on disk or here, and says why.
+    std::optional<ClipMetaStore::SaveFailure> update(const ClipEntry& entry, const ClipMeta& meta);
+
+    // Reads the clip's sidecar again into its entry, after someone wrote it on disk; a clip that is
+    // not listed yet is found by a rescan.
+    void reload(const QUrl& clip);
 
     // How long the save folder must be quiet after a change before it is read again.
     static constexpr int settleMilliseconds = 300;
@@ -80,8 +86,8 @@ public:
         QList<ClipTrade> withoutClip;
     };
     // The clips of a folder as a rescan makes them: flat, hidden files skipped, ".mp4" in any case,
-    // newest first with ties in listing (name) order. Empty if the folder can't be listed. Touches
-    // nothing but the files, so it may run on any thread.
+    // regular files only, one entry per sidecar, newest first with ties in name order. Empty if
+    // the folder can't be listed. Touches nothing but the files, so it may run on any thread.
     static Scan scan(const QString& folder);
     static QList<ClipEntry> scanFolder(const QString& folder) { return scan(folder).clips; }
 

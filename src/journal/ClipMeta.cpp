@@ -52,5 +52,5 @@ bool operator==(const ClipMeta& a, const ClipMeta& b)
         && a.mistakes == b.mistakes && a.ticker == b.ticker && a.date == b.date
         && sameRect(a.monitorRect, b.monitorRect) && sameSize(a.recordedSize, b.recordedSize)
         && sameSize(a.sourcePointSize, b.sourcePointSize) && a.tagOrigin == b.tagOrigin && a.trades == b.trades
-        && a.tags == b.tags;
+        && a.tags == b.tags && a.otherFields == b.otherFields;
 }

@@ -5,6 +5,7 @@
 #include "journal/TagOrigin.h"
 #include "journal/TradeOutcome.h"
 
+#include <QJsonObject>
 #include <QList>
 #include <QRectF>
 #include <QSizeF>
@@ -36,7 +37,6 @@ struct ClipMeta {
     std::optional<QRectF> monitorRect;
     std::optional<QSizeF> recordedSize;
     std::optional<QSizeF> sourcePointSize;
-
     // Who set `outcome` and `pnl`, when it was not the user (see TagOrigin).
     std::optional<TagOrigin> tagOrigin;
     // The broker's trades matched to this clip, in the order they were imported. While the tag comes
@@ -44,9 +44,13 @@ struct ClipMeta {
     QList<ClipTrade> trades;
     // Free setup tags ("breakout", "A+"), in the order the user added them.
     QStringList tags;
+    // The keys of the sidecar that this program does not know (written by a later version or by
+    // another tool), as they were read: saved back untouched, so that an edit here loses nothing.
+    QJsonObject otherFields;
 
     // True when every field holds its empty value: such a record is what a clip without a usable
-    // sidecar loads as, and saving it removes the sidecar.
+    // sidecar loads as, and saving it removes the sidecar. Fields of others count: a sidecar that
+    // holds only those is kept.
     bool isEmpty() const;
 
     // The amount every statistic uses: the outcome decides the sign, so 50 typed on a loss is -50

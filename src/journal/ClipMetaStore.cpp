@@ -1,24 +1,36 @@
 #include "journal/ClipMetaStore.h"
 
+#include "core/LocalFileName.h"
 #include "journal/ClipNameParser.h"
 
-#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QSaveFile>
+#include <QRandomGenerator>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <variant>
 
 namespace ClipMetaStore {
 
 namespace {
 
-// Closes the descriptor when the read is done, however it ends.
+// The keys this program reads; any other key of a sidecar is kept as it was in otherFields.
+constexpr std::array knownKeys { "outcome", "pnl", "unit", "notes", "mistakes", "ticker", "date", "monitorRect",
+    "recordedSize", "sourcePointSize", "tagOrigin", "trades", "tags" };
+
+// A record that cannot be changed without another writer noticing is read and written again; a
+// sidecar rewritten this often in the meantime is being fought over, and the change gives up.
+constexpr int changeAttempts = 5;
+
+// Closes the descriptor however the work ends.
 class FileDescriptor {
 public:
     explicit FileDescriptor(int fd)
@@ -32,35 +44,26 @@ public:
     FileDescriptor(const FileDescriptor&) = delete;
     FileDescriptor& operator=(const FileDescriptor&) = delete;
     int get() const { return fd; }
+    // Closes now, for the error a full disk may report only at close.
+    bool close()
+    {
+        const int closing = fd;
+        fd = -1;
+        return ::close(closing) == 0;
+    }
 
 private:
     int fd;
 };
 
-// The whole file, if it is a regular file of at most maxSidecarBytes. Opened without blocking so
-// that a FIFO given a sidecar's name cannot hang a rescan.
-std::optional<QByteArray> readSmallFile(const QString& path)
+QString systemError(int error)
 {
-    const QByteArray native = QFile::encodeName(path);
-    FileDescriptor file(::open(native.constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
-    if (file.get() < 0) return std::nullopt;
-    struct stat info { };
-    if (::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode) || info.st_size > maxSidecarBytes) {
-        return std::nullopt;
-    }
-    // Read one byte past the limit, so that a file that grew after fstat is still refused.
-    QByteArray bytes(static_cast<qsizetype>(info.st_size) + 1, Qt::Uninitialized);
-    qsizetype filled = 0;
-    while (filled < bytes.size()) {
-        const ssize_t got = ::read(file.get(), bytes.data() + filled, static_cast<size_t>(bytes.size() - filled));
-        if (got < 0 && errno == EINTR) continue;
-        if (got < 0) return std::nullopt;
-        if (got == 0) break;
-        filled += got;
-        if (filled > maxSidecarBytes) return std::nullopt;
-    }
-    bytes.truncate(filled);
-    return bytes;
+    return QString::fromLocal8Bit(std::strerror(error));
+}
+
+QString shown(const QString& path)
+{
+    return LocalFileName::printable(path);
 }
 
 std::optional<QString> requiredString(const QJsonObject& object, QLatin1StringView key)
@@ -162,6 +165,185 @@ void encodeImportFields(const ClipMeta& meta, QJsonObject& object)
     if (!meta.tags.isEmpty()) object.insert(QLatin1StringView("tags"), QJsonArray::fromStringList(meta.tags));
 }
 
+// The record, or what keeps the bytes from being one, in words.
+std::variant<ClipMeta, QString> decodeOrSay(const QByteArray& json)
+{
+    QJsonParseError error {};
+    QJsonDocument document = QJsonDocument::fromJson(json, &error);
+    if (error.error == QJsonParseError::IllegalUTF8String) {
+        // Bytes that are not UTF-8 inside a text (notes pasted from another encoding) cost those
+        // bytes, which become U+FFFD, and not the whole trade.
+        document = QJsonDocument::fromJson(QString::fromUtf8(json).toUtf8(), &error);
+    }
+    if (error.error != QJsonParseError::NoError) {
+        return QStringLiteral("is not valid JSON (%1 at byte %2)").arg(error.errorString()).arg(error.offset);
+    }
+    if (!document.isObject()) return QStringLiteral("does not hold a JSON object");
+    const QJsonObject object = document.object();
+    const auto wrong
+        = [](const char* key) { return QStringLiteral("has no usable \"%1\"").arg(QLatin1StringView(key)); };
+
+    ClipMeta meta;
+    const auto outcome = requiredString(object, QLatin1StringView("outcome"));
+    if (!outcome) return wrong("outcome");
+    const auto unit = requiredString(object, QLatin1StringView("unit"));
+    if (!unit) return wrong("unit");
+    const auto notes = requiredString(object, QLatin1StringView("notes"));
+    if (!notes) return wrong("notes");
+    const auto mistakes = requiredString(object, QLatin1StringView("mistakes"));
+    if (!mistakes) return wrong("mistakes");
+    const auto outcomeValue = tradeOutcomeFromRaw(*outcome);
+    if (!outcomeValue) return QStringLiteral("has an unknown \"outcome\" \"%1\"").arg(*outcome);
+    const auto unitValue = pnlUnitFromRaw(*unit);
+    if (!unitValue) return QStringLiteral("has an unknown \"unit\" \"%1\"").arg(*unit);
+    meta.outcome = *outcomeValue;
+    meta.unit = *unitValue;
+    meta.notes = *notes;
+    meta.mistakes = *mistakes;
+
+    const QJsonValue ticker = object.value(QLatin1StringView("ticker"));
+    if (ticker.isString()) {
+        meta.ticker = ticker.toString();
+    } else if (!ticker.isUndefined() && !ticker.isNull()) {
+        return wrong("ticker");
+    }
+    if (optionalNumber(object, QLatin1StringView("pnl"), meta.pnl) == Presence::wrongType) return wrong("pnl");
+    if (optionalNumber(object, QLatin1StringView("date"), meta.date) == Presence::wrongType) return wrong("date");
+    if (optionalRect(object, QLatin1StringView("monitorRect"), meta.monitorRect) == Presence::wrongType) {
+        return wrong("monitorRect");
+    }
+    if (optionalSize(object, QLatin1StringView("recordedSize"), meta.recordedSize) == Presence::wrongType) {
+        return wrong("recordedSize");
+    }
+    if (optionalSize(object, QLatin1StringView("sourcePointSize"), meta.sourcePointSize) == Presence::wrongType) {
+        return wrong("sourcePointSize");
+    }
+    if (!decodeImportFields(object, meta))
+        return QStringLiteral("has an unusable \"tagOrigin\", \"trades\" or \"tags\"");
+    for (auto it = object.begin(); it != object.end(); ++it) {
+        const QString key = it.key();
+        const bool known = std::any_of(
+            knownKeys.begin(), knownKeys.end(), [&](const char* k) { return key == QLatin1StringView(k); });
+        if (!known) meta.otherFields.insert(key, it.value());
+    }
+    // An amount beyond any account reads as no amount; the rest of the record stands. The amount
+    // as written is kept with the fields of others, so that saving the record does not drop it
+    // and detection does not take the clip for untagged.
+    if (meta.pnl && !ClipMeta::isPlausiblePnL(*meta.pnl)) {
+        meta.otherFields.insert(QStringLiteral("pnl"), *meta.pnl);
+        meta.pnl.reset();
+    }
+    return meta;
+}
+
+// What read() finds, and the file's permissions for its successor.
+struct Inspected {
+    Sidecar sidecar;
+    mode_t mode = 0;
+};
+
+// Looks at the sidecar's place without following a link and without opening anything that is not
+// a regular file (a FIFO would block, a device may act on being opened).
+Inspected inspect(const QString& path)
+{
+    const QByteArray native = LocalFileName::encode(path);
+    Inspected found;
+    Sidecar& sidecar = found.sidecar;
+    const auto unusable = [&](const QString& why) {
+        sidecar.state = Sidecar::State::unusable;
+        sidecar.problem = shown(path) + QLatin1Char(' ') + why;
+        return found;
+    };
+    struct stat link { };
+    if (::lstat(native.constData(), &link) != 0) {
+        if (errno == ENOENT || errno == ENOTDIR) return found;
+        return unusable(QStringLiteral("cannot be examined (%1)").arg(systemError(errno)));
+    }
+    sidecar.device = link.st_dev;
+    sidecar.inode = link.st_ino;
+    if (S_ISLNK(link.st_mode)) return unusable(QStringLiteral("is a symbolic link"));
+    if (!S_ISREG(link.st_mode)) return unusable(QStringLiteral("is not a regular file"));
+    if (link.st_size > maxSidecarBytes) {
+        return unusable(QStringLiteral("is larger than %1 bytes").arg(maxSidecarBytes));
+    }
+
+    FileDescriptor file(::open(native.constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY | O_NOFOLLOW));
+    if (file.get() < 0) {
+        if (errno == ENOENT) return Inspected {};
+        return unusable(QStringLiteral("cannot be read (%1)").arg(systemError(errno)));
+    }
+    struct stat info { };
+    if (::fstat(file.get(), &info) != 0) return unusable(QStringLiteral("cannot be read (%1)").arg(systemError(errno)));
+    // Replaced between the look and the open: judged by what was opened.
+    if (!S_ISREG(info.st_mode)) return unusable(QStringLiteral("is not a regular file"));
+    sidecar.device = info.st_dev;
+    sidecar.inode = info.st_ino;
+    found.mode = info.st_mode & 07777;
+    // Read one byte past the limit, so that a file that grew after fstat is still refused.
+    QByteArray bytes(static_cast<qsizetype>(std::min<qint64>(info.st_size, maxSidecarBytes)) + 1, Qt::Uninitialized);
+    qsizetype filled = 0;
+    while (filled < bytes.size()) {
+        const ssize_t got = ::read(file.get(), bytes.data() + filled, static_cast<size_t>(bytes.size() - filled));
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return unusable(QStringLiteral("cannot be read (%1)").arg(systemError(errno)));
+        if (got == 0) break;
+        filled += got;
+        if (filled > maxSidecarBytes) {
+            return unusable(QStringLiteral("is larger than %1 bytes").arg(maxSidecarBytes));
+        }
+    }
+    bytes.truncate(filled);
+    auto decoded = decodeOrSay(bytes);
+    if (const QString* why = std::get_if<QString>(&decoded)) return unusable(*why);
+    sidecar.state = Sidecar::State::record;
+    sidecar.meta = std::move(std::get<ClipMeta>(decoded));
+    return found;
+}
+
+SaveFailure failure(SaveFailure::Reason reason, QString text)
+{
+    return { reason, std::move(text) };
+}
+
+// Writes `bytes` to a new file beside `path`, with the given permissions (the umask applies),
+// and returns its name, or the failure.
+std::variant<QByteArray, SaveFailure> writeBeside(const QString& path, const QByteArray& bytes, mode_t mode)
+{
+    const qsizetype slash = path.lastIndexOf(u'/');
+    // Hidden, so that a listing of the folder does not take it for anything.
+    const QString prefix = path.left(slash + 1) + QLatin1Char('.') + path.mid(slash + 1) + QLatin1Char('.');
+    const auto failed = [&](int error) {
+        return failure(SaveFailure::Reason::writeFailed,
+            QStringLiteral("%1 could not be written (%2)").arg(shown(path), systemError(error)));
+    };
+    for (int attempt = 0; attempt < 8; ++attempt) {
+        const QByteArray temporary
+            = LocalFileName::encode(prefix) + QByteArray::number(QRandomGenerator::global()->generate64(), 36);
+        FileDescriptor file(
+            ::open(temporary.constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY, mode));
+        if (file.get() < 0) {
+            if (errno == EEXIST) continue;
+            return failed(errno);
+        }
+        const auto discard = [&](int error) {
+            ::unlink(temporary.constData());
+            return failed(error);
+        };
+        qsizetype written = 0;
+        while (written < bytes.size()) {
+            const ssize_t n = ::write(file.get(), bytes.constData() + written, size_t(bytes.size() - written));
+            if (n < 0 && errno == EINTR) continue;
+            if (n <= 0) return discard(n < 0 ? errno : ENOSPC);
+            written += n;
+        }
+        // On the disk before the name points at it: a crash leaves the old sidecar or the new one.
+        if (::fsync(file.get()) != 0) return discard(errno);
+        if (!file.close()) return discard(errno);
+        return temporary;
+    }
+    return failed(EEXIST);
+}
+
 } // namespace
 
 QString sidecarPath(const QUrl& clip)
@@ -174,47 +356,9 @@ QString sidecarPath(const QUrl& clip)
 
 std::optional<ClipMeta> decode(const QByteArray& json)
 {
-    QJsonParseError error {};
-    const QJsonDocument document = QJsonDocument::fromJson(json, &error);
-    if (error.error != QJsonParseError::NoError || !document.isObject()) return std::nullopt;
-    const QJsonObject object = document.object();
-
-    ClipMeta meta;
-    const auto outcome = requiredString(object, QLatin1StringView("outcome"));
-    const auto unit = requiredString(object, QLatin1StringView("unit"));
-    const auto notes = requiredString(object, QLatin1StringView("notes"));
-    const auto mistakes = requiredString(object, QLatin1StringView("mistakes"));
-    if (!outcome || !unit || !notes || !mistakes) return std::nullopt;
-    const auto outcomeValue = tradeOutcomeFromRaw(*outcome);
-    const auto unitValue = pnlUnitFromRaw(*unit);
-    if (!outcomeValue || !unitValue) return std::nullopt;
-    meta.outcome = *outcomeValue;
-    meta.unit = *unitValue;
-    meta.notes = *notes;
-    meta.mistakes = *mistakes;
-
-    const QJsonValue ticker = object.value(QLatin1StringView("ticker"));
-    if (ticker.isString()) {
-        meta.ticker = ticker.toString();
-    } else if (!ticker.isUndefined() && !ticker.isNull()) {
-        return std::nullopt;
-    }
-    if (optionalNumber(object, QLatin1StringView("pnl"), meta.pnl) == Presence::wrongType) return std::nullopt;
-    // An amount beyond any account reads as no amount; the rest of the record stands, and the file
-    // keeps what it says until the user saves the record again.
-    if (meta.pnl && !ClipMeta::isPlausiblePnL(*meta.pnl)) meta.pnl.reset();
-    if (optionalNumber(object, QLatin1StringView("date"), meta.date) == Presence::wrongType) return std::nullopt;
-    if (optionalRect(object, QLatin1StringView("monitorRect"), meta.monitorRect) == Presence::wrongType) {
-        return std::nullopt;
-    }
-    if (optionalSize(object, QLatin1StringView("recordedSize"), meta.recordedSize) == Presence::wrongType) {
-        return std::nullopt;
-    }
-    if (optionalSize(object, QLatin1StringView("sourcePointSize"), meta.sourcePointSize) == Presence::wrongType) {
-        return std::nullopt;
-    }
-    if (!decodeImportFields(object, meta)) return std::nullopt;
-    return meta;
+    auto decoded = decodeOrSay(json);
+    if (ClipMeta* meta = std::get_if<ClipMeta>(&decoded)) return std::move(*meta);
+    return std::nullopt;
 }
 
 std::optional<QByteArray> encode(const ClipMeta& meta)
@@ -226,7 +370,8 @@ std::optional<QByteArray> encode(const ClipMeta& meta)
         return value;
     };
 
-    QJsonObject object;
+    // The fields of others first: a key this program knows is always written from the record.
+    QJsonObject object = meta.otherFields;
     object.insert(QLatin1StringView("outcome"), rawValue(meta.outcome));
     object.insert(QLatin1StringView("unit"), rawValue(meta.unit));
     object.insert(QLatin1StringView("notes"), meta.notes);
@@ -251,30 +396,91 @@ std::optional<QByteArray> encode(const ClipMeta& meta)
     return QJsonDocument(object).toJson(QJsonDocument::Indented);
 }
 
-ClipMeta load(const QUrl& clip)
+Sidecar read(const QUrl& clip)
 {
-    const auto bytes = readSmallFile(sidecarPath(clip));
-    if (!bytes) return {};
-    return decode(*bytes).value_or(ClipMeta {});
+    return inspect(sidecarPath(clip)).sidecar;
 }
 
-void save(const ClipMeta& meta, const QUrl& clip)
+ClipMeta load(const QUrl& clip)
+{
+    return read(clip).meta;
+}
+
+std::optional<SaveFailure> save(const ClipMeta& meta, const QUrl& clip, const std::optional<ClipMeta>& expected)
 {
     const QString path = sidecarPath(clip);
+    const Inspected before = inspect(path);
+    if (before.sidecar.state == Sidecar::State::unusable) {
+        return failure(SaveFailure::Reason::unusable, before.sidecar.problem);
+    }
+    const auto changedMeanwhile = [&] {
+        return failure(SaveFailure::Reason::changed, QStringLiteral("%1 was changed meanwhile").arg(shown(path)));
+    };
+    if (expected && before.sidecar.meta != *expected) return changedMeanwhile();
+
     if (meta.isEmpty()) {
         // Usually there was no sidecar to remove; that is fine.
-        QFile::remove(path);
-        return;
+        if (before.sidecar.state == Sidecar::State::absent) return std::nullopt;
+        if (::unlink(LocalFileName::encode(path).constData()) != 0 && errno != ENOENT) {
+            return failure(SaveFailure::Reason::writeFailed,
+                QStringLiteral("%1 could not be removed (%2)").arg(shown(path), systemError(errno)));
+        }
+        return std::nullopt;
     }
+
     const auto bytes = encode(meta);
-    if (!bytes) return;
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly)) return;
-    if (file.write(*bytes) != bytes->size()) {
-        file.cancelWriting();
-        return;
+    if (!bytes) {
+        return failure(SaveFailure::Reason::notEncodable,
+            QStringLiteral("%1 was not written: a number in the record is not finite").arg(shown(path)));
     }
-    file.commit();
+    // A replaced sidecar keeps its permissions; a new one gets the usual ones under the umask.
+    const mode_t mode = before.sidecar.state == Sidecar::State::record ? before.mode : 0666;
+    auto written = writeBeside(path, *bytes, mode);
+    if (SaveFailure* failed = std::get_if<SaveFailure>(&written)) return std::move(*failed);
+    const QByteArray& temporary = std::get<QByteArray>(written);
+
+    // Once more just before the rename, which replaces whatever has the name by then: what another
+    // writer put there while the new file was written is not replaced unseen.
+    const Inspected now = inspect(path);
+    std::optional<SaveFailure> refused;
+    if (now.sidecar.state == Sidecar::State::unusable) {
+        refused = failure(SaveFailure::Reason::unusable, now.sidecar.problem);
+    } else if (expected && now.sidecar.meta != *expected) {
+        refused = changedMeanwhile();
+    } else if (::rename(temporary.constData(), LocalFileName::encode(path).constData()) != 0) {
+        refused = failure(SaveFailure::Reason::writeFailed,
+            QStringLiteral("%1 could not be written (%2)").arg(shown(path), systemError(errno)));
+    } else {
+        return std::nullopt;
+    }
+    ::unlink(temporary.constData());
+    return refused;
+}
+
+Changed change(const QUrl& clip, const std::function<std::optional<ClipMeta>(const ClipMeta& current)>& change)
+{
+    Changed result;
+    for (int attempt = 0; attempt < changeAttempts; ++attempt) {
+        const Sidecar current = read(clip);
+        if (current.state == Sidecar::State::unusable) {
+            result.failure = failure(SaveFailure::Reason::unusable, current.problem);
+            return result;
+        }
+        std::optional<ClipMeta> next = change(current.meta);
+        if (!next) {
+            result.status = Changed::Status::declined;
+            result.meta = current.meta;
+            return result;
+        }
+        result.failure = save(*next, clip, current.meta);
+        if (!result.failure) {
+            result.status = Changed::Status::written;
+            result.meta = std::move(*next);
+            return result;
+        }
+        if (result.failure->reason != SaveFailure::Reason::changed) return result;
+    }
+    return result;
 }
 
 } // namespace ClipMetaStore

@@ -6,16 +6,23 @@
 #include <QString>
 #include <QUrl>
 
+#include <functional>
 #include <optional>
 
 // The sidecar file of a clip: `<folder>/<stem>.clipmeta.json` beside `<folder>/<stem>.<ext>`, a
 // UTF-8 JSON object with sorted keys, pretty printed. This is the one place that knows its format.
 //
-// Nothing here reports a failure: a clip whose sidecar is missing, unreadable, malformed or larger
-// than `maxSidecarBytes` simply has no metadata, and its file is left as it is. A P&L beyond
-// ClipMeta::maxPnLMagnitude reads as none, the rest of the record as written. Synchronous; the
-// program calls it on the main thread, but it has no state and is safe from any thread. Writes are
-// atomic (a temporary file renamed into place), so a reader never sees half a sidecar.
+// A sidecar is a regular file of ours and nothing else: a symbolic link, a folder, a FIFO or a
+// device in its place is not read and never written through or replaced, and neither is a file
+// that does not read as a record (malformed, of a wrong type, larger than `maxSidecarBytes`): it
+// may hold the user's notes in a form this program does not know. Such a clip loads as untagged,
+// and a save refuses with the reason. Keys this program does not know survive a load and a save.
+// A P&L beyond ClipMeta::maxPnLMagnitude reads as none, and the file keeps it until the user
+// types another.
+//
+// Synchronous; the program calls it on the main thread and from `velotape detect`, but it has no
+// state and is safe from any thread. Writes go to a new file in the same folder that is renamed
+// into place, so a reader never sees half a sidecar.
 namespace ClipMetaStore {
 
 // A real sidecar is a few hundred bytes. Anything larger is treated as unreadable, so that a hostile
@@ -24,14 +31,56 @@ constexpr qint64 maxSidecarBytes = 1024 * 1024;
 
 QString sidecarPath(const QUrl& clip);
 
-// The record of the clip's sidecar, or the empty record on any failure; never a partial record.
+// What lies in a clip's sidecar place.
+struct Sidecar {
+    enum class State {
+        absent, // nothing of that name: the clip is untagged
+        record, // a sidecar that reads as a record
+        unusable, // something else: left alone, never replaced
+    };
+    State state = State::absent;
+    ClipMeta meta; // the record, or the empty one unless `record`
+    QString problem; // why it is unusable, naming the file: "…/a.clipmeta.json is a symbolic link"
+    // The file's identity while it exists: two names of one file (on a file system that ignores
+    // case, or a hard link) are one sidecar.
+    quint64 device = 0;
+    quint64 inode = 0;
+};
+Sidecar read(const QUrl& clip);
+
+// The record of the clip's sidecar, or the empty record when there is none or it is unusable;
+// never a partial record.
 ClipMeta load(const QUrl& clip);
 
-// Writes the record; the empty record removes the sidecar instead. A record that cannot be encoded
-// (a non-finite number) or written leaves the previous sidecar as it was.
-void save(const ClipMeta& meta, const QUrl& clip);
+struct SaveFailure {
+    enum class Reason {
+        unusable, // the place holds something that is not a readable sidecar of ours
+        changed, // the sidecar no longer holds the record the change was made from
+        notEncodable, // a number JSON cannot hold (NaN, infinity)
+        writeFailed, // the file system refused (full, read-only, no permission)
+    };
+    Reason reason;
+    QString text; // what went wrong, naming the sidecar; for the user's eyes
+};
 
-// The format itself, without files. decode gives nothing where load gives the empty record.
+// Writes the record, or removes the sidecar for the empty record. With `expected`, only while the
+// sidecar still holds that record (the empty record: no sidecar at all), which is checked again
+// just before the new file takes its place. Nothing is changed on disk when it fails.
+std::optional<SaveFailure> save(
+    const ClipMeta& meta, const QUrl& clip, const std::optional<ClipMeta>& expected = std::nullopt);
+
+// A read-change-write that cannot lose what someone else wrote in between: `change` makes the new
+// record from the one on disk, or declines with nothing; the result is saved only while the disk
+// still holds what `change` saw, and if another writer came first, it is read and asked again.
+struct Changed {
+    enum class Status { written, declined, failed };
+    Status status = Status::failed;
+    ClipMeta meta; // the record on disk afterwards (written or declined)
+    std::optional<SaveFailure> failure; // when failed
+};
+Changed change(const QUrl& clip, const std::function<std::optional<ClipMeta>(const ClipMeta& current)>& change);
+
+// The format itself, without files. decode gives nothing where read finds the file unusable.
 std::optional<ClipMeta> decode(const QByteArray& json);
 std::optional<QByteArray> encode(const ClipMeta& meta);
 

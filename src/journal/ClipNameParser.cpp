@@ -1,10 +1,10 @@
 #include "journal/ClipNameParser.h"
 
+#include "core/LocalFileName.h"
 #include "journal/ReferenceDate.h"
 
 #include <QDate>
 #include <QDateTime>
-#include <QFile>
 #include <QTime>
 
 #include <sys/stat.h>
@@ -58,7 +58,7 @@ std::optional<double> parseDate(QStringView text)
 
 std::optional<double> mtime(const QUrl& url)
 {
-    const QByteArray path = QFile::encodeName(url.toLocalFile());
+    const QByteArray path = LocalFileName::encode(url.toLocalFile());
     struct stat info { };
     if (path.isEmpty() || ::lstat(path.constData(), &info) != 0) return std::nullopt;
     return (static_cast<double>(info.st_mtim.tv_sec) - ReferenceDate::unixOffset)

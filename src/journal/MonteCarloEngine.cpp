@@ -118,9 +118,16 @@ public:
         chunk = std::clamp<size_t>(chunkBytes / (sizeof(double) * paths), 1, horizon + 1);
     }
 
-    // Runs every path from the given stream positions. False if some path had to redraw, which
-    // moves the start of every later path: the caller then runs again with exact starts.
-    bool run(const std::vector<uint64_t>& starts)
+    enum class Ran {
+        done,
+        // Some path had to redraw, which moves the start of every later path: the caller then
+        // runs again with exact starts.
+        redrawn,
+        stopped,
+    };
+
+    // Runs every path from the given stream positions.
+    Ran run(const std::vector<uint64_t>& starts)
     {
         counters = starts;
         equity.assign(paths, config.startingEquity);
@@ -129,6 +136,9 @@ public:
         columns.resize(chunk * paths);
 
         std::barrier sync(static_cast<std::ptrdiff_t>(threads));
+        // Read by the first thread once per chunk, before the barrier that all pass before they
+        // look: every thread stops after the same chunk, and none waits at a barrier alone.
+        std::atomic<bool> stopping { false };
         auto work = [&](size_t t) {
             const size_t pathBegin = paths * t / threads;
             const size_t pathEnd = paths * (t + 1) / threads;
@@ -140,7 +150,9 @@ public:
                 for (size_t j = width * t / threads; j < width * (t + 1) / threads; ++j) {
                     bands[first + j] = plan.bandsOf(columns.data() + j * paths);
                 }
+                if (t == 0 && config.stop.stop_requested()) stopping.store(true, std::memory_order_relaxed);
                 sync.arrive_and_wait();
+                if (stopping.load(std::memory_order_relaxed)) return;
             }
         };
         {
@@ -149,10 +161,11 @@ public:
                 helpers.emplace_back(work, t);
             work(0);
         }
+        if (stopping) return Ran::stopped;
         for (size_t p = 0; p < paths; ++p) {
-            if (counters[p] - starts[p] != horizon) return false;
+            if (counters[p] - starts[p] != horizon) return Ran::redrawn;
         }
-        return true;
+        return Ran::done;
     }
 
     // What a sequential run gives: path p starts where path p - 1's draws, redraws included,
@@ -271,6 +284,7 @@ double percentile(std::span<const double> sorted, double q)
 std::optional<Result> simulate(const Config& config)
 {
     if (config.trades.empty() || config.horizon < 1 || config.paths < 1) return std::nullopt;
+    if (config.paths > maxDraws / config.horizon) return std::nullopt;
     uint64_t seed = config.seed ? *config.seed : systemSeed();
     if (seed == 0) seed = zeroSeedReplacement;
 
@@ -278,7 +292,9 @@ std::optional<Result> simulate(const Config& config)
     // Redraws are so rare (a chance below trades / 2^64 per draw) that every path is first assumed
     // to start where a run without them would start; if one happened, the run is made again from
     // the exact positions.
-    if (!simulation.run(simulation.speculativeStarts())) simulation.run(simulation.exactStarts());
+    Simulation::Ran ran = simulation.run(simulation.speculativeStarts());
+    if (ran == Simulation::Ran::redrawn) ran = simulation.run(simulation.exactStarts());
+    if (ran == Simulation::Ran::stopped) return std::nullopt;
     return simulation.result();
 }
 

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <stop_token>
 #include <vector>
 
 // What the next trades could do, by bootstrap: the user's own per-trade results resampled with
@@ -22,6 +23,7 @@ struct Config {
     double startingEquity = 0;
     std::optional<double> ruinThreshold; // an absolute equity level; absent: ruin is not tracked
     std::optional<uint64_t> seed; // absent: a seed from the operating system's random source
+    std::stop_token stop {}; // a run asked to stop ends within a few milliseconds and gives nothing
 };
 
 struct Result {
@@ -49,7 +51,14 @@ struct Result {
 // A seed of 0 is replaced by this one.
 constexpr uint64_t zeroSeedReplacement = 0xDEADBEEFCAFEBABEULL;
 
-// Absent when there are no trades, or horizon or paths is below 1.
+// The most draws (paths × horizon) one run makes: about two thirds of a second on the two cores of
+// the development machine when it is otherwise idle (journal_bench's BM_MonteCarloAtTheRunLimit),
+// ten times the Simulations screen's largest run. The command line refuses more, and so does
+// simulate(); without the bound a run of the command line could take half an hour.
+constexpr int64_t maxDraws = 50'000'000;
+
+// Absent when there are no trades, horizon or paths is below 1, paths × horizon exceeds maxDraws,
+// or the run was asked to stop.
 std::optional<Result> simulate(const Config& config);
 
 // Linear interpolation between the closest ranks of an ascending list: 0 for an empty list.

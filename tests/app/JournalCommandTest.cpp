@@ -19,6 +19,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <tuple>
 
 namespace {
 
@@ -197,6 +198,49 @@ TEST(JournalCommand, SimulatesTheJournalsTradesAsTheScreenWould)
         rowOf(text.out, "p50").simplified(), QStringLiteral("p50 $%1").arg(defaults->bands.back().p50, 0, 'f', 2));
     EXPECT_FALSE(rowOf(text.out, "95%-ile final").isEmpty());
     EXPECT_TRUE(rowOf(text.out, "P(ruin)").isEmpty());
+}
+
+// Simulation limits on the command line: a run is bounded, and what it prints is short and finite.
+TEST(JournalCommand, SimulationRefusesWhatWouldNotEndAndPrintsHugeAmountsShortAndFinite)
+{
+    JournalFolder journal;
+    journal.add("ES_2024-05-08_10-00.mp4", TradeOutcome::loss, 2.5);
+    const QStringList simulate { "--folder", journal.path(), "--simulate" };
+    for (const QStringList& args :
+        { QStringList { "--paths", "1000000", "--horizon", "100000" }, QStringList { "--start", "1e308" },
+            QStringList { "--ruin", "1e308" }, QStringList { "--ruin", "-2e15" } }) {
+        const CommandRun r = run(simulate + args);
+        EXPECT_EQ(r.status, 2) << args.join(' ').toStdString();
+        EXPECT_TRUE(r.out.isEmpty());
+        EXPECT_EQ(r.err.count(u'\n'), 1) << r.err.toStdString();
+    }
+    EXPECT_TRUE(run(simulate + QStringList { "--paths", "1000000", "--horizon", "100000" })
+                    .err.contains(QStringLiteral("more than one run does")));
+
+    // At the edge of what is taken every figure is a number, the ruin line among them.
+    const CommandRun edge = run(
+        simulate + QStringList { "--json", "--start", "1e15", "--ruin", "1e15", "--paths", "200", "--horizon", "5" });
+    ASSERT_EQ(edge.status, 0) << edge.err.toStdString();
+    EXPECT_FALSE(edge.out.contains(QStringLiteral("null"))) << edge.out.toStdString();
+    EXPECT_EQ(QJsonDocument::fromJson(edge.out.toUtf8()).object()["ruinThreshold"].toDouble(), 2e15);
+    const CommandRun text = run(simulate + QStringList { "--start", "-1e15" });
+    EXPECT_EQ(rowOf(text.out, "Starting equity"), QStringLiteral("Starting equity -$1e15"));
+    EXPECT_FALSE(text.out.contains(QRegularExpression(QStringLiteral("\\d{16}")))) << text.out.toStdString();
+
+    // A profit factor over a loss of almost nothing overflows; JSON still gets a number.
+    QTemporaryDir tiny;
+    for (const auto& [name, outcome, pnl] : { std::tuple { "ES_2024-05-10_10-00.mp4", TradeOutcome::win, 1e12 },
+             std::tuple { "ES_2024-05-11_10-00.mp4", TradeOutcome::loss, 1e-320 } }) {
+        QFile(tiny.filePath(QString::fromLatin1(name))).open(QIODevice::WriteOnly);
+        ClipMeta meta;
+        meta.outcome = outcome;
+        meta.pnl = pnl;
+        ClipMetaStore::save(meta, QUrl::fromLocalFile(tiny.filePath(QString::fromLatin1(name))));
+    }
+    const QJsonObject ratios
+        = QJsonDocument::fromJson(run({ "--folder", tiny.path(), "--json" }).out.toUtf8()).object();
+    EXPECT_TRUE(ratios["profitFactor"].isDouble());
+    EXPECT_GT(ratios["profitFactor"].toDouble(), 1e300);
 }
 
 TEST(JournalCommand, WithoutAFolderReadsTheSaveFolderFromTheSettings)

@@ -593,6 +593,50 @@ TEST_F(RecorderViewModelTest, ASavedClipIsTaggedWithTheFigureInTheWatchedAreaUnl
     EXPECT_EQ(ClipMetaStore::load(QUrl::fromLocalFile(clip)), mine);
 }
 
+TEST_F(RecorderViewModelTest, AutoPnLKeepsATagTypedDuringTheScanAndLeavesASidecarItCannotRead)
+{
+    const QRectF area(20, 20, 200, 60);
+    settings->setAreaMonitorRect(area);
+    settings->setResolution(Resolution::res720);
+    recognizers = TesseractRecognizer::factory();
+    make();
+    startUp();
+    vm->engine()->setSelectedSource(CaptureSource::display(screen->content.displays[0]));
+    vm->startPreview();
+    const QSize recorded(vm->engine()->outputWidth(), vm->engine()->outputHeight());
+    const double scale = recorded.width() / 1920.0;
+    const QString clip = QDir(settings->saveFolderPath()).filePath(QStringLiteral("Display 1, Nov 25, 09-30-00.mp4"));
+    QDir().mkpath(settings->saveFolderPath());
+    ASSERT_TRUE(makeDrawnTextClip(clip, recorded, QStringLiteral("0x15181c"), 1.0,
+        { DrawnText { QStringLiteral("-12.50"), QStringLiteral("DejaVuSans.ttf"), 14, QStringLiteral("0xff5050"),
+            QString::number(int((area.x() + 20) * scale)), QString::number(int((area.y() + 15) * scale)), {} } }));
+    const QUrl url = QUrl::fromLocalFile(clip);
+
+    // The user tags the clip while the figure is being read: theirs stays, notes and all.
+    vm->runPnLDetect(clip);
+    ASSERT_EQ(vm->toast(), QStringLiteral("Auto P&L: scanning clip\u2026"));
+    ClipMeta mine;
+    mine.outcome = TradeOutcome::win;
+    mine.pnl = 40;
+    mine.notes = QStringLiteral("closed it by hand");
+    ASSERT_FALSE(ClipMetaStore::save(mine, url));
+    ASSERT_TRUE(spinUntil([&] { return vm->toast() != QStringLiteral("Auto P&L: scanning clip\u2026"); }));
+    EXPECT_EQ(vm->toast(), QStringLiteral("Auto P&L: clip already tagged, kept your value."));
+    EXPECT_EQ(ClipMetaStore::load(url), mine);
+
+    // A sidecar this version cannot read may hold notes: not scanned, not replaced, and said.
+    const QByteArray unreadable = R"({"outcome":"unset","unit":"EUR","notes":"my plan","mistakes":""})";
+    QFile file(ClipMetaStore::sidecarPath(url));
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    file.write(unreadable);
+    file.close();
+    vm->runPnLDetect(clip);
+    EXPECT_TRUE(vm->toast()->startsWith(QStringLiteral("Auto P&L: skipped, "))) << vm->toast()->toStdString();
+    spinFor(200);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    EXPECT_EQ(file.readAll(), unreadable);
+}
+
 TEST_F(RecorderViewModelTest, ARingThatLosesItsFolderSaysSoInAToastAndInStatus)
 {
     QTemporaryDir runtime;

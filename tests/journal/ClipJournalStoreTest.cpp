@@ -1,5 +1,6 @@
 #include "journal/ClipJournalStore.h"
 
+#include "core/LocalFileName.h"
 #include "journal/ClipMetaStore.h"
 #include "journal/ReferenceDate.h"
 
@@ -9,6 +10,10 @@
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -34,6 +39,15 @@ QStringList names(const QList<ClipEntry>& clips)
     for (const ClipEntry& e : clips)
         list << e.url.fileName();
     return list;
+}
+
+// A file by the bytes of its name, which need not be UTF-8.
+void writeNative(const QByteArray& path, const QByteArray& bytes)
+{
+    const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    ASSERT_GE(fd, 0) << path.constData();
+    ASSERT_EQ(::write(fd, bytes.constData(), size_t(bytes.size())), ssize_t(bytes.size()));
+    ::close(fd);
 }
 
 // Lets the store's queued rescans run.
@@ -153,4 +167,41 @@ TEST(ClipJournalStore, ARenamedClipLosesItsTagsUntilItsNameComesBack)
     store.setDisplayUnit(PnLUnit::R);
     EXPECT_EQ(store.metrics().netPnL(), 0);
     EXPECT_EQ(store.metrics().winRate(), 1.0);
+}
+
+// Journal counting: a trade per sidecar, clips that are files, names as the file system has them.
+TEST(ClipJournalStore, CountsOneTradePerSidecarOnlyRegularFilesAndNamesThatAreNotUtf8)
+{
+    QTemporaryDir dir;
+    // Three names of one stem share one sidecar: one trade.
+    for (const char* name : { "a.mp4", "a.MP4", "a.Mp4" })
+        touch(dir, QString::fromLatin1(name));
+    ClipMetaStore::save(tagged(TradeOutcome::win, 10), QUrl::fromLocalFile(dir.filePath("a.mp4")));
+    // A folder or a FIFO with a clip's name is no clip.
+    ASSERT_TRUE(QDir(dir.path()).mkdir(QStringLiteral("d.mp4")));
+    ASSERT_EQ(::mkfifo(QFile::encodeName(dir.filePath("f.mp4")).constData(), 0600), 0);
+    // A name in Latin-1, as an old archive unpacks it, with its sidecar.
+    const QByteArray folder = QFile::encodeName(dir.path());
+    writeNative(folder + "/caf\xe9.mp4", "mp4");
+    writeNative(
+        folder + "/caf\xe9.clipmeta.json", R"({"outcome":"loss","unit":"dollars","notes":"","mistakes":"","pnl":4})");
+    // Notes in Latin-1 keep their trade.
+    touch(dir, QStringLiteral("b.mp4"));
+    writeNative(folder + "/b.clipmeta.json",
+        "{\"outcome\":\"win\",\"unit\":\"dollars\",\"notes\":\"d\xe9j\xe0 vu\","
+        "\"mistakes\":\"\",\"pnl\":6}");
+
+    ClipJournalStore store(QUrl::fromLocalFile(dir.path()));
+    store.rescan();
+    ASSERT_EQ(store.clips().size(), 3) << names(store.clips()).join(u' ').toStdString();
+    EXPECT_EQ(store.metrics().tradeCount(), 3);
+    EXPECT_EQ(store.metrics().netPnL(), 10 - 4 + 6);
+    QStringList shown = names(store.clips());
+    shown.sort();
+    EXPECT_EQ(shown.at(0), QStringLiteral("a.MP4")); // the first name of the three
+    // The entry of the Latin-1 name names its file.
+    bool found = false;
+    for (const ClipEntry& e : store.clips())
+        found = found || LocalFileName::encode(e.url.toLocalFile()) == folder + "/caf\xe9.mp4";
+    EXPECT_TRUE(found);
 }

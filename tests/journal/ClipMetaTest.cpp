@@ -7,6 +7,7 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -206,6 +207,150 @@ TEST(ClipMetaStore, SavingTheEmptyRecordRemovesTheSidecarAndBadRecordsKeepTheOld
     EXPECT_FALSE(QFile::exists(sidecar));
 }
 
+// Sidecar writes: only regular files of ours, never through a link, never over what can't be read.
+TEST(ClipMetaStore, ALinkAFifoOrAFolderInTheSidecarsPlaceIsRefusedAndLeftAlone)
+{
+    QTemporaryDir dir;
+    const QUrl url = makeClip(dir, QStringLiteral("trade.mp4"));
+    const QString sidecar = ClipMetaStore::sidecarPath(url);
+    const QString target = dir.filePath(QStringLiteral("bashrc"));
+    writeAll(target, "export PATH=/usr/bin\n");
+    ClipMeta meta;
+    meta.outcome = TradeOutcome::win;
+    meta.pnl = 500;
+
+    // A link, even to a record that reads, is no sidecar of ours: not followed for reading either.
+    ASSERT_TRUE(QFile::link(target, sidecar));
+    auto failed = ClipMetaStore::save(meta, url);
+    ASSERT_TRUE(failed);
+    EXPECT_EQ(failed->reason, ClipMetaStore::SaveFailure::Reason::unusable);
+    EXPECT_TRUE(failed->text.contains(QStringLiteral("symbolic link"))) << failed->text.toStdString();
+    EXPECT_TRUE(ClipMetaStore::save(ClipMeta {}, url)); // not removed either
+    EXPECT_EQ(readAll(target), QByteArray("export PATH=/usr/bin\n"));
+    EXPECT_TRUE(QFileInfo(sidecar).isSymLink());
+    QFile::remove(sidecar);
+    writeAll(target, R"({"outcome":"win","unit":"dollars","notes":"","mistakes":""})");
+    ASSERT_TRUE(QFile::link(target, sidecar));
+    EXPECT_EQ(ClipMetaStore::read(url).state, ClipMetaStore::Sidecar::State::unusable);
+    EXPECT_TRUE(ClipMetaStore::load(url).isEmpty());
+    QFile::remove(sidecar);
+    // A link to a device: the probe's run as root replaced /dev/null.
+    ASSERT_TRUE(QFile::link(QStringLiteral("/dev/null"), sidecar));
+    EXPECT_TRUE(ClipMetaStore::save(meta, url));
+    struct stat null { };
+    ASSERT_EQ(::stat("/dev/null", &null), 0);
+    EXPECT_TRUE(S_ISCHR(null.st_mode));
+    QFile::remove(sidecar);
+
+    // A FIFO would block a writer that opened it; a folder would be replaced with its contents.
+    ASSERT_EQ(::mkfifo(QFile::encodeName(sidecar).constData(), 0600), 0);
+    failed = ClipMetaStore::save(meta, url);
+    ASSERT_TRUE(failed);
+    EXPECT_TRUE(failed->text.contains(QStringLiteral("not a regular file")));
+    struct stat info { };
+    ASSERT_EQ(::lstat(QFile::encodeName(sidecar).constData(), &info), 0);
+    EXPECT_TRUE(S_ISFIFO(info.st_mode));
+    QFile::remove(sidecar);
+    ASSERT_TRUE(QDir(dir.path()).mkdir(QStringLiteral("trade.clipmeta.json")));
+    EXPECT_TRUE(ClipMetaStore::save(meta, url));
+    EXPECT_TRUE(QFileInfo(sidecar).isDir());
+    // Nothing was left behind by the refused writes.
+    EXPECT_EQ(
+        QDir(dir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot).size(), 3);
+}
+
+TEST(ClipMetaStore, ASidecarThatDoesNotReadIsNeverReplacedAndUnknownKeysSurviveAnEdit)
+{
+    QTemporaryDir dir;
+    const QUrl url = makeClip(dir, QStringLiteral("clip.mp4"));
+    const QString sidecar = ClipMetaStore::sidecarPath(url);
+    const QByteArray notes = R"("notes":"my whole plan for the week")";
+    const QList<QByteArray> unreadable {
+        R"({"outcome":"win","unit":"dollars",)" + notes + R"(,"mistakes":"")", // truncated
+        R"({"outcome":"win","unit":"dollars",)" + notes + R"(,"mistakes":""}garbage)",
+        R"({"outcome":"WIN","unit":"dollars",)" + notes + R"(,"mistakes":""})",
+        R"({"outcome":"win","unit":"EUR",)" + notes + R"(,"mistakes":""})",
+        R"({"outcome":"unset","unit":"dollars",)" + notes + R"(})", // "mistakes" missing
+        R"({"outcome":"unset","unit":"dollars",)" + notes + R"(,"mistakes":"","pnl":"500"})",
+        R"({"outcome":"unset","unit":"dollars",)" + notes + R"(,"mistakes":"","ticker":42})",
+        R"({"outcome":"unset","unit":"dollars",)" + notes + R"(,"mistakes":"","pad":")"
+            + QByteArray(ClipMetaStore::maxSidecarBytes, 'x') + R"("})",
+    };
+    ClipMeta tag;
+    tag.outcome = TradeOutcome::loss;
+    tag.pnl = 12;
+    for (const QByteArray& bytes : unreadable) {
+        writeAll(sidecar, bytes);
+        const auto failed = ClipMetaStore::save(tag, url);
+        ASSERT_TRUE(failed) << bytes.left(100).constData();
+        EXPECT_EQ(failed->reason, ClipMetaStore::SaveFailure::Reason::unusable);
+        EXPECT_TRUE(ClipMetaStore::save(ClipMeta {}, url));
+        EXPECT_EQ(readAll(sidecar), bytes);
+    }
+
+    // Keys of a later version or of another tool, and an amount too large to use, come back as
+    // they were after an edit of the notes.
+    writeAll(sidecar, R"({"outcome":"unset","unit":"R","notes":"","mistakes":"","pnl":1e300,
+        "fills":[{"qty":2,"price":4512.25}],"broker":"ib"})");
+    ClipMeta meta = ClipMetaStore::load(url);
+    EXPECT_FALSE(meta.pnl);
+    meta.notes = QStringLiteral("added later");
+    ASSERT_FALSE(ClipMetaStore::save(meta, url));
+    const QJsonObject json = QJsonDocument::fromJson(readAll(sidecar)).object();
+    EXPECT_EQ(json.value("broker").toString(), QStringLiteral("ib"));
+    EXPECT_EQ(json.value("fills").toArray().at(0).toObject().value("price").toDouble(), 4512.25);
+    EXPECT_EQ(json.value("pnl").toDouble(), 1e300);
+    EXPECT_EQ(json.value("notes").toString(), QStringLiteral("added later"));
+    EXPECT_EQ(ClipMetaStore::load(url), meta);
+    // The user's own amount takes the place of the unusable one.
+    meta.pnl = 40;
+    ASSERT_FALSE(ClipMetaStore::save(meta, url));
+    EXPECT_EQ(QJsonDocument::fromJson(readAll(sidecar)).object().value("pnl").toDouble(), 40.0);
+
+    // Bytes that are not UTF-8 in the notes cost those bytes, not the record.
+    writeAll(sidecar, "{\"outcome\":\"win\",\"unit\":\"dollars\",\"notes\":\"caf\xe9\",\"mistakes\":\"\",\"pnl\":5}");
+    const ClipMeta latin1 = ClipMetaStore::load(url);
+    EXPECT_EQ(latin1.pnl, 5.0);
+    EXPECT_TRUE(latin1.notes.startsWith(QStringLiteral("caf")));
+}
+
+TEST(ClipMetaStore, AChangeIsWrittenOnlyOverTheRecordItWasMadeFrom)
+{
+    QTemporaryDir dir;
+    const QUrl url = makeClip(dir, QStringLiteral("clip.mp4"));
+    ClipMeta before;
+    before.notes = QStringLiteral("entry on the retest");
+    ASSERT_FALSE(ClipMetaStore::save(before, url));
+    ClipMeta typed = before;
+    typed.outcome = TradeOutcome::win;
+    typed.pnl = 80;
+    ClipMeta detected = before;
+    detected.outcome = TradeOutcome::loss;
+    detected.pnl = 12.5;
+
+    // Made from a record that is no longer on disk: refused, and the disk keeps the newer one.
+    ASSERT_FALSE(ClipMetaStore::save(typed, url));
+    const auto failed = ClipMetaStore::save(detected, url, before);
+    ASSERT_TRUE(failed);
+    EXPECT_EQ(failed->reason, ClipMetaStore::SaveFailure::Reason::changed);
+    EXPECT_EQ(ClipMetaStore::load(url), typed);
+
+    // Someone writes between the read and the write of a change: it reads again and decides anew.
+    ASSERT_FALSE(ClipMetaStore::save(before, url));
+    int asked = 0;
+    const auto changed = ClipMetaStore::change(url, [&](const ClipMeta& current) -> std::optional<ClipMeta> {
+        if (++asked == 1) ClipMetaStore::save(typed, url);
+        if (current.outcome != TradeOutcome::unset) return std::nullopt;
+        ClipMeta next = current;
+        next.outcome = detected.outcome;
+        next.pnl = detected.pnl;
+        return next;
+    });
+    EXPECT_EQ(asked, 2);
+    EXPECT_EQ(changed.status, ClipMetaStore::Changed::Status::declined);
+    EXPECT_EQ(ClipMetaStore::load(url), typed);
+}
+
 TEST(ClipNameParser, TickerAndMinuteOrTheModificationTime)
 {
     QTemporaryDir dir;
@@ -255,6 +400,11 @@ TEST(FormatPnL, SignUnitAndDecimals)
     EXPECT_EQ(formatPnL(-7.25, PnLUnit::ticks, 0), QStringLiteral("-7 ticks"));
     EXPECT_EQ(formatPnL(2.675, PnLUnit::dollars, 2), QStringLiteral("$2.67")); // 2.67499999... in binary
     EXPECT_EQ(formatPnL(-0.001, PnLUnit::dollars, 2), QStringLiteral("-$0.00"));
+    // Beyond what a double holds to the cent: three digits and the power, not 309 digits.
+    EXPECT_EQ(formatPnL(999999999999999, PnLUnit::dollars, 0), QStringLiteral("$999999999999999"));
+    EXPECT_EQ(formatPnL(1.2e308, PnLUnit::dollars, 2), QStringLiteral("$1.2e308"));
+    EXPECT_EQ(formatPnL(-2.5e15, PnLUnit::R, 0), QStringLiteral("-2.5e15R"));
+    EXPECT_EQ(formatFixed(-std::numeric_limits<double>::infinity(), 2), QStringLiteral("-inf"));
 }
 
 TEST(ClipMetaStore, TradesTagsAndTheTagsOriginRoundTripAndABrokenTradeFailsTheRecord)

@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <stop_token>
+#include <thread>
 
 using MonteCarloEngine::Config;
 using MonteCarloEngine::Result;
@@ -171,4 +173,29 @@ TEST(MonteCarloEngine, StraightLinesAndTheRuinLine)
     EXPECT_EQ(MonteCarloEngine::percentile({}, 0.5), 0);
     EXPECT_EQ(MonteCarloEngine::percentile(std::vector<double> { 7 }, 0.95), 7);
     EXPECT_EQ(MonteCarloEngine::percentile(std::vector<double> { 0, 10, 20, 30, 40 }, 0.05), 2.0);
+}
+
+// Simulation limits: a run is bounded, and a run asked to stop ends with nothing.
+TEST(MonteCarloEngine, RunsBeyondTheDrawLimitAndStoppedRunsGiveNothing)
+{
+    // The largest run the command line once took: 10^11 draws, half an hour here.
+    EXPECT_FALSE(MonteCarloEngine::simulate({ sampleTrades(), 100'000, 1'000'000, 0, std::nullopt, 1 }));
+    EXPECT_FALSE(MonteCarloEngine::simulate(
+        { sampleTrades(), 1000, MonteCarloEngine::maxDraws / 1000 + 1, 0, std::nullopt, 1 }));
+
+    std::stop_source before;
+    before.request_stop();
+    Config small { sampleTrades(), 50, 200, 0, std::nullopt, 1 };
+    small.stop = before.get_token();
+    EXPECT_FALSE(MonteCarloEngine::simulate(small));
+
+    // A run at the limit, stopped from another thread while it goes: it would take seconds here.
+    std::stop_source during;
+    Config large { sampleTrades(), 1000, MonteCarloEngine::maxDraws / 1000, 0, -50.0, 3 };
+    large.stop = during.get_token();
+    std::optional<Result> result = Result {};
+    std::thread run([&] { result = MonteCarloEngine::simulate(large); });
+    during.request_stop();
+    run.join();
+    EXPECT_FALSE(result);
 }

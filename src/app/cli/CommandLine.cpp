@@ -111,7 +111,7 @@ QString usage()
         "                                    the journal's statistics (U: dollars, R, points, ticks)\n"
         "  velotape journal --simulate [--horizon N] [--paths N] [--start X] [--ruin OFFSET]\n"
         "                   [--seed N] [--json]  a Monte Carlo run over the journal's trades\n"
-        "  velotape detect CLIP... [--area X,Y,W,H] [--json] [--write]\n"
+        "  velotape detect [--area X,Y,W,H] [--json] [--write] [--] CLIP...\n"
         "                                    read the P&L off saved clips (area in the clip's pixels;\n"
         "                                    --write tags their sidecars, never over your own tag)\n"
         "Exit status: 0 done, 1 no running instance, 2 bad command.\n");

@@ -1,6 +1,7 @@
 #include "app/cli/JournalCommand.h"
 
 #include "app/AppSettings.h"
+#include "core/LocalFileName.h"
 #include "journal/ClipJournalStore.h"
 #include "journal/FormatPnL.h"
 #include "journal/JournalExport.h"
@@ -8,16 +9,20 @@
 #include "journal/MonteCarloEngine.h"
 #include "journal/TradeImporter.h"
 
+#include <QDir>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSaveFile>
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <optional>
+#include <sys/stat.h>
 
 namespace {
 
@@ -29,6 +34,10 @@ const char* const usageText = "usage: velotape journal [--folder DIR] [--unit do
                               "  --symbol S and --tag T narrow the statistics to one instrument or setup tag.\n";
 
 const QString dash = QStringLiteral("—");
+
+// The largest starting equity or ruin offset taken: the journal's amounts stay below it, and with
+// it every level and equity of a run is a finite number that JSON can hold.
+constexpr double maxEquity = 1e15;
 
 struct Options {
     std::optional<QString> folder;
@@ -142,7 +151,9 @@ ParseResult parse(const QStringList& args)
             const auto v = value();
             if (!v) return missing();
             const auto x = finiteNumber(*v);
-            if (!x) return bad(QStringLiteral("%1 must be a number, not \"%2\"").arg(name, *v));
+            if (!x || std::fabs(*x) > maxEquity) {
+                return bad(QStringLiteral("%1 must be a number from -1e15 to 1e15, not \"%2\"").arg(name, *v));
+            }
             if (name == QLatin1StringView("--start")) {
                 o.start = *x;
             } else {
@@ -166,6 +177,14 @@ ParseResult parse(const QStringList& args)
     }
     if (simulationOption && !o.simulate) {
         return { std::nullopt, QStringLiteral("--horizon, --paths, --start, --ruin and --seed go with --simulate") };
+    }
+    if (o.paths > MonteCarloEngine::maxDraws / o.horizon) {
+        return { std::nullopt,
+            QStringLiteral("--paths %1 × --horizon %2 is more than one run does: at most %3 trades in all, "
+                           "about a second's work")
+                .arg(o.paths)
+                .arg(o.horizon)
+                .arg(MonteCarloEngine::maxDraws) };
     }
     return { o, {} };
 }
@@ -203,9 +222,18 @@ QString streakText(int current)
     return current > 0 ? QStringLiteral("%1W").arg(current) : QStringLiteral("%1L").arg(-current);
 }
 
+// A figure as a JSON number: JSON has no infinity (Qt would write null, which here means "no
+// figure"), so a ratio that overflowed (a profit factor over a loss of 1e-320) is the largest
+// number instead.
+QJsonValue finite(double value)
+{
+    if (std::isnan(value)) return QJsonValue(QJsonValue::Null);
+    return std::clamp(value, std::numeric_limits<double>::lowest(), std::numeric_limits<double>::max());
+}
+
 QJsonValue jsonOf(const std::optional<double>& value)
 {
-    return value ? QJsonValue(*value) : QJsonValue(QJsonValue::Null);
+    return value ? finite(*value) : QJsonValue(QJsonValue::Null);
 }
 
 QJsonValue jsonOf(const std::optional<int>& value)
@@ -288,16 +316,16 @@ QJsonObject statsJson(const QString& folder, const ClipJournalStore& store)
     QJsonObject o;
     o.insert(QLatin1StringView("folder"), folder);
     o.insert(QLatin1StringView("unit"), rawValue(store.displayUnit()));
-    o.insert(QLatin1StringView("netPnL"), m.netPnL());
+    o.insert(QLatin1StringView("netPnL"), finite(m.netPnL()));
     o.insert(QLatin1StringView("winRate"), jsonOf(m.winRate()));
     o.insert(QLatin1StringView("profitFactor"), jsonOf(m.profitFactor()));
     o.insert(QLatin1StringView("avgWinLossRatio"), jsonOf(m.avgWinLossRatio()));
     o.insert(QLatin1StringView("expectancy"), jsonOf(m.expectancy()));
     o.insert(QLatin1StringView("sharpe"), jsonOf(m.sharpe()));
     o.insert(QLatin1StringView("sortino"), jsonOf(m.sortino()));
-    o.insert(QLatin1StringView("maxDrawdown"), m.maxDrawdown());
+    o.insert(QLatin1StringView("maxDrawdown"), finite(m.maxDrawdown()));
     o.insert(QLatin1StringView("maxDrawdownPct"), jsonOf(m.maxDrawdownPct()));
-    o.insert(QLatin1StringView("currentDrawdown"), m.currentDrawdown());
+    o.insert(QLatin1StringView("currentDrawdown"), finite(m.currentDrawdown()));
     o.insert(QLatin1StringView("drawdownRecoveryTrades"), jsonOf(m.drawdownRecoveryTrades()));
     o.insert(QLatin1StringView("kelly"), jsonOf(m.kelly()));
     o.insert(QLatin1StringView("streaks"),
@@ -331,21 +359,20 @@ int simulate(const Options& o, const ClipJournalStore& store, QTextStream& out)
         json.insert(QLatin1StringView("tradeCount"), static_cast<qint64>(trades.size()));
         json.insert(QLatin1StringView("horizon"), static_cast<qint64>(o.horizon));
         json.insert(QLatin1StringView("paths"), static_cast<qint64>(o.paths));
-        json.insert(QLatin1StringView("startingEquity"), o.start);
+        json.insert(QLatin1StringView("startingEquity"), finite(o.start));
         json.insert(QLatin1StringView("ruinThreshold"), jsonOf(ruinLevel));
-        json.insert(
-            QLatin1StringView("profitProbability"), result ? QJsonValue(result->profitProbability) : QJsonValue());
+        json.insert(QLatin1StringView("profitProbability"), result ? finite(result->profitProbability) : QJsonValue());
         json.insert(QLatin1StringView("ruinProbability"), result ? jsonOf(result->ruinProbability) : QJsonValue());
         json.insert(QLatin1StringView("yRange"),
-            result ? QJsonValue(QJsonObject {
-                { QStringLiteral("min"), result->yRange.min }, { QStringLiteral("max"), result->yRange.max } })
+            result ? QJsonValue(QJsonObject { { QStringLiteral("min"), finite(result->yRange.min) },
+                { QStringLiteral("max"), finite(result->yRange.max) } })
                    : QJsonValue());
         QJsonArray bands;
         if (result) {
             for (const auto& b : result->bands) {
-                bands.append(QJsonObject { { QStringLiteral("p05"), b.p05 }, { QStringLiteral("p25"), b.p25 },
-                    { QStringLiteral("p50"), b.p50 }, { QStringLiteral("p75"), b.p75 },
-                    { QStringLiteral("p95"), b.p95 } });
+                bands.append(QJsonObject { { QStringLiteral("p05"), finite(b.p05) },
+                    { QStringLiteral("p25"), finite(b.p25) }, { QStringLiteral("p50"), finite(b.p50) },
+                    { QStringLiteral("p75"), finite(b.p75) }, { QStringLiteral("p95"), finite(b.p95) } });
             }
         }
         json.insert(QLatin1StringView("bands"), result ? QJsonValue(bands) : QJsonValue());
@@ -441,19 +468,22 @@ int runJournalCommand(const QStringList& args, QTextStream& out, QTextStream& er
         if (const std::optional<QString> refused = settings->refusedSaveFolder())
             err << "velotape journal: " << *refused << '\n';
     }
-    const QFileInfo info(folder);
-    if (!info.exists()) {
-        err << "velotape journal: folder not found: " << folder << '\n';
+    // By the name's bytes: a folder whose name is not UTF-8 is found too.
+    struct stat info { };
+    if (::stat(LocalFileName::encode(folder).constData(), &info) != 0) {
+        err << "velotape journal: folder not found: " << LocalFileName::printable(folder) << '\n';
         return 2;
     }
-    if (!info.isDir()) {
-        err << "velotape journal: not a folder: " << folder << '\n';
+    if (!S_ISDIR(info.st_mode)) {
+        err << "velotape journal: not a folder: " << LocalFileName::printable(folder) << '\n';
         return 2;
     }
+    const QString absolute
+        = QDir::isAbsolutePath(folder) ? QDir::cleanPath(folder) : QFileInfo(folder).absoluteFilePath();
 
-    if (o.importFile) return importTrades(*o.importFile, info.absoluteFilePath(), out, err);
+    if (o.importFile) return importTrades(*o.importFile, absolute, out, err);
 
-    ClipJournalStore store(QUrl::fromLocalFile(info.absoluteFilePath()));
+    ClipJournalStore store(QUrl::fromLocalFile(absolute));
     store.setDisplayUnit(o.unit);
     store.setFilter(o.filter);
     store.rescan();
@@ -461,9 +491,9 @@ int runJournalCommand(const QStringList& args, QTextStream& out, QTextStream& er
 
     if (o.simulate) return simulate(o, store, out);
     if (o.json) {
-        out << QJsonDocument(statsJson(info.absoluteFilePath(), store)).toJson(QJsonDocument::Indented);
+        out << QJsonDocument(statsJson(absolute, store)).toJson(QJsonDocument::Indented);
     } else {
-        printStats(info.absoluteFilePath(), store, out);
+        printStats(LocalFileName::printable(absolute), store, out);
     }
     return 0;
 }

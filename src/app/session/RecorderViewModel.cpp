@@ -12,6 +12,7 @@
 #include "journal/ClipAutoDetect.h"
 #include "journal/ClipJournalStore.h"
 #include "journal/ClipMetaStore.h"
+#include "journal/PnLTagWriter.h"
 #include "monitor/AreaMonitor.h"
 #include "monitor/AreaMonitorActions.h"
 #include "platform/DesktopIntegration.h"
@@ -476,7 +477,6 @@ void RecorderViewModel::runSaveSequence(const QString& path)
 }
 
 struct RecorderViewModel::PnLReading {
-    ClipMeta loaded; // the sidecar as it was before the scan
     std::optional<ClipAutoDetect::Result> result;
     QString preview; // what the recogniser saw, when it found no figure
 };
@@ -489,9 +489,13 @@ void RecorderViewModel::runPnLDetect(const QString& clip)
         showToast(QStringLiteral("Auto P&L: pick a watch area to enable detection."));
         return;
     }
-    const QUrl url = QUrl::fromLocalFile(clip);
-    PnLReading reading { ClipMetaStore::load(url), std::nullopt, {} };
-    if (ClipAutoDetect::isTagged(reading.loaded)) {
+    const ClipMetaStore::Sidecar sidecar = ClipMetaStore::read(QUrl::fromLocalFile(clip));
+    if (sidecar.state == ClipMetaStore::Sidecar::State::unusable) {
+        // Whatever is there may be the user's notes in a form we cannot read: not scanned, not replaced.
+        showToast(QStringLiteral("Auto P&L: skipped, ") + sidecar.problem);
+        return;
+    }
+    if (!PnLTagWriter::isUntagged(sidecar.meta)) {
         showToast(QStringLiteral("Auto P&L: clip already tagged, kept your value."));
         return;
     }
@@ -503,8 +507,8 @@ void RecorderViewModel::runPnLDetect(const QString& clip)
     const QSizeF sourceSize = sources->sourcePointSize();
     const QSizeF recordedSize(captureEngine->outputWidth(), captureEngine->outputHeight());
     QPointer<RecorderViewModel> self(this);
-    detectPool->start([self, clip, crop, sourceSize, recordedSize, reading, makeRecognizer = backends.textRecognizer] {
-        PnLReading out = reading;
+    detectPool->start([self, clip, crop, sourceSize, recordedSize, makeRecognizer = backends.textRecognizer] {
+        PnLReading out;
         // This worker's own engine, for this clip only: an engine is never shared between threads.
         if (const std::unique_ptr<TextRecognizer> recognizer = makeRecognizer()) {
             out.result = ClipAutoDetect::detect(clip, crop, sourceSize, recordedSize, *recognizer);
@@ -528,18 +532,23 @@ void RecorderViewModel::finishPnLDetect(const QString& clip, const PnLReading& r
                 : QStringLiteral("Auto P&L: no number \u2014 OCR saw '") + reading.preview + QStringLiteral("'"));
         return;
     }
+    // The sidecar as it is now, not as it was before the scan: a tag or a note typed meanwhile,
+    // here or by another program, is kept.
     const QUrl url = QUrl::fromLocalFile(clip);
-    const QList<ClipEntry>& clips = journalStore->clips();
-    const auto entry = std::find_if(clips.begin(), clips.end(), [&](const ClipEntry& e) { return e.url == url; });
-    if (entry != clips.end()) {
-        // The record as the journal has it now, so that a note typed meanwhile survives.
-        const ClipEntry current = *entry;
-        journalStore->update(current, ClipAutoDetect::withResult(current.meta, *reading.result));
-    } else {
-        ClipMetaStore::save(ClipAutoDetect::withResult(reading.loaded, *reading.result), url);
-        journalStore->rescan();
+    const PnLTagWriter::Written written = PnLTagWriter::write(url, *reading.result);
+    switch (written.status) {
+    case PnLTagWriter::Written::Status::written:
+        journalStore->reload(url);
+        showToast(QStringLiteral("Auto P&L: ") + ClipAutoDetect::summary(*reading.result));
+        break;
+    case PnLTagWriter::Written::Status::kept:
+        showToast(QStringLiteral("Auto P&L: clip already tagged, kept your value."));
+        break;
+    case PnLTagWriter::Written::Status::failed:
+        showToast(QStringLiteral("Auto P&L: ") + ClipAutoDetect::summary(*reading.result)
+            + QStringLiteral(" not written, ") + written.problem);
+        break;
     }
-    showToast(QStringLiteral("Auto P&L: ") + ClipAutoDetect::summary(*reading.result));
 }
 
 void RecorderViewModel::monitorReset()

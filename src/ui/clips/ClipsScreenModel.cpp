@@ -216,10 +216,14 @@ void ClipsScreenModel::applyMeta(const QUrl& clip, const ClipMeta& meta)
     if (const ::ClipEntry* entry = journalEntry(clip)) {
         // A copy: the store replaces the element that `entry` points at.
         // The store tells of the change itself.
-        journal->update(::ClipEntry(*entry), meta);
+        if (const auto failed = journal->update(::ClipEntry(*entry), meta))
+            toast(QStringLiteral("Couldn't save the tags: ") + failed->text);
         return;
     }
-    ClipMetaStore::save(meta, clip);
+    if (const auto failed = ClipMetaStore::save(meta, clip)) {
+        toast(QStringLiteral("Couldn't save the tags: ") + failed->text);
+        return;
+    }
     QMetaObject::invokeMethod(journal, &ClipJournalStore::rescan, Qt::QueuedConnection);
     emit metaChanged();
 }

@@ -18,6 +18,7 @@
 #include <QHBoxLayout>
 #include <QPainter>
 #include <QSlider>
+#include <QTimer>
 #include <QVBoxLayout>
 
 namespace {
@@ -94,8 +95,13 @@ JournalSimulations::JournalSimulations(ClipJournalStore* journal, QWidget* paren
     bootstrapText = new V3Text({}, 12, QFont::Normal, V3::fgMute, controls);
     auto* rerun = new V3Button(V3Button::Kind::secondary, QStringLiteral("Re-run"), controls);
     rerun->setSymbol(QStringLiteral("arrow.clockwise"));
-    // The words take the room the button leaves: beside a stretch they would wrap at any width.
+    auto* stopRunButton = new V3Button(V3Button::Kind::secondary, QStringLiteral("Stop"), controls);
+    stopRunButton->setSymbol(QStringLiteral("xmark"));
+    stopRunButton->hide();
+    stop = stopRunButton;
+    // The words take the room the buttons leave: beside a stretch they would wrap at any width.
     bootstrapRow->addWidget(bootstrapText, 1);
+    bootstrapRow->addWidget(stop);
     bootstrapRow->addWidget(rerun);
     controls->column()->addLayout(bootstrapRow);
     sliderValues.resize(4);
@@ -153,6 +159,15 @@ JournalSimulations::JournalSimulations(ClipJournalStore* journal, QWidget* paren
         dim->setOpacity(on ? 1.0 : 0.5);
         recompute();
     });
+    // Most runs end before a button could be read; one that does not offers to stop.
+    slowRun = new QTimer(this);
+    slowRun->setSingleShot(true);
+    slowRun->setInterval(250);
+    connect(slowRun, &QTimer::timeout, this, [this] {
+        stop->setVisible(runner->isBusy());
+        updateTexts();
+    });
+    connect(stop, &QAbstractButton::clicked, this, &JournalSimulations::stopRun);
     connect(runner, &SimulationRunner::finished, this, &JournalSimulations::showResult);
     connect(store, &ClipJournalStore::clipsChanged, this, &JournalSimulations::refresh);
     connect(store, &ClipJournalStore::displayUnitChanged, this, &JournalSimulations::refresh);
@@ -223,10 +238,35 @@ void JournalSimulations::recompute()
     const JournalMetrics m = store->metrics();
     if (m.tradeCount() < JournalFigures::minimumTradesToSimulate) return;
     runner->run(JournalFigures::simulationConfig(current, m.tradePnL()));
+    stopped = false;
+    if (!slowRun->isActive()) slowRun->start();
+}
+
+void JournalSimulations::stopRun()
+{
+    if (!runner->isBusy()) return;
+    runner->stop();
+    slowRun->stop();
+    stop->hide();
+    // The fan on show was of other settings: it goes rather than pass for this run's.
+    stopped = true;
+    shown.reset();
+    shownTracksRuin = false;
+    updateTexts();
+}
+
+QString JournalSimulations::statusText() const
+{
+    QString text = QStringLiteral("Bootstrap from %1 trades").arg(tradeCount);
+    if (stopped) return text + QStringLiteral(" · Stopped: press Re-run to simulate again.");
+    if (stop->isVisibleTo(this)) return text + QStringLiteral(" · Simulating\u2026");
+    return text;
 }
 
 void JournalSimulations::showResult(const std::optional<MonteCarloEngine::Result>& result)
 {
+    slowRun->stop();
+    stop->hide();
     shown = result;
     shownTracksRuin = result && result->ruinProbability.has_value();
     updateTexts();
@@ -245,7 +285,7 @@ void JournalSimulations::updateSliderTexts()
 void JournalSimulations::updateTexts()
 {
     const PnLUnit unit = store->displayUnit();
-    bootstrapText->setText(QStringLiteral("Bootstrap from %1 trades").arg(tradeCount));
+    bootstrapText->setText(statusText());
     updateSliderTexts();
     fan->setResult(shown, unit);
     const std::vector<MetricFigure> figures = JournalFigures::simulationCards(shown, shownTracksRuin, unit);

@@ -11,14 +11,17 @@
 class ClipJournalStore;
 class JournalMetricCard;
 class MonteCarloFanChart;
+class QAbstractButton;
 class QSlider;
+class QTimer;
 class SimulationRunner;
 class V3Text;
 class V3Toggle;
 
 // What the next trades could do: the Monte Carlo controls, the equity fan and its figures, or,
 // with fewer than five trades in the unit, an empty state saying what to do. The simulation runs
-// off the main thread; the screen shows the result of the latest settings once it arrives.
+// off the main thread; the screen shows the result of the latest settings once it arrives. A run
+// that takes a while offers "Stop", which ends it and leaves the fan empty until the next run.
 class JournalSimulations : public QWidget {
     Q_OBJECT
 public:
@@ -34,6 +37,10 @@ public:
 
     // Starts a run with the current settings and the store's trades.
     void recompute();
+    // What "Stop" does: ends the run under way; no result comes of it.
+    void stopRun();
+    QAbstractButton* stopButton() const { return stop; }
+    QString statusText() const;
 
 signals:
     // A result was shown.
@@ -57,10 +64,13 @@ private:
     JournalFigures::SimulationSettings current;
     std::optional<MonteCarloEngine::Result> shown;
     bool shownTracksRuin = false;
+    bool stopped = false; // the last run was stopped, and nothing has run since
     int tradeCount = 0; // in the viewed unit, as of the last change of the store
     QWidget* emptyState;
     QWidget* content;
     V3Text* bootstrapText;
+    QAbstractButton* stop;
+    QTimer* slowRun; // shows "Stop" once a run has taken a noticeable time
     std::vector<QSlider*> sliders; // trades ahead, paths, starting equity, ruin threshold
     std::vector<V3Text*> sliderValues;
     V3Toggle* ruinSwitch;

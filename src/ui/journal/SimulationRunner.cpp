@@ -26,7 +26,11 @@ SimulationRunner::SimulationRunner(QObject* parent)
 {
 }
 
-SimulationRunner::~SimulationRunner() = default;
+SimulationRunner::~SimulationRunner()
+{
+    // Nobody waits for the answer any more: the thread is free the sooner.
+    running.request_stop();
+}
 
 void SimulationRunner::run(MonteCarloEngine::Config config)
 {
@@ -38,10 +42,19 @@ void SimulationRunner::run(MonteCarloEngine::Config config)
     start(std::move(config));
 }
 
+void SimulationRunner::stop()
+{
+    waiting.reset();
+    running.request_stop();
+    deliveredRequest = latestRequest;
+}
+
 void SimulationRunner::start(MonteCarloEngine::Config config)
 {
     inFlight = true;
     const quint64 request = latestRequest;
+    running = std::stop_source();
+    config.stop = running.get_token();
     // The worker holds only a weak reference: the answer is posted to the application object and
     // finds the runner there only if the runner still exists, which is checked on the main thread.
     std::weak_ptr<Token> weak = token;
@@ -70,5 +83,8 @@ void SimulationRunner::deliver(std::optional<MonteCarloEngine::Result> result, q
         waiting.reset();
         start(std::move(next));
     }
-    if (request == latestRequest) emit finished(result);
+    if (request == latestRequest && deliveredRequest != latestRequest) {
+        deliveredRequest = request;
+        emit finished(result);
+    }
 }

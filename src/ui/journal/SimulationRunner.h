@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <optional>
+#include <stop_token>
 
 // Runs the Monte Carlo engine away from the main thread, one run at a time. A request made while a
 // run is under way waits as the next one, replacing any request already waiting; a run whose
@@ -13,8 +14,10 @@
 // range) costs at most the run in flight and the last one, and `finished` always carries the result
 // of the latest request.
 //
-// Lives on the main thread; `finished` is emitted there. Destroying the runner drops the result of
-// a run still under way.
+// A run can be stopped: the engine ends within milliseconds, and neither it nor the request
+// waiting behind it reports anything. Destroying the runner stops a run still under way.
+//
+// Lives on the main thread; `finished` is emitted there.
 class SimulationRunner : public QObject {
     Q_OBJECT
 public:
@@ -22,7 +25,11 @@ public:
     ~SimulationRunner() override;
 
     void run(MonteCarloEngine::Config config);
+    // Stops the run under way and forgets the one waiting; `finished` does not come for them.
+    void stop();
     bool isRunning() const { return inFlight; }
+    // Whether a result is still to come: a request was made and neither answered nor stopped.
+    bool isBusy() const { return inFlight && deliveredRequest != latestRequest; }
 
 signals:
     void finished(const std::optional<MonteCarloEngine::Result>& result);
@@ -37,6 +44,8 @@ private:
 
     std::shared_ptr<Token> token;
     std::optional<MonteCarloEngine::Config> waiting;
+    std::stop_source running; // of the run in flight
     quint64 latestRequest = 0;
+    quint64 deliveredRequest = 0; // answered or stopped
     bool inFlight = false;
 };

@@ -21,6 +21,7 @@
 #include <QCompleter>
 #include <QContextMenuEvent>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -199,6 +200,19 @@ TEST_F(ClipsWindow, TaggingACardWritesTheSidecarThatTheJournalCounts)
     const QJsonObject stats = QJsonDocument::fromJson(journal.readAllStandardOutput()).object();
     EXPECT_EQ(stats.value(QLatin1String("tradeCount")).toInt(), 1);
     EXPECT_DOUBLE_EQ(stats.value(QLatin1String("netPnL")).toDouble(), 120);
+
+    // A sidecar this version cannot read (notes under a unit it does not know) is not replaced by
+    // a tag: the window says why.
+    const QString unreadable = ClipMetaStore::sidecarPath(url(first));
+    const QByteArray notesOfAnother = R"({"outcome":"unset","unit":"EUR","notes":"my plan","mistakes":""})";
+    QFile file(unreadable);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(notesOfAnother);
+    file.close();
+    QTest::mouseClick(card(first)->tagBar()->pill(TradeOutcome::loss), Qt::LeftButton);
+    EXPECT_TRUE(delegate->viewModel()->toast()->startsWith(QStringLiteral("Couldn't save the tags: ")));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    EXPECT_EQ(file.readAll(), notesOfAnother);
 }
 
 TEST_F(ClipsWindow, ImportedTradesTagTheirClipAndSetupTagsAreTypedWithCompletion)

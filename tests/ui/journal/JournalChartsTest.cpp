@@ -1,15 +1,22 @@
 #include "ui/journal/JournalCharts.h"
 
+#include "journal/ClipJournalStore.h"
+#include "journal/ClipMetaStore.h"
 #include "journal/JournalMetrics.h"
 #include "support/EventLoop.h"
 #include "ui/journal/CalendarGrid.h"
 #include "ui/journal/JournalChartData.h"
 #include "ui/journal/JournalFigures.h"
+#include "ui/journal/JournalSimulations.h"
 #include "ui/journal/SimulationRunner.h"
 
+#include <QFile>
 #include <QImage>
+#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+
+#include <cmath>
 
 using namespace JournalChartData;
 
@@ -236,4 +243,39 @@ TEST(SimulationRunner, ABurstOfRequestsShowsOnlyTheLatest)
     ASSERT_EQ(shown.size(), 1U);
     ASSERT_TRUE(shown[0].has_value());
     EXPECT_EQ(shown[0]->finalEquities, MonteCarloEngine::simulate(config)->finalEquities);
+}
+
+// Simulation limits in the window: a run can be stopped, and nothing of it is shown afterwards.
+TEST(JournalSimulations, StopEndsTheRunAndNoResultOfItIsShown)
+{
+    QTemporaryDir dir;
+    const double trades[] = { 12, -5, 7, -3, 9, -4 };
+    for (int i = 0; i < 6; ++i) {
+        const QString clip = dir.filePath(QStringLiteral("ES_2024-05-0%1_10-00.mp4").arg(i + 1));
+        QFile(clip).open(QIODevice::WriteOnly);
+        ClipMeta meta;
+        meta.outcome = trades[i] > 0 ? TradeOutcome::win : TradeOutcome::loss;
+        meta.pnl = std::fabs(trades[i]);
+        ClipMetaStore::save(meta, QUrl::fromLocalFile(clip));
+    }
+    ClipJournalStore store(QUrl::fromLocalFile(dir.path()));
+    store.rescan();
+    JournalSimulations screen(&store);
+    ASSERT_TRUE(spinUntil([&] { return screen.result().has_value(); }));
+
+    int shown = 0;
+    QObject::connect(&screen, &JournalSimulations::resultShown, [&] { ++shown; });
+    screen.recompute();
+    screen.stopRun();
+    EXPECT_FALSE(screen.result());
+    EXPECT_TRUE(screen.statusText().contains(QStringLiteral("Stopped"))) << screen.statusText().toStdString();
+    spinFor(500);
+    EXPECT_EQ(shown, 0);
+    EXPECT_FALSE(screen.result());
+
+    // The next run shows its fan again.
+    screen.recompute();
+    ASSERT_TRUE(spinUntil([&] { return screen.result().has_value(); }));
+    EXPECT_EQ(shown, 1);
+    EXPECT_FALSE(screen.statusText().contains(QStringLiteral("Stopped")));
 }
