@@ -5,6 +5,7 @@
 #include "ui/clips/ClipEdits.h"
 #include "ui/clips/ClipNotesEditor.h"
 #include "ui/clips/ClipTagBar.h"
+#include "ui/kit/EnterPresses.h"
 #include "ui/kit/KitPaint.h"
 #include "ui/kit/Symbols.h"
 #include "ui/kit/V3.h"
@@ -52,6 +53,7 @@ public:
         setAccessibleName(QStringLiteral("Play"));
         setToolTip(QStringLiteral("Play"));
         setFocusPolicy(Qt::TabFocus);
+        new EnterPresses(this);
         setCursor(Qt::PointingHandCursor);
         animation->setDuration(200);
         animation->setEasingCurve(QEasingCurve::InOutQuad);
@@ -183,6 +185,7 @@ public:
         : QAbstractButton(parent)
     {
         setFocusPolicy(Qt::TabFocus);
+        new EnterPresses(this);
         setCursor(Qt::PointingHandCursor);
         setAttribute(Qt::WA_Hover);
     }
