@@ -82,6 +82,7 @@ std::variant<Options, QString> parse(const QStringList& args)
 
 struct Reading {
     std::optional<ClipAutoDetect::Result> result;
+    std::optional<QString> disputed; // two readings of the figure disagreed
     bool kept = false; // --write found the user's own tag and left it
     bool written = false;
 };
@@ -99,6 +100,7 @@ QJsonObject readingJson(const QString& file, const Reading& r)
 QString readingLine(const QString& file, const Reading& r)
 {
     QString line = file + QStringLiteral(": ");
+    if (r.disputed) return line + QStringLiteral("unsure of '") + *r.disputed + QStringLiteral("': tag it by hand");
     if (!r.result) return line + QStringLiteral("no number");
     line
         += ClipAutoDetect::summary(*r.result) + QStringLiteral(", read as '") + r.result->rawText + QStringLiteral("'");
@@ -166,13 +168,16 @@ int runDetectCommand(const QStringList& args, QTextStream& out, QTextStream& err
                 for (int i = next++; i < o.clips.size(); i = next++) {
                     // In the clip's own pixels: the picture is its own source.
                     const QSizeF size = sizes[size_t(i)];
-                    readings[size_t(i)].result = ClipAutoDetect::detect(o.clips[i], *area, size, size, *recognizer);
+                    const ClipAutoDetect::Detection found
+                        = ClipAutoDetect::detect(o.clips[i], *area, size, size, *recognizer);
+                    readings[size_t(i)].result = found.result;
+                    readings[size_t(i)].disputed = found.disputed;
                 }
             });
         }
     }
     if (engineMissing) {
-        err << "velotape detect: the OCR engine does not start (is tesseract-ocr-eng installed?)\n";
+        err << "velotape detect: Reading the P&L needs Tesseract's English data (tesseract-ocr-eng).\n";
         return 1;
     }
 

@@ -255,3 +255,14 @@ TEST(FormatPnL, SignUnitAndDecimals)
     EXPECT_EQ(formatPnL(2.675, PnLUnit::dollars, 2), QStringLiteral("$2.67")); // 2.67499999... in binary
     EXPECT_EQ(formatPnL(-0.001, PnLUnit::dollars, 2), QStringLiteral("-$0.00"));
 }
+
+TEST(FormatPnL, ThousandsAndDecimalMarkFollowTheLocale)
+{
+    const QLocale english(QLocale::English, QLocale::UnitedStates);
+    const QLocale german(QLocale::German, QLocale::Germany);
+    EXPECT_EQ(formatPnL(-1234567.5, PnLUnit::dollars, 2, english), QStringLiteral("-$1,234,567.50"));
+    EXPECT_EQ(formatPnL(1234.5, PnLUnit::R, 2, german), QStringLiteral("1.234,50R"));
+    EXPECT_EQ(formatPnL(999.996, PnLUnit::points, 2, english), QStringLiteral("1,000.00 pts"));
+    // A bare environment groups nothing.
+    EXPECT_EQ(formatPnL(-12345, PnLUnit::ticks, 0, QLocale::c()), QStringLiteral("-12345 ticks"));
+}
