@@ -6,6 +6,7 @@
 #include <memory>
 
 class AppSettings;
+class Platform;
 class ControlCommands;
 class ControlServer;
 class GlobalHotkeys;
@@ -27,7 +28,8 @@ public:
         QString socketPath; // empty: the user's private one (see ControlSocketPath)
     };
 
-    explicit AppSession(Options options, QObject* parent = nullptr);
+    // `platform` is the desktop this session runs on (chosen once by the caller).
+    AppSession(Options options, std::unique_ptr<Platform> platform, QObject* parent = nullptr);
     ~AppSession() override;
 
     // Claims the control socket, then runs the start-up tasks. False when another instance runs or
@@ -35,6 +37,7 @@ public:
     bool start(QString* error);
 
     RecorderViewModel* viewModel() const { return controller.get(); }
+    Platform& platform() const { return *desktop; }
 
 private:
     void selectRequestedSource();
@@ -46,6 +49,7 @@ private:
     void echoEventsTo(QTextStream& out);
 
     Options options;
+    std::unique_ptr<Platform> desktop;
     std::unique_ptr<AppSettings> settings;
     std::unique_ptr<RecorderViewModel> controller;
     std::unique_ptr<ControlCommands> commands;

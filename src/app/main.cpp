@@ -4,7 +4,7 @@
 #include "app/ControlSocketPath.h"
 #include "app/DetectCommand.h"
 #include "app/JournalCommand.h"
-#include "app/PlatformFactory.h"
+#include "platform/Platform.h"
 #include "ui/AppDelegate.h"
 
 #include <QApplication>
@@ -57,10 +57,10 @@ void quitOnSignals(QCoreApplication& app)
     ::sigaction(SIGTERM, &action, nullptr);
 }
 
-int runSession(QCoreApplication& app, AppSession::Options options)
+int runSession(QCoreApplication& app, AppSession::Options options, std::unique_ptr<Platform> platform)
 {
     quitOnSignals(app);
-    AppSession session(std::move(options));
+    AppSession session(std::move(options), std::move(platform));
     QString error;
     if (!session.start(&error)) {
         std::fprintf(stderr, "velotape: %s\n", qPrintable(error));
@@ -69,23 +69,29 @@ int runSession(QCoreApplication& app, AppSession::Options options)
     return app.exec();
 }
 
-int runHeadless(int argc, char** argv, const QString& source)
+std::unique_ptr<Platform> platformFor(const Invocation& invocation)
 {
-    const AppSession::Options options { .headless = true, .source = source, .socketPath = {} };
+    return std::make_unique<Platform>(Platform::backendForThisSession(Platform::backendNamed(invocation.backend)));
+}
+
+int runHeadless(int argc, char** argv, const Invocation& invocation)
+{
+    const AppSession::Options options { .headless = true, .source = invocation.source, .socketPath = {} };
+    std::unique_ptr<Platform> platform = platformFor(invocation);
     // No window, but on an X display the area picker and the armed frame still show, and they are
     // windows: the application then speaks to the display too.
-    const QByteArray platform = qgetenv("QT_QPA_PLATFORM");
-    if ((platform.isEmpty() || platform == "xcb") && PlatformFactory::isX11Session()) {
+    const QByteArray qpa = qgetenv("QT_QPA_PLATFORM");
+    if ((qpa.isEmpty() || qpa == "xcb") && platform->hasOverlayDisplay()) {
         qputenv("QT_QPA_PLATFORM", "xcb");
         QGuiApplication app(argc, argv);
         app.setQuitOnLastWindowClosed(false);
-        return runSession(app, options);
+        return runSession(app, options, std::move(platform));
     }
     QCoreApplication app(argc, argv);
-    return runSession(app, options);
+    return runSession(app, options, std::move(platform));
 }
 
-int runWindow(int argc, char** argv, const QString& source)
+int runWindow(int argc, char** argv, const Invocation& invocation)
 {
     // Without a display Qt would abort with a long plug-in message; say it in one line instead.
     if (!hasDisplay()) {
@@ -94,9 +100,16 @@ int runWindow(int argc, char** argv, const QString& source)
             "use 'velotape --headless' to run without a window\n");
         return 1;
     }
+    std::unique_ptr<Platform> platform = platformFor(invocation);
+    // The X11 backend captures, watches and draws over the X display: its window must be an X window
+    // too, also where Qt would pick another platform (XWayland).
+    if (platform->backend() == Platform::Backend::x11 && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")
+        && !qEnvironmentVariableIsEmpty("DISPLAY"))
+        qputenv("QT_QPA_PLATFORM", "xcb");
     QApplication app(argc, argv);
     quitOnSignals(app);
-    AppDelegate delegate(AppSession::Options { .headless = false, .source = source, .socketPath = {} });
+    AppDelegate delegate(
+        AppSession::Options { .headless = false, .source = invocation.source, .socketPath = {} }, std::move(platform));
     QString error;
     if (!delegate.applicationDidFinishLaunching(&error)) {
         std::fprintf(stderr, "velotape: %s\n", qPrintable(error));
@@ -142,12 +155,12 @@ int main(int argc, char** argv)
     }
     case Invocation::Kind::detect: {
         QCoreApplication app(argc, argv);
-        return runDetectCommand(invocation.command, out, err, PlatformFactory::textRecognizers());
+        return runDetectCommand(invocation.command, out, err, platformFor(invocation)->textRecognizers());
     }
     case Invocation::Kind::headless:
-        return runHeadless(argc, argv, invocation.source);
+        return runHeadless(argc, argv, invocation);
     case Invocation::Kind::window:
-        return runWindow(argc, argv, invocation.source);
+        return runWindow(argc, argv, invocation);
     }
     return 2;
 }

@@ -2,13 +2,13 @@
 
 #include "app/AppSettings.h"
 #include "app/OwnWindowTracker.h"
-#include "app/PlatformFactory.h"
 #include "app/RecorderViewModel.h"
 #include "app/UpdateChecker.h"
 #include "app/hotkeys/HotkeyRecorder.h"
 #include "capture/CaptureEngine.h"
 #include "core/Publisher.h"
 #include "monitor/AreaMonitor.h"
+#include "platform/Platform.h"
 #include "recorder/SegmentedRecorder.h"
 #include "ui/ContentView.h"
 
@@ -37,9 +37,10 @@ protected:
 
 } // namespace
 
-AppDelegate::AppDelegate(AppSession::Options options, QObject* parent)
+AppDelegate::AppDelegate(AppSession::Options options, std::unique_ptr<Platform> platform, QObject* parent)
     : QObject(parent)
-    , session(std::make_unique<AppSession>(std::move(options)))
+    , session(std::make_unique<AppSession>(std::move(options),
+          platform ? std::move(platform) : std::make_unique<Platform>(Platform::backendForThisSession({}))))
 {
 }
 
@@ -78,7 +79,7 @@ bool AppDelegate::applicationDidFinishLaunching(QString* error)
     window->show();
 
     window->onMinimisedChanged = [this](bool minimised) { windowVisibilityChanged(!minimised); };
-    visibility = PlatformFactory::watchWindowVisibility(
+    visibility = session->platform().watchWindowVisibility(
         uintptr_t(window->winId()), [this](bool shown) { windowVisibilityChanged(shown); });
     return true;
 }
