@@ -167,22 +167,21 @@ Detection detect(const QString& clip, const QRectF& cropRect, const QSizeF& sour
         return {};
     ClipFrameReader reader(clip);
     if (!reader.isOpen()) return {};
-    // The frame being looked at, for the second reading.
-    QImage crop;
+    // The frame being looked at, black on white, for the second reading.
+    QImage binary;
     const PnLTextParser::Choice choice = PnLTextParser::choose(
         int(snapshotOffsets.size()),
         [&](int index) -> std::optional<QStringList> {
-            const auto snapshot
+            const auto crop
                 = snapshotCrop(reader, snapshotOffsets[size_t(index)], cropRect, sourcePointSize, recordedPixelSize);
-            if (!snapshot) return std::nullopt;
-            crop = *snapshot;
-            return readingOrder(recognizer.recognize(binariseForOCR(upscaleForOCR(crop))));
+            if (!crop) return std::nullopt;
+            binary = binariseForOCR(upscaleForOCR(*crop));
+            return readingOrder(recognizer.recognize(binary));
         },
         [&](int, const PnLTextParser::Candidate& candidate) {
-            // Read at another size, with more pixels under a thin minus: the two readings don't
-            // share the faults of one picture.
-            const QImage larger = binariseForOCR(upscaleForOCR(crop, secondReadingMinHeight, ocrMaxScale + 2));
-            return PnLTextParser::confirms(readingOrder(recognizer.recognizeAmount(larger)), candidate);
+            // The same picture, but a reader held to the characters of amounts: a thin minus that
+            // the first took for a quote or a dash of its own is a minus here, or a dispute.
+            return PnLTextParser::confirms(readingOrder(recognizer.recognizeAmount(binary)), candidate);
         });
     return Detection { choice.result, choice.disputed };
 }

@@ -47,8 +47,6 @@ constexpr double frameTolerance = 0.2;
 // misses digits a dozen pixels tall, and the bound keeps a thin crop from growing without limit.
 constexpr int ocrMinHeight = 160;
 constexpr int ocrMaxScale = 6;
-// The second reading's picture is enlarged further, to at least this height.
-constexpr int secondReadingMinHeight = 240;
 // Lines whose middles lie closer than this (a fraction of the picture's height) count as one row.
 constexpr double sameRowTolerance = 0.02;
 // The preview of what the recogniser saw is cut to this many characters.

@@ -566,7 +566,7 @@ TEST_F(RecorderViewModelTest, ReadingsThatDisagreeOrAMissingEngineTagNothingAndS
     const QByteArray before = qgetenv("TESSDATA_PREFIX");
     qputenv("TESSDATA_PREFIX", noData.path().toUtf8());
     vm.reset();
-    recognizers = PlatformFactory::textRecognizers();
+    recognizers = TesseractRecognizer::factory();
     make();
     vm->runPnLDetect(clip);
     ASSERT_TRUE(spinUntil([&] { return vm->toast() != QStringLiteral("Auto P&L: scanning clip\u2026"); }));

@@ -54,7 +54,7 @@ bool tabTo(QWidget* target, int limit = 80)
 
 } // namespace
 
-TEST(Keyboard, FromLaunchTabAndSpaceRecordAClipEscapeClosesThePickerAndASwitchFlips)
+TEST(Keyboard, FromLaunchTabAndSpaceRecordAClipEscapeClosesThePickerASwitchFlipsAndCtrlHHides)
 {
     QTemporaryDir home;
     QTemporaryDir clips;
@@ -111,4 +111,9 @@ TEST(Keyboard, FromLaunchTabAndSpaceRecordAClipEscapeClosesThePickerAndASwitchFl
     key("space");
     ASSERT_TRUE(spinUntil([&] { return sound->isChecked(); }));
     EXPECT_EQ(QSettings().value(QStringLiteral("vt2.playSound")), QVariant(true));
+
+    // "Hide Velotape" sends the window down to the taskbar; the ring goes on behind it.
+    key("ctrl+h");
+    EXPECT_TRUE(spinUntil([&] { return delegate->window()->isMinimized(); }));
+    EXPECT_TRUE(vm->engine()->isStreaming());
 }
