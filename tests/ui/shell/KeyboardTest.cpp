@@ -47,7 +47,7 @@ bool tabTo(QWidget* target, int limit = 80)
         if (QApplication::focusWidget() == target) return true;
         QWidget* before = QApplication::focusWidget();
         key("Tab");
-        spinUntil([before] { return QApplication::focusWidget() != before; }, 1000);
+        spinUntil([before] { return QApplication::focusWidget() != before; }, 500);
     }
     return QApplication::focusWidget() == target;
 }
@@ -62,6 +62,12 @@ TEST(Keyboard, FromLaunchTabAndSpaceRecordAClipEscapeClosesThePickerASwitchFlips
     ASSERT_NE(delegate, nullptr);
     RecorderViewModel* vm = delegate->viewModel();
     ASSERT_TRUE(spinUntil([&] { return vm->engine()->selectedSource().has_value(); }));
+    // The keyboard's focus on the window as the window manager gives it to a new window; a test
+    // before this one may have left the X input focus elsewhere.
+    ASSERT_EQ(
+        testDesktop()->run(QStringLiteral("xdotool"),
+            { QStringLiteral("windowfocus"), QStringLiteral("--sync"), QString::number(delegate->window()->winId()) }),
+        0);
     ASSERT_TRUE(spinUntil([&] { return delegate->window()->isActiveWindow(); }));
     auto* hero = qobject_cast<RecorderHero*>(delegate->contentView()->screenWidget());
     ASSERT_NE(hero, nullptr);
