@@ -1,10 +1,10 @@
 #include "ui/AppDelegate.h"
 
 #include "app/AppSettings.h"
-#include "app/OwnWindowTracker.h"
-#include "app/RecorderViewModel.h"
 #include "app/UpdateChecker.h"
 #include "app/hotkeys/HotkeyRecorder.h"
+#include "app/session/OwnWindowTracker.h"
+#include "app/session/RecorderViewModel.h"
 #include "capture/CaptureEngine.h"
 #include "core/Publisher.h"
 #include "monitor/AreaMonitor.h"

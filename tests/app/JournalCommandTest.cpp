@@ -1,5 +1,5 @@
 #include "app/AppSettings.h"
-#include "app/JournalCommand.h"
+#include "app/cli/JournalCommand.h"
 #include "journal/ClipMetaStore.h"
 #include "journal/MonteCarloEngine.h"
 

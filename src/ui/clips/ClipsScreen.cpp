@@ -1,8 +1,8 @@
 #include "ui/clips/ClipsScreen.h"
 
 #include "app/AppSettings.h"
-#include "app/RecorderViewModel.h"
 #include "app/hotkeys/HotkeyRecorder.h"
+#include "app/session/RecorderViewModel.h"
 #include "journal/ClipThumbnailer.h"
 #include "ui/clips/ClipCard.h"
 #include "ui/clips/ClipGrid.h"

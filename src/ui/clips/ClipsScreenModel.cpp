@@ -1,7 +1,7 @@
 #include "ui/clips/ClipsScreenModel.h"
 
 #include "app/AppSettings.h"
-#include "app/RecorderViewModel.h"
+#include "app/session/RecorderViewModel.h"
 #include "journal/ClipJournalStore.h"
 #include "journal/ClipMetaStore.h"
 #include "journal/ClipThumbnailer.h"

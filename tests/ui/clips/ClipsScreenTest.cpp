@@ -3,7 +3,7 @@
 #include "DesktopTestMain.h"
 #include "LaunchedWindow.h"
 #include "SampleClip.h"
-#include "app/RecorderViewModel.h"
+#include "app/session/RecorderViewModel.h"
 #include "journal/ClipMetaStore.h"
 #include "support/EventLoop.h"
 #include "ui/AppDelegate.h"

@@ -1,19 +1,19 @@
-#include "ui/JournalScreen.h"
+#include "ui/journal/JournalScreen.h"
 
 #include "DesktopTestMain.h"
 #include "LaunchedWindow.h"
-#include "app/RecorderViewModel.h"
+#include "app/session/RecorderViewModel.h"
 #include "capture/CaptureEngine.h"
 #include "journal/ClipJournalStore.h"
 #include "journal/ClipMetaStore.h"
 #include "journal/FormatPnL.h"
 #include "support/EventLoop.h"
 #include "ui/AppDelegate.h"
-#include "ui/CalendarGrid.h"
 #include "ui/ContentView.h"
-#include "ui/JournalMetricCard.h"
-#include "ui/JournalOverview.h"
-#include "ui/JournalSimulations.h"
+#include "ui/journal/CalendarGrid.h"
+#include "ui/journal/JournalMetricCard.h"
+#include "ui/journal/JournalOverview.h"
+#include "ui/journal/JournalSimulations.h"
 
 #include <QAccessible>
 #include <QApplication>
