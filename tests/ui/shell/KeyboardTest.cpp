@@ -1,6 +1,6 @@
 #include "DesktopTestMain.h"
 #include "LaunchedWindow.h"
-#include "app/RecorderViewModel.h"
+#include "app/session/RecorderViewModel.h"
 #include "capture/CaptureEngine.h"
 #include "recorder/SegmentedRecorder.h"
 #include "support/EventLoop.h"
