@@ -3,23 +3,30 @@
 #include "app/AppSettings.h"
 #include "journal/ClipJournalStore.h"
 #include "journal/FormatPnL.h"
+#include "journal/JournalExport.h"
 #include "journal/JournalMetrics.h"
 #include "journal/MonteCarloEngine.h"
+#include "journal/TradeImporter.h"
 
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QSaveFile>
 
 #include <cmath>
 #include <functional>
+#include <memory>
 #include <optional>
 
 namespace {
 
 const char* const usageText = "usage: velotape journal [--folder DIR] [--unit dollars|R|points|ticks] [--json]\n"
                               "       velotape journal --simulate [--folder DIR] [--unit U] [--horizon N] [--paths N]\n"
-                              "                        [--start X] [--ruin OFFSET] [--seed N] [--json]\n";
+                              "                        [--start X] [--ruin OFFSET] [--seed N] [--json]\n"
+                              "       velotape journal --import FILE.csv [--folder DIR]\n"
+                              "       velotape journal --export FILE.csv [--folder DIR]\n"
+                              "  --symbol S and --tag T narrow the statistics to one instrument or setup tag.\n";
 
 const QString dash = QStringLiteral("—");
 
@@ -35,6 +42,9 @@ struct Options {
     double start = 0;
     std::optional<double> ruinOffset;
     uint64_t seed = 1;
+    std::optional<QString> importFile;
+    std::optional<QString> exportFile;
+    JournalFilter filter;
 };
 
 // What was wrong with the arguments, in words.
@@ -97,6 +107,14 @@ ParseResult parse(const QStringList& args)
             const auto v = value();
             if (!v || v->isEmpty()) return missing();
             o.folder = *v;
+        } else if (name == QLatin1StringView("--import") || name == QLatin1StringView("--export")) {
+            const auto v = value();
+            if (!v || v->isEmpty()) return missing();
+            (name == QLatin1StringView("--import") ? o.importFile : o.exportFile) = *v;
+        } else if (name == QLatin1StringView("--symbol") || name == QLatin1StringView("--tag")) {
+            const auto v = value();
+            if (!v || v->trimmed().isEmpty()) return missing();
+            (name == QLatin1StringView("--symbol") ? o.filter.symbol : o.filter.tag) = v->trimmed();
         } else if (name == QLatin1StringView("--unit")) {
             const auto v = value();
             if (!v) return missing();
@@ -142,6 +160,10 @@ ParseResult parse(const QStringList& args)
             return bad(QStringLiteral("unknown argument \"%1\"").arg(args[i]));
         }
     }
+    if (o.importFile && o.exportFile) return { std::nullopt, QStringLiteral("--import and --export go one at a time") };
+    if ((o.importFile || o.exportFile) && (o.simulate || o.json || !o.filter.isEmpty())) {
+        return { std::nullopt, QStringLiteral("--import and --export take only --folder") };
+    }
     if (simulationOption && !o.simulate) {
         return { std::nullopt, QStringLiteral("--horizon, --paths, --start, --ruin and --seed go with --simulate") };
     }
@@ -151,7 +173,10 @@ ParseResult parse(const QStringList& args)
 // Aligned rows of caption, value and explanation.
 class Table {
 public:
-    explicit Table(QTextStream& out) : out(out) {}
+    explicit Table(QTextStream& out)
+        : out(out)
+    {
+    }
     void heading(const QString& text) { out << '\n' << text << '\n'; }
     void row(const QString& label, const QString& value, const QString& sub = {})
     {
@@ -198,8 +223,13 @@ void printStats(const QString& folder, const ClipJournalStore& store, QTextStrea
     const JournalMetrics::Streaks streaks = m.streaks();
     const auto recovery = m.drawdownRecoveryTrades();
 
-    out << "Journal of " << folder << ": " << store.clips().size() << " clips, " << m.taggedCount() << " tagged, "
-        << m.tradeCount() << " with P&L in " << shortLabel(unit) << '\n';
+    out << "Journal of " << folder << ": " << store.clips().size() << " clips, " << store.tradesWithoutClip().size()
+        << " trades without a clip, " << m.taggedCount() << " tagged, " << m.tradeCount() << " with P&L in "
+        << shortLabel(unit) << '\n';
+    if (const JournalFilter& f = store.filter(); !f.isEmpty()) {
+        out << "Only" << (f.symbol ? QStringLiteral(" symbol ") + *f.symbol : QString())
+            << (f.tag ? QStringLiteral(" tag ") + *f.tag : QString()) << '\n';
+    }
     out << "View P&L in: " << menuLabel(unit) << ". Only clips tagged in " << shortLabel(unit)
         << " count toward these stats.\n";
 
@@ -207,7 +237,8 @@ void printStats(const QString& folder, const ClipJournalStore& store, QTextStrea
     t.heading(QStringLiteral("Overview"));
     t.row(QStringLiteral("Net P&L"), money(m.netPnL()), QStringLiteral("Total profit minus losses"));
     t.row(QStringLiteral("Win Rate"), orDash(m.winRate(), percent), QStringLiteral("Wins ÷ (wins + losses)"));
-    t.row(QStringLiteral("Profit Factor"), orDash(m.profitFactor(), ratio), QStringLiteral("Gross wins ÷ gross losses"));
+    t.row(
+        QStringLiteral("Profit Factor"), orDash(m.profitFactor(), ratio), QStringLiteral("Gross wins ÷ gross losses"));
     t.row(QStringLiteral("Avg. Win/Loss"), orDash(m.avgWinLossRatio(), ratio),
         QStringLiteral("Average winner ÷ average loser"));
     t.row(QStringLiteral("Sharpe (ann.)"), orDash(m.sharpe(), ratio), QStringLiteral("Risk-adjusted return"));
@@ -225,7 +256,8 @@ void printStats(const QString& folder, const ClipJournalStore& store, QTextStrea
         QStringLiteral("Higher = smoother equity for the return."));
     t.row(QStringLiteral("Sortino (ann.)"), orDash(m.sortino(), ratio),
         QStringLiteral("Like Sharpe, only penalizes red days."));
-    t.row(QStringLiteral("Max DD"), money(-m.maxDrawdown()), QStringLiteral("Worst peak-to-trough fall in your equity."));
+    t.row(
+        QStringLiteral("Max DD"), money(-m.maxDrawdown()), QStringLiteral("Worst peak-to-trough fall in your equity."));
     t.row(QStringLiteral("Max DD %"), orDash(m.maxDrawdownPct(), percent),
         QStringLiteral("Same drawdown as a fraction of the peak."));
     t.row(QStringLiteral("Current DD"), money(-m.currentDrawdown()),
@@ -269,7 +301,8 @@ QJsonObject statsJson(const QString& folder, const ClipJournalStore& store)
     o.insert(QLatin1StringView("drawdownRecoveryTrades"), jsonOf(m.drawdownRecoveryTrades()));
     o.insert(QLatin1StringView("kelly"), jsonOf(m.kelly()));
     o.insert(QLatin1StringView("streaks"),
-        QJsonObject { { QStringLiteral("current"), streaks.current }, { QStringLiteral("longestWin"), streaks.longestWin },
+        QJsonObject { { QStringLiteral("current"), streaks.current },
+            { QStringLiteral("longestWin"), streaks.longestWin },
             { QStringLiteral("longestLoss"), streaks.longestLoss } });
     o.insert(QLatin1StringView("compassScore"), jsonOf(m.compassScore()));
     o.insert(QLatin1StringView("bestTrade"), jsonOf(m.bestTrade()));
@@ -300,17 +333,19 @@ int simulate(const Options& o, const ClipJournalStore& store, QTextStream& out)
         json.insert(QLatin1StringView("paths"), static_cast<qint64>(o.paths));
         json.insert(QLatin1StringView("startingEquity"), o.start);
         json.insert(QLatin1StringView("ruinThreshold"), jsonOf(ruinLevel));
-        json.insert(QLatin1StringView("profitProbability"), result ? QJsonValue(result->profitProbability) : QJsonValue());
+        json.insert(
+            QLatin1StringView("profitProbability"), result ? QJsonValue(result->profitProbability) : QJsonValue());
         json.insert(QLatin1StringView("ruinProbability"), result ? jsonOf(result->ruinProbability) : QJsonValue());
         json.insert(QLatin1StringView("yRange"),
-            result ? QJsonValue(QJsonObject { { QStringLiteral("min"), result->yRange.min },
-                { QStringLiteral("max"), result->yRange.max } })
+            result ? QJsonValue(QJsonObject {
+                { QStringLiteral("min"), result->yRange.min }, { QStringLiteral("max"), result->yRange.max } })
                    : QJsonValue());
         QJsonArray bands;
         if (result) {
             for (const auto& b : result->bands) {
                 bands.append(QJsonObject { { QStringLiteral("p05"), b.p05 }, { QStringLiteral("p25"), b.p25 },
-                    { QStringLiteral("p50"), b.p50 }, { QStringLiteral("p75"), b.p75 }, { QStringLiteral("p95"), b.p95 } });
+                    { QStringLiteral("p50"), b.p50 }, { QStringLiteral("p75"), b.p75 },
+                    { QStringLiteral("p95"), b.p95 } });
             }
         }
         json.insert(QLatin1StringView("bands"), result ? QJsonValue(bands) : QJsonValue());
@@ -355,6 +390,31 @@ int simulate(const Options& o, const ClipJournalStore& store, QTextStream& out)
     return 0;
 }
 
+int importTrades(const QString& file, const QString& folder, QTextStream& out, QTextStream& err)
+{
+    const TradeImporter::Report report = TradeImporter::importFile(file, folder);
+    if (!report.imported) {
+        err << "velotape journal: " << QFileInfo(file).fileName() << ": " << report.error << '\n';
+        return 2;
+    }
+    out << report.summary << '\n';
+    for (const QString& note : report.notes + report.skippedRows)
+        out << "  " << note << '\n';
+    return 0;
+}
+
+int exportJournal(const QString& file, const ClipJournalStore& store, QTextStream& out, QTextStream& err)
+{
+    const QByteArray csv = JournalExport::csv(store.clips(), store.tradesWithoutClip());
+    QSaveFile target(file);
+    if (!target.open(QIODevice::WriteOnly) || target.write(csv) != csv.size() || !target.commit()) {
+        err << "velotape journal: couldn't write " << file << ": " << target.errorString() << '\n';
+        return 2;
+    }
+    out << "Exported " << (csv.count('\n') - 1) << " rows to " << file << '\n';
+    return 0;
+}
+
 } // namespace
 
 int runJournalCommand(const QStringList& args, QTextStream& out, QTextStream& err, AppSettings* settings)
@@ -373,10 +433,13 @@ int runJournalCommand(const QStringList& args, QTextStream& out, QTextStream& er
     QString folder;
     if (o.folder) {
         folder = *o.folder;
-    } else if (settings) {
-        folder = settings->saveFolderPath();
     } else {
-        folder = AppSettings().saveFolderPath();
+        std::unique_ptr<AppSettings> own;
+        if (!settings) settings = (own = std::make_unique<AppSettings>()).get();
+        folder = settings->saveFolderPath();
+        // The stored folder was refused and the default stands in: say so, and read the default.
+        if (const std::optional<QString> refused = settings->refusedSaveFolder())
+            err << "velotape journal: " << *refused << '\n';
     }
     const QFileInfo info(folder);
     if (!info.exists()) {
@@ -388,9 +451,13 @@ int runJournalCommand(const QStringList& args, QTextStream& out, QTextStream& er
         return 2;
     }
 
+    if (o.importFile) return importTrades(*o.importFile, info.absoluteFilePath(), out, err);
+
     ClipJournalStore store(QUrl::fromLocalFile(info.absoluteFilePath()));
     store.setDisplayUnit(o.unit);
+    store.setFilter(o.filter);
     store.rescan();
+    if (o.exportFile) return exportJournal(*o.exportFile, store, out, err);
 
     if (o.simulate) return simulate(o, store, out);
     if (o.json) {

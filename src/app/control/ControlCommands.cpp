@@ -84,6 +84,9 @@ QString ControlCommands::status() const
     const auto label = viewModel.sourceMemory()->sourceLabelForFilename();
     state += label ? QStringLiteral(" (source: %1)").arg(*label) : QStringLiteral(" (no source selected)");
     if (engine->errorMessage()) state += QStringLiteral("; ") + *engine->errorMessage();
+    if (!recorder->bufferProblem().isEmpty())
+        state += QStringLiteral("; buffering failed: %1 (in %2)")
+                     .arg(recorder->bufferProblem(), recorder->segmentsDirectory());
     if (const auto encoder = HevcEncoderProbe::chosenSoFar()) state += QStringLiteral("; encoder ") + *encoder;
     return state;
 }

@@ -124,7 +124,7 @@ bool AppSession::restoredSavedSource() const
 void AppSession::sweepWhatCrashedRunsLeft()
 {
     const SegmentFolder::SweepResult folders
-        = SegmentFolder::sweepStale(SegmentFolder::defaultParent(), controller->recorder()->segmentsDirectory());
+        = SegmentFolder::sweepStaleEverywhere(controller->recorder()->segmentsDirectory());
     if (folders.removed > 0)
         logLine(QStringLiteral("Removed %1 segment folder(s) of earlier runs that ended without cleaning up (%2 MB)")
                     .arg(folders.removed)

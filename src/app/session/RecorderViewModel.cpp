@@ -241,6 +241,22 @@ void RecorderViewModel::wireSaveSequence()
             Qt::QueuedConnection);
     };
 
+    // A clip that holds less than was asked, because the ring lost some of it: its save says so
+    // instead of a plain "Saved:".
+    segmentRecorder->onClipShort = [self](const QString& path, const QString& text) {
+        QMetaObject::invokeMethod(
+            self,
+            [self, path, text] {
+                if (self) self->shortClips[path] = text;
+            },
+            Qt::QueuedConnection);
+    };
+
+    // A ring that cannot keep what it should says so once, when it starts; status keeps saying it.
+    connect(segmentRecorder, &SegmentedRecorder::bufferProblemChanged, this, [this](const QString& problem) {
+        if (!problem.isEmpty()) showToast(QStringLiteral("Buffering failed: ") + problem);
+    });
+
     // An export failed: the toast is the only report.
     segmentRecorder->onError = [self](const QString& text) {
         QMetaObject::invokeMethod(
@@ -340,6 +356,9 @@ void RecorderViewModel::sourceSelected(const std::optional<CaptureSource>& sourc
 void RecorderViewModel::startRecording()
 {
     const QString folder = appSettings->saveFolderPath();
+    // The stored folder was refused at start: say where the clip goes instead, every time until
+    // the setting is fixed.
+    if (const std::optional<QString> refused = appSettings->refusedSaveFolder()) showToast(*refused);
     QDir().mkpath(folder); // a failure shows when the export fails
     const QString name = SourceMemory::filename(
         sources->sourceLabelForFilename().value_or(QStringLiteral("Clip")), QDateTime::currentDateTime());
@@ -373,7 +392,9 @@ void RecorderViewModel::scheduleAutoStopIfNeeded()
 {
     if (autoStopTask) backends.scheduler->cancel(*autoStopTask);
     const double minutes = appSettings->autoStopMinutes();
-    if (!(minutes > 0)) return;
+    // Zero (never), negative and NaN have no timer, and neither has a timer so short that it would
+    // end the recording as it begins.
+    if (!(minutes >= AppSettings::shortestAutoStopMinutes)) return;
     QPointer<RecorderViewModel> self(this);
     const auto delay = std::chrono::nanoseconds(static_cast<int64_t>(minutes * 60.0 * 1e9));
     autoStopTask = backends.scheduler->schedule(delay, [self, minutes] {
@@ -400,7 +421,13 @@ void RecorderViewModel::runSaveSequence(const QString& path)
 {
     lastSaved = path;
     emit lastSavedURLChanged();
-    showToast(QStringLiteral("Saved: ") + QFileInfo(path).fileName());
+    const auto shortened = shortClips.find(path);
+    if (shortened != shortClips.end()) {
+        showToast(shortened->second);
+        shortClips.erase(shortened);
+    } else {
+        showToast(QStringLiteral("Saved: ") + QFileInfo(path).fileName());
+    }
     if (backends.desktop) {
         if (appSettings->playSoundOnSave()) backends.desktop->playCompleteSound();
         if (appSettings->openFinderOnSave()) backends.desktop->revealInFileManager(path);

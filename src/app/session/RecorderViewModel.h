@@ -11,6 +11,7 @@
 #include <QObject>
 #include <QString>
 
+#include <map>
 #include <memory>
 #include <optional>
 
@@ -170,6 +171,8 @@ private:
     std::optional<QString> toastText;
     std::optional<QString> lastSaved;
     std::optional<TaskScheduler::Handle> autoStopTask;
+    // Clips saved shorter than asked, with what their save says instead of "Saved:".
+    std::map<QString, QString> shortClips;
     bool suppressPersistence = true;
 };
 

@@ -105,6 +105,7 @@ JournalOverview::JournalOverview(ClipJournalStore* journal, QWidget* parent)
 
     connect(store, &ClipJournalStore::clipsChanged, this, &JournalOverview::refresh);
     connect(store, &ClipJournalStore::displayUnitChanged, this, &JournalOverview::refresh);
+    connect(store, &ClipJournalStore::filterChanged, this, &JournalOverview::refresh);
     refresh();
 }
 

@@ -67,8 +67,28 @@ JournalScreen::JournalScreen(ClipJournalStore* journal, QWidget* parent)
     unitRow->addWidget(unitButton);
     unitRow->addStretch();
     column->addLayout(unitRow);
+    // On a line of their own, so that the smallest window still has room for them.
+    auto* filterRow = new QHBoxLayout;
+    // The menus are filled as they open, from the journal as it is then.
+    symbolMenuButton = new V3Button(V3Button::Kind::secondary, {}, this);
+    symbolMenuButton->setAccessibleName(QStringLiteral("Symbol"));
+    symbolMenuButton->setMenu(new QMenu(symbolMenuButton));
+    connect(symbolMenuButton->menu(), &QMenu::aboutToShow, this, [this] {
+        fillFilterMenu(symbolMenuButton, QStringLiteral("All symbols"),
+            JournalFilter::symbols(store->clips(), store->tradesWithoutClip()), true);
+    });
+    filterRow->addWidget(symbolMenuButton);
+    tagMenuButton = new V3Button(V3Button::Kind::secondary, {}, this);
+    tagMenuButton->setAccessibleName(QStringLiteral("Tag"));
+    tagMenuButton->setMenu(new QMenu(tagMenuButton));
+    connect(tagMenuButton->menu(), &QMenu::aboutToShow, this, [this] {
+        fillFilterMenu(tagMenuButton, QStringLiteral("All tags"), JournalFilter::tags(store->clips()), false);
+    });
+    filterRow->addWidget(tagMenuButton);
+    filterRow->addStretch();
     unitSentence = new V3Text({}, 11, QFont::Normal, V3::fgFaint, this);
     column->addWidget(unitSentence);
+    column->addLayout(filterRow);
     column->addSpacing(4);
 
     connect(tabs, &V3Segmented::selectionChanged, this, [this](const QString& value) {
@@ -76,7 +96,9 @@ JournalScreen::JournalScreen(ClipJournalStore* journal, QWidget* parent)
             if (tabValue(tab) == value) setTab(tab);
     });
     connect(store, &ClipJournalStore::displayUnitChanged, this, &JournalScreen::showUnit);
+    connect(store, &ClipJournalStore::filterChanged, this, &JournalScreen::showFilter);
     showUnit();
+    showFilter();
 
     page = new JournalOverview(store, this);
     column->addWidget(page, 1);
@@ -121,4 +143,34 @@ void JournalScreen::showUnit()
     for (QAction* action : unitMenuButton->menu()->actions())
         action->setChecked(action->data().toString() == rawValue(unit));
     unitSentence->setText(QStringLiteral("Only clips tagged in %1 count toward these stats.").arg(shortLabel(unit)));
+}
+
+void JournalScreen::fillFilterMenu(QPushButton* button, const QString& all, const QStringList& choices, bool symbol)
+{
+    QMenu* menu = button->menu();
+    menu->clear();
+    const std::optional<QString>& current = symbol ? store->filter().symbol : store->filter().tag;
+    const auto choose = [this, symbol](std::optional<QString> value) {
+        JournalFilter filter = store->filter();
+        (symbol ? filter.symbol : filter.tag) = std::move(value);
+        store->setFilter(filter);
+    };
+    QAction* everything = menu->addAction(all);
+    everything->setCheckable(true);
+    everything->setChecked(!current);
+    connect(everything, &QAction::triggered, this, [choose] { choose(std::nullopt); });
+    if (!choices.isEmpty()) menu->addSeparator();
+    for (const QString& choice : choices) {
+        QAction* action = menu->addAction(choice);
+        action->setCheckable(true);
+        action->setChecked(current && current->compare(choice, Qt::CaseInsensitive) == 0);
+        connect(action, &QAction::triggered, this, [choose, choice] { choose(choice); });
+    }
+}
+
+void JournalScreen::showFilter()
+{
+    const JournalFilter& filter = store->filter();
+    symbolMenuButton->setText(filter.symbol.value_or(QStringLiteral("All symbols")));
+    tagMenuButton->setText(filter.tag.value_or(QStringLiteral("All tags")));
 }

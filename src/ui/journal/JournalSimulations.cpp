@@ -156,6 +156,7 @@ JournalSimulations::JournalSimulations(ClipJournalStore* journal, QWidget* paren
     connect(runner, &SimulationRunner::finished, this, &JournalSimulations::showResult);
     connect(store, &ClipJournalStore::clipsChanged, this, &JournalSimulations::refresh);
     connect(store, &ClipJournalStore::displayUnitChanged, this, &JournalSimulations::refresh);
+    connect(store, &ClipJournalStore::filterChanged, this, &JournalSimulations::refresh);
     refresh();
 }
 

@@ -61,6 +61,7 @@ JournalStats::JournalStats(ClipJournalStore* journal, QWidget* parent)
 
     connect(store, &ClipJournalStore::clipsChanged, this, &JournalStats::refresh);
     connect(store, &ClipJournalStore::displayUnitChanged, this, &JournalStats::refresh);
+    connect(store, &ClipJournalStore::filterChanged, this, &JournalStats::refresh);
     refresh();
 }
 
