@@ -16,8 +16,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 
     if (const auto value = PnLTextParser::parseNumber(text)) FUZZ_CHECK(std::isfinite(*value), bytes);
 
-    const auto result = PnLTextParser::choose(static_cast<int>(frames.size()),
-        [&frames](int frame) -> std::optional<QStringList> { return frames[frame].split(u'\n'); });
+    // Each frame read again as the next one: readings that agree and readings that don't.
+    const auto choice = PnLTextParser::choose(
+        static_cast<int>(frames.size()),
+        [&frames](int frame) -> std::optional<QStringList> { return frames[frame].split(u'\n'); },
+        [&frames](int frame, const PnLTextParser::Candidate& candidate) {
+            return PnLTextParser::confirms(frames[(frame + 1) % frames.size()].split(u'\n'), candidate);
+        });
+    if (choice.disputed) FUZZ_CHECK(!choice.result && !choice.disputed->isEmpty(), bytes);
+    const auto& result = choice.result;
     if (!result) return 0;
     FUZZ_CHECK(std::isfinite(result->pnl) && result->pnl >= 0 && result->pnl <= PnLTextParser::maxMagnitude, bytes);
     FUZZ_CHECK(result->rawText == result->rawText.trimmed() && !result->rawText.isEmpty(), bytes);

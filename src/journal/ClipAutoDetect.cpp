@@ -16,8 +16,8 @@ constexpr int scalerSlack = 64;
 // Decoded frames come at their full size: the crop needs the clip's own pixels.
 const QSize fullSize(1 << 15, 1 << 15);
 
-// The crop of the frame at `secondsFromEnd` before the end, enlarged for the recogniser; nothing
-// when the clip is shorter than that, the frame can't be had or the crop lies outside it.
+// The crop of the frame at `secondsFromEnd` before the end, as the clip has it; nothing when the
+// clip is shorter than that, the frame can't be had or the crop lies outside it.
 std::optional<QImage> snapshotCrop(ClipFrameReader& reader, double secondsFromEnd, const QRectF& cropRect,
     const QSizeF& sourcePointSize, const QSizeF& recordedPixelSize)
 {
@@ -29,9 +29,9 @@ std::optional<QImage> snapshotCrop(ClipFrameReader& reader, double secondsFromEn
     if (!frame) return std::nullopt;
     const auto crop = cropInImage(cropRect, sourcePointSize, recordedPixelSize, frame->size());
     if (!crop) return std::nullopt;
-    const QImage cropped = frame->copy(*crop);
+    const QImage cropped = frame->copy(*crop).convertToFormat(QImage::Format_Grayscale8);
     if (cropped.isNull()) return std::nullopt;
-    return upscaleForOCR(cropped);
+    return cropped;
 }
 
 } // namespace
@@ -85,6 +85,64 @@ QImage upscaleForOCR(const QImage& image, int minHeight, int maxScale)
     return out.copy(0, 0, outWidth, outHeight);
 }
 
+QImage binariseForOCR(const QImage& image)
+{
+    const QImage gray = image.convertToFormat(QImage::Format_Grayscale8);
+    const int width = gray.width();
+    const int height = gray.height();
+    if (width == 0 || height == 0) return gray;
+    std::array<double, 256> histogram {};
+    for (int y = 0; y < height; ++y) {
+        const uchar* row = gray.constScanLine(y);
+        for (int x = 0; x < width; ++x)
+            ++histogram[row[x]];
+    }
+    // Otsu: the threshold with the largest variance between the two classes it makes.
+    const double total = double(width) * height;
+    double sum = 0;
+    for (int i = 0; i < 256; ++i)
+        sum += i * histogram[size_t(i)];
+    double below = 0, sumBelow = 0, best = -1;
+    int threshold = 127;
+    for (int t = 0; t < 256; ++t) {
+        below += histogram[size_t(t)];
+        if (below == 0) continue;
+        const double above = total - below;
+        if (above == 0) break;
+        sumBelow += t * histogram[size_t(t)];
+        const double meanBelow = sumBelow / below;
+        const double meanAbove = (sum - sumBelow) / above;
+        const double between = below * above * (meanBelow - meanAbove) * (meanBelow - meanAbove);
+        if (between > best) {
+            best = between;
+            threshold = t;
+        }
+    }
+    // The ground is what the edge of the picture mostly shows.
+    int darkEdge = 0, edge = 0;
+    for (int x = 0; x < width; ++x) {
+        darkEdge += (gray.constScanLine(0)[x] <= threshold) + (gray.constScanLine(height - 1)[x] <= threshold);
+        edge += 2;
+    }
+    for (int y = 0; y < height; ++y) {
+        darkEdge += (gray.constScanLine(y)[0] <= threshold) + (gray.constScanLine(y)[width - 1] <= threshold);
+        edge += 2;
+    }
+    const bool darkGround = 2 * darkEdge > edge;
+    constexpr int margin = binaryMargin;
+    QImage out(width + 2 * margin, height + 2 * margin, QImage::Format_Grayscale8);
+    out.fill(255);
+    for (int y = 0; y < height; ++y) {
+        const uchar* in = gray.constScanLine(y);
+        uchar* row = out.scanLine(y + margin) + margin;
+        for (int x = 0; x < width; ++x) {
+            const bool dark = in[x] <= threshold;
+            row[x] = dark != darkGround ? 0 : 255;
+        }
+    }
+    return out;
+}
+
 QStringList readingOrder(QList<RecognizedLine> lines)
 {
     // Higher rows first (the boxes' origin is at the bottom), then left to right within a row.
@@ -101,20 +159,31 @@ QStringList readingOrder(QList<RecognizedLine> lines)
     return texts;
 }
 
-std::optional<Result> detect(const QString& clip, const QRectF& cropRect, const QSizeF& sourcePointSize,
+Detection detect(const QString& clip, const QRectF& cropRect, const QSizeF& sourcePointSize,
     const QSizeF& recordedPixelSize, TextRecognizer& recognizer)
 {
     if (!(sourcePointSize.width() > 0 && sourcePointSize.height() > 0 && recordedPixelSize.width() > 0
             && recordedPixelSize.height() > 0))
-        return std::nullopt;
+        return {};
     ClipFrameReader reader(clip);
-    if (!reader.isOpen()) return std::nullopt;
-    return PnLTextParser::choose(int(snapshotOffsets.size()), [&](int index) -> std::optional<QStringList> {
-        const auto image
-            = snapshotCrop(reader, snapshotOffsets[size_t(index)], cropRect, sourcePointSize, recordedPixelSize);
-        if (!image) return std::nullopt;
-        return readingOrder(recognizer.recognize(*image));
-    });
+    if (!reader.isOpen()) return {};
+    // The frame being looked at, black on white, for the second reading.
+    QImage binary;
+    const PnLTextParser::Choice choice = PnLTextParser::choose(
+        int(snapshotOffsets.size()),
+        [&](int index) -> std::optional<QStringList> {
+            const auto crop
+                = snapshotCrop(reader, snapshotOffsets[size_t(index)], cropRect, sourcePointSize, recordedPixelSize);
+            if (!crop) return std::nullopt;
+            binary = binariseForOCR(upscaleForOCR(*crop));
+            return readingOrder(recognizer.recognize(binary));
+        },
+        [&](int, const PnLTextParser::Candidate& candidate) {
+            // The same picture, but a reader held to the characters of amounts: a thin minus that
+            // the first took for a quote or a dash of its own is a minus here, or a dispute.
+            return PnLTextParser::confirms(readingOrder(recognizer.recognizeAmount(binary)), candidate);
+        });
+    return Detection { choice.result, choice.disputed };
 }
 
 QString ocrPreview(const QString& clip, const QRectF& cropRect, const QSizeF& sourcePointSize,
@@ -124,7 +193,8 @@ QString ocrPreview(const QString& clip, const QRectF& cropRect, const QSizeF& so
     if (!reader.isOpen()) return {};
     const auto image = snapshotCrop(reader, snapshotOffsets.front(), cropRect, sourcePointSize, recordedPixelSize);
     if (!image) return {};
-    QString text = readingOrder(recognizer.recognize(*image)).join(QStringLiteral(" \u00B7 "));
+    QString text
+        = readingOrder(recognizer.recognize(binariseForOCR(upscaleForOCR(*image)))).join(QStringLiteral(" \u00B7 "));
     if (text.size() > previewMaxLength) text = text.left(previewMaxLength - 3) + QStringLiteral("\u2026");
     return text;
 }

@@ -20,11 +20,24 @@
 // lets PnLTextParser pick the figure. Earlier frames are tried when a frame shows no figure, or only
 // a zero, since the panel may have been covered or not yet updated at the very end.
 //
+// The crop is enlarged before it is made black and white (so that a minus one pixel thin becomes a
+// bar several pixels thick instead of vanishing in the threshold), and always black text on white,
+// whether the panel is dark or light. A figure is read twice before it counts: once as text, once
+// with only the characters of amounts allowed. When the two readings disagree on the sign or the
+// digits the clip gets no figure: a journal that silently books a loss as a win is worse than one
+// that asks.
+//
 // Blocking and CPU-heavy: call it on a worker thread, with a recogniser of that thread. No state of
 // its own; touches no file but the clip, which it only reads.
 namespace ClipAutoDetect {
 
 using Result = PnLTextParser::Result;
+
+struct Detection {
+    std::optional<Result> result;
+    // The figure as first read, when the second reading of its frame disagreed: tag it by hand.
+    std::optional<QString> disputed;
+};
 
 // Seconds before the clip's end, in the order they are tried.
 constexpr std::array<double, 8> snapshotOffsets { 0.3, 0.6, 1.0, 1.5, 2.0, 3.0, 5.0, 8.0 };
@@ -39,10 +52,11 @@ constexpr double sameRowTolerance = 0.02;
 // The preview of what the recogniser saw is cut to this many characters.
 constexpr int previewMaxLength = 100;
 
-// The figure on the clip's last frames inside `cropRect`, or nothing. `cropRect` is in the points of
-// the recorded source (origin at its top left), whose size is `sourcePointSize`; the clip's pictures
-// are `recordedPixelSize` large. Nothing when either size is empty or the clip can't be read.
-std::optional<Result> detect(const QString& clip, const QRectF& cropRect, const QSizeF& sourcePointSize,
+// The figure on the clip's last frames inside `cropRect`, or nothing, or a dispute. `cropRect` is in
+// the points of the recorded source (origin at its top left), whose size is `sourcePointSize`; the
+// clip's pictures are `recordedPixelSize` large. Nothing when either size is empty or the clip
+// can't be read.
+Detection detect(const QString& clip, const QRectF& cropRect, const QSizeF& sourcePointSize,
     const QSizeF& recordedPixelSize, TextRecognizer& recognizer);
 
 // Everything the recogniser reads in the same crop of the frame 0.3 s before the end, the lines
@@ -59,6 +73,13 @@ std::optional<QRect> cropInImage(
 // The picture enlarged by a whole factor (Lanczos) so that it is at least `minHeight` tall, but
 // never by more than `maxScale`; a picture already tall enough comes back as it is. Gray.
 QImage upscaleForOCR(const QImage& image, int minHeight = ocrMinHeight, int maxScale = ocrMaxScale);
+
+// A gray picture made black and white by the threshold that best splits its two tones (Otsu's),
+// with the text black on white whichever way round it came: the ground is the tone that holds
+// most of the picture's edge. A white margin of binaryMargin pixels is added around it (text that
+// touches the edge is read badly).
+constexpr int binaryMargin = 12;
+QImage binariseForOCR(const QImage& gray);
 
 // The lines' texts top to bottom, and left to right within a row.
 QStringList readingOrder(QList<RecognizedLine> lines);

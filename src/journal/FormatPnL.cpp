@@ -30,9 +30,13 @@ QString formatCompact(double magnitude)
     return text.left(e + 1) + (negative ? QStringLiteral("-") : QString()) + exponent;
 }
 
-QString formatPnL(double value, PnLUnit unit, int decimals)
+QString formatPnL(double value, PnLUnit unit, int decimals, const QLocale& locale)
 {
-    const QString number = formatFixed(std::fabs(value), decimals);
+    // Money reads in the user's own way: "1,234.50" in English, "1.234,50" in German. The C locale
+    // (what a bare environment has) groups nothing, which keeps the plain "%.2f" text there.
+    const double magnitude = std::fabs(value);
+    const QString number = magnitude < compactFrom ? locale.toString(magnitude, 'f', std::clamp(decimals, 0, 20))
+                                                   : formatCompact(magnitude);
     // The sign is the value's, not the rounded text's: -0.001 with 2 decimals reads "-$0.00".
     const QString sign = value < 0 ? QStringLiteral("-") : QString();
     switch (unit) {

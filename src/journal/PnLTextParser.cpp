@@ -48,16 +48,23 @@ std::optional<double> decimalNumber(const QString& text)
 }
 
 // Group 1 is the candidate. \d takes any decimal digit, as the recogniser may return them; such a
-// candidate then fails to convert and is skipped.
+// candidate then fails to convert and is skipped. The currency mark may be a euro, pound or yen
+// sign as well as a dollar: "-€45.10" is a loss, not the 45.10 that follows a stray minus.
 const QRegularExpression& amountPattern()
 {
     static const QRegularExpression pattern = [] {
-        QRegularExpression re(QStringLiteral("([-+\u2212\u2013\u2014]?\\(?\\$?-?\\d[\\d.,'\u00A0]*\\)?)"),
+        QRegularExpression re(
+            QStringLiteral("([-+\u2212\u2013\u2014]?\\(?[$\u20AC\u00A3\u00A5]?-?\\d[\\d.,'\u00A0]*\\)?)"),
             QRegularExpression::UseUnicodePropertiesOption);
         re.optimize();
         return re;
     }();
     return pattern;
+}
+
+bool isCurrencyMark(QChar c)
+{
+    return c == u'$' || c == u'\u20AC' || c == u'\u00A3' || c == u'\u00A5';
 }
 
 } // namespace
@@ -67,7 +74,7 @@ std::optional<double> parseNumber(QStringView input)
     QString text;
     text.reserve(input.size());
     for (const QChar c : input) {
-        if (c != u'$' && c != u'\u00A0' && c != u' ') text.append(c);
+        if (!isCurrencyMark(c) && c != u'\u00A0' && c != u' ') text.append(c);
     }
     // Accounting style: (12.50) is a loss of 12.50.
     const bool parenthesised = text.startsWith(u'(') && text.endsWith(u')');
@@ -89,13 +96,34 @@ std::optional<double> parseNumber(QStringView input)
     return parenthesised ? -*value : *value;
 }
 
+namespace {
+
+// Whether the match stands on its own: digits right after a separator, a sign, a slash or a
+// parenthesis that the pattern didn't take are the tail of a figure the recogniser garbled
+// ("-/.25" is no 25), and a figure followed by a minus ("12.50-") may be a loss written the
+// accountants' other way. The sign of either is anybody's guess.
+bool standsAlone(const QString& line, const QRegularExpressionMatch& match)
+{
+    const qsizetype start = match.capturedStart(1);
+    const qsizetype end = match.capturedEnd(1);
+    if (start > 0) {
+        const QChar before = line.at(start - 1);
+        if (before.isDigit() || QStringLiteral(".,/-+()\u2212\u2013\u2014").contains(before)) return false;
+    }
+    return end >= line.size() || !QStringLiteral("-\u2212\u2013\u2014").contains(line.at(end));
+}
+
+} // namespace
+
 std::optional<Candidate> lastCandidate(const QStringList& lines)
 {
     std::optional<Candidate> candidate;
-    for (const QString& line : lines) {
-        auto matches = amountPattern().globalMatch(line);
+    for (int index = 0; index < lines.size(); ++index) {
+        auto matches = amountPattern().globalMatch(lines[index]);
         while (matches.hasNext()) {
-            const QString matched = matches.next().captured(1);
+            const QRegularExpressionMatch match = matches.next();
+            if (!standsAlone(lines[index], match)) continue;
+            const QString matched = match.captured(1);
             const auto value = parseNumber(matched);
             if (!value || std::fabs(*value) > maxMagnitude) continue;
             candidate = Candidate { *value, matched.trimmed() };
@@ -104,7 +132,41 @@ std::optional<Candidate> lastCandidate(const QStringList& lines)
     return candidate;
 }
 
-std::optional<Result> choose(int frameCount, const std::function<std::optional<QStringList>(int frame)>& linesOfFrame)
+bool confirms(const QStringList& reread, const Candidate& candidate)
+{
+    const auto digitsOf = [](const QString& text) {
+        QString digits;
+        for (const QChar c : text)
+            if (c.isDigit()) digits.append(c);
+        return digits;
+    };
+    const QString digits = digitsOf(candidate.text);
+    std::optional<bool> negative;
+    for (const QString& line : reread) {
+        auto matches = amountPattern().globalMatch(line);
+        while (matches.hasNext()) {
+            const QRegularExpressionMatch match = matches.next();
+            if (!standsAlone(line, match)) continue;
+            // The sign by the text alone: a second reading may set a separator differently
+            // ("1.234.50") and still be the same figure with the same sign.
+            QString text;
+            for (const QChar c : match.captured(1))
+                if (!isCurrencyMark(c) && c != u'\u00A0' && c != u' ') text.append(c);
+            // Without the letters between them the second reading may run the figure into the
+            // next one ("12.0002,500,000" for "12.00 Vol 2,500,000"): its start is the figure.
+            if (!digitsOf(text).startsWith(digits)) continue;
+            const QChar first = text.isEmpty() ? QChar() : text.front();
+            negative = first == u'-' || first == u'\u2212' || first == u'\u2013' || first == u'\u2014'
+                || text.startsWith(QStringLiteral("(-")) || (first == u'(' && text.endsWith(u')'));
+        }
+    }
+    if (!negative) return false;
+    if (std::fabs(candidate.value) <= zeroTolerance) return true;
+    return *negative == (candidate.value < 0);
+}
+
+Choice choose(int frameCount, const std::function<std::optional<QStringList>(int frame)>& linesOfFrame,
+    const std::function<bool(int frame, const Candidate& candidate)>& rereadsAs)
 {
     std::optional<Result> breakeven;
     for (int frame = 0; frame < frameCount; ++frame) {
@@ -112,14 +174,18 @@ std::optional<Result> choose(int frameCount, const std::function<std::optional<Q
         if (!lines) continue;
         const auto candidate = lastCandidate(*lines);
         if (!candidate) continue;
+        // The frame nearest the end that shows a figure is the one that counts: when its readings
+        // disagree, an older frame is no answer either.
+        if (!rereadsAs(frame, *candidate)) return Choice { std::nullopt, candidate->text };
         if (std::fabs(candidate->value) > zeroTolerance) {
-            return Result { std::fabs(candidate->value), candidate->value < 0 ? TradeOutcome::loss : TradeOutcome::win,
-                candidate->text };
+            return Choice { Result { std::fabs(candidate->value),
+                                candidate->value < 0 ? TradeOutcome::loss : TradeOutcome::win, candidate->text },
+                std::nullopt };
         }
         // A later frame may still show the real figure.
         if (!breakeven) breakeven = Result { 0, TradeOutcome::breakeven, candidate->text };
     }
-    return breakeven;
+    return Choice { breakeven, std::nullopt };
 }
 
 } // namespace PnLTextParser

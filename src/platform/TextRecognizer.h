@@ -25,6 +25,9 @@ public:
     virtual ~TextRecognizer() = default;
     // The lines in whatever order the engine found them; empty when the engine failed or saw nothing.
     virtual QList<RecognizedLine> recognize(const QImage& image) = 0;
+    // The same, read with nothing but the characters of amounts allowed (digits, signs, separators,
+    // parentheses, currency marks): a second reading of a figure, which must agree with the first.
+    virtual QList<RecognizedLine> recognizeAmount(const QImage& image) = 0;
 };
 
 // Makes a recogniser on the calling thread; null when no engine can be started (data missing).

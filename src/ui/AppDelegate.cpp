@@ -96,6 +96,10 @@ void AppDelegate::buildMainMenu()
                 .arg(QCoreApplication::applicationVersion()));
     });
     app->addSeparator();
+    // An X11 application can't hide itself as a whole: its window goes down to the taskbar, from
+    // where the user brings it back, and the ring keeps buffering behind it.
+    QAction* hide = app->addAction(QStringLiteral("Hide Velotape"), mainWindow.get(), &QWidget::showMinimized);
+    hide->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_H));
     QAction* quit = app->addAction(QStringLiteral("Quit Velotape"), qApp, &QApplication::closeAllWindows);
     quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
 

@@ -2,6 +2,7 @@
 
 #include "ui/kit/Appearance.h"
 #include "ui/kit/D1NavTile.h"
+#include "ui/kit/EnterPresses.h"
 #include "ui/kit/V3.h"
 
 #include <QPainter>
@@ -21,6 +22,7 @@ NavRow::NavRow(D1Screen screen, QWidget* parent)
     setAccessibleName(content.label);
     setCursor(Qt::PointingHandCursor);
     setFocusPolicy(Qt::TabFocus);
+    new EnterPresses(this);
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
 }
 

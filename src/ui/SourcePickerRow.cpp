@@ -2,6 +2,7 @@
 
 #include "ui/kit/D1.h"
 #include "ui/kit/D1NavTile.h"
+#include "ui/kit/EnterPresses.h"
 #include "ui/kit/KitPaint.h"
 #include "ui/kit/Srgb.h"
 #include "ui/kit/Symbols.h"
@@ -31,6 +32,7 @@ SourcePickerRow::SourcePickerRow(Content c, QWidget* parent)
     setAttribute(Qt::WA_Hover);
     setCursor(Qt::PointingHandCursor);
     setFocusPolicy(Qt::TabFocus);
+    new EnterPresses(this);
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
 }
 

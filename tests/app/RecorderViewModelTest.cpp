@@ -637,6 +637,56 @@ TEST_F(RecorderViewModelTest, AutoPnLKeepsATagTypedDuringTheScanAndLeavesASideca
     EXPECT_EQ(file.readAll(), unreadable);
 }
 
+TEST_F(RecorderViewModelTest, ReadingsThatDisagreeOrAMissingEngineTagNothingAndSaySo)
+{
+    // An engine that loses the minus in one reading and keeps it in the other, as Tesseract did on
+    // a thin minus: a fault the real engine can't be made to show on demand.
+    struct Disagreeing : TextRecognizer {
+        QList<RecognizedLine> recognize(const QImage&) override
+        {
+            return { { QStringLiteral("7.25"), QRectF(0.1, 0.3, 0.5, 0.4) } };
+        }
+        QList<RecognizedLine> recognizeAmount(const QImage&) override
+        {
+            return { { QStringLiteral("-7.25"), QRectF(0.1, 0.3, 0.5, 0.4) } };
+        }
+    };
+    recognizers = [] { return std::make_unique<Disagreeing>(); };
+    settings->setAreaMonitorRect(QRectF(10, 10, 200, 60));
+    settings->setResolution(Resolution::res720);
+    make();
+    startUp();
+    vm->engine()->setSelectedSource(CaptureSource::display(screen->content.displays[0]));
+    vm->startPreview();
+    const QSize recorded(vm->engine()->outputWidth(), vm->engine()->outputHeight());
+    QDir().mkpath(settings->saveFolderPath());
+    const QString clip = QDir(settings->saveFolderPath()).filePath(QStringLiteral("Display 1, Nov 25, 09-30-00.mp4"));
+    ASSERT_TRUE(makeDrawnTextClip(clip, recorded, QStringLiteral("white"), 0.5,
+        { DrawnText { QStringLiteral("-7.25"), QStringLiteral("DejaVuSans.ttf"), 20, QStringLiteral("black"),
+            QStringLiteral("20"), QStringLiteral("20"), {} } }));
+    const QUrl url = QUrl::fromLocalFile(clip);
+    vm->runPnLDetect(clip);
+    ASSERT_TRUE(spinUntil([&] { return vm->toast() != QStringLiteral("Auto P&L: scanning clip\u2026"); }));
+    EXPECT_EQ(vm->toast(), QStringLiteral("Auto P&L: couldn't be sure of '7.25' \u2014 tag it by hand."));
+    EXPECT_EQ(ClipMetaStore::load(url), ClipMeta());
+
+    // Tesseract without its English data: the toast names the package, not "no number found".
+    QTemporaryDir noData;
+    const QByteArray before = qgetenv("TESSDATA_PREFIX");
+    qputenv("TESSDATA_PREFIX", noData.path().toUtf8());
+    vm.reset();
+    recognizers = TesseractRecognizer::factory();
+    make();
+    vm->runPnLDetect(clip);
+    ASSERT_TRUE(spinUntil([&] { return vm->toast() != QStringLiteral("Auto P&L: scanning clip\u2026"); }));
+    if (before.isNull())
+        qunsetenv("TESSDATA_PREFIX");
+    else
+        qputenv("TESSDATA_PREFIX", before);
+    EXPECT_EQ(vm->toast(), QStringLiteral("Reading the P&L needs Tesseract's English data (tesseract-ocr-eng)."));
+    EXPECT_EQ(ClipMetaStore::load(url), ClipMeta());
+}
+
 TEST_F(RecorderViewModelTest, ARingThatLosesItsFolderSaysSoInAToastAndInStatus)
 {
     QTemporaryDir runtime;

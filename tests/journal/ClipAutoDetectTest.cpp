@@ -72,7 +72,8 @@ TEST(ClipAutoDetectTest, ReadsTheFigureInTheWatchedAreaAcrossFontsBackgroundsAnd
         SCOPED_TRACE(c.name);
         const QString clip = dir.filePath(QStringLiteral("clip%1.mp4").arg(index++));
         ASSERT_TRUE(makeDrawnTextClip(clip, c.clipSize, c.background, 1.0, { c.text }));
-        const auto found = ClipAutoDetect::detect(clip, c.area, c.sourcePointSize, QSizeF(c.clipSize), *recognizer);
+        const auto found
+            = ClipAutoDetect::detect(clip, c.area, c.sourcePointSize, QSizeF(c.clipSize), *recognizer).result;
         const QString saw
             = ClipAutoDetect::ocrPreview(clip, c.area, c.sourcePointSize, QSizeF(c.clipSize), *recognizer);
         EXPECT_EQ(describe(found), describe(c.expected)) << "OCR saw: " << saw.toStdString();
@@ -96,15 +97,52 @@ TEST(ClipAutoDetectTest, AZeroAtTheEndGivesWayToAnEarlierFigureAndATinyClipHasNo
     ASSERT_TRUE(makeDrawnTextClip(settled, size.toSize(), QStringLiteral("black"), 2.0,
         { drawn("-5.00", "DejaVuSans.ttf", 20, "white", "40", "40", "lt(t,1.5)"),
             drawn("0.00", "DejaVuSans.ttf", 20, "white", "40", "40", "gte(t,1.5)") }));
-    EXPECT_EQ(describe(ClipAutoDetect::detect(settled, QRectF(20, 25, 140, 50), size, size, *recognizer)),
+    EXPECT_EQ(describe(ClipAutoDetect::detect(settled, QRectF(20, 25, 140, 50), size, size, *recognizer).result),
         describe(Result { 5, TradeOutcome::loss, QStringLiteral("-5.00") }));
 
     // Shorter than the nearest offset: no frame is asked for at all.
     const QString tiny = dir.filePath(QStringLiteral("tiny.mp4"));
     ASSERT_TRUE(makeDrawnTextClip(
         tiny, size.toSize(), QStringLiteral("black"), 0.2, { drawn("42.00", "DejaVuSans.ttf", 20, "white") }));
-    EXPECT_FALSE(ClipAutoDetect::detect(tiny, QRectF(0, 0, 200, 80), size, size, *recognizer));
+    EXPECT_FALSE(ClipAutoDetect::detect(tiny, QRectF(0, 0, 200, 80), size, size, *recognizer).result);
     EXPECT_EQ(ClipAutoDetect::ocrPreview(tiny, QRectF(0, 0, 200, 80), size, size, *recognizer), QString());
+}
+
+// Figures that were once booked with the wrong sign: a thin minus lost in the blur of the video
+// and the enlargement ("-7.25" black on white read as a win of 7.29), and a minus before a currency
+// mark other than the dollar. Each is now read exactly, or not at all; never as a win.
+TEST(ClipAutoDetectTest, LossesThatOnceReadAsWinsAreReadAsLosses)
+{
+    QTemporaryDir dir;
+    const std::unique_ptr<TextRecognizer> recognizer = TesseractRecognizer::create();
+    ASSERT_TRUE(recognizer);
+    const struct {
+        const char* text;
+        const char* font;
+        int size;
+        const char* background;
+        const char* ink;
+        double pnl;
+    } cases[] = {
+        { "-7.25", "DejaVuSans.ttf", 20, "white", "black", 7.25 },
+        { "-7.25", "/usr/share/fonts/truetype/liberation/LiberationSans-Regular.ttf", 28, "white", "black", 7.25 },
+        { "-7.25", "DejaVuSans.ttf", 16, "0xf6f7f9", "0x1e8e3e", 7.25 },
+        { "-7.25", "DejaVuSans.ttf", 20, "0x15181c", "0xff5a52", 7.25 },
+        { "-\u20AC45.10", "DejaVuSans.ttf", 20, "0x15181c", "0xe8eaed", 45.1 },
+    };
+    const QSize size(480, 120);
+    int index = 0;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.text) + " " + std::to_string(c.size) + "px " + c.font + " " + c.ink);
+        const QString clip = dir.filePath(QStringLiteral("loss%1.mp4").arg(index++));
+        ASSERT_TRUE(makeDrawnTextClip(
+            clip, size, QString::fromUtf8(c.background), 0.5, { drawn(c.text, c.font, c.size, c.ink, "50", "40") }));
+        const auto found
+            = ClipAutoDetect::detect(clip, QRectF(40, 30, 200, 60), QSizeF(size), QSizeF(size), *recognizer);
+        ASSERT_TRUE(found.result) << (found.disputed ? "disputed " + found.disputed->toStdString() : "nothing");
+        EXPECT_EQ(found.result->outcome, TradeOutcome::loss) << describe(found.result);
+        EXPECT_DOUBLE_EQ(found.result->pnl, c.pnl);
+    }
 }
 
 TEST(ClipAutoDetectTest, CropEnlargementAndReadingOrder)

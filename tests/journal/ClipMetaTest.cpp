@@ -407,6 +407,17 @@ TEST(FormatPnL, SignUnitAndDecimals)
     EXPECT_EQ(formatFixed(-std::numeric_limits<double>::infinity(), 2), QStringLiteral("-inf"));
 }
 
+TEST(FormatPnL, ThousandsAndDecimalMarkFollowTheLocale)
+{
+    const QLocale english(QLocale::English, QLocale::UnitedStates);
+    const QLocale german(QLocale::German, QLocale::Germany);
+    EXPECT_EQ(formatPnL(-1234567.5, PnLUnit::dollars, 2, english), QStringLiteral("-$1,234,567.50"));
+    EXPECT_EQ(formatPnL(1234.5, PnLUnit::R, 2, german), QStringLiteral("1.234,50R"));
+    EXPECT_EQ(formatPnL(999.996, PnLUnit::points, 2, english), QStringLiteral("1,000.00 pts"));
+    // A bare environment groups nothing.
+    EXPECT_EQ(formatPnL(-12345, PnLUnit::ticks, 0, QLocale::c()), QStringLiteral("-12345 ticks"));
+}
+
 TEST(ClipMetaStore, TradesTagsAndTheTagsOriginRoundTripAndABrokenTradeFailsTheRecord)
 {
     QTemporaryDir dir;

@@ -64,15 +64,26 @@ TEST(PnLTextParser, LastAmountInReadingOrderWinsAndHugeOnesAreSkipped)
     EXPECT_EQ(candidate->text, QStringLiteral("(45.10)"));
 
     EXPECT_FALSE(lastCandidate({ QStringLiteral("no figures here"), QStringLiteral("1'234") }));
+    // The tail of a garbled figure, or one with a minus after it: no sign can be told.
+    EXPECT_FALSE(lastCandidate({ QStringLiteral("-/.25") }));
+    EXPECT_FALSE(lastCandidate({ QStringLiteral("12.50-") }));
+    candidate = lastCandidate({ QStringLiteral("P&L:-7.25 USD") });
+    ASSERT_TRUE(candidate);
+    EXPECT_DOUBLE_EQ(candidate->value, -7.25);
 }
 
 TEST(PnLTextParser, FirstNonZeroFrameDecidesAndZeroOnlyCountsWhenNothingElseShows)
 {
+    // Every figure read again from the same text: always confirmed.
     const auto frames = [](std::vector<std::optional<QStringList>> shown, int* asked = nullptr) {
-        return choose(static_cast<int>(shown.size()), [shown, asked](int frame) {
-            if (asked) ++*asked;
-            return shown[static_cast<size_t>(frame)];
-        });
+        return choose(
+            static_cast<int>(shown.size()),
+            [shown, asked](int frame) {
+                if (asked) ++*asked;
+                return shown[static_cast<size_t>(frame)];
+            },
+            [shown](int frame, const Candidate& c) { return confirms(*shown[static_cast<size_t>(frame)], c); })
+            .result;
     };
 
     int asked = 0;
@@ -99,4 +110,40 @@ TEST(PnLTextParser, FirstNonZeroFrameDecidesAndZeroOnlyCountsWhenNothingElseShow
     EXPECT_EQ(result->rawText, QStringLiteral("0.00"));
 
     EXPECT_FALSE(frames({ std::nullopt, QStringList { QStringLiteral("P&L") } }));
+}
+
+TEST(PnLTextParser, ASecondReadingMustShowTheSameDigitsWithTheSameSign)
+{
+    const auto read = [](const char* text) { return *lastCandidate({ QString::fromUtf8(text) }); };
+    // The minus lost in the first reading and seen in the second: a dispute, not a win.
+    EXPECT_FALSE(confirms({ QStringLiteral("-7.25") }, read("7.25")));
+    EXPECT_FALSE(confirms({ QStringLiteral("7.25") }, read("-7.25")));
+    EXPECT_FALSE(confirms({ QStringLiteral("7.26") }, read("7.25")));
+    EXPECT_FALSE(confirms({ QStringLiteral("no digits") }, read("7.25")));
+    // Letters read as digits beside the figure, another separator, the sign as parentheses or a
+    // true minus: the same figure.
+    EXPECT_TRUE(confirms({ QStringLiteral("8 -7.25 0") }, read("P&L -7.25")));
+    EXPECT_TRUE(confirms({ QStringLiteral("+1.234.50") }, read("+1,234.50")));
+    EXPECT_TRUE(confirms({ QStringLiteral("12.0002,500,000") }, read("12.00 Vol 2,500,000")));
+    EXPECT_FALSE(confirms({ QStringLiteral("-12.0002,500,000") }, read("12.00 Vol 2,500,000")));
+    EXPECT_FALSE(confirms({ QStringLiteral("17.25") }, read("7.25")));
+    EXPECT_TRUE(confirms({ QStringLiteral("$(45.25)") }, read("(45.25)")));
+    EXPECT_TRUE(confirms({ QStringLiteral("\u22128") }, read("-8")));
+    EXPECT_FALSE(confirms({ QStringLiteral("(45.25") }, read("(45.25)")));
+    // A zero has no sign to lose.
+    EXPECT_TRUE(confirms({ QStringLiteral("-0.00") }, read("0.00")));
+
+    // A disputed frame ends the search: an older frame is no answer for the newest one.
+    int asked = 0;
+    const QStringList first { QStringLiteral("7.25") };
+    const Choice choice = choose(
+        3,
+        [&](int) -> std::optional<QStringList> {
+            ++asked;
+            return first;
+        },
+        [](int, const Candidate&) { return false; });
+    EXPECT_FALSE(choice.result);
+    EXPECT_EQ(choice.disputed, QStringLiteral("7.25"));
+    EXPECT_EQ(asked, 1);
 }

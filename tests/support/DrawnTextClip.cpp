@@ -23,9 +23,10 @@ bool makeDrawnTextClip(
 {
     QStringList filters;
     for (const DrawnText& t : texts) {
-        QString f = QStringLiteral("drawtext=fontfile=/usr/share/fonts/truetype/dejavu/%1:text='%2':fontsize=%3:"
-                                   "fontcolor=%4:x=%5:y=%6")
-                        .arg(t.font, quoted(t.text))
+        const QString font
+            = t.font.startsWith(u'/') ? t.font : QStringLiteral("/usr/share/fonts/truetype/dejavu/") + t.font;
+        QString f = QStringLiteral("drawtext=fontfile=%1:text='%2':fontsize=%3:fontcolor=%4:x=%5:y=%6")
+                        .arg(font, quoted(t.text))
                         .arg(t.size)
                         .arg(t.colour, t.x, t.y);
         if (!t.enable.isEmpty()) f += QStringLiteral(":enable='%1'").arg(t.enable);
@@ -36,14 +37,18 @@ bool makeDrawnTextClip(
     ffmpeg.start(QStringLiteral("ffmpeg"),
         { QStringLiteral("-hide_banner"), QStringLiteral("-loglevel"), QStringLiteral("error"), QStringLiteral("-y"),
             QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
-            QStringLiteral("color=c=%1:s=%2x%3:r=10:d=%4")
+            QStringLiteral("color=c=%1:s=%2x%3:r=30:d=%4")
                 .arg(background)
                 .arg(size.width())
                 .arg(size.height())
                 .arg(seconds),
             QStringLiteral("-vf"), filters.isEmpty() ? QStringLiteral("null") : filters.join(u','),
-            QStringLiteral("-c:v"), QStringLiteral("libx264"), QStringLiteral("-preset"), QStringLiteral("ultrafast"),
-            QStringLiteral("-g"), QStringLiteral("10"), QStringLiteral("-pix_fmt"), QStringLiteral("yuv420p"), path });
+            QStringLiteral("-c:v"), QStringLiteral("libx265"), QStringLiteral("-preset"), QStringLiteral("ultrafast"),
+            QStringLiteral("-tune"), QStringLiteral("zerolatency"), QStringLiteral("-b:v"), QStringLiteral("20M"),
+            QStringLiteral("-x265-params"),
+            QStringLiteral("keyint=30:min-keyint=1:bframes=0:rc-lookahead=0:frame-threads=1:log-level=error"),
+            QStringLiteral("-tag:v"), QStringLiteral("hvc1"), QStringLiteral("-pix_fmt"), QStringLiteral("yuv420p"),
+            path });
     if (!ffmpeg.waitForFinished(30000) || ffmpeg.exitStatus() != QProcess::NormalExit || ffmpeg.exitCode() != 0) {
         std::fprintf(stderr, "ffmpeg: %s\n", ffmpeg.readAll().constData());
         return false;

@@ -128,6 +128,7 @@ std::variant<Options, QString> parse(const QStringList& args)
 struct Reading {
     std::optional<ClipAutoDetect::Result> result;
     QString outside; // why the area shows nothing of the clip, when it does not
+    std::optional<QString> disputed; // two readings of the figure disagreed
     bool kept = false; // --write found the user's own tag and left it
     bool written = false;
     QString notWritten; // why --write left the sidecar as it was
@@ -149,6 +150,9 @@ QString readingLine(const QString& file, const Reading& r)
     // One line a clip, whatever its name holds.
     QString line = LocalFileName::printable(file) + QStringLiteral(": ");
     if (!r.outside.isEmpty()) return line + r.outside;
+    if (r.disputed)
+        return line + QStringLiteral("unsure of '") + LocalFileName::printable(*r.disputed)
+            + QStringLiteral("': tag it by hand");
     if (!r.result) return line + QStringLiteral("no number");
     line
         += ClipAutoDetect::summary(*r.result) + QStringLiteral(", read as '") + r.result->rawText + QStringLiteral("'");
@@ -220,13 +224,16 @@ int runDetectCommand(const QStringList& args, QTextStream& out, QTextStream& err
                     if (!readings[size_t(i)].outside.isEmpty()) continue;
                     // In the clip's own pixels: the picture is its own source.
                     const QSizeF size = sizes[size_t(i)];
-                    readings[size_t(i)].result = ClipAutoDetect::detect(o.clips[i], *area, size, size, *recognizer);
+                    const ClipAutoDetect::Detection found
+                        = ClipAutoDetect::detect(o.clips[i], *area, size, size, *recognizer);
+                    readings[size_t(i)].result = found.result;
+                    readings[size_t(i)].disputed = found.disputed;
                 }
             });
         }
     }
     if (engineMissing) {
-        err << "velotape detect: the OCR engine does not start (is tesseract-ocr-eng installed?)\n";
+        err << "velotape detect: Reading the P&L needs Tesseract's English data (tesseract-ocr-eng).\n";
         return 1;
     }
 

@@ -478,7 +478,9 @@ void RecorderViewModel::runSaveSequence(const QString& path)
 
 struct RecorderViewModel::PnLReading {
     std::optional<ClipAutoDetect::Result> result;
+    std::optional<QString> disputed; // two readings of the figure disagreed
     QString preview; // what the recogniser saw, when it found no figure
+    bool noEngine = false; // Tesseract wouldn't start: its English data is missing
 };
 
 void RecorderViewModel::runPnLDetect(const QString& clip)
@@ -511,9 +513,14 @@ void RecorderViewModel::runPnLDetect(const QString& clip)
         PnLReading out;
         // This worker's own engine, for this clip only: an engine is never shared between threads.
         if (const std::unique_ptr<TextRecognizer> recognizer = makeRecognizer()) {
-            out.result = ClipAutoDetect::detect(clip, crop, sourceSize, recordedSize, *recognizer);
-            if (!out.result)
+            const ClipAutoDetect::Detection found
+                = ClipAutoDetect::detect(clip, crop, sourceSize, recordedSize, *recognizer);
+            out.result = found.result;
+            out.disputed = found.disputed;
+            if (!out.result && !out.disputed)
                 out.preview = ClipAutoDetect::ocrPreview(clip, crop, sourceSize, recordedSize, *recognizer);
+        } else {
+            out.noEngine = true;
         }
         QMetaObject::invokeMethod(
             self,
@@ -526,6 +533,15 @@ void RecorderViewModel::runPnLDetect(const QString& clip)
 
 void RecorderViewModel::finishPnLDetect(const QString& clip, const PnLReading& reading)
 {
+    if (reading.noEngine) {
+        showToast(QStringLiteral("Reading the P&L needs Tesseract's English data (tesseract-ocr-eng)."));
+        return;
+    }
+    if (reading.disputed) {
+        showToast(QStringLiteral("Auto P&L: couldn't be sure of '") + *reading.disputed
+            + QStringLiteral("' \u2014 tag it by hand."));
+        return;
+    }
     if (!reading.result) {
         showToast(reading.preview.isEmpty()
                 ? QStringLiteral("Auto P&L: no number found \u2014 tag manually.")

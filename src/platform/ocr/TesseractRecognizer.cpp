@@ -37,6 +37,18 @@ QString joinDetachedSigns(const QString& line)
     return joined;
 }
 
+// The same gap splits a figure around its separators in a monospaced font: "1, 234.50", "12 ,345"
+// and "12. 50" are one figure each, not "234.50" and "50" after a stray number.
+QString joinSplitFigures(const QString& line)
+{
+    static const QRegularExpression after(QStringLiteral("(\\d[.,])\\s+(?=\\d)"));
+    static const QRegularExpression before(QStringLiteral("(\\d)\\s+(?=[.,]\\d)"));
+    QString joined = line;
+    joined.replace(after, QStringLiteral("\\1"));
+    joined.replace(before, QStringLiteral("\\1"));
+    return joined;
+}
+
 } // namespace
 
 TesseractRecognizer::TesseractRecognizer(std::unique_ptr<tesseract::TessBaseAPI> engine)
@@ -61,8 +73,6 @@ std::unique_ptr<TextRecognizer> TesseractRecognizer::create()
             logged, [] { logLine(QStringLiteral("OCR: Tesseract has no English data; P&L detection is off")); });
         return nullptr;
     }
-    // A P&L panel is a few scattered labels and figures, not a page of paragraphs.
-    engine->SetPageSegMode(tesseract::PSM_SPARSE_TEXT);
     return std::unique_ptr<TextRecognizer>(new TesseractRecognizer(std::move(engine)));
 }
 
@@ -72,6 +82,23 @@ RecognizerFactory TesseractRecognizer::factory()
 }
 
 QList<RecognizedLine> TesseractRecognizer::recognize(const QImage& image)
+{
+    // A P&L panel is a few scattered labels and figures, not a page of paragraphs.
+    api->SetPageSegMode(tesseract::PSM_SPARSE_TEXT);
+    api->SetVariable("tessedit_char_whitelist", "");
+    return read(image);
+}
+
+QList<RecognizedLine> TesseractRecognizer::recognizeAmount(const QImage& image)
+{
+    // The LSTM engine honours the whitelist: a thin minus can't become a quote, a tilde or a dot of
+    // some other script, and a letter beside the figure reads as some digit, not as part of it.
+    api->SetPageSegMode(tesseract::PSM_SPARSE_TEXT);
+    api->SetVariable("tessedit_char_whitelist", "0123456789.,-+()$\u20AC\u00A3\u00A5");
+    return read(image);
+}
+
+QList<RecognizedLine> TesseractRecognizer::read(const QImage& image)
 {
     QList<RecognizedLine> lines;
     if (image.isNull()) return lines;
@@ -91,7 +118,7 @@ QList<RecognizedLine> TesseractRecognizer::recognize(const QImage& image)
             std::unique_ptr<char[]> text(it->GetUTF8Text(tesseract::RIL_TEXTLINE));
             int left = 0, top = 0, right = 0, bottom = 0;
             if (!text || !it->BoundingBox(tesseract::RIL_TEXTLINE, &left, &top, &right, &bottom)) continue;
-            const QString line = joinDetachedSigns(QString::fromUtf8(text.get()).trimmed());
+            const QString line = joinSplitFigures(joinDetachedSigns(QString::fromUtf8(text.get()).trimmed()));
             if (line.isEmpty()) continue;
             // Pixels from the top left to fractions of the picture from the bottom left.
             const QRectF box(double(left) / width, 1.0 - double(bottom) / height, double(right - left) / width,

@@ -19,8 +19,10 @@ public:
 
     ~TesseractRecognizer() override;
     QList<RecognizedLine> recognize(const QImage& image) override;
+    QList<RecognizedLine> recognizeAmount(const QImage& image) override;
 
 private:
     explicit TesseractRecognizer(std::unique_ptr<tesseract::TessBaseAPI> api);
+    QList<RecognizedLine> read(const QImage& image);
     std::unique_ptr<tesseract::TessBaseAPI> api;
 };

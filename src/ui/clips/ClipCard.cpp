@@ -6,6 +6,7 @@
 #include "ui/clips/ClipNotesEditor.h"
 #include "ui/clips/ClipSetupTags.h"
 #include "ui/clips/ClipTagBar.h"
+#include "ui/kit/EnterPresses.h"
 #include "ui/kit/KitPaint.h"
 #include "ui/kit/Symbols.h"
 #include "ui/kit/V3.h"
@@ -53,6 +54,7 @@ public:
         setAccessibleName(QStringLiteral("Play"));
         setToolTip(QStringLiteral("Play"));
         setFocusPolicy(Qt::TabFocus);
+        new EnterPresses(this);
         setCursor(Qt::PointingHandCursor);
         animation->setDuration(200);
         animation->setEasingCurve(QEasingCurve::InOutQuad);
@@ -184,6 +186,7 @@ public:
         : QAbstractButton(parent)
     {
         setFocusPolicy(Qt::TabFocus);
+        new EnterPresses(this);
         setCursor(Qt::PointingHandCursor);
         setAttribute(Qt::WA_Hover);
     }

@@ -1,6 +1,7 @@
 #include "ui/clips/ClipTagBar.h"
 
 #include "ui/clips/ClipEdits.h"
+#include "ui/kit/EnterPresses.h"
 #include "ui/kit/KitPaint.h"
 #include "ui/kit/V3.h"
 #include "ui/kit/V3Field.h"
@@ -13,23 +14,25 @@
 
 namespace {
 
-// A small rounded button of text: a plate of the kit while off, the given colour while on.
+// A small rounded button of text: a plate of the kit while off, the given colour while checked.
+// The outcome pills are checkable, so assistive technology sees toggle buttons and can toggle them.
 class _TagPill : public QAbstractButton {
 public:
-    _TagPill(const QString& text, const DynamicColor& onColour, QSize size, qreal fontSize, QWidget* parent)
+    _TagPill(
+        const QString& text, const DynamicColor& onColour, QSize size, qreal fontSize, bool checkable, QWidget* parent)
         : QAbstractButton(parent)
         , onColour(onColour)
         , fontSize(fontSize)
     {
         setText(text);
         setAccessibleName(text);
+        setCheckable(checkable);
         setFixedSize(size);
         setFocusPolicy(Qt::TabFocus);
+        new EnterPresses(this);
         setAttribute(Qt::WA_Hover);
         setCursor(Qt::PointingHandCursor);
     }
-
-    bool on = false;
 
 protected:
     void paintEvent(QPaintEvent*) override
@@ -38,6 +41,7 @@ protected:
         QPainter p(this);
         p.setRenderHint(QPainter::Antialiasing);
         const QRectF r = QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5);
+        const bool on = isChecked();
         QColor fill = on ? onColour.resolve(a) : V3::bgInset.resolve(a);
         if (!on && underMouse()) fill = KitPaint::mix(fill, V3::line.resolve(a), 0.5);
         p.setPen(on ? Qt::NoPen : QPen(V3::lineSoft.resolve(a), 1));
@@ -79,13 +83,17 @@ ClipTagBar::ClipTagBar(std::function<void(const ClipMeta&)> applyRecord, QWidget
     for (int i = 0; i < 3; ++i) {
         const TradeOutcome outcome = kinds[i].outcome;
         auto* pill = new _TagPill(QLatin1String(kinds[i].text), *kinds[i].colour,
-            QSize(outcome == TradeOutcome::breakeven ? 32 : 26, 22), 11, this);
+            QSize(outcome == TradeOutcome::breakeven ? 32 : 26, 22), 11, true, this);
         pills[i] = pill;
         row->addWidget(pill);
-        connect(pill, &QAbstractButton::clicked, this, [this, outcome] {
+        // A click, Space and a screen reader's toggle all flip the pill; the record decides what it
+        // shows. A pill set to what the record already says (showMeta) is no edit.
+        connect(pill, &QAbstractButton::toggled, this, [this, outcome](bool on) {
+            if (on == (record.outcome == outcome)) return;
             ClipMeta next = record;
             next.outcome = ClipEdits::toggledOutcome(record.outcome, outcome);
             apply(ClipEdits::madeByUser(record, next));
+            showMeta();
         });
     }
     row->addSpacing(4);
@@ -97,7 +105,7 @@ ClipTagBar::ClipTagBar(std::function<void(const ClipMeta&)> applyRecord, QWidget
     row->addWidget(amount);
     connect(amount, &QLineEdit::returnPressed, this, &ClipTagBar::commitPnL);
 
-    auto* unitPill = new _TagPill({}, V3::accent, QSize(26, 18), 9, this);
+    auto* unitPill = new _TagPill({}, V3::accent, QSize(26, 18), 9, false, this);
     unit = unitPill;
     unitPill->setToolTip(QStringLiteral("Cycle dollars / R / points"));
     row->addWidget(unitPill);
@@ -150,9 +158,7 @@ void ClipTagBar::syncTextFromMeta()
 void ClipTagBar::showMeta()
 {
     for (TradeOutcome outcome : { TradeOutcome::win, TradeOutcome::loss, TradeOutcome::breakeven }) {
-        auto* pillButton = static_cast<_TagPill*>(pill(outcome));
-        pillButton->on = record.outcome == outcome;
-        pillButton->update();
+        pill(outcome)->setChecked(record.outcome == outcome);
     }
     unit->setText(shortLabel(record.unit));
     unit->setAccessibleName(QStringLiteral("Unit: ") + shortLabel(record.unit));

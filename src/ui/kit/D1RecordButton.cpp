@@ -1,6 +1,7 @@
 #include "ui/kit/D1RecordButton.h"
 
 #include "ui/kit/D1RecordButtonStyle.h"
+#include "ui/kit/EnterPresses.h"
 #include "ui/kit/KitPaint.h"
 
 #include <QEvent>
@@ -13,6 +14,7 @@ D1RecordButton::D1RecordButton(int diameter, QWidget* parent)
 {
     setAttribute(Qt::WA_Hover);
     setFocusPolicy(Qt::TabFocus);
+    new EnterPresses(this);
     setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
 }
 

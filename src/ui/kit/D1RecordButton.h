@@ -5,8 +5,9 @@
 #include <QAbstractButton>
 
 // The big round record button of the recorder screen, drawn by D1RecordButtonStyle. Its text
-// ("Record", or the running time) stands under the glyph inside the circle and is its accessible
-// name. The glow breathes while the button is on screen and enabled, and stands still otherwise.
+// ("Record", or the running time) stands under the glyph inside the circle; it is the accessible
+// name unless the screen sets one. Return and Enter press it, as Space does. The glow breathes while the button is on
+// screen and enabled, and stands still otherwise.
 class D1RecordButton : public QAbstractButton {
     Q_OBJECT
 public:

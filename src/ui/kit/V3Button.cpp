@@ -1,5 +1,6 @@
 #include "ui/kit/V3Button.h"
 
+#include "ui/kit/EnterPresses.h"
 #include "ui/kit/KitPaint.h"
 #include "ui/kit/Symbols.h"
 #include "ui/kit/V3GhostButtonStyle.h"
@@ -18,6 +19,7 @@ V3Button::V3Button(Kind kind, const QString& text, QWidget* parent)
 {
     setAttribute(Qt::WA_Hover);
     setFocusPolicy(Qt::TabFocus);
+    new EnterPresses(this);
     setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
 }
 

@@ -1,5 +1,6 @@
 #include "ui/kit/V3Segmented.h"
 
+#include "ui/kit/EnterPresses.h"
 #include "ui/kit/KitAccessibility.h"
 #include "ui/kit/KitPaint.h"
 #include "ui/kit/Symbols.h"
@@ -41,6 +42,7 @@ public:
         setAutoExclusive(true);
         setAttribute(Qt::WA_Hover);
         setFocusPolicy(Qt::TabFocus);
+        new EnterPresses(this);
         setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
     }
 
@@ -127,7 +129,10 @@ V3Segmented::V3Segmented(std::vector<Item> list, QWidget* parent)
         auto* button = new SegmentButton(item.label, item.symbol, this);
         buttons.push_back(button);
         row->addWidget(button, 1);
-        connect(button, &QAbstractButton::clicked, this, [this, value = item.value] { setSelection(value); });
+        // Checked by a click, by Space or by assistive technology's toggle: all the same choice.
+        connect(button, &QAbstractButton::toggled, this, [this, value = item.value](bool on) {
+            if (on && !settingRow) setSelection(value);
+        });
     }
 }
 
@@ -141,12 +146,14 @@ QAbstractButton* V3Segmented::buttonFor(const QString& value) const
 void V3Segmented::setSelection(const QString& value)
 {
     // An exclusive button cannot be unchecked directly; lift the exclusivity while the row is set.
+    settingRow = true;
     for (size_t i = 0; i < items.size(); ++i) {
         QAbstractButton* button = buttons[i];
         button->setAutoExclusive(false);
         button->setChecked(items[i].value == value);
         button->setAutoExclusive(true);
     }
+    settingRow = false;
     if (value == selected) return;
     selected = value;
     emit selectionChanged(value);

@@ -8,8 +8,10 @@ class QAbstractButton;
 
 // One plate holding a row of plain buttons, each 24 high, the selected one raised. Each item is a
 // button of its own (an exclusive, checkable one: a radio button to assistive technology) named by
-// its label, so that automation can press it. selectionChanged fires once for each change of the
-// selection, whether by a press or by setSelection; a press on the selected item changes nothing.
+// its label, so that automation can press it. An item is chosen when its button becomes checked,
+// however that happens: a click, Space, or assistive technology's toggle action. selectionChanged
+// fires once for each change of the selection, whether by a press or by setSelection; a press on
+// the selected item changes nothing.
 //
 // An item may carry a symbol, drawn before its label. Items with symbols let the row shrink below
 // its natural width: an item too narrow for its label shows the symbol alone, with the label as its
@@ -48,4 +50,5 @@ private:
     std::vector<Item> items;
     std::vector<QAbstractButton*> buttons;
     QString selected;
+    bool settingRow = false; // setSelection is checking the buttons itself
 };

@@ -1,5 +1,6 @@
 #include "ui/kit/V3Toggle.h"
 
+#include "ui/kit/EnterPresses.h"
 #include "ui/kit/KitPaint.h"
 #include "ui/kit/V3.h"
 
@@ -21,6 +22,7 @@ V3Toggle::V3Toggle(QWidget* parent)
     setCheckable(true);
     setAttribute(Qt::WA_Hover);
     setFocusPolicy(Qt::TabFocus);
+    new EnterPresses(this);
     setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
     knob->setDuration(150);
     knob->setEasingCurve(QEasingCurve::InOutQuad);

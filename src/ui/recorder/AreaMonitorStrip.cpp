@@ -4,6 +4,7 @@
 #include "app/session/RecorderViewModel.h"
 #include "monitor/AreaMonitorActions.h"
 #include "ui/kit/D1NavTile.h"
+#include "ui/kit/EnterPresses.h"
 #include "ui/kit/KitPaint.h"
 #include "ui/kit/V3.h"
 #include "ui/kit/V3Button.h"
@@ -15,6 +16,8 @@
 #include <QHBoxLayout>
 #include <QPainter>
 #include <QVBoxLayout>
+
+#include <algorithm>
 
 namespace {
 
@@ -33,6 +36,7 @@ public:
         setCheckable(true);
         setAutoExclusive(true);
         setFocusPolicy(Qt::TabFocus);
+        new EnterPresses(this);
         setFixedSize(52, 22);
     }
 
@@ -90,7 +94,10 @@ AreaMonitorStrip::AreaMonitorStrip(RecorderViewModel* model, QWidget* parent)
     for (const auto& c : EnumTable<AreaSensitivity>::cases) {
         auto* b = new SensitivityButton(QString::fromUtf8(c.label), sensitivities);
         const AreaSensitivity value = c.value;
-        connect(b, &QAbstractButton::clicked, this, [this, value] { vm->areaMonitor()->setSensitivity(value); });
+        // Chosen by a click, by Space or by assistive technology's toggle alike.
+        connect(b, &QAbstractButton::toggled, this, [this, value](bool on) {
+            if (on) vm->areaMonitor()->setSensitivity(value);
+        });
         choices->addWidget(b);
         sensitivityButtons.emplace_back(value, b);
     }
@@ -197,12 +204,20 @@ void AreaMonitorStrip::refresh()
     sensitivities->setVisible(shown != Variant::off && width() >= sensitivitiesWidth);
     for (const auto& [value, b] : sensitivityButtons)
         b->setChecked(value == monitor->sensitivity());
+    const std::initializer_list<QAbstractButton*> all { select, repick, recapture, armButton, disarm, stopAndDisarm };
+    const bool actionFocused = std::any_of(all.begin(), all.end(), [](QAbstractButton* b) { return b->hasFocus(); });
     select->setVisible(shown == Variant::off);
     repick->setVisible(shown == Variant::idle || shown == Variant::armed);
     recapture->setVisible(shown == Variant::idle);
     armButton->setVisible(shown == Variant::idle);
     disarm->setVisible(shown == Variant::armed);
     stopAndDisarm->setVisible(shown == Variant::triggered);
+    // "Arm" pressed from the keyboard goes away with its variant: the focus moves to what stands
+    // in its place ("Disarm", "Stop & disarm", "Arm" again) rather than wandering off the strip.
+    if (actionFocused && !std::any_of(all.begin(), all.end(), [](QAbstractButton* b) { return b->hasFocus(); })) {
+        for (QAbstractButton* b : { armButton, disarm, stopAndDisarm, select })
+            if (b->isVisibleTo(this)) b->setFocus(Qt::TabFocusReason);
+    }
 }
 
 void AreaMonitorStrip::paintEvent(QPaintEvent*)

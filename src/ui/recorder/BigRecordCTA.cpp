@@ -31,7 +31,14 @@ void BigRecordCTA::refresh()
 {
     const SegmentedRecorder* recorder = vm->recorder();
     const bool recording = recorder->isRecording();
+    const QString elapsed = recording ? formatElapsed(recorder->currentDuration()) : QString();
     record->setLive(recording);
-    record->setText(recording ? formatElapsed(recorder->currentDuration()) : QStringLiteral("Record"));
+    record->setText(recording ? elapsed : QStringLiteral("Record"));
+    // Named by what a press does, not by the running time shown in the circle: a screen reader
+    // announces the name, and a number that changes a hundred times a second says nothing.
+    // The same button throughout, so the reader's focus stays on it.
+    const QString name = recording ? QStringLiteral("Stop recording") : QStringLiteral("Record");
+    if (record->accessibleName() != name) record->setAccessibleName(name);
+    if (record->accessibleDescription() != elapsed) record->setAccessibleDescription(elapsed);
     record->setEnabled(recording || vm->engine()->isStreaming());
 }

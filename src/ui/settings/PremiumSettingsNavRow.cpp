@@ -1,6 +1,7 @@
 #include "ui/settings/PremiumSettingsNavRow.h"
 
 #include "ui/kit/D1NavTile.h"
+#include "ui/kit/EnterPresses.h"
 #include "ui/kit/KitPaint.h"
 #include "ui/kit/Symbols.h"
 #include "ui/kit/V3.h"
@@ -23,6 +24,7 @@ PremiumSettingsNavRow::PremiumSettingsNavRow(
     setToolTip(title);
     setCursor(Qt::PointingHandCursor);
     setFocusPolicy(Qt::TabFocus);
+    new EnterPresses(this);
     setAttribute(Qt::WA_Hover);
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
 }

@@ -116,9 +116,10 @@ SetRow* toggleRow(
     auto* toggle = new V3Toggle;
     toggle->setText(label);
     row->addControl(toggle);
-    // setChecked only slides the knob; a click is what writes the setting.
+    // The switch's state is the setting, however it changed: a click, Space, or a screen reader's
+    // toggle (which emits no click). A change from elsewhere comes back equal and writes nothing.
     observe(settings, get, changed).sink(toggle, [toggle](bool on) { toggle->setChecked(on); });
-    QObject::connect(toggle, &QAbstractButton::clicked, settings, [settings, set](bool on) { (settings->*set)(on); });
+    QObject::connect(toggle, &QAbstractButton::toggled, settings, [settings, set](bool on) { (settings->*set)(on); });
     return row;
 }
 

@@ -23,9 +23,12 @@
 #include "ui/recorder/PreviewSurface.h"
 
 #include <QAbstractButton>
+#include <QAccessible>
+#include <QAccessibleActionInterface>
 #include <QApplication>
 #include <QDir>
 #include <QMainWindow>
+#include <QRegularExpression>
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QTest>
@@ -231,4 +234,37 @@ TEST_F(RecorderScreen, TheStripFollowsTheMonitorFromOffToTriggeredAndBack)
     EXPECT_EQ(strip->chipText(), QStringLiteral("IDLE"));
     ASSERT_TRUE(spinUntil([&] { return vm->lastSavedURL().has_value(); }));
     EXPECT_FALSE(vm->recorder()->isRecording());
+}
+
+TEST_F(RecorderScreen, TheRecordButtonIsNamedByWhatAPressDoesAndKeepsTheReadersFocus)
+{
+    startCapture();
+    D1RecordButton* record = hero->recordButton()->button();
+    record->setFocus(Qt::TabFocusReason);
+    QAccessibleInterface* button = QAccessible::queryAccessibleInterface(record);
+    ASSERT_NE(button, nullptr);
+    EXPECT_EQ(button->role(), QAccessible::Button);
+    EXPECT_EQ(button->text(QAccessible::Name), QStringLiteral("Record"));
+    EXPECT_EQ(button->text(QAccessible::Description), QString());
+
+    // Pressed as a screen reader presses it.
+    button->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
+    ASSERT_TRUE(spinUntil([&] { return vm->recorder()->currentDuration() > 0.5; }));
+    // The name says what the next press does; the running time is the description, not the name.
+    EXPECT_EQ(button->text(QAccessible::Name), QStringLiteral("Stop recording"));
+    const QRegularExpression elapsed(QStringLiteral("^\\d\\d:\\d\\d\\.\\d\\d$"));
+    const QString early = button->text(QAccessible::Description);
+    EXPECT_TRUE(elapsed.match(early).hasMatch()) << early.toStdString();
+    spinFor(300);
+    EXPECT_GT(button->text(QAccessible::Description), early);
+    EXPECT_EQ(button->text(QAccessible::Name), QStringLiteral("Stop recording"));
+    // The same widget all along, so the focus never left it.
+    EXPECT_EQ(QAccessible::queryAccessibleInterface(record), button);
+    EXPECT_EQ(record->window()->focusWidget(), record);
+
+    button->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
+    ASSERT_TRUE(spinUntil([&] { return vm->lastSavedURL().has_value(); }));
+    EXPECT_EQ(button->text(QAccessible::Name), QStringLiteral("Record"));
+    EXPECT_EQ(button->text(QAccessible::Description), QString());
+    EXPECT_EQ(record->window()->focusWidget(), record);
 }

@@ -21,7 +21,10 @@
 #include "ui/settings/SetRowSlider.h"
 #include "ui/settings/SettingsView.h"
 
+#include <QAccessible>
+#include <QAccessibleActionInterface>
 #include <QDir>
+#include <QFile>
 #include <QMainWindow>
 #include <QMenu>
 #include <QSettings>
@@ -48,6 +51,26 @@ void click(QWidget* widget)
     ASSERT_NE(widget, nullptr);
     ASSERT_TRUE(widget->isVisible());
     QTest::mouseClick(widget, Qt::LeftButton, {}, widget->rect().center());
+}
+
+// The settings file as it stands on the disk, not as this process's QSettings caches it.
+QByteArray onDisk()
+{
+    QFile file(QSettings().fileName());
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// The accessible interfaces under `root` that assistive technology can toggle and may use now:
+// on screen and enabled.
+void toggleables(QAccessibleInterface* root, QList<QAccessibleInterface*>& found)
+{
+    for (int i = 0; i < root->childCount(); ++i) {
+        QAccessibleInterface* child = root->child(i);
+        if (!child || child->state().invisible) continue;
+        QAccessibleActionInterface* actions = child->actionInterface();
+        if (actions && actions->actionNames().contains(QAccessibleActionInterface::toggleAction())) found << child;
+        toggleables(child, found);
+    }
 }
 
 // Keys typed on the display as a keyboard would: they go to the focused window.
@@ -300,4 +323,40 @@ TEST_F(SettingsScreen, ACombinationThatAnotherProgramGrabsIsReported)
     EXPECT_EQ(error, nullptr);
     std::free(error);
     xcb_disconnect(other);
+}
+
+TEST_F(SettingsScreen, AScreenReaderTogglesEveryCheckableControlAndEachChangeIsOnTheDiskAtOnce)
+{
+    // What a screen reader does through AT-SPI: the control's toggle action, no click. Each one must
+    // change the settings file before control returns, let alone within 100 ms.
+    int toggled = 0;
+    for (const Group group : SettingsView::allGroups) {
+        open(group);
+        QList<QAccessibleInterface*> controls;
+        toggleables(QAccessible::queryAccessibleInterface(view), controls);
+        for (QAccessibleInterface* control : controls) {
+            const QString name = control->text(QAccessible::Name);
+            SCOPED_TRACE(name.toStdString());
+            if (control->state().disabled) continue;
+            // A chosen item of a segmented control is chosen already: toggling it changes nothing.
+            if (control->role() == QAccessible::RadioButton && control->state().checked) continue;
+            const bool wasChecked = control->state().checked;
+            const QByteArray before = onDisk();
+            control->actionInterface()->doAction(QAccessibleActionInterface::toggleAction());
+            EXPECT_NE(onDisk(), before) << "the setting behind '" << name.toStdString() << "' stayed as it was";
+            EXPECT_NE(control->state().checked, wasChecked);
+            ++toggled;
+            // A switch goes back, which is a change too.
+            if (control->role() == QAccessible::CheckBox) {
+                const QByteArray on = onDisk();
+                control->actionInterface()->doAction(QAccessibleActionInterface::toggleAction());
+                EXPECT_NE(onDisk(), on);
+            }
+            // A preset would disable the rows of size, rate and bit rate that come next.
+            vm->settings()->setQualityMode(QualityMode::manual);
+        }
+    }
+    // Recording: three other qualities, four resolutions, three rates, a cursor mode; Camera & Mic
+    // and Output two switches each, Privacy one; Area monitor two sensitivities and a switch.
+    EXPECT_GE(toggled, 19);
 }
