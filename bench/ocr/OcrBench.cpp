@@ -97,7 +97,7 @@ void BM_DetectWithRunningEngine(benchmark::State& state)
     const QSizeF size(1920, 1080);
     const ProcessCpu cpu { state };
     for (auto _ : state)
-        checkFound(state, ClipAutoDetect::detect(path, area, size, size, *recognizer), 1234.5);
+        checkFound(state, ClipAutoDetect::detect(path, area, size, size, *recognizer).result, 1234.5);
 }
 
 // One clip with an engine made for it: what the save sequence pays after each save.
@@ -108,7 +108,7 @@ void BM_DetectWithFreshEngine(benchmark::State& state)
     const ProcessCpu cpu { state };
     for (auto _ : state) {
         const auto recognizer = TesseractRecognizer::create();
-        checkFound(state, ClipAutoDetect::detect(path, area, size, size, *recognizer), 1234.5);
+        checkFound(state, ClipAutoDetect::detect(path, area, size, size, *recognizer).result, 1234.5);
     }
 }
 
@@ -120,7 +120,7 @@ void BM_DetectBreakevenAllOffsets(benchmark::State& state)
     const QSizeF size(1920, 1080);
     const ProcessCpu cpu { state };
     for (auto _ : state)
-        checkFound(state, ClipAutoDetect::detect(path, area, size, size, *recognizer), 0);
+        checkFound(state, ClipAutoDetect::detect(path, area, size, size, *recognizer).result, 0);
 }
 
 void BM_EngineStart(benchmark::State& state)

@@ -89,13 +89,15 @@ Report importBytes(const QByteArray& csv, const QString& folder, const DurationO
     }
     for (const TradeImport::Plan::Change& change : plan.changes) {
         const QUrl& url = clips[size_t(change.clip)].url;
-        ClipMetaStore::save(change.meta, url);
-        // The store does not report; what is on disk now says whether the write took.
-        if (ClipMetaStore::load(url) == change.meta) {
+        // Only over the record the plan was made from: a tag or a note written since stays, and the
+        // clip's trades wait for the next import.
+        const std::optional<ClipMetaStore::SaveFailure> failed
+            = ClipMetaStore::save(change.meta, url, clips[size_t(change.clip)].meta);
+        if (!failed) {
             report.matched += change.added;
         } else {
-            report.notes << QStringLiteral("Couldn't write %1; its %2 not imported.")
-                                .arg(ClipMetaStore::sidecarPath(url),
+            report.notes << QStringLiteral("Couldn't write %1 (%2); its %3 not imported.")
+                                .arg(ClipMetaStore::sidecarPath(url), failed->text,
                                     change.added == 1 ? QStringLiteral("trade was")
                                                       : QStringLiteral("%1 trades were").arg(change.added));
             ++report.failedClips;

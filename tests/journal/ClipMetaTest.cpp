@@ -401,7 +401,7 @@ TEST(FormatPnL, SignUnitAndDecimals)
     EXPECT_EQ(formatPnL(2.675, PnLUnit::dollars, 2), QStringLiteral("$2.67")); // 2.67499999... in binary
     EXPECT_EQ(formatPnL(-0.001, PnLUnit::dollars, 2), QStringLiteral("-$0.00"));
     // Beyond what a double holds to the cent: three digits and the power, not 309 digits.
-    EXPECT_EQ(formatPnL(999999999999999, PnLUnit::dollars, 0), QStringLiteral("$999999999999999"));
+    EXPECT_EQ(formatPnL(999999999999999, PnLUnit::dollars, 0, QLocale::c()), QStringLiteral("$999999999999999"));
     EXPECT_EQ(formatPnL(1.2e308, PnLUnit::dollars, 2), QStringLiteral("$1.2e308"));
     EXPECT_EQ(formatPnL(-2.5e15, PnLUnit::R, 0), QStringLiteral("-2.5e15R"));
     EXPECT_EQ(formatFixed(-std::numeric_limits<double>::infinity(), 2), QStringLiteral("-inf"));
