@@ -4,6 +4,7 @@
 #include "app/ControlCommands.h"
 #include "app/ControlServer.h"
 #include "app/ControlSocketPath.h"
+#include "app/EventNotifications.h"
 #include "app/OwnWindowTracker.h"
 #include "app/PlatformFactory.h"
 #include "app/RecorderViewModel.h"
@@ -14,6 +15,7 @@
 #include "core/Publisher.h"
 #include "media/HevcEncoderProbe.h"
 #include "monitor/RegionPicking.h"
+#include "platform/DesktopNotifications.h"
 #include "recorder/PartialExports.h"
 #include "recorder/SegmentFolder.h"
 #include "recorder/SegmentedRecorder.h"
@@ -35,6 +37,7 @@ AppSession::~AppSession()
     // The socket and the hotkeys go first, so no command reaches a controller that is being torn down.
     server.reset();
     hotkeys.reset();
+    notifications.reset();
     commands.reset();
     controller.reset();
 }
@@ -83,6 +86,8 @@ bool AppSession::start(QString* error)
         controller->engine()->setPreviewEnabled(false);
         static QTextStream out(stdout);
         echoEventsTo(out);
+        notifications
+            = std::make_unique<EventNotifications>(controller.get(), PlatformFactory::notifications(), nullptr);
         // The picker and the armed frame are windows even here, and a display capture sees them:
         // their repaints must not pass for changes of the screen.
         if (PlatformFactory::showsX11Windows())

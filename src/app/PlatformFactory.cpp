@@ -1,6 +1,9 @@
 #include "app/PlatformFactory.h"
 
+#include "app/AppIdentity.h"
 #include "platform/desktop/DesktopIntegration.h"
+#include "platform/desktop/FreedesktopNotifications.h"
+#include "platform/desktop/QtSystemTray.h"
 #include "platform/ocr/TesseractRecognizer.h"
 #include "platform/pulse/PulseMicrophones.h"
 #include "platform/pulse/PulseSystemAudio.h"
@@ -44,6 +47,16 @@ RecognizerFactory textRecognizers()
 bool isX11Session()
 {
     return CaptureBackendFactory::isX11Session();
+}
+
+std::unique_ptr<DesktopNotifications> notifications()
+{
+    return std::make_unique<FreedesktopNotifications>(QDBusConnection::sessionBus(), AppIdentity::appId());
+}
+
+std::unique_ptr<SystemTray> systemTray()
+{
+    return std::make_unique<QtSystemTray>();
 }
 
 std::unique_ptr<WindowVisibilityWatcher> watchWindowVisibility(uintptr_t window, WindowVisibilityWatcher::Report report)

@@ -6,7 +6,9 @@
 #include <cstdint>
 #include <memory>
 
+class DesktopNotifications;
 class KeyGrabCheck;
+class SystemTray;
 
 // Chooses the platform backends once at start-up: X11 capture when an X display answers (the null
 // backend, which reports "not available", otherwise), PulseAudio for system audio and the microphones, Tesseract to
@@ -23,6 +25,11 @@ bool showsX11Windows();
 bool isX11Session();
 // Makes an OCR engine for the calling thread (Tesseract).
 RecognizerFactory textRecognizers();
+
+// Notifications over the session bus's notification service (nothing is shown without one).
+std::unique_ptr<DesktopNotifications> notifications();
+// The tray icon (a QApplication must exist); whether the desktop has a tray, it tells itself.
+std::unique_ptr<SystemTray> systemTray();
 
 // Reports when `window` (a native window id of ours) is minimised or wholly covered and when it
 // shows again. Null where the session can't tell (not X11).

@@ -1,3 +1,4 @@
+#include "app/AppIdentity.h"
 #include "app/AppSession.h"
 #include "app/CommandLine.h"
 #include "app/ControlClient.h"
@@ -5,6 +6,7 @@
 #include "app/DetectCommand.h"
 #include "app/JournalCommand.h"
 #include "app/PlatformFactory.h"
+#include "platform/SystemTray.h"
 #include "ui/AppDelegate.h"
 
 #include <QApplication>
@@ -85,7 +87,7 @@ int runHeadless(int argc, char** argv, const QString& source)
     return runSession(app, options);
 }
 
-int runWindow(int argc, char** argv, const QString& source)
+int runWindow(int argc, char** argv, const QString& source, bool background)
 {
     // Without a display Qt would abort with a long plug-in message; say it in one line instead.
     if (!hasDisplay()) {
@@ -95,8 +97,15 @@ int runWindow(int argc, char** argv, const QString& source)
         return 1;
     }
     QApplication app(argc, argv);
+    // Started with the session where the desktop has no tray: nothing could bring a hidden
+    // window back, so it runs as the headless instance does.
+    if (background && !PlatformFactory::systemTray()->isAvailable()) {
+        app.setQuitOnLastWindowClosed(false);
+        return runSession(app, AppSession::Options { .headless = true, .source = source, .socketPath = {} });
+    }
     quitOnSignals(app);
     AppDelegate delegate(AppSession::Options { .headless = false, .source = source, .socketPath = {} });
+    delegate.setStartHidden(background);
     QString error;
     if (!delegate.applicationDidFinishLaunching(&error)) {
         std::fprintf(stderr, "velotape: %s\n", qPrintable(error));
@@ -112,6 +121,8 @@ int main(int argc, char** argv)
     QCoreApplication::setOrganizationName(QStringLiteral("Velotape"));
     QCoreApplication::setApplicationName(QStringLiteral("Velotape"));
     QCoreApplication::setApplicationVersion(QStringLiteral(VELOTAPE_VERSION));
+    // The desktop finds our entry, icon and notifications' sender by it.
+    QGuiApplication::setDesktopFileName(AppIdentity::appId());
 
     const Invocation invocation = CommandLine::parse(argumentsOf(argc, argv));
     QTextStream out(stdout);
@@ -147,7 +158,7 @@ int main(int argc, char** argv)
     case Invocation::Kind::headless:
         return runHeadless(argc, argv, invocation.source);
     case Invocation::Kind::window:
-        return runWindow(argc, argv, invocation.source);
+        return runWindow(argc, argv, invocation.source, invocation.background);
     }
     return 2;
 }

@@ -1,6 +1,7 @@
 #include "ui/AppDelegate.h"
 
 #include "app/AppSettings.h"
+#include "app/EventNotifications.h"
 #include "app/OwnWindowTracker.h"
 #include "app/PlatformFactory.h"
 #include "app/RecorderViewModel.h"
@@ -9,10 +10,13 @@
 #include "capture/CaptureEngine.h"
 #include "core/Publisher.h"
 #include "monitor/AreaMonitor.h"
+#include "platform/DesktopNotifications.h"
 #include "recorder/SegmentedRecorder.h"
 #include "ui/ContentView.h"
+#include "ui/TrayMenu.h"
 
 #include <QApplication>
+#include <QCloseEvent>
 #include <QEvent>
 #include <QMainWindow>
 #include <QMenuBar>
@@ -22,12 +26,26 @@
 namespace {
 
 // The window, telling its owner when it is minimised or restored: the one change of visibility
-// every platform reports, whether or not it can tell a covered window.
+// every platform reports, whether or not it can tell a covered window. Closed while the recorder
+// lives on in the tray, it only hides.
 class MainWindow : public QMainWindow {
 public:
     std::function<void(bool minimised)> onMinimisedChanged;
+    std::function<bool()> hidesOnClose;
+    std::function<void()> onHiddenOnClose;
 
 protected:
+    void closeEvent(QCloseEvent* event) override
+    {
+        if (!hidesOnClose || !hidesOnClose()) {
+            QMainWindow::closeEvent(event);
+            return;
+        }
+        event->ignore();
+        hide();
+        if (onHiddenOnClose) onHiddenOnClose();
+    }
+
     void changeEvent(QEvent* event) override
     {
         QMainWindow::changeEvent(event);
@@ -45,7 +63,10 @@ AppDelegate::AppDelegate(AppSession::Options options, QObject* parent)
 
 AppDelegate::~AppDelegate()
 {
-    // The window and its screens observe the controller: they go before the session does.
+    // The window, its screens, the tray and the notifications observe the controller: they go
+    // before the session does.
+    notifications.reset();
+    trayMenu.reset();
     visibility.reset();
     mainWindow.reset();
     session.reset();
@@ -75,7 +96,21 @@ bool AppDelegate::applicationDidFinishLaunching(QString* error)
     // On X11 a display capture sees this window: its repaints must not pass for screen changes.
     ownWindows = std::make_unique<OwnWindowTracker>(
         [engine = viewModel()->engine()](std::vector<uint32_t> ids) { engine->setOwnWindows(std::move(ids)); });
-    window->show();
+
+    trayMenu = std::make_unique<TrayMenu>(viewModel(), PlatformFactory::systemTray());
+    trayMenu->onShowWindow = [this] { showWindow(); };
+    trayMenu->onQuit = [this] { quit(); };
+    const bool inTray = trayMenu->show();
+    window->hidesOnClose
+        = [this] { return !quitting && trayMenu->isShown() && viewModel()->settings()->keepRunningInTray(); };
+    window->onHiddenOnClose = [this] { windowVisibilityChanged(false); };
+    notifications = std::make_unique<EventNotifications>(
+        viewModel(), PlatformFactory::notifications(), [this] { return isWindowSeen(); });
+
+    if (startHidden && inTray)
+        windowVisibilityChanged(false);
+    else
+        window->show();
 
     window->onMinimisedChanged = [this](bool minimised) { windowVisibilityChanged(!minimised); };
     visibility = PlatformFactory::watchWindowVisibility(
@@ -95,8 +130,8 @@ void AppDelegate::buildMainMenu()
                 .arg(QCoreApplication::applicationVersion()));
     });
     app->addSeparator();
-    QAction* quit = app->addAction(QStringLiteral("Quit Velotape"), qApp, &QApplication::closeAllWindows);
-    quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+    QAction* quitItem = app->addAction(QStringLiteral("Quit Velotape"), this, &AppDelegate::quit);
+    quitItem->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
 
     QMenu* file = bar->addMenu(QStringLiteral("File"));
     recordItem = file->addAction(QStringLiteral("Start Recording"), this, &AppDelegate::menuToggleRecording);
@@ -131,6 +166,33 @@ void AppDelegate::showSaveHotkeyInMenu()
 void AppDelegate::menuToggleRecording()
 {
     viewModel()->toggleRecording();
+}
+
+bool AppDelegate::isWindowSeen() const
+{
+    return mainWindow && mainWindow->isVisible() && !mainWindow->isMinimized() && visible;
+}
+
+void AppDelegate::showWindow()
+{
+    if (mainWindow->isMinimized())
+        mainWindow->showNormal();
+    else
+        mainWindow->show();
+    mainWindow->raise();
+    mainWindow->activateWindow();
+    windowVisibilityChanged(true);
+}
+
+void AppDelegate::quit()
+{
+    quitting = true;
+    // With the window on the screen, closing it ends the program as it always has; hidden in the
+    // tray, there is no window left to close.
+    if (mainWindow->isVisible())
+        QApplication::closeAllWindows();
+    else
+        QCoreApplication::quit();
 }
 
 void AppDelegate::windowVisibilityChanged(bool shown)
