@@ -7,6 +7,7 @@
 #include "recorder/SegmentedRecorder.h"
 #include "support/EventLoop.h"
 #include "support/SessionBus.h"
+#include "support/TestDesktop.h"
 #include "ui/AppDelegate.h"
 #include "ui/TrayMenu.h"
 
@@ -15,8 +16,11 @@
 #include <QDBusPendingCall>
 #include <QDBusVariant>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QMainWindow>
+#include <QProcess>
+#include <QSettings>
 #include <QTemporaryDir>
 #include <QUrl>
 
@@ -175,4 +179,150 @@ TEST_F(DesktopPresence, ClosedIntoTheTrayASavedClipIsNotifiedAndShownInItsFolder
     delegate->tray()->showItem()->trigger();
     ASSERT_TRUE(spinUntil([&] { return window->isVisible(); }, 5000));
     EXPECT_TRUE(delegate->isWindowSeen());
+}
+
+// The installed program as a session starts it: the real binary on the test's display and bus.
+namespace {
+
+class DesktopProcess : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_NE(testSessionBus(), nullptr);
+        QFile::setPermissions(runtime.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime.path());
+        env.insert(QStringLiteral("TMPDIR"), runtime.path());
+        // Clips into a folder of this test's own; no sound.
+        QSettings settings(home.filePath(QStringLiteral("config/Velotape/Velotape.conf")), QSettings::NativeFormat);
+        settings.setValue(QStringLiteral("vt2.savePath"), clips.path());
+        settings.setValue(QStringLiteral("vt2.playSound"), false);
+        settings.setValue(QStringLiteral("vt2.bufferSeconds"), 3);
+        settings.sync();
+        env.insert(QStringLiteral("XDG_CONFIG_HOME"), home.filePath(QStringLiteral("config")));
+        velotape.setProcessEnvironment(env);
+    }
+
+    void TearDown() override
+    {
+        if (velotape.state() != QProcess::NotRunning) {
+            velotape.terminate();
+            if (!velotape.waitForFinished(10000)) velotape.kill();
+        }
+    }
+
+    // `velotape COMMAND` against the running instance; its exit code.
+    int control(const QString& command, QString* out = nullptr)
+    {
+        QProcess client;
+        client.setProcessEnvironment(env);
+        client.start(QStringLiteral(VELOTAPE_BINARY), { command });
+        if (!client.waitForFinished(10000)) return -1;
+        if (out) *out = QString::fromUtf8(client.readAllStandardOutput());
+        return client.exitCode();
+    }
+
+    // The top-level windows titled Velotape on the display (only the mapped ones with `visibleOnly`).
+    int velotapeWindows(bool visibleOnly)
+    {
+        QStringList args { QStringLiteral("search") };
+        if (visibleOnly) args << QStringLiteral("--onlyvisible");
+        args << QStringLiteral("--name") << QStringLiteral("^Velotape$");
+        QString out;
+        testDesktop()->run(QStringLiteral("xdotool"), args, &out);
+        return int(out.split(u'\n', Qt::SkipEmptyParts).size());
+    }
+
+    bool answers()
+    {
+        return spinUntil([this] { return control(QStringLiteral("status")) == 0; }, 20000);
+    }
+
+    QTemporaryDir runtime;
+    QTemporaryDir home;
+    QTemporaryDir clips;
+    QProcessEnvironment env;
+    QProcess velotape;
+};
+
+} // namespace
+
+TEST_F(DesktopProcess, ClosedWithATrayTheWindowHidesAndTheRecorderGoesOn)
+{
+    DesktopServices services(testSessionBus()->address());
+    ASSERT_TRUE(services.error().isEmpty()) << qPrintable(services.error());
+    velotape.start(QStringLiteral(VELOTAPE_BINARY), {});
+    ASSERT_TRUE(velotape.waitForStarted());
+    ASSERT_TRUE(answers());
+    ASSERT_TRUE(spinUntil([&] { return !services.trayItems().isEmpty(); }, 10000)) << "no tray icon";
+    ASSERT_TRUE(spinUntil([&] { return velotapeWindows(true) == 1; }, 10000));
+
+    // Ctrl+W, as a user closes it.
+    QString out;
+    ASSERT_EQ(testDesktop()->run(QStringLiteral("xdotool"),
+                  { QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"),
+                      QStringLiteral("^Velotape$"), QStringLiteral("windowfocus"), QStringLiteral("--sync"),
+                      QStringLiteral("key"), QStringLiteral("ctrl+w") },
+                  &out),
+        0);
+    ASSERT_TRUE(spinUntil([&] { return velotapeWindows(true) == 0; }, 10000)) << "the window is still up";
+    spinFor(1000);
+    EXPECT_EQ(velotape.state(), QProcess::Running);
+    EXPECT_EQ(control(QStringLiteral("status")), 0);
+
+    velotape.terminate();
+    ASSERT_TRUE(velotape.waitForFinished(15000));
+    EXPECT_EQ(velotape.exitCode(), 0) << velotape.readAllStandardError().toStdString();
+}
+
+TEST_F(DesktopProcess, StartedInTheBackgroundItIsHiddenInTheTrayOrHeadlessWithoutOne)
+{
+    {
+        DesktopServices services(testSessionBus()->address());
+        ASSERT_TRUE(services.error().isEmpty()) << qPrintable(services.error());
+        velotape.start(QStringLiteral(VELOTAPE_BINARY), { QStringLiteral("--background") });
+        ASSERT_TRUE(velotape.waitForStarted());
+        ASSERT_TRUE(answers());
+        ASSERT_TRUE(spinUntil([&] { return !services.trayItems().isEmpty(); }, 10000)) << "no tray icon";
+        // The window exists, for the tray's "Show Velotape", but nothing of it is on the screen.
+        EXPECT_GE(velotapeWindows(false), 1);
+        spinFor(500);
+        EXPECT_EQ(velotapeWindows(true), 0);
+        velotape.terminate();
+        ASSERT_TRUE(velotape.waitForFinished(15000));
+    }
+
+    // No tray: the headless instance, which tells what it does on standard output and as
+    // notifications, and a clip saved there is announced with its name.
+    DesktopServices services(testSessionBus()->address(), false);
+    ASSERT_TRUE(services.error().isEmpty()) << qPrintable(services.error());
+    velotape.start(QStringLiteral(VELOTAPE_BINARY), { QStringLiteral("--background") });
+    ASSERT_TRUE(velotape.waitForStarted());
+    ASSERT_TRUE(answers());
+    EXPECT_EQ(velotapeWindows(false), 0);
+    ASSERT_TRUE(spinUntil(
+        [&] {
+            QString status;
+            control(QStringLiteral("status"), &status);
+            return status.contains(QStringLiteral("buffering"));
+        },
+        20000));
+    ASSERT_EQ(control(QStringLiteral("start")), 0);
+    spinFor(1200);
+    ASSERT_EQ(control(QStringLiteral("stop")), 0);
+    ASSERT_TRUE(spinUntil([&] { return !services.notifications().empty(); }, 30000)) << "no notification";
+    const DesktopServices::Notification saved = services.notifications().front();
+    const QStringList written = QDir(clips.path()).entryList({ QStringLiteral("*.mp4") }, QDir::Files);
+    ASSERT_EQ(written.size(), 1);
+    EXPECT_EQ(saved.summary, QStringLiteral("Saved: ") + written.front());
+    EXPECT_EQ(saved.actions.size(), 4);
+    // The line on standard output stays.
+    QString printed;
+    EXPECT_TRUE(spinUntil(
+        [&] {
+            printed += QString::fromUtf8(velotape.readAllStandardOutput());
+            return printed.contains(QStringLiteral("Saved: ") + written.front());
+        },
+        5000))
+        << qPrintable(printed);
 }

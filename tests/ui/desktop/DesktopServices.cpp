@@ -99,7 +99,7 @@ private:
 
 } // namespace
 
-DesktopServices::DesktopServices(const QString& busAddress)
+DesktopServices::DesktopServices(const QString& busAddress, bool withTray)
     : calls(std::make_shared<Calls>())
     , bus(QDBusConnection::connectToBus(busAddress, QStringLiteral("velotape-test-desktop-services")))
 {
@@ -122,6 +122,7 @@ DesktopServices::DesktopServices(const QString& busAddress)
             QStringLiteral("/StatusNotifierWatcher") },
     };
     for (Service& s : all) {
+        if (!withTray && s.name == QStringLiteral("org.kde.StatusNotifierWatcher")) continue;
         // Calls reach an object on its own thread: this one, never the test's.
         s.object->moveToThread(&thread);
         if (!bus.registerObject(s.path, s.object.get(),

@@ -36,7 +36,8 @@ public:
         QStringList trayItems; // the services of the registered StatusNotifierItems
     };
 
-    explicit DesktopServices(const QString& busAddress);
+    // `withTray` false: a session whose desktop has no tray (no watcher on the bus).
+    explicit DesktopServices(const QString& busAddress, bool withTray = true);
     ~DesktopServices();
 
     // Empty when every service got its name on the bus.
