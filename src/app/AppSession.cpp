@@ -1,12 +1,12 @@
 #include "app/AppSession.h"
 
+#include "app/AppIdentity.h"
 #include "app/AppSettings.h"
 #include "app/ControlCommands.h"
 #include "app/ControlServer.h"
 #include "app/ControlSocketPath.h"
 #include "app/EventNotifications.h"
 #include "app/OwnWindowTracker.h"
-#include "app/PlatformFactory.h"
 #include "app/RecorderViewModel.h"
 #include "app/SourceGeometry.h"
 #include "app/hotkeys/GlobalHotkeys.h"
@@ -16,6 +16,7 @@
 #include "media/HevcEncoderProbe.h"
 #include "monitor/RegionPicking.h"
 #include "platform/DesktopNotifications.h"
+#include "platform/Platform.h"
 #include "recorder/PartialExports.h"
 #include "recorder/SegmentFolder.h"
 #include "recorder/SegmentedRecorder.h"
@@ -25,9 +26,10 @@
 
 #include <cstdio>
 
-AppSession::AppSession(Options opts, QObject* parent)
+AppSession::AppSession(Options opts, std::unique_ptr<Platform> platform, QObject* parent)
     : QObject(parent)
     , options(std::move(opts))
+    , desktop(std::move(platform))
     , settings(std::make_unique<AppSettings>())
 {
 }
@@ -44,7 +46,16 @@ AppSession::~AppSession()
 
 bool AppSession::start(QString* error)
 {
-    controller = std::make_unique<RecorderViewModel>(settings.get(), PlatformFactory::create());
+    RecorderViewModel::Backends backends;
+    backends.screen = desktop->screen();
+    backends.systemAudio = desktop->systemAudio();
+    backends.microphones = desktop->microphones();
+    backends.desktop = desktop->desktop();
+    backends.textRecognizer = desktop->textRecognizers();
+    backends.areaPicker = desktop->areaPicker();
+    backends.armedFrame = desktop->armedFrame();
+    backends.keyGrabCheck = desktop->keyGrabCheck();
+    controller = std::make_unique<RecorderViewModel>(settings.get(), std::move(backends));
     commands = std::make_unique<ControlCommands>(*controller);
     server = std::make_unique<ControlServer>([this](const QStringList& command) { return commands->handle(command); });
     QString path = options.socketPath;
@@ -76,7 +87,7 @@ bool AppSession::start(QString* error)
     QThreadPool::globalInstance()->start([] { HevcEncoderProbe::chosen(); });
 
     // Without a window the local monitor hears nothing, but the global one works the same.
-    hotkeys = std::make_unique<GlobalHotkeys>(GlobalHotkeys::systemMonitors());
+    hotkeys = std::make_unique<GlobalHotkeys>([this] { return desktop->globalKeyMonitor(); });
     hotkeys->onSaveHotkey = [this] { controller->toggleRecording(); };
     hotkeys->onArmHotkey = [this] { controller->toggleAreaMonitor(); };
     hotkeys->followSettings(settings.get());
@@ -86,11 +97,11 @@ bool AppSession::start(QString* error)
         controller->engine()->setPreviewEnabled(false);
         static QTextStream out(stdout);
         echoEventsTo(out);
-        notifications
-            = std::make_unique<EventNotifications>(controller.get(), PlatformFactory::notifications(), nullptr);
+        notifications = std::make_unique<EventNotifications>(
+            controller.get(), desktop->notifications(AppIdentity::appId()), nullptr);
         // The picker and the armed frame are windows even here, and a display capture sees them:
         // their repaints must not pass for changes of the screen.
-        if (PlatformFactory::showsX11Windows())
+        if (desktop->showsOverlayWindows())
             ownWindows = std::make_unique<OwnWindowTracker>(
                 [engine = controller->engine()](std::vector<uint32_t> ids) { engine->setOwnWindows(std::move(ids)); });
     }

@@ -6,6 +6,7 @@
 #include <memory>
 
 class AppSettings;
+class Platform;
 class ControlCommands;
 class ControlServer;
 class EventNotifications;
@@ -28,7 +29,8 @@ public:
         QString socketPath; // empty: the user's private one (see ControlSocketPath)
     };
 
-    explicit AppSession(Options options, QObject* parent = nullptr);
+    // `platform` is the desktop this session runs on (chosen once by the caller).
+    AppSession(Options options, std::unique_ptr<Platform> platform, QObject* parent = nullptr);
     ~AppSession() override;
 
     // Claims the control socket, then runs the start-up tasks. False when another instance runs or
@@ -36,6 +38,7 @@ public:
     bool start(QString* error);
 
     RecorderViewModel* viewModel() const { return controller.get(); }
+    Platform& platform() const { return *desktop; }
 
 private:
     void selectRequestedSource();
@@ -47,6 +50,7 @@ private:
     void echoEventsTo(QTextStream& out);
 
     Options options;
+    std::unique_ptr<Platform> desktop;
     std::unique_ptr<AppSettings> settings;
     std::unique_ptr<RecorderViewModel> controller;
     std::unique_ptr<ControlCommands> commands;

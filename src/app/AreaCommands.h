@@ -1,7 +1,7 @@
 #pragma once
 
 #include "monitor/AreaMonitorActions.h"
-#include "monitor/AreaPicker.h"
+#include "platform/AreaPicker.h"
 
 #include <QObject>
 #include <QRectF>

@@ -1,6 +1,6 @@
 #include "app/BackendAreaGrabber.h"
 
-#include "capture/CaptureBackend.h"
+#include "platform/CaptureBackend.h"
 
 BackendAreaGrabber::BackendAreaGrabber(std::shared_ptr<CaptureBackend> screen)
     : screen(std::move(screen))

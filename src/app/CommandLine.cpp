@@ -64,9 +64,10 @@ Invocation parse(const QStringList& arguments)
         out.command = arguments;
         return out;
     }
-    // The window and the headless mode take the same source option.
+    // The window and the headless mode take the same options.
     const bool headless = first == QStringLiteral("--headless");
-    if (headless || first.startsWith(QStringLiteral("--source")) || first == QStringLiteral("--background")) {
+    if (headless || first.startsWith(QStringLiteral("--source")) || first.startsWith(QStringLiteral("--backend"))
+        || first == QStringLiteral("--background")) {
         out.kind = headless ? Invocation::Kind::headless : Invocation::Kind::window;
         const QStringList options = headless ? rest : arguments;
         for (int i = 0; i < options.size(); ++i) {
@@ -76,6 +77,14 @@ Invocation parse(const QStringList& arguments)
                 out.source = options[++i];
             } else if (options[i].startsWith(QStringLiteral("--source="))) {
                 out.source = options[i].mid(9);
+            } else if (options[i] == QStringLiteral("--backend")
+                || options[i].startsWith(QStringLiteral("--backend="))) {
+                const bool joined = options[i] != QStringLiteral("--backend");
+                if (!joined && i + 1 >= options.size())
+                    return invalid(QStringLiteral("--backend needs x11 or wayland"));
+                out.backend = joined ? options[i].mid(10) : options[++i];
+                if (out.backend != QStringLiteral("x11") && out.backend != QStringLiteral("wayland"))
+                    return invalid(QStringLiteral("unknown backend '%1': x11 or wayland").arg(out.backend));
             } else {
                 return invalid(QStringLiteral("unknown argument%1: '%2'")
                                    .arg(headless ? QStringLiteral(" for --headless") : QString(), options[i]));
@@ -95,6 +104,8 @@ QString usage()
         "                                    start hidden in the tray (without a tray, as --headless)\n"
         "  velotape --headless [--source S]  run without a window; S is display:ID,\n"
         "                                    window:CLASS@@TITLE or region:DISPLAYID:X,Y,W,H\n"
+        "           [--backend x11|wayland]  either mode on this desktop backend instead of the\n"
+        "                                    one the session asks for (XDG_SESSION_TYPE)\n"
         "  velotape toggle                   start a clip, or save the running one (the save hotkey)\n"
         "  velotape start | stop             start or save a clip\n"
         "  velotape status                   what the running instance is doing\n"

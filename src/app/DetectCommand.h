@@ -1,6 +1,6 @@
 #pragma once
 
-#include "journal/TextRecognizer.h"
+#include "platform/TextRecognizer.h"
 
 #include <QStringList>
 #include <QTextStream>

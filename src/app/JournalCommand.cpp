@@ -151,7 +151,10 @@ ParseResult parse(const QStringList& args)
 // Aligned rows of caption, value and explanation.
 class Table {
 public:
-    explicit Table(QTextStream& out) : out(out) {}
+    explicit Table(QTextStream& out)
+        : out(out)
+    {
+    }
     void heading(const QString& text) { out << '\n' << text << '\n'; }
     void row(const QString& label, const QString& value, const QString& sub = {})
     {
@@ -207,7 +210,8 @@ void printStats(const QString& folder, const ClipJournalStore& store, QTextStrea
     t.heading(QStringLiteral("Overview"));
     t.row(QStringLiteral("Net P&L"), money(m.netPnL()), QStringLiteral("Total profit minus losses"));
     t.row(QStringLiteral("Win Rate"), orDash(m.winRate(), percent), QStringLiteral("Wins ÷ (wins + losses)"));
-    t.row(QStringLiteral("Profit Factor"), orDash(m.profitFactor(), ratio), QStringLiteral("Gross wins ÷ gross losses"));
+    t.row(
+        QStringLiteral("Profit Factor"), orDash(m.profitFactor(), ratio), QStringLiteral("Gross wins ÷ gross losses"));
     t.row(QStringLiteral("Avg. Win/Loss"), orDash(m.avgWinLossRatio(), ratio),
         QStringLiteral("Average winner ÷ average loser"));
     t.row(QStringLiteral("Sharpe (ann.)"), orDash(m.sharpe(), ratio), QStringLiteral("Risk-adjusted return"));
@@ -225,7 +229,8 @@ void printStats(const QString& folder, const ClipJournalStore& store, QTextStrea
         QStringLiteral("Higher = smoother equity for the return."));
     t.row(QStringLiteral("Sortino (ann.)"), orDash(m.sortino(), ratio),
         QStringLiteral("Like Sharpe, only penalizes red days."));
-    t.row(QStringLiteral("Max DD"), money(-m.maxDrawdown()), QStringLiteral("Worst peak-to-trough fall in your equity."));
+    t.row(
+        QStringLiteral("Max DD"), money(-m.maxDrawdown()), QStringLiteral("Worst peak-to-trough fall in your equity."));
     t.row(QStringLiteral("Max DD %"), orDash(m.maxDrawdownPct(), percent),
         QStringLiteral("Same drawdown as a fraction of the peak."));
     t.row(QStringLiteral("Current DD"), money(-m.currentDrawdown()),
@@ -269,7 +274,8 @@ QJsonObject statsJson(const QString& folder, const ClipJournalStore& store)
     o.insert(QLatin1StringView("drawdownRecoveryTrades"), jsonOf(m.drawdownRecoveryTrades()));
     o.insert(QLatin1StringView("kelly"), jsonOf(m.kelly()));
     o.insert(QLatin1StringView("streaks"),
-        QJsonObject { { QStringLiteral("current"), streaks.current }, { QStringLiteral("longestWin"), streaks.longestWin },
+        QJsonObject { { QStringLiteral("current"), streaks.current },
+            { QStringLiteral("longestWin"), streaks.longestWin },
             { QStringLiteral("longestLoss"), streaks.longestLoss } });
     o.insert(QLatin1StringView("compassScore"), jsonOf(m.compassScore()));
     o.insert(QLatin1StringView("bestTrade"), jsonOf(m.bestTrade()));
@@ -300,17 +306,19 @@ int simulate(const Options& o, const ClipJournalStore& store, QTextStream& out)
         json.insert(QLatin1StringView("paths"), static_cast<qint64>(o.paths));
         json.insert(QLatin1StringView("startingEquity"), o.start);
         json.insert(QLatin1StringView("ruinThreshold"), jsonOf(ruinLevel));
-        json.insert(QLatin1StringView("profitProbability"), result ? QJsonValue(result->profitProbability) : QJsonValue());
+        json.insert(
+            QLatin1StringView("profitProbability"), result ? QJsonValue(result->profitProbability) : QJsonValue());
         json.insert(QLatin1StringView("ruinProbability"), result ? jsonOf(result->ruinProbability) : QJsonValue());
         json.insert(QLatin1StringView("yRange"),
-            result ? QJsonValue(QJsonObject { { QStringLiteral("min"), result->yRange.min },
-                { QStringLiteral("max"), result->yRange.max } })
+            result ? QJsonValue(QJsonObject {
+                { QStringLiteral("min"), result->yRange.min }, { QStringLiteral("max"), result->yRange.max } })
                    : QJsonValue());
         QJsonArray bands;
         if (result) {
             for (const auto& b : result->bands) {
                 bands.append(QJsonObject { { QStringLiteral("p05"), b.p05 }, { QStringLiteral("p25"), b.p25 },
-                    { QStringLiteral("p50"), b.p50 }, { QStringLiteral("p75"), b.p75 }, { QStringLiteral("p95"), b.p95 } });
+                    { QStringLiteral("p50"), b.p50 }, { QStringLiteral("p75"), b.p75 },
+                    { QStringLiteral("p95"), b.p95 } });
             }
         }
         json.insert(QLatin1StringView("bands"), result ? QJsonValue(bands) : QJsonValue());

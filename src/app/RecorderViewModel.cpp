@@ -14,7 +14,7 @@
 #include "journal/ClipMetaStore.h"
 #include "monitor/AreaMonitor.h"
 #include "monitor/AreaMonitorActions.h"
-#include "platform/desktop/DesktopIntegration.h"
+#include "platform/DesktopIntegration.h"
 #include "recorder/SegmentedRecorder.h"
 
 #include <QDateTime>
@@ -34,29 +34,29 @@ QString captureModeRawValue(RecorderViewModel::CaptureMode mode)
                                                                : QStringLiteral("manual");
 }
 
-RecorderViewModel::RecorderViewModel(AppSettings* settings, Platform p, QObject* parent)
+RecorderViewModel::RecorderViewModel(AppSettings* settings, Backends b, QObject* parent)
     : QObject(parent)
     , appSettings(settings)
-    , platform(std::move(p))
+    , backends(std::move(b))
 {
-    if (!platform.scheduler) platform.scheduler = std::make_unique<QtTaskScheduler>(this);
+    if (!backends.scheduler) backends.scheduler = std::make_unique<QtTaskScheduler>(this);
 
     // The objects it owns, in their order. The camera takes its place between the area monitor and
     // the microphone when it arrives.
-    captureEngine = new CaptureEngine(platform.screen, platform.systemAudio, this);
+    captureEngine = new CaptureEngine(backends.screen, backends.systemAudio, this);
     segmentRecorder = new SegmentedRecorder(this);
-    if (!platform.areaGrabber) platform.areaGrabber = std::make_unique<BackendAreaGrabber>(platform.screen);
-    monitor = new AreaMonitor(std::move(platform.areaGrabber), {}, this);
-    microphone = new MicCapture(platform.microphones, this);
+    if (!backends.areaGrabber) backends.areaGrabber = std::make_unique<BackendAreaGrabber>(backends.screen);
+    monitor = new AreaMonitor(std::move(backends.areaGrabber), {}, this);
+    microphone = new MicCapture(backends.microphones, this);
     journalStore = new ClipJournalStore(QUrl::fromLocalFile(appSettings->saveFolderPath()), this);
     sources = std::make_unique<SourceMemory>(*appSettings, *captureEngine);
     areas = std::make_unique<AreaCommands>(
-        *monitor, *captureEngine, *sources, std::move(platform.areaPicker),
+        *monitor, *captureEngine, *sources, std::move(backends.areaPicker),
         [this](const QString& text) { showToast(text); }, [this] { restartStream(); });
     detectPool = new QThreadPool(this);
     detectPool->setMaxThreadCount(1);
     lostWindows = std::make_unique<LostWindowWatch>(
-        *captureEngine, *sources, *platform.scheduler, [this](const QString& text) { showToast(text); },
+        *captureEngine, *sources, *backends.scheduler, [this](const QString& text) { showToast(text); },
         [this](int width, int height) { startStream(width, height); });
 
     // The one link between owned objects: frames and system audio go from the engine to the ring.
@@ -191,13 +191,13 @@ void RecorderViewModel::wireAreaMonitor()
 
 void RecorderViewModel::wireArmedFrame()
 {
-    if (!platform.armedFrame) return;
+    if (!backends.armedFrame) return;
     // Any change rebuilds the frame, its animation starting again. A sliver gets no frame.
     combineLatest(observe(monitor, &AreaMonitor::isArmed, &AreaMonitor::isArmedChanged),
         observe(monitor, &AreaMonitor::rect, &AreaMonitor::rectChanged),
         observe(appSettings, &AppSettings::areaOverlayStyle, &AppSettings::areaOverlayStyleChanged),
         observe(appSettings, &AppSettings::areaOverlayEnabled, &AppSettings::areaOverlayEnabledChanged))
-        .sink(this, [frame = platform.armedFrame.get()](const auto& values) {
+        .sink(this, [frame = backends.armedFrame.get()](const auto& values) {
             const auto& [armed, rect, style, enabled] = values;
             if (armed && enabled && rect && rect->width() > 4 && rect->height() > 4)
                 frame->show(*rect, style);
@@ -360,7 +360,7 @@ void RecorderViewModel::startRecording()
 void RecorderViewModel::stopRecording()
 {
     if (autoStopTask) {
-        platform.scheduler->cancel(*autoStopTask);
+        backends.scheduler->cancel(*autoStopTask);
         autoStopTask.reset();
     }
     segmentRecorder->stopRecording();
@@ -377,12 +377,12 @@ void RecorderViewModel::toggleRecording()
 
 void RecorderViewModel::scheduleAutoStopIfNeeded()
 {
-    if (autoStopTask) platform.scheduler->cancel(*autoStopTask);
+    if (autoStopTask) backends.scheduler->cancel(*autoStopTask);
     const double minutes = appSettings->autoStopMinutes();
     if (!(minutes > 0)) return;
     QPointer<RecorderViewModel> self(this);
     const auto delay = std::chrono::nanoseconds(static_cast<int64_t>(minutes * 60.0 * 1e9));
-    autoStopTask = platform.scheduler->schedule(delay, [self, minutes] {
+    autoStopTask = backends.scheduler->schedule(delay, [self, minutes] {
         if (!self) return;
         self->showToast(
             QStringLiteral("Auto-stop triggered after %1 min").arg(static_cast<long long>(std::trunc(minutes))));
@@ -397,7 +397,7 @@ void RecorderViewModel::showToast(const QString& text)
     setToast(text);
     QPointer<RecorderViewModel> self(this);
     // Never cancelled: a newer toast just replaces the text, and this timer then leaves it alone.
-    platform.scheduler->schedule(toastDuration, [self, text] {
+    backends.scheduler->schedule(toastDuration, [self, text] {
         if (self && self->toastText == text) self->setToast(std::nullopt);
     });
 }
@@ -407,9 +407,9 @@ void RecorderViewModel::runSaveSequence(const QString& path)
     lastSaved = path;
     emit lastSavedURLChanged();
     showToast(QStringLiteral("Saved: ") + QFileInfo(path).fileName());
-    if (platform.desktop) {
-        if (appSettings->playSoundOnSave()) platform.desktop->playCompleteSound();
-        if (appSettings->openFinderOnSave()) platform.desktop->revealInFileManager(path);
+    if (backends.desktop) {
+        if (appSettings->playSoundOnSave()) backends.desktop->playCompleteSound();
+        if (appSettings->openFinderOnSave()) backends.desktop->revealInFileManager(path);
     }
     monitorReset();
     journalStore->rescan();
@@ -424,7 +424,7 @@ struct RecorderViewModel::PnLReading {
 
 void RecorderViewModel::runPnLDetect(const QString& clip)
 {
-    if (!platform.textRecognizer) return;
+    if (!backends.textRecognizer) return;
     const std::optional<QRectF> area = monitor->rect();
     if (!area || !(area->width() > 4) || !(area->height() > 4)) {
         showToast(QStringLiteral("Auto P&L: pick a watch area to enable detection."));
@@ -444,7 +444,7 @@ void RecorderViewModel::runPnLDetect(const QString& clip)
     const QSizeF sourceSize = sources->sourcePointSize();
     const QSizeF recordedSize(captureEngine->outputWidth(), captureEngine->outputHeight());
     QPointer<RecorderViewModel> self(this);
-    detectPool->start([self, clip, crop, sourceSize, recordedSize, reading, makeRecognizer = platform.textRecognizer] {
+    detectPool->start([self, clip, crop, sourceSize, recordedSize, reading, makeRecognizer = backends.textRecognizer] {
         PnLReading out = reading;
         // This worker's own engine, for this clip only: an engine is never shared between threads.
         if (const std::unique_ptr<TextRecognizer> recognizer = makeRecognizer()) {

@@ -2,11 +2,11 @@
 
 #include "capture/CaptureSource.h"
 #include "core/TaskScheduler.h"
-#include "journal/TextRecognizer.h"
 #include "monitor/AreaGrabber.h"
-#include "monitor/AreaPicker.h"
-#include "monitor/ArmedFrame.h"
-#include "platform/desktop/DesktopIntegration.h"
+#include "platform/AreaPicker.h"
+#include "platform/ArmedFrame.h"
+#include "platform/DesktopIntegration.h"
+#include "platform/TextRecognizer.h"
 
 #include <QObject>
 #include <QString>
@@ -22,6 +22,7 @@ class AreaMonitor;
 class CaptureBackend;
 class CaptureEngine;
 class ClipJournalStore;
+class KeyGrabCheck;
 class LostWindowWatch;
 class MicCapture;
 class MicrophoneBackend;
@@ -47,7 +48,7 @@ public:
     enum class CaptureMode { manual, areaMonitor };
 
     // The platform pieces, chosen by the caller (the application, or a test).
-    struct Platform {
+    struct Backends {
         std::shared_ptr<CaptureBackend> screen;
         std::shared_ptr<SystemAudioBackend> systemAudio;
         std::shared_ptr<MicrophoneBackend> microphones; // null: no microphone is ever found
@@ -57,12 +58,13 @@ public:
         std::unique_ptr<AreaPicker> areaPicker; // null: no region can be drawn
         std::unique_ptr<ArmedFrame> armedFrame; // null: nothing on the screen says the monitor is armed
         RecognizerFactory textRecognizer; // null: no P&L is read off saved clips
+        std::shared_ptr<KeyGrabCheck> keyGrabCheck; // null: nobody can tell which keys other programs hold
     };
 
     static constexpr auto toastDuration = std::chrono::milliseconds(2800);
     static constexpr auto restartDebounce = std::chrono::milliseconds(400);
 
-    RecorderViewModel(AppSettings* settings, Platform platform, QObject* parent = nullptr);
+    RecorderViewModel(AppSettings* settings, Backends backends, QObject* parent = nullptr);
     ~RecorderViewModel() override;
 
     Tab activeTab() const { return tab; }
@@ -79,7 +81,9 @@ public:
     AreaMonitor* areaMonitor() const { return monitor; }
     MicCapture* mic() const { return microphone; }
     // Opening, showing and trashing files on the desktop; null without one.
-    DesktopIntegration* desktop() const { return platform.desktop.get(); }
+    DesktopIntegration* desktop() const { return backends.desktop.get(); }
+    // Which key combinations other programs hold, for the hotkey pills; null where nobody can tell.
+    const std::shared_ptr<KeyGrabCheck>& keyGrabCheck() const { return backends.keyGrabCheck; }
     // What the selected source is remembered as, how large it records and what its clips are called.
     SourceMemory* sourceMemory() const { return sources.get(); }
     // Arming the monitor, the area it watches, and a drawn region as the capture source.
@@ -155,7 +159,7 @@ private:
     void startStream(int width, int height);
 
     AppSettings* appSettings;
-    Platform platform;
+    Backends backends;
     CaptureEngine* captureEngine;
     SegmentedRecorder* segmentRecorder;
     AreaMonitor* monitor;

@@ -5,7 +5,7 @@
 #include "app/ControlSocketPath.h"
 #include "app/DetectCommand.h"
 #include "app/JournalCommand.h"
-#include "app/PlatformFactory.h"
+#include "platform/Platform.h"
 #include "platform/SystemTray.h"
 #include "ui/AppDelegate.h"
 
@@ -59,10 +59,10 @@ void quitOnSignals(QCoreApplication& app)
     ::sigaction(SIGTERM, &action, nullptr);
 }
 
-int runSession(QCoreApplication& app, AppSession::Options options)
+int runSession(QCoreApplication& app, AppSession::Options options, std::unique_ptr<Platform> platform)
 {
     quitOnSignals(app);
-    AppSession session(std::move(options));
+    AppSession session(std::move(options), std::move(platform));
     QString error;
     if (!session.start(&error)) {
         std::fprintf(stderr, "velotape: %s\n", qPrintable(error));
@@ -71,23 +71,29 @@ int runSession(QCoreApplication& app, AppSession::Options options)
     return app.exec();
 }
 
-int runHeadless(int argc, char** argv, const QString& source)
+std::unique_ptr<Platform> platformFor(const Invocation& invocation)
 {
-    const AppSession::Options options { .headless = true, .source = source, .socketPath = {} };
+    return std::make_unique<Platform>(Platform::backendForThisSession(Platform::backendNamed(invocation.backend)));
+}
+
+int runHeadless(int argc, char** argv, const Invocation& invocation)
+{
+    const AppSession::Options options { .headless = true, .source = invocation.source, .socketPath = {} };
+    std::unique_ptr<Platform> platform = platformFor(invocation);
     // No window, but on an X display the area picker and the armed frame still show, and they are
     // windows: the application then speaks to the display too.
-    const QByteArray platform = qgetenv("QT_QPA_PLATFORM");
-    if ((platform.isEmpty() || platform == "xcb") && PlatformFactory::isX11Session()) {
+    const QByteArray qpa = qgetenv("QT_QPA_PLATFORM");
+    if ((qpa.isEmpty() || qpa == "xcb") && platform->hasOverlayDisplay()) {
         qputenv("QT_QPA_PLATFORM", "xcb");
         QGuiApplication app(argc, argv);
         app.setQuitOnLastWindowClosed(false);
-        return runSession(app, options);
+        return runSession(app, options, std::move(platform));
     }
     QCoreApplication app(argc, argv);
-    return runSession(app, options);
+    return runSession(app, options, std::move(platform));
 }
 
-int runWindow(int argc, char** argv, const QString& source, bool background)
+int runWindow(int argc, char** argv, const Invocation& invocation)
 {
     // Without a display Qt would abort with a long plug-in message; say it in one line instead.
     if (!hasDisplay()) {
@@ -96,16 +102,24 @@ int runWindow(int argc, char** argv, const QString& source, bool background)
             "use 'velotape --headless' to run without a window\n");
         return 1;
     }
+    std::unique_ptr<Platform> platform = platformFor(invocation);
+    // The X11 backend captures, watches and draws over the X display: its window must be an X window
+    // too, also where Qt would pick another platform (XWayland).
+    if (platform->backend() == Platform::Backend::x11 && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")
+        && !qEnvironmentVariableIsEmpty("DISPLAY"))
+        qputenv("QT_QPA_PLATFORM", "xcb");
     QApplication app(argc, argv);
     // Started with the session where the desktop has no tray: nothing could bring a hidden
     // window back, so it runs as the headless instance does.
-    if (background && !PlatformFactory::systemTray()->isAvailable()) {
+    if (invocation.background && !platform->systemTray()->isAvailable()) {
         app.setQuitOnLastWindowClosed(false);
-        return runSession(app, AppSession::Options { .headless = true, .source = source, .socketPath = {} });
+        return runSession(app, AppSession::Options { .headless = true, .source = invocation.source, .socketPath = {} },
+            std::move(platform));
     }
     quitOnSignals(app);
-    AppDelegate delegate(AppSession::Options { .headless = false, .source = source, .socketPath = {} });
-    delegate.setStartHidden(background);
+    AppDelegate delegate(
+        AppSession::Options { .headless = false, .source = invocation.source, .socketPath = {} }, std::move(platform));
+    delegate.setStartHidden(invocation.background);
     QString error;
     if (!delegate.applicationDidFinishLaunching(&error)) {
         std::fprintf(stderr, "velotape: %s\n", qPrintable(error));
@@ -153,12 +167,12 @@ int main(int argc, char** argv)
     }
     case Invocation::Kind::detect: {
         QCoreApplication app(argc, argv);
-        return runDetectCommand(invocation.command, out, err, PlatformFactory::textRecognizers());
+        return runDetectCommand(invocation.command, out, err, platformFor(invocation)->textRecognizers());
     }
     case Invocation::Kind::headless:
-        return runHeadless(argc, argv, invocation.source);
+        return runHeadless(argc, argv, invocation);
     case Invocation::Kind::window:
-        return runWindow(argc, argv, invocation.source, invocation.background);
+        return runWindow(argc, argv, invocation);
     }
     return 2;
 }

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "capture/CaptureBackend.h"
+#include "platform/CaptureBackend.h"
 #include "capture/CaptureSource.h"
 #include "capture/OwnWindows.h"
 #include "capture/PreviewMaker.h"
-#include "capture/SystemAudioBackend.h"
+#include "platform/SystemAudioBackend.h"
 
 #include <QImage>
 #include <QObject>

@@ -1,6 +1,6 @@
 #include "capture/SourceThumbnailer.h"
 
-#include "capture/CaptureBackend.h"
+#include "platform/CaptureBackend.h"
 
 SourceThumbnailer::SourceThumbnailer(std::shared_ptr<CaptureBackend> screen, QObject* parent)
     : QObject(parent)

@@ -4,7 +4,7 @@
 // pull in; it needs none of them to generate the meta-object code.
 #ifndef Q_MOC_RUN
 #include "core/SerialQueue.h"
-#include "devices/MicrophoneBackend.h"
+#include "platform/MicrophoneBackend.h"
 #endif
 
 #include <QObject>

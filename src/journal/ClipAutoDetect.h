@@ -2,7 +2,7 @@
 
 #include "journal/ClipMeta.h"
 #include "journal/PnLTextParser.h"
-#include "journal/TextRecognizer.h"
+#include "platform/TextRecognizer.h"
 
 #include <QImage>
 #include <QList>

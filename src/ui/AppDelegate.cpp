@@ -1,9 +1,9 @@
 #include "ui/AppDelegate.h"
 
+#include "app/AppIdentity.h"
 #include "app/AppSettings.h"
 #include "app/EventNotifications.h"
 #include "app/OwnWindowTracker.h"
-#include "app/PlatformFactory.h"
 #include "app/RecorderViewModel.h"
 #include "app/UpdateChecker.h"
 #include "app/hotkeys/HotkeyRecorder.h"
@@ -11,6 +11,7 @@
 #include "core/Publisher.h"
 #include "monitor/AreaMonitor.h"
 #include "platform/DesktopNotifications.h"
+#include "platform/Platform.h"
 #include "recorder/SegmentedRecorder.h"
 #include "ui/ContentView.h"
 #include "ui/TrayMenu.h"
@@ -55,9 +56,10 @@ protected:
 
 } // namespace
 
-AppDelegate::AppDelegate(AppSession::Options options, QObject* parent)
+AppDelegate::AppDelegate(AppSession::Options options, std::unique_ptr<Platform> platform, QObject* parent)
     : QObject(parent)
-    , session(std::make_unique<AppSession>(std::move(options)))
+    , session(std::make_unique<AppSession>(std::move(options),
+          platform ? std::move(platform) : std::make_unique<Platform>(Platform::backendForThisSession({}))))
 {
 }
 
@@ -97,7 +99,7 @@ bool AppDelegate::applicationDidFinishLaunching(QString* error)
     ownWindows = std::make_unique<OwnWindowTracker>(
         [engine = viewModel()->engine()](std::vector<uint32_t> ids) { engine->setOwnWindows(std::move(ids)); });
 
-    trayMenu = std::make_unique<TrayMenu>(viewModel(), PlatformFactory::systemTray());
+    trayMenu = std::make_unique<TrayMenu>(viewModel(), session->platform().systemTray());
     trayMenu->onShowWindow = [this] { showWindow(); };
     trayMenu->onQuit = [this] { quit(); };
     const bool inTray = trayMenu->show();
@@ -105,7 +107,7 @@ bool AppDelegate::applicationDidFinishLaunching(QString* error)
         = [this] { return !quitting && trayMenu->isShown() && viewModel()->settings()->keepRunningInTray(); };
     window->onHiddenOnClose = [this] { windowVisibilityChanged(false); };
     notifications = std::make_unique<EventNotifications>(
-        viewModel(), PlatformFactory::notifications(), [this] { return isWindowSeen(); });
+        viewModel(), session->platform().notifications(AppIdentity::appId()), [this] { return isWindowSeen(); });
 
     if (startHidden && inTray)
         windowVisibilityChanged(false);
@@ -113,7 +115,7 @@ bool AppDelegate::applicationDidFinishLaunching(QString* error)
         window->show();
 
     window->onMinimisedChanged = [this](bool minimised) { windowVisibilityChanged(!minimised); };
-    visibility = PlatformFactory::watchWindowVisibility(
+    visibility = session->platform().watchWindowVisibility(
         uintptr_t(window->winId()), [this](bool shown) { windowVisibilityChanged(shown); });
     return true;
 }

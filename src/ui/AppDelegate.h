@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/AppSession.h"
+#include "platform/Platform.h"
 
 #include <QObject>
 #include <QSize>
@@ -28,7 +29,9 @@ public:
     static constexpr QSize windowSize { 1180, 760 };
     static constexpr QSize minimumWindowSize { 480, 360 };
 
-    explicit AppDelegate(AppSession::Options options = {}, QObject* parent = nullptr);
+    // Without a platform, the one this process's session asks for (Platform::backendForThisSession).
+    explicit AppDelegate(
+        AppSession::Options options = {}, std::unique_ptr<Platform> platform = {}, QObject* parent = nullptr);
     ~AppDelegate() override;
 
     // Starts the session, makes the window centred on the primary screen, builds the menu, puts

@@ -1,6 +1,6 @@
 #include "ui/SimulationRunner.h"
 
-#include "platform/desktop/ThreadPriority.h"
+#include "platform/ThreadPriority.h"
 
 #include <QCoreApplication>
 #include <QRunnable>

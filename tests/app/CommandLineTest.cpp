@@ -26,6 +26,17 @@ TEST(CommandLine, RecognisesEveryFormAndRefusesTheRest)
     EXPECT_TRUE(CommandLine::parse({ "--background" }).background);
     EXPECT_FALSE(window.background);
     EXPECT_EQ(CommandLine::parse({ "--headless", "--background" }).kind, Kind::invalid);
+    // Both modes take a backend in either place and either spelling; a name we have no backend for
+    // is refused before anything starts.
+    const Invocation onX11 = CommandLine::parse({ "--headless", "--backend", "x11", "--source", "display:1" });
+    EXPECT_EQ(onX11.kind, Kind::headless);
+    EXPECT_EQ(onX11.backend, QStringLiteral("x11"));
+    EXPECT_EQ(onX11.source, QStringLiteral("display:1"));
+    const Invocation onWayland = CommandLine::parse({ "--backend=wayland" });
+    EXPECT_EQ(onWayland.kind, Kind::window);
+    EXPECT_EQ(onWayland.backend, QStringLiteral("wayland"));
+    EXPECT_EQ(CommandLine::parse({ "--backend", "quartz" }).kind, Kind::invalid);
+    EXPECT_EQ(CommandLine::parse({ "--headless", "--backend" }).kind, Kind::invalid);
 
     for (const char* c : { "toggle", "start", "stop", "status", "arm", "disarm" }) {
         const Invocation i = CommandLine::parse({ c });

@@ -1,7 +1,7 @@
 #include "app/DetectCommand.h"
 
 #include "app/AppSettings.h"
-#include "app/PlatformFactory.h"
+#include "platform/ocr/TesseractRecognizer.h"
 #include "journal/ClipMetaStore.h"
 #include "support/DrawnTextClip.h"
 
@@ -27,7 +27,7 @@ CommandRun run(const QStringList& args, AppSettings* settings)
     CommandRun r {};
     QTextStream out(&r.out);
     QTextStream err(&r.err);
-    r.status = runDetectCommand(args, out, err, PlatformFactory::textRecognizers(), settings);
+    r.status = runDetectCommand(args, out, err, TesseractRecognizer::factory(), settings);
     out.flush();
     err.flush();
     return r;

@@ -4,7 +4,7 @@
 #include "app/AppSettings.h"
 #include "app/AreaCommands.h"
 #include "app/ControlCommands.h"
-#include "app/PlatformFactory.h"
+#include "platform/ocr/TesseractRecognizer.h"
 #include "app/SourceMemory.h"
 #include "capture/CaptureEngine.h"
 #include "devices/MicCapture.h"
@@ -75,14 +75,14 @@ protected:
     {
         auto scheduler = std::make_unique<ManualTaskScheduler>();
         clock = scheduler.get();
-        RecorderViewModel::Platform platform;
-        platform.screen = screen;
-        platform.microphones = microphones;
-        platform.scheduler = std::move(scheduler);
-        if (pickerAnswer) platform.areaPicker = std::make_unique<ScriptedPicker>(&pickerAnswer);
-        platform.armedFrame = std::make_unique<ShownFrame>(&frame);
-        platform.textRecognizer = recognizers;
-        vm = std::make_unique<RecorderViewModel>(settings.get(), std::move(platform));
+        RecorderViewModel::Backends backends;
+        backends.screen = screen;
+        backends.microphones = microphones;
+        backends.scheduler = std::move(scheduler);
+        if (pickerAnswer) backends.areaPicker = std::make_unique<ScriptedPicker>(&pickerAnswer);
+        backends.armedFrame = std::make_unique<ShownFrame>(&frame);
+        backends.textRecognizer = recognizers;
+        vm = std::make_unique<RecorderViewModel>(settings.get(), std::move(backends));
     }
 
     void startUp()
@@ -482,7 +482,7 @@ TEST_F(RecorderViewModelTest, ASavedClipIsTaggedWithTheFigureInTheWatchedAreaUnl
     const QRectF area(2920, 700, 200, 60);
     settings->setAreaMonitorRect(area);
     settings->setResolution(Resolution::res720);
-    recognizers = PlatformFactory::textRecognizers();
+    recognizers = TesseractRecognizer::factory();
     make();
     startUp();
     vm->engine()->setSelectedSource(CaptureSource::display(screen->content.displays[1]));

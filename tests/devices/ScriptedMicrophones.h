@@ -1,6 +1,6 @@
 #pragma once
 
-#include "devices/MicrophoneBackend.h"
+#include "platform/MicrophoneBackend.h"
 
 #include <mutex>
 

@@ -3,6 +3,7 @@
 // what happened on stdout, one line each: "ready <window id>", "focused", "save", "menu", and
 // "text:<field>" when asked with "text" on stdin.
 #include "app/hotkeys/GlobalHotkeys.h"
+#include "platform/x11/X11HotkeyMonitor.h"
 
 #include <QAction>
 #include <QApplication>
@@ -41,7 +42,7 @@ int main(int argc, char** argv)
     window.addAction(menuAction);
     QObject::connect(menuAction, &QAction::triggered, [] { say(QStringLiteral("menu")); });
 
-    GlobalHotkeys hotkeys(GlobalHotkeys::systemMonitors());
+    GlobalHotkeys hotkeys([]() -> std::unique_ptr<GlobalKeyMonitor> { return X11HotkeyMonitor::create(); });
     hotkeys.onSaveHotkey = [] { say(QStringLiteral("save")); };
     hotkeys.registerHotkey(HotkeyBinding::defaultSave());
 

@@ -37,9 +37,9 @@ TEST(LostWindow, AClosedWindowGivesWayToItsDisplayAndIsPickedUpAgainWhenItReopen
     settings.setSystemAudioEnabled(false);
     const QString chosen = QStringLiteral("window:Chart@@Order book");
     settings.setSavedSourceDescriptor(chosen);
-    RecorderViewModel::Platform platform;
-    platform.screen = std::make_shared<X11CaptureBackend>();
-    RecorderViewModel vm(&settings, std::move(platform));
+    RecorderViewModel::Backends backends;
+    backends.screen = std::make_shared<X11CaptureBackend>();
+    RecorderViewModel vm(&settings, std::move(backends));
     CaptureEngine& engine = *vm.engine();
     FrameLog frames(engine);
     ControlCommands commands(vm);

@@ -3,7 +3,6 @@
 #include "app/AppSettings.h"
 #include "app/hotkeys/HotkeyMatcher.h"
 #include "core/Publisher.h"
-#include "platform/x11/X11HotkeyMonitor.h"
 
 #include <QCoreApplication>
 #include <QGuiApplication>
@@ -61,11 +60,6 @@ GlobalHotkeys::GlobalHotkeys(MonitorFactory makeGlobalMonitor, QObject* parent)
 }
 
 GlobalHotkeys::~GlobalHotkeys() = default;
-
-GlobalHotkeys::MonitorFactory GlobalHotkeys::systemMonitors()
-{
-    return []() -> std::unique_ptr<GlobalKeyMonitor> { return X11HotkeyMonitor::create(); };
-}
 
 void GlobalHotkeys::registerHotkey(const HotkeyBinding& binding)
 {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "core/HotkeyBinding.h"
-#include "monitor/GlobalKeyMonitor.h"
+#include "platform/GlobalKeyMonitor.h"
 
 #include <QObject>
 
@@ -26,9 +26,6 @@ public:
 
     explicit GlobalHotkeys(MonitorFactory makeGlobalMonitor, QObject* parent = nullptr);
     ~GlobalHotkeys() override;
-
-    // The X11 global monitor, when this session runs on an X server.
-    static MonitorFactory systemMonitors();
 
     // Replace the two monitors of each hotkey. A binding that is off, or on key code 0, leaves the
     // hotkey without monitors.

@@ -3,7 +3,7 @@
 #include "app/AppSettings.h"
 #include "app/hotkeys/HotkeyMatcher.h"
 #include "app/hotkeys/KeyTable.h"
-#include "monitor/KeyGrabCheck.h"
+#include "platform/KeyGrabCheck.h"
 
 #include <QCoreApplication>
 #include <QKeyEvent>

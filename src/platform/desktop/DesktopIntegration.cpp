@@ -1,4 +1,4 @@
-#include "platform/desktop/DesktopIntegration.h"
+#include "platform/DesktopIntegration.h"
 
 #include "core/Log.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "journal/TextRecognizer.h"
+#include "platform/TextRecognizer.h"
 
 #include <memory>
 
@@ -14,7 +14,7 @@ class TesseractRecognizer : public TextRecognizer {
 public:
     // Null when the engine can't start (no language data); the reason is logged once.
     static std::unique_ptr<TextRecognizer> create();
-    // What PlatformFactory hands out: makes an engine on the calling thread.
+    // What Platform hands out: makes an engine on the calling thread.
     static RecognizerFactory factory();
 
     ~TesseractRecognizer() override;

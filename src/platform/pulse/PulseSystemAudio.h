@@ -1,6 +1,6 @@
 #pragma once
 
-#include "capture/SystemAudioBackend.h"
+#include "platform/SystemAudioBackend.h"
 
 // System audio on PulseAudio (and PipeWire's PulseAudio server): the monitor of the default sink,
 // recorded in its own sample format.

@@ -1,6 +1,6 @@
 #include "platform/x11/AreaPickerOverlay.h"
 
-#include "capture/CaptureBackend.h"
+#include "platform/CaptureBackend.h"
 #include "monitor/AreaPickerGeometry.h"
 #include "platform/x11/OverlayWindow.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "monitor/AreaPicker.h"
+#include "platform/AreaPicker.h"
 
 #include <QRect>
 

@@ -1,6 +1,6 @@
 #include "platform/x11/ArmedAreaOverlay.h"
 
-#include "capture/CaptureBackend.h"
+#include "platform/CaptureBackend.h"
 #include "monitor/ArmedFrameDrawing.h"
 #include "monitor/ArmedFramePicture.h"
 #include "platform/x11/OverlayWindow.h"

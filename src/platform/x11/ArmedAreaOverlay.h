@@ -1,6 +1,6 @@
 #pragma once
 
-#include "monitor/ArmedFrame.h"
+#include "platform/ArmedFrame.h"
 
 #include <QElapsedTimer>
 #include <QImage>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "capture/CaptureBackend.h"
+#include "platform/CaptureBackend.h"
 
 #include <QSize>
 #include <QString>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "capture/CaptureBackend.h"
+#include "platform/CaptureBackend.h"
 #include "capture/FrameScaler.h"
 #include "platform/x11/X11Cursor.h"
 #include "platform/x11/X11OwnWindowArea.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "monitor/GlobalKeyMonitor.h"
+#include "platform/GlobalKeyMonitor.h"
 
 #include <QString>
 

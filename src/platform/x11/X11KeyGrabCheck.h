@@ -1,6 +1,6 @@
 #pragma once
 
-#include "monitor/KeyGrabCheck.h"
+#include "platform/KeyGrabCheck.h"
 
 #include <QString>
 

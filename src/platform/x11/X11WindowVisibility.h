@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/WindowVisibilityWatcher.h"
+#include "platform/WindowVisibilityWatcher.h"
 
 #include <QObject>
 

@@ -5,7 +5,7 @@
 #include "journal/ClipJournalStore.h"
 #include "journal/ClipMetaStore.h"
 #include "journal/ClipThumbnailer.h"
-#include "platform/desktop/DesktopIntegration.h"
+#include "platform/DesktopIntegration.h"
 #include "ui/clips/ClipEdits.h"
 
 #include <QClipboard>

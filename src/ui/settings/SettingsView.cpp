@@ -2,7 +2,6 @@
 
 #include "app/AppIdentity.h"
 #include "app/AppSettings.h"
-#include "app/PlatformFactory.h"
 #include "app/RecorderViewModel.h"
 #include "app/SaveFolder.h"
 #include "app/hotkeys/HotkeyRecorder.h"
@@ -413,7 +412,7 @@ void SettingsView::buildRecording(QVBoxLayout* column)
         QStringLiteral("Whether the mouse cursor is included in recordings."), &AppSettings::cursor,
         &AppSettings::cursorChanged, &AppSettings::setCursor);
 
-    const std::shared_ptr<KeyGrabCheck> grabCheck = PlatformFactory::keyGrabCheck();
+    const std::shared_ptr<KeyGrabCheck> grabCheck = vm->keyGrabCheck();
     HotkeyRecorder* saveRecorder = HotkeyRecorder::forSaveHotkey(settings, holder);
     saveRecorder->setGrabCheck(grabCheck);
     auto* saveHotkey = new SetRowHotkey(QStringLiteral("Save hotkey"),

@@ -47,12 +47,12 @@ protected:
             std::make_unique<QSettings>(dir.filePath(QStringLiteral("Velotape.conf")), QSettings::IniFormat));
         settings->setSaveFolderPath(dir.filePath(QStringLiteral("clips")));
         settings->setSystemAudioEnabled(false);
-        RecorderViewModel::Platform platform;
-        platform.screen = std::make_shared<X11CaptureBackend>();
+        RecorderViewModel::Backends backends;
+        backends.screen = std::make_shared<X11CaptureBackend>();
         auto picker = std::make_unique<DrawnRegion>();
         region = picker.get();
-        platform.areaPicker = std::move(picker);
-        vm = std::make_unique<RecorderViewModel>(settings.get(), std::move(platform));
+        backends.areaPicker = std::move(picker);
+        vm = std::make_unique<RecorderViewModel>(settings.get(), std::move(backends));
         bool started = false;
         vm->startUp([&] { started = true; });
         ASSERT_TRUE(spinUntil([&] { return started; }));

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "capture/CaptureStream.h"
+#include "platform/CaptureStream.h"
 #include "media/MediaSample.h"
 
 #include <QString>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "capture/CaptureStream.h"
+#include "platform/CaptureStream.h"
 #include "capture/ContentFilter.h"
 #include "capture/ShareableContent.h"
 #include "capture/StreamConfiguration.h"

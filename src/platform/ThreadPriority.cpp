@@ -1,4 +1,4 @@
-#include "platform/desktop/ThreadPriority.h"
+#include "platform/ThreadPriority.h"
 
 #include <sys/resource.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "capture/CaptureBackend.h"
+#include "platform/CaptureBackend.h"
 
 // The backend of a session with no screen that this program can capture (no X display, or a
 // Wayland session without a portal backend): every operation fails with one plain reason, so the

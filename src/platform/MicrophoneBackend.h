@@ -24,7 +24,7 @@ public:
 };
 
 // The sound system's microphones (on PulseAudio: its sources that are not monitors of an output).
-// Implementation: PulseMicrophones (src/platform/pulse), chosen in PlatformFactory.
+// Implementation: PulseMicrophones (src/platform/pulse), handed out by Platform.
 class MicrophoneBackend {
 public:
     struct Listing {

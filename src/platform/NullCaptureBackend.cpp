@@ -1,4 +1,4 @@
-#include "capture/NullCaptureBackend.h"
+#include "platform/NullCaptureBackend.h"
 
 NullCaptureBackend::NullCaptureBackend(QString reason)
     : reason(std::move(reason))

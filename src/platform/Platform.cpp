@@ -1,0 +1,153 @@
+#include "platform/Platform.h"
+
+#include "core/Log.h"
+#include "platform/NullCaptureBackend.h"
+#include "platform/desktop/FreedesktopNotifications.h"
+#include "platform/desktop/QtSystemTray.h"
+#include "platform/ocr/TesseractRecognizer.h"
+#include "platform/pulse/PulseMicrophones.h"
+#include "platform/pulse/PulseSystemAudio.h"
+#include "platform/x11/AreaPickerOverlay.h"
+#include "platform/x11/ArmedAreaOverlay.h"
+#include "platform/x11/X11CaptureBackend.h"
+#include "platform/x11/X11HotkeyMonitor.h"
+#include "platform/x11/X11KeyGrabCheck.h"
+#include "platform/x11/X11WindowVisibility.h"
+
+#include <QGuiApplication>
+
+namespace {
+
+// Until the portal's screen cast is in, a Wayland session is told plainly what works instead.
+const QString waylandNotYet = QStringLiteral(
+    "screen capture in a Wayland session is not supported yet. Log in to an X11 session (\"GNOME on Xorg\", "
+    "\"Plasma (X11)\"), or run 'velotape --backend x11' to record the programs that run under XWayland");
+
+bool applicationIsOnXcb()
+{
+    return qobject_cast<QGuiApplication*>(QCoreApplication::instance())
+        && QGuiApplication::platformName() == QLatin1String("xcb");
+}
+
+} // namespace
+
+std::optional<Platform::Backend> Platform::backendNamed(const QString& name)
+{
+    if (name == QLatin1String("x11")) return Backend::x11;
+    if (name == QLatin1String("wayland")) return Backend::wayland;
+    return std::nullopt;
+}
+
+QString Platform::nameOf(Backend backend)
+{
+    return backend == Backend::wayland ? QStringLiteral("wayland") : QStringLiteral("x11");
+}
+
+Platform::Backend Platform::chooseBackend(std::optional<Backend> requested, const QByteArray& sessionType)
+{
+    if (requested) return *requested;
+    return sessionType.trimmed().toLower() == "wayland" ? Backend::wayland : Backend::x11;
+}
+
+Platform::Backend Platform::backendForThisSession(std::optional<Backend> requested)
+{
+    return chooseBackend(requested, qgetenv("XDG_SESSION_TYPE"));
+}
+
+Platform::Platform(Backend backend)
+    : chosen(backend)
+{
+}
+
+Platform::~Platform() = default;
+
+QString Platform::unavailableReason()
+{
+    if (chosen == Backend::wayland) return waylandNotYet;
+    return X11CaptureBackend::probe();
+}
+
+std::shared_ptr<CaptureBackend> Platform::screen()
+{
+    if (screenBackend) return screenBackend;
+    if (const QString reason = unavailableReason(); !reason.isEmpty()) {
+        logLine(QStringLiteral("Screen capture unavailable: ") + reason);
+        screenBackend = std::make_shared<NullCaptureBackend>(reason);
+    } else {
+        screenBackend = std::make_shared<X11CaptureBackend>();
+    }
+    return screenBackend;
+}
+
+std::shared_ptr<SystemAudioBackend> Platform::systemAudio()
+{
+    if (!systemAudioBackend) systemAudioBackend = std::make_shared<PulseSystemAudio>();
+    return systemAudioBackend;
+}
+
+std::shared_ptr<MicrophoneBackend> Platform::microphones()
+{
+    if (!microphoneBackend) microphoneBackend = std::make_shared<PulseMicrophones>();
+    return microphoneBackend;
+}
+
+std::unique_ptr<DesktopIntegration> Platform::desktop()
+{
+    return DesktopIntegration::create();
+}
+
+std::unique_ptr<DesktopNotifications> Platform::notifications(const QString& appId)
+{
+    return std::make_unique<FreedesktopNotifications>(QDBusConnection::sessionBus(), appId);
+}
+
+std::unique_ptr<SystemTray> Platform::systemTray()
+{
+    return std::make_unique<QtSystemTray>();
+}
+
+RecognizerFactory Platform::textRecognizers() const
+{
+    return TesseractRecognizer::factory();
+}
+
+bool Platform::showsOverlayWindows() const
+{
+    return chosen == Backend::x11 && applicationIsOnXcb();
+}
+
+bool Platform::hasOverlayDisplay()
+{
+    return chosen == Backend::x11 && X11CaptureBackend::probe().isEmpty();
+}
+
+std::unique_ptr<AreaPicker> Platform::areaPicker()
+{
+    if (!showsOverlayWindows()) return nullptr;
+    return std::make_unique<AreaPickerOverlay>(screen());
+}
+
+std::unique_ptr<ArmedFrame> Platform::armedFrame()
+{
+    if (!showsOverlayWindows()) return nullptr;
+    return std::make_unique<ArmedAreaOverlay>(screen());
+}
+
+std::unique_ptr<GlobalKeyMonitor> Platform::globalKeyMonitor()
+{
+    if (chosen != Backend::x11) return nullptr;
+    return X11HotkeyMonitor::create();
+}
+
+std::shared_ptr<KeyGrabCheck> Platform::keyGrabCheck()
+{
+    if (!showsOverlayWindows()) return nullptr;
+    return std::make_shared<X11KeyGrabCheck>();
+}
+
+std::unique_ptr<WindowVisibilityWatcher> Platform::watchWindowVisibility(
+    uintptr_t window, WindowVisibilityWatcher::Report report)
+{
+    if (!showsOverlayWindows()) return nullptr;
+    return X11WindowVisibility::watch(uint32_t(window), std::move(report));
+}
