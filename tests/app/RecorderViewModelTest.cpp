@@ -4,7 +4,7 @@
 #include "app/AppSettings.h"
 #include "app/AreaCommands.h"
 #include "app/ControlCommands.h"
-#include "platform/ocr/TesseractRecognizer.h"
+#include "app/EventNotifications.h"
 #include "app/SourceMemory.h"
 #include "capture/CaptureEngine.h"
 #include "devices/MicCapture.h"
@@ -13,6 +13,8 @@
 #include "journal/ClipMetaStore.h"
 #include "media/HevcEncoderProbe.h"
 #include "monitor/AreaMonitor.h"
+#include "platform/DesktopNotifications.h"
+#include "platform/ocr/TesseractRecognizer.h"
 #include "recorder/SegmentedRecorder.h"
 #include "support/DrawnTextClip.h"
 #include "support/EventLoop.h"
@@ -526,4 +528,42 @@ TEST_F(RecorderViewModelTest, ASavedClipIsTaggedWithTheFigureInTheWatchedAreaUnl
     EXPECT_EQ(vm->toast(), QStringLiteral("Auto P&L: pick a watch area to enable detection."));
     spinFor(200);
     EXPECT_EQ(ClipMetaStore::load(QUrl::fromLocalFile(clip)), mine);
+}
+
+// Notifications are the desktop's seam: a recording stand-in, as no daemon fails on demand.
+TEST_F(RecorderViewModelTest, ErrorsReachTheDesktopOnlyWhileNoWindowShowsThem)
+{
+    struct Sent : DesktopNotifications {
+        std::vector<std::pair<QString, size_t>>* sent;
+        explicit Sent(std::vector<std::pair<QString, size_t>>* s)
+            : sent(s)
+        {
+        }
+        void notify(const QString& summary, const QString&, const std::vector<Action>& actions,
+            std::function<void(const QString&)>) override
+        {
+            sent->emplace_back(summary, actions.size());
+        }
+    };
+    make();
+    startUp();
+    std::vector<std::pair<QString, size_t>> sent;
+    bool windowSeen = true;
+    EventNotifications notifications(vm.get(), std::make_unique<Sent>(&sent), [&] { return windowSeen; });
+    const QString error = QStringLiteral("Error: Nothing was buffered yet — wait a second after starting preview.");
+
+    // In front of the user the toast says it.
+    vm->startRecording();
+    vm->stopRecording();
+    ASSERT_TRUE(spinUntil([&] { return vm->toast() == error; }));
+    EXPECT_TRUE(sent.empty());
+
+    windowSeen = false;
+    vm->startRecording();
+    vm->stopRecording();
+    ASSERT_TRUE(spinUntil([&] { return !sent.empty(); }));
+    spinFor(100);
+    ASSERT_EQ(sent.size(), 1u);
+    EXPECT_EQ(sent.front().first, error);
+    EXPECT_EQ(sent.front().second, 0u); // nothing to open
 }
