@@ -25,9 +25,6 @@ public:
     // The program's mark as the tray draws it for `state`, at the usual tray sizes.
     static QIcon iconFor(State state);
 
-    // The icon itself, for a look at what the desktop is given.
-    const QSystemTrayIcon* icon() const { return tray.get(); }
-
 private:
     std::unique_ptr<QSystemTrayIcon> tray;
     State current = State::idle;
