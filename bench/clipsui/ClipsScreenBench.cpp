@@ -9,7 +9,7 @@
 // See bench/README.md.
 
 #include "SampleClip.h"
-#include "app/RecorderViewModel.h"
+#include "app/session/RecorderViewModel.h"
 #include "support/TestDesktop.h"
 #include "ui/AppDelegate.h"
 #include "ui/ContentView.h"

@@ -9,7 +9,7 @@
 
 #include "journal/ClipJournalStore.h"
 #include "journal/ClipMetaStore.h"
-#include "ui/JournalOverview.h"
+#include "ui/journal/JournalOverview.h"
 #include "ui/kit/Appearance.h"
 
 #include <QApplication>

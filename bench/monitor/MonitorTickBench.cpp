@@ -8,7 +8,7 @@
 #include "../capture/BenchDesktop.h"
 #include "ServerScaledSignature.h"
 #include "X11TestClient.h"
-#include "app/BackendAreaGrabber.h"
+#include "app/session/BackendAreaGrabber.h"
 #include "monitor/AreaSignature.h"
 #include "monitor/PlainSignature.h"
 #include "monitor/ScreenPictures.h"

@@ -8,7 +8,7 @@
 //
 // See bench/README.md.
 
-#include "app/RecorderViewModel.h"
+#include "app/session/RecorderViewModel.h"
 #include "capture/CaptureEngine.h"
 #include "support/TestDesktop.h"
 #include "ui/AppDelegate.h"

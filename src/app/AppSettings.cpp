@@ -1,5 +1,7 @@
 #include "app/AppSettings.h"
 
+#include "core/Log.h"
+
 #include <QDir>
 #include <QSettings>
 
@@ -22,6 +24,16 @@ QString AppSettings::defaultSaveFolderPath()
     return QDir::homePath() + QStringLiteral("/Desktop");
 }
 
+std::optional<QString> AppSettings::saveFolderProblem(const QString& path)
+{
+    if (path.trimmed().isEmpty())
+        return QStringLiteral("No save folder is set; clips go to %1.").arg(defaultSaveFolderPath());
+    if (QDir::isRelativePath(path))
+        return QStringLiteral("The save folder \"%1\" is not a full path; clips go to %2.")
+            .arg(path, defaultSaveFolderPath());
+    return std::nullopt;
+}
+
 // Reads every key once, in the order of the fields; a value that can't be read keeps the default,
 // and a number out of its range is held to it (one log line each).
 void AppSettings::load()
@@ -33,10 +45,24 @@ void AppSettings::load()
     bitrateMbpsValue = read.readDouble("vt2.bitrateMbps", bitrateMbpsRange).value_or(bitrateMbpsValue);
     qualityModeValue = fromRawValue<QualityMode>(read.rawString("vt2.qualityMode")).value_or(qualityModeValue);
     cursorValue = read.rawString("vt2.cursor") == QStringLiteral("Hide") ? CursorMode::hide : CursorMode::show;
-    saveFolderPathValue = read.readString("vt2.savePath").value_or(saveFolderPathValue);
+    if (const std::optional<QString> stored = read.readString("vt2.savePath")) {
+        refusedSaveFolderValue = saveFolderProblem(*stored);
+        if (refusedSaveFolderValue)
+            logLine(
+                QStringLiteral("Settings: vt2.savePath = \"%1\" refused: %2").arg(*stored, *refusedSaveFolderValue));
+        else
+            saveFolderPathValue = *stored;
+    }
     openFinderOnSaveValue = read.readBool("vt2.openFinder").value_or(openFinderOnSaveValue);
     playSoundOnSaveValue = read.readBool("vt2.playSound").value_or(playSoundOnSaveValue);
-    autoStopMinutesValue = read.readDouble("vt2.autoStopMinutes", autoStopMinutesRange).value_or(autoStopMinutesValue);
+    if (const std::optional<double> minutes = read.readDouble("vt2.autoStopMinutes", autoStopMinutesRange)) {
+        if (*minutes > 0 && *minutes < shortestAutoStopMinutes)
+            logLine(QStringLiteral("Settings: vt2.autoStopMinutes = %1 is shorter than %2 min; using never")
+                        .arg(*minutes)
+                        .arg(shortestAutoStopMinutes));
+        else
+            autoStopMinutesValue = *minutes;
+    }
     hideAppInCapturesValue = read.readBool("vt2.hideApp").value_or(hideAppInCapturesValue);
     saveHotkeyValue = read.hotkey("vt2.saveHotkeyBinding").value_or(saveHotkeyValue);
     armHotkeyValue = read.hotkey("vt2.armHotkeyBinding").value_or(armHotkeyValue);
@@ -110,6 +136,11 @@ void AppSettings::setCursor(CursorMode value)
 
 void AppSettings::setSaveFolderPath(const QString& value)
 {
+    if (const std::optional<QString> problem = saveFolderProblem(value)) {
+        logLine(QStringLiteral("Settings: save folder \"%1\" refused: %2").arg(value, *problem));
+        return;
+    }
+    refusedSaveFolderValue.reset();
     saveFolderPathValue = value;
     emit saveFolderPathChanged();
     write("vt2.savePath", value);

@@ -20,7 +20,8 @@ class QSettings;
 // updates the value, notifies, then writes its key at once. A stored value that can't be read falls
 // back to its default silently and its key is left alone. A stored number outside its range below
 // (a hand-edited file) is held to the range when read, with a line in the log, and its key is left
-// alone too; assignments are not checked, the settings screen's controls have these ranges.
+// alone too; assignments are not checked, the settings screen's controls have these ranges, but for the
+// save folder, which must be a full path.
 //
 // Main thread only. Closures elsewhere (the recorder's camera provider) read fields by plain access.
 class AppSettings : public QObject {
@@ -79,11 +80,17 @@ public:
     ~AppSettings() override;
 
     static QString defaultSaveFolderPath();
+    // Why `path` cannot be the save folder (empty, or relative, which would land clips wherever the
+    // program happened to be started), as a message for the user; none when it can.
+    static std::optional<QString> saveFolderProblem(const QString& path);
 
     // What a stored number may be. The first four are the ranges of the settings screen's sliders.
     static constexpr SettingsReader::Range bufferSecondsRange { 3, 120 };
     static constexpr SettingsReader::Range bitrateMbpsRange { 2, 100 };
     static constexpr SettingsReader::Range autoStopMinutesRange { 0, 180 }; // 0: never
+    // A shorter auto-stop than this would end every recording as it begins (and its toast would
+    // say "after 0 min"): a stored value below it but above 0 counts as a bad value.
+    static constexpr double shortestAutoStopMinutes = 1.0;
     static constexpr SettingsReader::Range cameraSizeRange { 0.04, 0.4 };
     // The bubble's centre as a fraction of the source's width and height.
     static constexpr SettingsReader::Range cameraPositionRange { 0, 1 };
@@ -98,6 +105,9 @@ public:
     QualityMode qualityMode() const { return qualityModeValue; }
     CursorMode cursor() const { return cursorValue; }
     QString saveFolderPath() const { return saveFolderPathValue; }
+    // Why the stored save folder was refused at start (the default is used instead); none when it
+    // was taken. Cleared by the next assignment that is taken.
+    std::optional<QString> refusedSaveFolder() const { return refusedSaveFolderValue; }
     bool openFinderOnSave() const { return openFinderOnSaveValue; }
     bool playSoundOnSave() const { return playSoundOnSaveValue; }
     double autoStopMinutes() const { return autoStopMinutesValue; }
@@ -219,6 +229,7 @@ private:
     QualityMode qualityModeValue = QualityMode::manual;
     CursorMode cursorValue = CursorMode::show;
     QString saveFolderPathValue = defaultSaveFolderPath();
+    std::optional<QString> refusedSaveFolderValue;
     bool openFinderOnSaveValue = false;
     bool playSoundOnSaveValue = true;
     double autoStopMinutesValue = 0.0;

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "platform/CaptureBackend.h"
 #include "capture/CaptureSource.h"
 #include "capture/OwnWindows.h"
 #include "capture/PreviewMaker.h"
+#include "platform/CaptureBackend.h"
 #include "platform/SystemAudioBackend.h"
 
 #include <QImage>

@@ -138,6 +138,7 @@ ClipMeta withResult(ClipMeta meta, const Result& result)
 {
     meta.outcome = result.outcome;
     meta.pnl = result.pnl;
+    meta.tagOrigin = TagOrigin::detected;
     return meta;
 }
 

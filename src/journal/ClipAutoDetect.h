@@ -66,7 +66,8 @@ QStringList readingOrder(QList<RecognizedLine> lines);
 // A clip counts as tagged once it has an outcome or an amount; notes alone don't. A tagged clip
 // keeps the user's values: the detector never writes over them.
 bool isTagged(const ClipMeta& meta);
-// `meta` with the result's outcome and amount; everything else (the unit, the notes) as it was.
+// `meta` with the result's outcome and amount, marked as detected so that the broker's figures may
+// replace them; everything else (the unit, the notes) as it was.
 ClipMeta withResult(ClipMeta meta, const Result& result);
 // "-12.50 (loss)", "40.00 (win)", "0.00 (be)".
 QString summary(const Result& result);

@@ -3,6 +3,7 @@
 #include "core/KeyedJobs.h"
 #include "journal/ClipMetaStore.h"
 #include "journal/ClipNameParser.h"
+#include "journal/JournalTradesFile.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -48,6 +49,13 @@ void ClipJournalStore::setDisplayUnit(PnLUnit unit)
     emit displayUnitChanged();
 }
 
+void ClipJournalStore::setFilter(const JournalFilter& filter)
+{
+    if (filter == filterValue) return;
+    filterValue = filter;
+    emit filterChanged();
+}
+
 void ClipJournalStore::scheduleRescan()
 {
     // Queued on this object's thread: it runs after the current assignment has finished, and not at
@@ -65,6 +73,7 @@ void ClipJournalStore::rescan()
     Scan found = scan(folderPath());
     ++generation;
     clipList = std::move(found.clips);
+    withoutClipList = std::move(found.withoutClip);
     watch(found.sidecars);
     emit clipsChanged();
 }
@@ -129,9 +138,10 @@ void ClipJournalStore::rescanInBackground()
             }
             if (generation != startedAt || folder != folderPath()) return;
             watch(found.sidecars);
-            if (found.clips == clipList) return;
+            if (found.clips == clipList && found.withoutClip == withoutClipList) return;
             ++generation;
             clipList = std::move(found.clips);
+            withoutClipList = std::move(found.withoutClip);
             emit clipsChanged();
         });
     // One scan at a time: the one under way was started before this change, so another follows it.
@@ -170,6 +180,8 @@ ClipJournalStore::Scan ClipJournalStore::scan(const QString& folder)
     std::stable_sort(dated.begin(), dated.end(), [](const Dated& a, const Dated& b) { return a.date > b.date; });
 
     Scan found;
+    // A trades file that can't be read counts as none; the import says so and leaves it alone.
+    found.withoutClip = JournalTradesFile::load(folder).trades;
     found.clips.reserve(static_cast<qsizetype>(dated.size()));
     for (Dated& d : dated) {
         const QString sidecar = ClipMetaStore::sidecarPath(d.entry.url);

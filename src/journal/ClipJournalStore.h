@@ -1,6 +1,8 @@
 #pragma once
 
 #include "journal/ClipEntry.h"
+#include "journal/ClipTrade.h"
+#include "journal/JournalFilter.h"
 #include "journal/JournalMetrics.h"
 #include "journal/PnLUnit.h"
 
@@ -38,6 +40,9 @@ public:
     explicit ClipJournalStore(std::optional<QUrl> savePath, QObject* parent = nullptr);
 
     const QList<ClipEntry>& clips() const { return clipList; }
+    // The imported trades that no clip saw (JournalTradesFile), read with the clips; they change
+    // with them, under the same signal.
+    const QList<ClipTrade>& tradesWithoutClip() const { return withoutClipList; }
     std::optional<QUrl> savePath() const { return savePathValue; }
     PnLUnit displayUnit() const { return displayUnitValue; }
 
@@ -47,6 +52,9 @@ public:
     void setSavePath(std::optional<QUrl> path);
     // Not persisted; only re-filters the statistics, so it needs neither the disk nor a rescan.
     void setDisplayUnit(PnLUnit unit);
+    // The symbol or tag the statistics are narrowed to; like the unit, not persisted.
+    const JournalFilter& filter() const { return filterValue; }
+    void setFilter(const JournalFilter& filter);
 
     // Lists the folder again and replaces `clips` in one assignment, so observers see one change.
     // Without a folder, or when it can't be listed, the journal is empty; nothing is reported.
@@ -69,6 +77,7 @@ public:
         QList<ClipEntry> clips;
         // The paths of the sidecars that exist beside the clips, in the order of `clips`.
         QStringList sidecars;
+        QList<ClipTrade> withoutClip;
     };
     // The clips of a folder as a rescan makes them: flat, hidden files skipped, ".mp4" in any case,
     // newest first with ties in listing (name) order. Empty if the folder can't be listed. Touches
@@ -79,13 +88,14 @@ public:
     // The files being watched for changes: the save folder and the sidecars of its newest clips.
     QStringList watchedPaths() const;
 
-    // The statistics over the current clips in the current unit.
-    JournalMetrics metrics() const { return JournalMetrics(clipList, displayUnitValue); }
+    // The statistics over the current clips and trades in the current unit, through the filter.
+    JournalMetrics metrics() const { return JournalMetrics(clipList, displayUnitValue, withoutClipList, filterValue); }
 
 signals:
     void clipsChanged();
     void savePathChanged();
     void displayUnitChanged();
+    void filterChanged();
 
 private:
     void scheduleRescan();
@@ -97,6 +107,8 @@ private:
     void rescanInBackground();
 
     QList<ClipEntry> clipList;
+    QList<ClipTrade> withoutClipList;
+    JournalFilter filterValue;
     std::optional<QUrl> savePathValue;
     PnLUnit displayUnitValue = PnLUnit::dollars;
     QFileSystemWatcher* watcher;

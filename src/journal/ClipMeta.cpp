@@ -51,5 +51,6 @@ bool operator==(const ClipMeta& a, const ClipMeta& b)
     return a.outcome == b.outcome && a.pnl == b.pnl && a.unit == b.unit && a.notes == b.notes
         && a.mistakes == b.mistakes && a.ticker == b.ticker && a.date == b.date
         && sameRect(a.monitorRect, b.monitorRect) && sameSize(a.recordedSize, b.recordedSize)
-        && sameSize(a.sourcePointSize, b.sourcePointSize);
+        && sameSize(a.sourcePointSize, b.sourcePointSize) && a.tagOrigin == b.tagOrigin && a.trades == b.trades
+        && a.tags == b.tags;
 }

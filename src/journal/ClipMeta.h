@@ -1,11 +1,15 @@
 #pragma once
 
+#include "journal/ClipTrade.h"
 #include "journal/PnLUnit.h"
+#include "journal/TagOrigin.h"
 #include "journal/TradeOutcome.h"
 
+#include <QList>
 #include <QRectF>
 #include <QSizeF>
 #include <QString>
+#include <QStringList>
 
 #include <optional>
 
@@ -32,6 +36,14 @@ struct ClipMeta {
     std::optional<QRectF> monitorRect;
     std::optional<QSizeF> recordedSize;
     std::optional<QSizeF> sourcePointSize;
+
+    // Who set `outcome` and `pnl`, when it was not the user (see TagOrigin).
+    std::optional<TagOrigin> tagOrigin;
+    // The broker's trades matched to this clip, in the order they were imported. While the tag comes
+    // from them, the statistics count each trade by itself and the clip's amount is their sum.
+    QList<ClipTrade> trades;
+    // Free setup tags ("breakout", "A+"), in the order the user added them.
+    QStringList tags;
 
     // True when every field holds its empty value: such a record is what a clip without a usable
     // sidecar loads as, and saving it removes the sidecar.

@@ -118,6 +118,50 @@ QJsonArray pairArray(double a, double b)
     return QJsonArray { a, b };
 }
 
+// The tag's origin, the broker's trades and the setup tags: each key only when it has something.
+bool decodeImportFields(const QJsonObject& object, ClipMeta& meta)
+{
+    const QJsonValue origin = object.value(QLatin1StringView("tagOrigin"));
+    if (origin.isString()) {
+        meta.tagOrigin = tagOriginFromRaw(origin.toString());
+        if (!meta.tagOrigin) return false;
+    } else if (!origin.isUndefined() && !origin.isNull()) {
+        return false;
+    }
+    const QJsonValue trades = object.value(QLatin1StringView("trades"));
+    if (trades.isArray()) {
+        for (const QJsonValue& value : trades.toArray()) {
+            const auto trade = ClipTrade::fromJson(value);
+            if (!trade) return false;
+            meta.trades.push_back(*trade);
+        }
+    } else if (!trades.isUndefined() && !trades.isNull()) {
+        return false;
+    }
+    const QJsonValue tags = object.value(QLatin1StringView("tags"));
+    if (tags.isArray()) {
+        for (const QJsonValue& value : tags.toArray()) {
+            if (!value.isString()) return false;
+            meta.tags.push_back(value.toString());
+        }
+    } else if (!tags.isUndefined() && !tags.isNull()) {
+        return false;
+    }
+    return true;
+}
+
+void encodeImportFields(const ClipMeta& meta, QJsonObject& object)
+{
+    if (meta.tagOrigin) object.insert(QLatin1StringView("tagOrigin"), rawValue(*meta.tagOrigin));
+    if (!meta.trades.isEmpty()) {
+        QJsonArray trades;
+        for (const ClipTrade& trade : meta.trades)
+            trades.append(trade.toJson());
+        object.insert(QLatin1StringView("trades"), trades);
+    }
+    if (!meta.tags.isEmpty()) object.insert(QLatin1StringView("tags"), QJsonArray::fromStringList(meta.tags));
+}
+
 } // namespace
 
 QString sidecarPath(const QUrl& clip)
@@ -169,6 +213,7 @@ std::optional<ClipMeta> decode(const QByteArray& json)
     if (optionalSize(object, QLatin1StringView("sourcePointSize"), meta.sourcePointSize) == Presence::wrongType) {
         return std::nullopt;
     }
+    if (!decodeImportFields(object, meta)) return std::nullopt;
     return meta;
 }
 
@@ -200,6 +245,7 @@ std::optional<QByteArray> encode(const ClipMeta& meta)
     if (const auto& s = meta.sourcePointSize) {
         object.insert(QLatin1StringView("sourcePointSize"), pairArray(number(s->width()), number(s->height())));
     }
+    encodeImportFields(meta, object);
     if (!finite) return std::nullopt;
     // QJsonObject keeps its keys sorted, which gives the sorted order on disk.
     return QJsonDocument(object).toJson(QJsonDocument::Indented);

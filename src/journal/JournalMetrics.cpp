@@ -17,14 +17,26 @@ double sum(const std::vector<double>& values)
 
 } // namespace
 
-JournalMetrics::JournalMetrics(const QList<ClipEntry>& clips, PnLUnit unit)
+JournalMetrics::JournalMetrics(
+    const QList<ClipEntry>& clips, PnLUnit unit, const QList<ClipTrade>& withoutClip, const JournalFilter& filter)
 {
-    for (const ClipEntry& entry : clips) {
-        if (entry.meta.outcome == TradeOutcome::unset) continue;
-        const Item item { entry.date(), entry.meta.signedPnL(), entry.meta.outcome };
+    const auto add = [&](double date, double signedPnL, TradeOutcome outcome, bool hasPnL, PnLUnit itsUnit) {
+        if (outcome == TradeOutcome::unset) return;
+        const Item item { date, signedPnL, outcome };
         outcomeTagged.push_back(item);
-        if (entry.meta.pnl && entry.meta.unit == unit) withPnL.push_back(item);
+        if (hasPnL && itsUnit == unit) withPnL.push_back(item);
+    };
+    for (const ClipEntry& entry : clips) {
+        const ClipMeta& meta = entry.meta;
+        if (meta.tagOrigin == TagOrigin::imported && !meta.trades.isEmpty()) {
+            for (const ClipTrade& t : meta.trades)
+                if (filter.accepts(t, &entry)) add(t.exitTime, t.signedPnL(), t.outcome, t.pnl.has_value(), t.unit);
+        } else if (filter.accepts(entry)) {
+            add(entry.date(), meta.signedPnL(), meta.outcome, meta.pnl.has_value(), meta.unit);
+        }
     }
+    for (const ClipTrade& t : withoutClip)
+        if (filter.accepts(t, nullptr)) add(t.exitTime, t.signedPnL(), t.outcome, t.pnl.has_value(), t.unit);
     withPnLByTime = withPnL;
     std::stable_sort(
         withPnLByTime.begin(), withPnLByTime.end(), [](const Item& a, const Item& b) { return a.date < b.date; });
@@ -79,7 +91,8 @@ std::map<QDate, JournalMetrics::DayTotal> JournalMetrics::dayTotals() const
 std::map<QDate, double> JournalMetrics::dailyPnL() const
 {
     std::map<QDate, double> byDay;
-    for (const auto& [day, total] : dayTotals()) byDay.emplace_hint(byDay.end(), day, total.sum);
+    for (const auto& [day, total] : dayTotals())
+        byDay.emplace_hint(byDay.end(), day, total.sum);
     return byDay;
 }
 
@@ -87,21 +100,24 @@ std::map<QDate, int> JournalMetrics::dailyCount() const
 {
     std::map<QDate, int> byDay;
     LocalCalendar calendar;
-    for (const Item& item : outcomeTagged) ++byDay[calendar.dayOf(item.date).date];
+    for (const Item& item : outcomeTagged)
+        ++byDay[calendar.dayOf(item.date).date];
     return byDay;
 }
 
 std::vector<JournalMetrics::DatedValue> JournalMetrics::daily() const
 {
     std::vector<DatedValue> points;
-    for (const auto& [day, total] : dayTotals()) points.push_back({ total.start, total.sum });
+    for (const auto& [day, total] : dayTotals())
+        points.push_back({ total.start, total.sum });
     return points;
 }
 
 std::vector<double> JournalMetrics::dailyReturns() const
 {
     std::vector<double> values;
-    for (const auto& [day, total] : dayTotals()) values.push_back(total.sum);
+    for (const auto& [day, total] : dayTotals())
+        values.push_back(total.sum);
     return values;
 }
 

@@ -1,6 +1,8 @@
 #pragma once
 
 #include "journal/ClipEntry.h"
+#include "journal/ClipTrade.h"
+#include "journal/JournalFilter.h"
 #include "journal/PnLUnit.h"
 
 #include <QDate>
@@ -17,6 +19,9 @@
 // Two populations underlie everything. The outcome-tagged clips (any unit, with or without an
 // amount) count in win rate, streaks, the daily count and the compass sample size. The clips with an
 // amount in the viewed unit count in every P&L figure; other units are left out, never converted.
+//
+// A clip whose tag comes from the broker's trades counts as those trades, each at its exit time, and
+// the trades without a clip count too: every imported trade is in the statistics once.
 //
 // Pure computation over the snapshot; no event loop, safe to use from any one thread at a time.
 class JournalMetrics {
@@ -39,7 +44,8 @@ public:
     // The square root of 252 trading days, the annualisation of per-day Sharpe and Sortino.
     static constexpr double annualisation = 15.874507866387544;
 
-    JournalMetrics(const QList<ClipEntry>& clips, PnLUnit unit);
+    JournalMetrics(const QList<ClipEntry>& clips, PnLUnit unit, const QList<ClipTrade>& withoutClip = {},
+        const JournalFilter& filter = {});
 
     // Series. "Time order" is a stable sort by the entry's date, oldest first.
     std::vector<double> tradePnL() const; // signed P&L in time order

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "platform/CaptureStream.h"
 #include "capture/ContentFilter.h"
 #include "capture/ShareableContent.h"
 #include "capture/StreamConfiguration.h"
 #include "capture/StreamOutput.h"
 #include "capture/WindowListFilter.h"
+#include "platform/CaptureStream.h"
 
 #include <QImage>
 #include <QRectF>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/CaptureStream.h"
 #include "media/MediaSample.h"
+#include "platform/CaptureStream.h"
 
 #include <QString>
 

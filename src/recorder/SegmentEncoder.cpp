@@ -5,14 +5,19 @@
 #include "media/HevcEncoderChoice.h"
 #include "media/VideoEncoder.h"
 
+#include <QFile>
 #include <QFileInfo>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
+#include <cstring>
 #include <deque>
+#include <fcntl.h>
 #include <mutex>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -166,15 +171,24 @@ std::shared_ptr<SegmentEncoder::File> SegmentEncoder::openFile(
     file->video = video;
     file->withAudio = withAudio;
     file->heldVideo.reset(av_packet_alloc());
+    bool created = false;
     auto failed = [&](const QString& text) {
         file->status = Status::failed;
         file->errorText = text;
         file->muxer.reset();
+        if (created) QFile::remove(path);
         return file;
     };
-    // Like the platform's writer, never write over a file that is already there.
-    if (QFileInfo(path).isFile()) return failed(QStringLiteral("a file already exists at ") + path);
     if (video.width < 2 || video.height < 2) return failed(QStringLiteral("no video input"));
+    // Like the platform's writer, never write over a file that is already there. The file shows
+    // the screen: it is made for the user alone before anything goes into it.
+    const int fd
+        = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (fd < 0)
+        return failed(errno == EEXIST ? QStringLiteral("a file already exists at ") + path
+                                      : QString::fromLocal8Bit(std::strerror(errno)));
+    ::close(fd);
+    created = true;
     AVFormatContext* raw = nullptr;
     int rc = avformat_alloc_output_context2(&raw, nullptr, "mp4", path.toUtf8().constData());
     if (rc < 0) return failed(avErrorText(rc));

@@ -11,7 +11,9 @@
 #include <QUuid>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <utility>
 
@@ -33,10 +35,13 @@ SegmentedRecorder::SegmentedRecorder(QObject* parent)
     : QObject(parent)
     , clock([] { return MediaTime::fromNanoseconds(monotonicNanoseconds()); })
     , clockTicker(new QTimer(this))
-    , segmentsDir(segmentFolder.path())
     , anchor(std::make_shared<Anchor>())
 {
     anchor->recorder = this;
+    // Placed for the default rates; configure moves it while nothing is in it yet.
+    segmentFolder = std::make_unique<SegmentFolder>(ringBytes());
+    segmentsDir = segmentFolder->path();
+    folderThere = segmentFolder->exists();
     writerFactory = [](const QString& path, std::shared_ptr<SegmentEncoder> shared) {
         return std::make_unique<SegmentWriter>(path, std::move(shared));
     };
@@ -69,7 +74,13 @@ SegmentedRecorder::~SegmentedRecorder()
     utilityPool.waitForDone();
     currentWriter.reset();
     encoder.reset();
-    segmentFolder.remove();
+    segmentFolder->remove();
+}
+
+QString SegmentedRecorder::segmentsDirectory() const
+{
+    std::lock_guard lock(segmentsDirMutex);
+    return segmentsDir;
 }
 
 void SegmentedRecorder::onQueue(const std::weak_ptr<Anchor>& weak, std::function<void(SegmentedRecorder&)> task)
@@ -122,6 +133,7 @@ void SegmentedRecorder::configure(int width, int height, double bitrateMbps, dou
         // A day is more than any screen would want; beyond it the ring would grow without bound
         // and the time arithmetic would overflow.
         r.bufferSeconds = std::isnan(bufferSecs) ? 1.0 : std::clamp(bufferSecs, 1.0, 86400.0);
+        r.relocateIfTooSmall();
     });
 }
 
@@ -140,6 +152,7 @@ void SegmentedRecorder::disarmBuffering()
     setRecording(false);
     setCurrentDuration(0);
     setBufferedSeconds(0);
+    setBufferProblem({});
     onQueue(anchor, [](SegmentedRecorder& r) {
         // Everything of this ring goes: the open segment is abandoned unwritten, closings still
         // under way remove their files when they report back.
@@ -157,6 +170,10 @@ void SegmentedRecorder::disarmBuffering()
         r.completedSegments.clear();
         r.recordingStartPTS.reset();
         r.destinationURL.reset();
+        r.losses.clear();
+        r.unwrittenSince.reset();
+        r.shortOfRoom = false;
+        r.setProblem({});
     });
 }
 
@@ -257,6 +274,7 @@ void SegmentedRecorder::appendFrame(const VideoFrame& frame)
     }
     deliverFrame(frame);
     evictOldSegments();
+    checkFolder();
     publishClock();
 }
 
@@ -274,6 +292,7 @@ void SegmentedRecorder::advanceClockOnQueue(const MediaTime& time)
         startSegmentWithLastPicture(time);
     }
     evictOldSegments();
+    checkFolder();
     publishClock();
 }
 
@@ -302,6 +321,10 @@ void SegmentedRecorder::deliverFrame(const VideoFrame& frame)
         return;
     }
     countRefusedFrame();
+    // A writer that failed (its disk is full, say) takes nothing more until the segment ends: say so
+    // now, not at the end.
+    if (currentWriter && currentWriter->status() == SegmentWriter::Status::failed)
+        setProblem(causeOf(orQuestionMark(currentWriter->error())));
 }
 
 void SegmentedRecorder::countRefusedFrame()
@@ -319,10 +342,16 @@ void SegmentedRecorder::publishClock()
     MediaTime earliest = clockPTS;
     if (!completedSegments.empty())
         earliest = completedSegments.front().startPTS;
-    else if (!closingStarts.empty())
-        earliest = *std::min_element(closingStarts.begin(), closingStarts.end());
+    else if (!closingSpans.empty())
+        earliest = std::min_element(closingSpans.begin(), closingSpans.end())->first;
     else if (currentSegmentStartPTS)
         earliest = *currentSegmentStartPTS;
+    // What a press now would get, and no more: only what follows the last stretch the ring lost,
+    // and nothing while no segment can be written.
+    for (const Loss& loss : losses)
+        if (loss.to > earliest) earliest = loss.to;
+    if (unwrittenSince || (currentWriter && currentWriter->status() == SegmentWriter::Status::failed))
+        earliest = clockPTS;
     double seconds = (clockPTS - earliest).seconds();
     if (!(seconds > 0)) seconds = 0; // also NaN
     seconds = std::min(seconds, bufferSeconds);
@@ -344,11 +373,27 @@ void SegmentedRecorder::publishClock()
 
 bool SegmentedRecorder::startNewSegment(const MediaTime& startingAt)
 {
-    const QString url = segmentsDir + QStringLiteral("/seg-") + shortUuid() + QStringLiteral(".mp4");
+    makeRoomForSegment();
+    // No folder at all: a name of its own would land in the root directory.
+    const QString url = segmentFolder->path().isEmpty()
+        ? QString()
+        : segmentFolder->path() + QStringLiteral("/seg-") + shortUuid() + QStringLiteral(".mp4");
+    // Until a writer opens, the clock runs on with no file under it. Tried again with every frame,
+    // but logged once for as long as the reason stays the same.
+    auto unwritten = [&](const char* what, const QString& error) {
+        const QString text = orQuestionMark(error);
+        if (!unwrittenSince || text != segmentProblem) logLine(QLatin1String(what) + text);
+        segmentProblem = text;
+        if (!unwrittenSince) unwrittenSince = Loss { startingAt, startingAt, causeOf(segmentProblem) };
+        setProblem(unwrittenSince->cause);
+    };
+    if (url.isEmpty()) {
+        unwritten("Segment writer init failed: ", QStringLiteral("no folder could be made for the segments"));
+        return false;
+    }
     std::shared_ptr<SegmentWriter> writer = writerFactory ? writerFactory(url, encoder) : nullptr;
     if (!writer || writer->status() == SegmentWriter::Status::failed) {
-        segmentProblem = orQuestionMark(writer ? writer->error() : QString());
-        logLine(QStringLiteral("Segment writer init failed: ") + segmentProblem);
+        unwritten("Segment writer init failed: ", writer ? writer->error() : QString());
         return false;
     }
     SegmentWriter::VideoSettings video;
@@ -360,11 +405,15 @@ bool SegmentedRecorder::startNewSegment(const MediaTime& startingAt)
     if (audioEnabled) writer->addAudioInput(); // refused: the segment goes on silent
     writer->setSoundGraceMilliseconds(awaitsSound ? soundGraceMilliseconds : 0);
     if (!writer->startWriting()) {
-        segmentProblem = orQuestionMark(writer->error());
-        logLine(QStringLiteral("startWriting failed: ") + segmentProblem);
+        unwritten("startWriting failed: ", writer->error());
         return false;
     }
     writer->startSession(startingAt);
+    if (unwrittenSince) {
+        unwrittenSince->to = startingAt;
+        losses.push_back(*unwrittenSince);
+        unwrittenSince.reset();
+    }
 
     currentWriter = std::move(writer);
     currentSegmentURL = url;
@@ -409,16 +458,16 @@ void SegmentedRecorder::closeSegmentAsync(std::shared_ptr<SegmentWriter> writer,
     std::weak_ptr<Anchor> weak = anchor;
     const int generation = ringGeneration;
     ++closingsInFlight;
-    closingStarts.push_back(start);
+    closingSpans.emplace_back(start, end);
     utilityPool.start([weak, writer, url, start, end, refused, generation] {
         writer->markAsFinished();
         const SegmentWriter::Status status = writer->finishWriting();
         const QString error = writer->error();
         onQueue(weak, [=](SegmentedRecorder& r) {
             --r.closingsInFlight;
-            if (const auto at = std::find(r.closingStarts.begin(), r.closingStarts.end(), start);
-                at != r.closingStarts.end())
-                r.closingStarts.erase(at);
+            if (const auto at = std::find(r.closingSpans.begin(), r.closingSpans.end(), std::pair(start, end));
+                at != r.closingSpans.end())
+                r.closingSpans.erase(at);
             if (refused.frames > 0 || refused.audioBuffers > 0)
                 logLine(QStringLiteral("Segment %1 dropped %2 frames and %3 audio buffers")
                             .arg(QFileInfo(url).fileName())
@@ -426,8 +475,13 @@ void SegmentedRecorder::closeSegmentAsync(std::shared_ptr<SegmentWriter> writer,
                             .arg(refused.audioBuffers));
             if (generation != r.ringGeneration) {
                 QFile::remove(url); // the ring it belonged to was thrown away
+            } else if (status == SegmentWriter::Status::completed && !QFileInfo::exists(url)) {
+                // Written in full into a folder that was removed meanwhile: it is nowhere.
+                r.losses.push_back(Loss { start, end, QLatin1String(folderRemovedCause) });
+                r.publishClock();
             } else if (status == SegmentWriter::Status::completed) {
                 r.segmentProblem.clear();
+                if (!r.shortOfRoom && !r.unwrittenSince) r.setProblem({});
                 // Closings may report back out of order: keep the ring in time order.
                 const auto at = std::upper_bound(r.completedSegments.begin(), r.completedSegments.end(), start,
                     [](const MediaTime& t, const Segment& s) { return t < s.startPTS; });
@@ -438,6 +492,9 @@ void SegmentedRecorder::closeSegmentAsync(std::shared_ptr<SegmentWriter> writer,
                 r.segmentProblem = orQuestionMark(error);
                 logLine(QStringLiteral("Segment failed: ") + r.segmentProblem);
                 QFile::remove(url);
+                r.losses.push_back(Loss { start, end, causeOf(r.segmentProblem) });
+                r.setProblem(causeOf(r.segmentProblem));
+                r.publishClock();
             }
             r.startPendingExportsIfReady();
         });
@@ -460,6 +517,119 @@ void SegmentedRecorder::evictOldSegments()
         QFile::remove(oldest.url);
         completedSegments.erase(completedSegments.begin());
     }
+    // A loss older than anything a stop could still reach back to is no clip's concern.
+    if (!recordingStartPTS && pendingExports.empty())
+        std::erase_if(losses,
+            [&](const Loss& loss) { return (clockPTS - loss.to).seconds() > bufferSeconds + 2 * segmentDuration; });
+}
+
+int64_t SegmentedRecorder::segmentBytes() const
+{
+    // The video's average rate, the sound's 128 kb/s, and half again for a busy picture, whose
+    // rate control overshoots the average for seconds at a time.
+    const double bytesPerSecond = (double(bitrate) + 128000.0) / 8.0;
+    return int64_t(segmentDuration * bytesPerSecond * 1.5);
+}
+
+int64_t SegmentedRecorder::ringBytes() const
+{
+    // The kept segments reach bufferSeconds + one segment back, and the open one is on disk too.
+    return int64_t((bufferSeconds + 2 * segmentDuration) / segmentDuration * double(segmentBytes()));
+}
+
+void SegmentedRecorder::makeRoomForSegment()
+{
+    const int64_t need = segmentBytes();
+    int64_t room = SegmentFolder::freeBytesAt(segmentFolder->path());
+    if (room < 0 || room >= need) {
+        shortOfRoom = false;
+        return;
+    }
+    bool evicted = false;
+    while (room < need && !completedSegments.empty()) {
+        const Segment oldest = completedSegments.front();
+        // A stop whose export has not begun yet still needs what lies in its span.
+        const bool wanted = std::any_of(pendingExports.begin(), pendingExports.end(),
+            [&](const PendingExport& job) { return oldest.endPTS > job.trimFromPTS; });
+        if (wanted) break;
+        room += QFileInfo(oldest.url).size();
+        QFile::remove(oldest.url);
+        completedSegments.erase(completedSegments.begin());
+        losses.push_back(Loss { oldest.startPTS, oldest.endPTS, QLatin1String(diskFullCause) });
+        evicted = true;
+    }
+    if (evicted && !shortOfRoom)
+        logLine(
+            QStringLiteral("Segment folder %1: disk full, the oldest segments go early").arg(segmentFolder->path()));
+    // Short of room for the buffer, whether or not the next segment fits now.
+    shortOfRoom = true;
+    setProblem(QLatin1String(diskFullCause));
+}
+
+void SegmentedRecorder::checkFolder()
+{
+    // One stat() a frame: nothing beside the encoding. A folder that could not be made, or made
+    // again, is not looked for with every frame: the writers that cannot open there say so.
+    if (!folderThere || segmentFolder->exists()) return;
+    logLine(QStringLiteral("Segment folder removed under the ring: ") + segmentFolder->path());
+    // The open segment is written into nothing: given up, and its stretch is lost.
+    if (currentWriter && currentSegmentStartPTS) {
+        losses.push_back(Loss { *currentSegmentStartPTS, clockPTS, QLatin1String(folderRemovedCause) });
+        currentWriter.reset();
+        currentSegmentURL.reset();
+        currentSegmentStartPTS.reset();
+        currentRefused = {};
+    }
+    for (const Segment& seg : completedSegments)
+        losses.push_back(Loss { seg.startPTS, seg.endPTS, QLatin1String(folderRemovedCause) });
+    completedSegments.clear();
+    setProblem(QLatin1String(folderRemovedCause));
+    if (!segmentFolder->recreate()) {
+        // Its place will not have it back: a new folder, wherever one can be made.
+        segmentFolder = std::make_unique<SegmentFolder>(ringBytes());
+        std::lock_guard lock(segmentsDirMutex);
+        segmentsDir = segmentFolder->path();
+    }
+    folderThere = segmentFolder->exists();
+    // The ring goes on at once with the picture on show; without one, the next frame opens it.
+    if (clockPTS.isNumeric()) startSegmentWithLastPicture(clockPTS);
+}
+
+void SegmentedRecorder::relocateIfTooSmall()
+{
+    const bool unused = !currentWriter && completedSegments.empty() && closingsInFlight == 0 && pendingExports.empty()
+        && exportsRunning == 0;
+    if (!unused) return;
+    const int64_t need = ringBytes();
+    const int64_t room = SegmentFolder::freeBytesAt(segmentFolder->path());
+    if (room < 0 || room >= need) return;
+    const std::optional<QString> better = SegmentFolder::chooseParent(need);
+    if (!better || SegmentFolder::freeBytesAt(*better) <= room) return;
+    segmentFolder->remove();
+    segmentFolder = std::make_unique<SegmentFolder>(*better);
+    folderThere = segmentFolder->exists();
+    logLine(QStringLiteral("Segment folder moved to %1: the buffer needs %2 MB")
+                .arg(segmentFolder->path())
+                .arg(double(need) / 1e6, 0, 'f', 0));
+    std::lock_guard lock(segmentsDirMutex);
+    segmentsDir = segmentFolder->path();
+}
+
+QString SegmentedRecorder::causeOf(const QString& error)
+{
+    for (int code : { ENOSPC, EDQUOT })
+        if (error.contains(QString::fromLocal8Bit(std::strerror(code)))) return QLatin1String(diskFullCause);
+    return QStringLiteral("the buffer could not be written (%1)").arg(error);
+}
+
+void SegmentedRecorder::setProblem(const QString& text)
+{
+    if (text == segmentProblemShown) return;
+    segmentProblemShown = text;
+    const int generation = ringGeneration;
+    onMain(anchor, [text, generation](SegmentedRecorder& m) {
+        if (m.mainGeneration == generation) m.setBufferProblem(text);
+    });
 }
 
 void SegmentedRecorder::appendAudio(const AudioBuffer& buffer)
@@ -512,32 +682,59 @@ void SegmentedRecorder::startPendingExportsIfReady()
     if (closingsInFlight > 0) return;
     const QString problem = segmentProblem;
     for (const PendingExport& job : std::exchange(pendingExports, {})) {
+        // A stretch the ring lost inside the span would be a silent jump in the clip: the clip
+        // starts after the last one instead, and says what it holds.
+        MediaTime trim = job.trimFromPTS;
+        QString cause;
+        std::vector<Loss> lost = losses;
+        if (unwrittenSince) lost.push_back(Loss { unwrittenSince->from, job.end, unwrittenSince->cause });
+        for (const Loss& loss : lost)
+            if (loss.to > trim && loss.from < job.end) {
+                trim = loss.to;
+                cause = loss.cause;
+            }
         std::vector<Segment> chosen;
         for (const Segment& s : completedSegments)
-            if (s.endPTS > job.trimFromPTS && !(s.startPTS > job.lastStart)) chosen.push_back(s);
+            if (s.endPTS > trim && !(s.startPTS > job.lastStart)) chosen.push_back(s);
+        QString shortfall;
+        if (!cause.isEmpty() && !chosen.empty()) {
+            const MediaTime from = std::max(trim, chosen.front().startPTS);
+            const double held = std::max(0.0, (job.end - from).seconds());
+            const double asked = (job.end - job.trimFromPTS).seconds();
+            if (held + 0.5 < asked)
+                shortfall = QStringLiteral("Saved %1 s of the %2 s asked: %3.")
+                                .arg(std::llround(held))
+                                .arg(std::llround(asked))
+                                .arg(cause);
+        }
+        const QString nothing = !problem.isEmpty() ? problem : cause;
+        ++exportsRunning;
         std::weak_ptr<Anchor> weak = anchor;
-        QThreadPool::globalInstance()->start([weak, chosen, job, problem] {
+        const QString folder = segmentFolder->path();
+        QThreadPool::globalInstance()->start([weak, chosen, trim, job, nothing, shortfall, folder] {
             if (weak.expired()) return;
-            exportConcatenated(weak, chosen, job.trimFromPTS, job.destination, problem);
+            exportConcatenated(weak, chosen, trim, job.destination,
+                nothing.isEmpty() ? QString() : QStringLiteral("%1 (in %2)").arg(nothing, folder), shortfall);
+            onQueue(weak, [](SegmentedRecorder& r) { --r.exportsRunning; });
         });
     }
 }
 
 void SegmentedRecorder::exportConcatenated(const std::weak_ptr<Anchor>& weak, const std::vector<Segment>& segments,
-    const MediaTime& trimFromPTS, const QString& destination, const QString& bufferProblem)
+    const MediaTime& trimFromPTS, const QString& destination, const QString& bufferProblem, const QString& shortfall)
 {
     if (segments.empty() && !bufferProblem.isEmpty()) {
         // Nothing buffered because nothing could be written: say why, not "wait a second".
-        reportError(
-            weak, QStringLiteral("Nothing could be buffered: %1 (in %2).").arg(bufferProblem, QDir::tempPath()));
+        reportError(weak, QStringLiteral("Nothing could be buffered: %1.").arg(bufferProblem));
         onMain(weak, [](SegmentedRecorder& m) { m.setExporting(false); });
         return;
     }
     const ClipExporter::Result result = ClipExporter::exportConcatenated(segments, trimFromPTS, destination);
     if (result.completed) {
-        onQueue(weak, [segments, path = result.path](SegmentedRecorder& r) {
+        onQueue(weak, [segments, path = result.path, shortfall](SegmentedRecorder& r) {
             r.removeExportedSegments(segments);
-            onMain(r.anchor, [path](SegmentedRecorder& m) {
+            onMain(r.anchor, [path, shortfall](SegmentedRecorder& m) {
+                if (!shortfall.isEmpty() && m.onClipShort) m.onClipShort(path, shortfall);
                 if (m.onFinished) m.onFinished(path);
                 m.setExporting(false);
             });
@@ -599,6 +796,13 @@ void SegmentedRecorder::setExporting(bool value)
     if (exporting == value) return;
     exporting = value;
     emit isExportingChanged(value);
+}
+
+void SegmentedRecorder::setBufferProblem(const QString& value)
+{
+    if (problem == value) return;
+    problem = value;
+    emit bufferProblemChanged(value);
 }
 
 void SegmentedRecorder::setDroppedFrames(qint64 value)

@@ -51,6 +51,7 @@ class SegmentedRecorder : public QObject {
     Q_PROPERTY(double bufferedSeconds READ bufferedSeconds NOTIFY bufferedSecondsChanged)
     Q_PROPERTY(bool isExporting READ isExporting NOTIFY isExportingChanged)
     Q_PROPERTY(qint64 droppedFrames READ droppedFrames NOTIFY droppedFramesChanged)
+    Q_PROPERTY(QString bufferProblem READ bufferProblem NOTIFY bufferProblemChanged)
 
 public:
     // Makes the writer of one segment file at `path` on the ring's encoder. The recorder uses a
@@ -73,6 +74,9 @@ public:
     // only opens files between frames: a few frames of slack are plenty, and each one waiting
     // holds a whole picture.
     static constexpr int defaultFramesWaitingLimit = 4;
+    // Why a clip holds less than was asked, or the ring less than it should.
+    static constexpr const char* diskFullCause = "the buffer's disk is full";
+    static constexpr const char* folderRemovedCause = "the buffer's folder was removed";
 
     explicit SegmentedRecorder(QObject* parent = nullptr);
     // Abandons the open segment and removes the whole segment folder. Main thread.
@@ -87,8 +91,12 @@ public:
     // Frames and audio buffers refused since the running (or last) recording started: the writer
     // could not keep up, had failed, or the ring was too far behind.
     qint64 droppedFrames() const { return dropped; }
-    // The folder of this run's segment files.
-    QString segmentsDirectory() const { return segmentsDir; }
+    // Why the ring cannot keep what it should (it cannot write, or its disk holds less than the
+    // buffer), for the user; empty while it can. Set as soon as it is seen, cleared once a segment
+    // is written in full again.
+    QString bufferProblem() const { return problem; }
+    // The folder of this run's segment files. Any thread.
+    QString segmentsDirectory() const;
 
     // Main thread, before anything else: where the ring's time comes from. The default reads the
     // monotonic capture clock. Without a clock a segment's sound is not awaited after it ends.
@@ -130,6 +138,10 @@ public:
     // path the clip was written to: the destination, or a free name beside it if that was taken.
     std::function<void(const QString& url)> onFinished;
     std::function<void(const QString& text)> onError;
+    // Called on the main thread just before onFinished, for a clip that holds less than was asked
+    // because the ring lost some of it (a full disk, a segment that failed, its folder removed):
+    // the text for the user says how much and why.
+    std::function<void(const QString& url, const QString& text)> onClipShort;
     // Set by the owner before frames flow; called on `queue` (the compositing pass).
     CameraProvider cameraProvider;
 
@@ -147,6 +159,7 @@ signals:
     void bufferedSecondsChanged(double value);
     void isExportingChanged(bool value);
     void droppedFramesChanged(qint64 value);
+    void bufferProblemChanged(const QString& value);
 
 private:
     // Lets work that outlives a call (closings, exports) find out whether the recorder still
@@ -185,6 +198,19 @@ private:
     void closeSegmentAsync(std::shared_ptr<SegmentWriter> writer, const QString& url, const MediaTime& start,
         const MediaTime& end, const Refused& refused);
     void evictOldSegments();
+    // What one segment and the whole ring take on disk at the configured rates, with a margin.
+    int64_t segmentBytes() const;
+    int64_t ringBytes() const;
+    // Throws the oldest finished segments away, however young, until the disk has room for the
+    // next segment: the newest seconds matter more than the oldest.
+    void makeRoomForSegment();
+    // The folder was removed under the ring: what went with it is forgotten, and it is made again.
+    void checkFolder();
+    // A ring that is not in use yet moves to a folder that can hold it at the configured rates.
+    void relocateIfTooSmall();
+    void setProblem(const QString& text);
+    // The phrase for the user for a writer's error text.
+    static QString causeOf(const QString& error);
     void publishClock();
     void countRefusedFrame();
     void stopRecordingOnQueue(const MediaTime& pressedAt);
@@ -196,7 +222,8 @@ private:
     static void reportError(const std::weak_ptr<Anchor>& anchor, const QString& text);
     // The global pool: joins `segments` into `destination`, then reports.
     static void exportConcatenated(const std::weak_ptr<Anchor>& anchor, const std::vector<Segment>& segments,
-        const MediaTime& trimFromPTS, const QString& destination, const QString& bufferProblem);
+        const MediaTime& trimFromPTS, const QString& destination, const QString& bufferProblem,
+        const QString& shortfall);
     // The present time on the capture clock, or invalid without one. Main thread.
     MediaTime now() const;
 
@@ -207,6 +234,7 @@ private:
     void setBufferedSeconds(double value);
     void setExporting(bool value);
     void setDroppedFrames(qint64 value);
+    void setBufferProblem(const QString& value);
 
     // Main thread only.
     bool buffering = false;
@@ -215,6 +243,7 @@ private:
     double buffered = 0;
     bool exporting = false;
     qint64 dropped = 0;
+    QString problem;
     Clock clock;
     QTimer* clockTicker;
     // Counts disarms, like ringGeneration on `queue`: values published by an older ring are dropped.
@@ -236,8 +265,8 @@ private:
     std::shared_ptr<SegmentEncoder> encoder;
     // Whether the sound of a segment's last moments is awaited (there is a clock it keeps to).
     bool awaitsSound = true;
-    // Starts of the segments that are closing, for the buffered length.
-    std::vector<MediaTime> closingStarts;
+    // The spans of the segments that are closing, for the buffered length.
+    std::vector<std::pair<MediaTime, MediaTime>> closingSpans;
     bool hasSessionStarted = false;
     bool audioEnabled = false;
     MediaTime lastAudioPTS;
@@ -254,6 +283,22 @@ private:
     qint64 droppedSinceRecordingStart = 0;
     // Why the last segment could not be written, until one is written again.
     QString segmentProblem;
+    // Stretches of the clock that are in no file because the ring lost them, with the reason, so
+    // that a clip across one is cut after it and says so rather than jump over it.
+    struct Loss {
+        MediaTime from;
+        MediaTime to;
+        QString cause;
+    };
+    std::vector<Loss> losses;
+    // Since when no writer could be opened, and why: a loss still running.
+    std::optional<Loss> unwrittenSince;
+    // What bufferProblem was last set to from here.
+    QString segmentProblemShown;
+    // Whether the last segment needed older ones thrown away to find room.
+    bool shortOfRoom = false;
+    // Exports started and not yet reported back: their files must stay where they are.
+    int exportsRunning = 0;
     // Raised by disarmBuffering: closings of an older ring remove their file instead of joining.
     int ringGeneration = 0;
     // Ended segments whose closing has not reported back yet.
@@ -273,8 +318,13 @@ private:
     std::atomic<int> framesWaitingLimit { defaultFramesWaitingLimit };
     std::atomic<int> framesRefusedWaiting { 0 };
 
-    SegmentFolder segmentFolder;
-    const QString segmentsDir;
+    // `queue` only, but for its making and removal.
+    std::unique_ptr<SegmentFolder> segmentFolder;
+    // Whether it was there at the last look, so that its disappearance is noticed once.
+    bool folderThere = false;
+    // Its path, for any thread.
+    mutable std::mutex segmentsDirMutex;
+    QString segmentsDir;
     std::shared_ptr<Anchor> anchor;
     // Closings of segments, so that they never wait behind anything else.
     QThreadPool utilityPool;

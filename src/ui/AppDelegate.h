@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/AppSession.h"
+#include "app/session/AppSession.h"
 #include "platform/Platform.h"
 
 #include <QObject>

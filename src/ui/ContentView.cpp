@@ -1,13 +1,13 @@
 #include "ui/ContentView.h"
 
-#include "app/RecorderViewModel.h"
+#include "app/session/RecorderViewModel.h"
 #include "core/Publisher.h"
 #include "ui/AboutHero.h"
 #include "ui/D1Sidebar.h"
-#include "ui/JournalScreen.h"
 #include "ui/RecorderHero.h"
 #include "ui/ToastView.h"
 #include "ui/clips/ClipsScreen.h"
+#include "ui/journal/JournalScreen.h"
 #include "ui/settings/SettingsView.h"
 
 #include <QHBoxLayout>

@@ -1,8 +1,8 @@
 #include "ui/RecorderHero.h"
 
 #include "app/AppSettings.h"
-#include "app/AreaCommands.h"
-#include "app/RecorderViewModel.h"
+#include "app/session/AreaCommands.h"
+#include "app/session/RecorderViewModel.h"
 #include "capture/CaptureEngine.h"
 #include "ui/SourcePickerButton.h"
 #include "ui/SourcePickerPopover.h" // the button's header needs it whole

@@ -1,7 +1,7 @@
 #include "ui/SourcePickerButton.h"
 
-#include "app/RecorderViewModel.h"
-#include "app/SourceMemory.h"
+#include "app/session/RecorderViewModel.h"
+#include "app/session/SourceMemory.h"
 #include "capture/CaptureEngine.h"
 #include "ui/SourcePickerContent.h"
 #include "ui/SourcePickerPopover.h"

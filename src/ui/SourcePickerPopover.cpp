@@ -1,8 +1,8 @@
 #include "ui/SourcePickerPopover.h"
 
-#include "app/AreaCommands.h"
-#include "app/RecorderViewModel.h"
-#include "app/SourceMemory.h"
+#include "app/session/AreaCommands.h"
+#include "app/session/RecorderViewModel.h"
+#include "app/session/SourceMemory.h"
 #include "capture/CaptureEngine.h"
 #include "capture/SourceThumbnailer.h"
 #include "ui/kit/D1AmbientBackground.h"

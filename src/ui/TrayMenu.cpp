@@ -1,8 +1,8 @@
 #include "ui/TrayMenu.h"
 
 #include "app/AppSettings.h"
-#include "app/RecorderViewModel.h"
 #include "app/hotkeys/HotkeyRecorder.h"
+#include "app/session/RecorderViewModel.h"
 #include "monitor/AreaMonitor.h"
 #include "recorder/SegmentedRecorder.h"
 

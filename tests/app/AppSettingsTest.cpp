@@ -301,3 +301,42 @@ TEST_F(AppSettingsTest, PublisherOfAPropertyFollowsIt)
     settings->setBufferSeconds(15);
     EXPECT_EQ(seen, (std::vector<double> { 10.0, 15.0 }));
 }
+
+TEST_F(AppSettingsTest, AnEmptyOrRelativeSaveFolderIsRefusedWithAMessageAndTheDefaultIsUsed)
+{
+    const QString fallback = AppSettings::defaultSaveFolderPath();
+    for (const auto& [stored, message] :
+        { std::pair { QByteArray("vt2.savePath=\n"), QStringLiteral("No save folder is set; clips go to %1.") },
+            std::pair { QByteArray("vt2.savePath=clips/today\n"),
+                QStringLiteral("The save folder \"clips/today\" is not a full path; clips go to %1.") } }) {
+        SCOPED_TRACE(stored.toStdString());
+        writeFile(stored);
+        testing::internal::CaptureStderr();
+        auto settings = make();
+        const std::string log = testing::internal::GetCapturedStderr();
+        EXPECT_EQ(settings->saveFolderPath(), fallback);
+        EXPECT_EQ(settings->refusedSaveFolder(), message.arg(fallback));
+        EXPECT_NE(log.find("vt2.savePath"), std::string::npos) << log;
+        // The setter refuses the same, and a full path assigned later is taken and ends the refusal.
+        settings->setSaveFolderPath(QStringLiteral("elsewhere"));
+        EXPECT_EQ(settings->saveFolderPath(), fallback);
+        settings->setSaveFolderPath(dir.filePath(QStringLiteral("clips")));
+        EXPECT_EQ(settings->saveFolderPath(), dir.filePath(QStringLiteral("clips")));
+        EXPECT_EQ(settings->refusedSaveFolder(), std::nullopt);
+    }
+}
+
+TEST_F(AppSettingsTest, AnAutoStopTooShortNegativeOrNotANumberMeansNever)
+{
+    // A file each: the settings store caches files it has read by their path and time.
+    const auto read = [&](const char* stored) {
+        const QString file = dir.filePath(QStringLiteral("autostop-%1.conf").arg(QLatin1String(stored)));
+        QSettings(file, QSettings::IniFormat).setValue("vt2.autoStopMinutes", QLatin1String(stored));
+        return AppSettings(std::make_unique<QSettings>(file, QSettings::IniFormat)).autoStopMinutes();
+    };
+    for (const char* stored : { "1e-300", "0.5", "-3", "nan", "inf" }) {
+        SCOPED_TRACE(stored);
+        EXPECT_EQ(read(stored), 0.0);
+    }
+    EXPECT_EQ(read("1.5"), 1.5);
+}

@@ -1,7 +1,7 @@
-#include "app/ControlServer.h"
+#include "app/control/ControlServer.h"
 
-#include "app/ControlClient.h"
-#include "app/ControlSocketPath.h"
+#include "app/control/ControlClient.h"
+#include "app/control/ControlSocketPath.h"
 #include "support/EventLoop.h"
 
 #include <QCoreApplication>

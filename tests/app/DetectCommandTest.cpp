@@ -1,8 +1,8 @@
-#include "app/DetectCommand.h"
+#include "app/cli/DetectCommand.h"
 
 #include "app/AppSettings.h"
-#include "platform/ocr/TesseractRecognizer.h"
 #include "journal/ClipMetaStore.h"
+#include "platform/ocr/TesseractRecognizer.h"
 #include "support/DrawnTextClip.h"
 
 #include <QFile>

@@ -1,11 +1,11 @@
-#include "app/RecorderViewModel.h"
+#include "app/session/RecorderViewModel.h"
 
 #include "ScriptedScreen.h"
 #include "app/AppSettings.h"
-#include "app/AreaCommands.h"
-#include "app/ControlCommands.h"
-#include "app/EventNotifications.h"
-#include "app/SourceMemory.h"
+#include "app/control/ControlCommands.h"
+#include "app/session/AreaCommands.h"
+#include "app/session/EventNotifications.h"
+#include "app/session/SourceMemory.h"
 #include "capture/CaptureEngine.h"
 #include "devices/MicCapture.h"
 #include "devices/ScriptedMicrophones.h"
@@ -22,6 +22,8 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
 #include <QSettings>
 #include <QTemporaryDir>
 
@@ -167,6 +169,30 @@ TEST_F(RecorderViewModelTest, AutoStopAfterOneAndAHalfMinutesAndItsCancellation)
     vm->startRecording();
     clock->advance(3600s);
     EXPECT_NE(vm->toast(), QStringLiteral("Auto-stop triggered after 1 min"));
+    vm->stopRecording();
+
+    // Nor does a timer so short that it would stop every recording as it starts.
+    settings->setAutoStopMinutes(1e-300);
+    vm->startRecording();
+    clock->advance(1s);
+    EXPECT_TRUE(vm->recorder()->isRecording());
+    EXPECT_FALSE(vm->toast() && vm->toast()->startsWith(QStringLiteral("Auto-stop")));
+}
+
+TEST_F(RecorderViewModelTest, ARefusedSaveFolderIsToldAtTheStartOfARecordingAndTheDefaultIsUsed)
+{
+    const QByteArray home = qgetenv("HOME");
+    qputenv("HOME", QFile::encodeName(dir.path()));
+    QSettings(dir.filePath(QStringLiteral("Velotape.conf")), QSettings::IniFormat)
+        .setValue(QStringLiteral("vt2.savePath"), QString());
+    settings = std::make_unique<AppSettings>(
+        std::make_unique<QSettings>(dir.filePath(QStringLiteral("Velotape.conf")), QSettings::IniFormat));
+    make();
+    vm->startRecording();
+    EXPECT_EQ(vm->toast(), QStringLiteral("No save folder is set; clips go to %1/Desktop.").arg(dir.path()));
+    EXPECT_TRUE(QFileInfo(dir.filePath(QStringLiteral("Desktop"))).isDir());
+    vm->stopRecording();
+    qputenv("HOME", home);
 }
 
 TEST_F(RecorderViewModelTest, ToastLastsTwoPointEightSecondsAndTheNewestWins)
@@ -566,4 +592,35 @@ TEST_F(RecorderViewModelTest, ErrorsReachTheDesktopOnlyWhileNoWindowShowsThem)
     ASSERT_EQ(sent.size(), 1u);
     EXPECT_EQ(sent.front().first, error);
     EXPECT_EQ(sent.front().second, 0u); // nothing to open
+}
+
+TEST_F(RecorderViewModelTest, ARingThatLosesItsFolderSaysSoInAToastAndInStatus)
+{
+    QTemporaryDir runtime;
+    const QByteArray savedRuntime = qgetenv("XDG_RUNTIME_DIR");
+    qputenv("XDG_RUNTIME_DIR", QFile::encodeName(runtime.path()));
+    make();
+    qputenv("XDG_RUNTIME_DIR", savedRuntime);
+    SegmentedRecorder* recorder = vm->recorder();
+    const QString folder = recorder->segmentsDirectory();
+    ASSERT_TRUE(folder.startsWith(runtime.path() + QStringLiteral("/velotape/")));
+    recorder->configure(64, 36, 2, 10, 30);
+    QImage picture(64, 36, QImage::Format_RGB32);
+    picture.fill(Qt::gray);
+    const auto feed = [&] {
+        recorder->ingest(VideoFrame { picture, MediaTime::fromNanoseconds(monotonicNanoseconds()) });
+    };
+    feed();
+    ASSERT_TRUE(spinUntil([&] { return !QDir(folder).entryList({ QStringLiteral("seg-*") }, QDir::Files).isEmpty(); }));
+
+    ASSERT_TRUE(QDir(folder).removeRecursively());
+    feed();
+    ASSERT_TRUE(spinUntil([&] { return !recorder->bufferProblem().isEmpty(); }));
+    EXPECT_EQ(vm->toast(), QStringLiteral("Buffering failed: the buffer's folder was removed"));
+    ControlCommands commands(*vm);
+    const QString status = commands.handle({ QStringLiteral("status") }).text;
+    EXPECT_TRUE(
+        status.contains(QStringLiteral("; buffering failed: the buffer's folder was removed (in %1)").arg(folder)))
+        << status.toStdString();
+    EXPECT_TRUE(QFileInfo(folder).isDir());
 }

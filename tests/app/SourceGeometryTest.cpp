@@ -1,4 +1,4 @@
-#include "app/SourceGeometry.h"
+#include "app/session/SourceGeometry.h"
 
 #include "core/ScreenLayout.h"
 

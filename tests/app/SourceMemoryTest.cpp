@@ -1,4 +1,4 @@
-#include "app/SourceMemory.h"
+#include "app/session/SourceMemory.h"
 
 #include "ScriptedScreen.h"
 #include "app/AppSettings.h"

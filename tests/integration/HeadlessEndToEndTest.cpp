@@ -221,10 +221,12 @@ protected:
 TEST_F(HeadlessEndToEnd, ToggleTwiceSavesAClipThatBeginsTheBufferBeforeTheFirstPress)
 {
     // What a run that crashed left: its segments and a clip it was writing. The start sweeps both.
-    const QDir segments(home.filePath(QStringLiteral("tmp/Velotape2")));
+    const QDir segments(runtime + QStringLiteral("/velotape"));
     const QString crashed = segments.filePath(QStringLiteral("segments-deadbeef"));
     const QString unfinished = QDir(clips).filePath(QStringLiteral(".Clip, Mar 1, 10-00-00.mp4.0123abcd.part"));
     QDir().mkpath(crashed);
+    // As the crashed run made it: the user's alone, or the instance would pass it over.
+    QFile::setPermissions(segments.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     for (const QString& path : { crashed + QStringLiteral("/seg-00000000.mp4"), unfinished }) {
         QFile file(path);
         ASSERT_TRUE(file.open(QIODevice::WriteOnly));

@@ -1,9 +1,9 @@
 #include "CaptureTestSupport.h"
 #include "X11TestClient.h"
 #include "app/AppSettings.h"
-#include "app/ControlCommands.h"
-#include "app/LostWindowWatch.h"
-#include "app/RecorderViewModel.h"
+#include "app/control/ControlCommands.h"
+#include "app/session/LostWindowWatch.h"
+#include "app/session/RecorderViewModel.h"
 #include "platform/x11/X11CaptureBackend.h"
 #include "support/TestDesktop.h"
 

@@ -7,6 +7,7 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
@@ -254,4 +255,45 @@ TEST(FormatPnL, SignUnitAndDecimals)
     EXPECT_EQ(formatPnL(-7.25, PnLUnit::ticks, 0), QStringLiteral("-7 ticks"));
     EXPECT_EQ(formatPnL(2.675, PnLUnit::dollars, 2), QStringLiteral("$2.67")); // 2.67499999... in binary
     EXPECT_EQ(formatPnL(-0.001, PnLUnit::dollars, 2), QStringLiteral("-$0.00"));
+}
+
+TEST(ClipMetaStore, TradesTagsAndTheTagsOriginRoundTripAndABrokenTradeFailsTheRecord)
+{
+    QTemporaryDir dir;
+    const QUrl url = makeClip(dir, QStringLiteral("ES.mp4"));
+    ClipMeta meta;
+    meta.outcome = TradeOutcome::loss;
+    meta.pnl = 7.25;
+    meta.tagOrigin = TagOrigin::imported;
+    meta.tags = QStringList { "breakout", "A+" };
+    ClipTrade t;
+    t.key = QStringLiteral("id:T-1");
+    t.symbol = QStringLiteral("ES");
+    t.side = QStringLiteral("short");
+    t.quantity = 2;
+    t.entryTime = 752000000.5;
+    t.exitTime = 752000090.25;
+    t.pnl = -7.25;
+    t.fees = 4.5;
+    t.outcome = TradeOutcome::loss;
+    meta.trades = { t, t };
+    meta.trades[1].key = QStringLiteral("h:0011223344556677");
+    meta.trades[1].quantity.reset();
+    meta.trades[1].entryTime.reset();
+    ClipMetaStore::save(meta, url);
+    EXPECT_EQ(ClipMetaStore::load(url), meta);
+    const QJsonObject json = QJsonDocument::fromJson(readAll(ClipMetaStore::sidecarPath(url))).object();
+    EXPECT_EQ(json.value("tagOrigin").toString(), "imported");
+    EXPECT_EQ(json.value("trades").toArray().at(0).toObject().value("origin").toString(), "imported");
+
+    // A sidecar written before trades existed has none and loads as it did.
+    writeAll(ClipMetaStore::sidecarPath(url), R"({"outcome":"win","unit":"dollars","notes":"","mistakes":""})");
+    EXPECT_TRUE(ClipMetaStore::load(url).trades.isEmpty());
+    // A trade without its key, a tag that is not text or an unknown origin: no partial record.
+    for (const char* broken : { R"("trades":[{"exitTime":1,"outcome":"win","unit":"dollars"}])", R"("tags":[1])",
+             R"("tagOrigin":"guessed")", R"("trades":{})" }) {
+        writeAll(ClipMetaStore::sidecarPath(url),
+            QByteArray(R"({"outcome":"win","unit":"dollars","notes":"","mistakes":"",)") + broken + "}");
+        EXPECT_TRUE(ClipMetaStore::load(url).isEmpty()) << broken;
+    }
 }

@@ -283,3 +283,49 @@ TEST(JournalMetrics, DayKeysFollowTheUsersTimeZone)
     EXPECT_EQ(regrouped.at(QDate(2024, 3, 30)), 16 + 8);
     EXPECT_EQ(regrouped.at(QDate(2024, 10, 26)), 2);
 }
+
+TEST(JournalMetrics, ImportedTradesCountOneByOneAndTheFilterNarrowsBySymbolAndTag)
+{
+    const auto imported = [](const char* symbol, double pnl, const char* localTime) {
+        ClipTrade t;
+        t.key = QString::fromLatin1(localTime);
+        t.symbol = QString::fromLatin1(symbol);
+        t.pnl = pnl;
+        t.outcome = pnl < 0 ? TradeOutcome::loss : TradeOutcome::win;
+        t.exitTime = ReferenceDate::fromDateTime(
+            QDateTime::fromString(QString::fromLatin1(localTime), QStringLiteral("yyyy-MM-dd HH:mm")));
+        return t;
+    };
+    // A clip tagged from two trades (+30, -10) counts as both; one the user tagged by hand over its
+    // trade counts once, as the user said; a trade without a clip counts too.
+    ClipEntry fromTrades = clip(TradeOutcome::win, 20, "2024-05-02 10:00");
+    fromTrades.meta.tagOrigin = TagOrigin::imported;
+    fromTrades.meta.trades = { imported("ES", 30, "2024-05-02 09:00"), imported("NQ", -10, "2024-05-02 09:30") };
+    fromTrades.meta.tags = QStringList { "breakout" };
+    ClipEntry byHand = clip(TradeOutcome::loss, 50, "2024-05-03 10:00");
+    byHand.meta.ticker = QStringLiteral("cl");
+    byHand.meta.trades = { imported("CL", 999, "2024-05-03 09:00") };
+    byHand.meta.tags = QStringList { "Fade", "breakout" };
+    const QList<ClipTrade> withoutClip { imported("ES", 5, "2024-05-01 12:00") };
+    const QList<ClipEntry> clips { byHand, fromTrades };
+
+    const JournalMetrics all(clips, PnLUnit::dollars, withoutClip);
+    EXPECT_EQ(all.tradePnL(), (std::vector<double> { 5, 30, -10, -50 }));
+    EXPECT_EQ(all.netPnL(), -25);
+    EXPECT_EQ(all.winRate(), 0.5);
+
+    const JournalMetrics es(clips, PnLUnit::dollars, withoutClip, { QStringLiteral("es"), std::nullopt });
+    EXPECT_EQ(es.tradePnL(), (std::vector<double> { 5, 30 }));
+    // The hand-tagged clip is found by its trades' symbol and by the one the user typed.
+    const JournalMetrics cl(clips, PnLUnit::dollars, withoutClip, { QStringLiteral("CL"), std::nullopt });
+    EXPECT_EQ(cl.tradePnL(), (std::vector<double> { -50 }));
+    // Tags belong to clips: the trade without one never passes a tag filter.
+    const JournalMetrics breakout(clips, PnLUnit::dollars, withoutClip, { std::nullopt, QStringLiteral("BREAKOUT") });
+    EXPECT_EQ(breakout.tradePnL(), (std::vector<double> { 30, -10, -50 }));
+    const JournalMetrics both(
+        clips, PnLUnit::dollars, withoutClip, { QStringLiteral("NQ"), QStringLiteral("breakout") });
+    EXPECT_EQ(both.tradePnL(), (std::vector<double> { -10 }));
+
+    EXPECT_EQ(JournalFilter::symbols(clips, withoutClip), (QStringList { "cl", "ES", "NQ" }));
+    EXPECT_EQ(JournalFilter::tags(clips), (QStringList { "breakout", "Fade" }));
+}

@@ -99,7 +99,7 @@ TEST(SegmentRing, BoundariesFallOnTheFirstFrameSixSecondsInAndEveryFrameIsInOneF
             }
         EXPECT_TRUE(file.frames.front().key);
     }
-    EXPECT_TRUE(QDir(recorder->segmentsDirectory()).path().contains("/Velotape2/segments-"));
+    EXPECT_TRUE(QDir(recorder->segmentsDirectory()).path().contains("/velotape/segments-"));
 }
 
 TEST(SegmentRing, EvictsExactlyAtTheLimitAndSettlesAtTwoOrThreeFinishedSegments)

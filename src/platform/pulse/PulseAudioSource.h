@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/CaptureStream.h"
 #include "capture/SampleClock.h"
 #include "media/MediaSample.h"
+#include "platform/CaptureStream.h"
 
 #include <QString>
 

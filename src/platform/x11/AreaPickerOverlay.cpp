@@ -1,7 +1,7 @@
 #include "platform/x11/AreaPickerOverlay.h"
 
-#include "platform/CaptureBackend.h"
 #include "monitor/AreaPickerGeometry.h"
+#include "platform/CaptureBackend.h"
 #include "platform/x11/OverlayWindow.h"
 
 #include <QKeyEvent>

@@ -1,8 +1,8 @@
 #include "platform/x11/ArmedAreaOverlay.h"
 
-#include "platform/CaptureBackend.h"
 #include "monitor/ArmedFrameDrawing.h"
 #include "monitor/ArmedFramePicture.h"
+#include "platform/CaptureBackend.h"
 #include "platform/x11/OverlayWindow.h"
 #include "platform/x11/X11Compositor.h"
 #include "platform/x11/XcbWindowPresenter.h"

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/CaptureBackend.h"
 #include "capture/FrameScaler.h"
+#include "platform/CaptureBackend.h"
 #include "platform/x11/X11Cursor.h"
 #include "platform/x11/X11OwnWindowArea.h"
 #include "platform/x11/XcbConnection.h"

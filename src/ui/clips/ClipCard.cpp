@@ -4,6 +4,7 @@
 #include "journal/ClipThumbnailer.h"
 #include "ui/clips/ClipEdits.h"
 #include "ui/clips/ClipNotesEditor.h"
+#include "ui/clips/ClipSetupTags.h"
 #include "ui/clips/ClipTagBar.h"
 #include "ui/kit/KitPaint.h"
 #include "ui/kit/Symbols.h"
@@ -277,6 +278,13 @@ ClipCard::ClipCard(ClipsScreenModel* clipsModel, QWidget* parent)
     share->setMenu(shareMenu);
 
     tags = new ClipTagBar([this](const ClipMeta& meta) { model->applyMeta(entry.id, meta); }, this);
+    setupTags = new ClipSetupTags(
+        [this](const QStringList& list) {
+            ClipMeta meta = model->meta(entry.id);
+            meta.tags = list;
+            model->applyMeta(entry.id, meta);
+        },
+        this);
 
     toggle = new _JournalToggle(this);
     connect(toggle, &QAbstractButton::clicked, this, [this] { model->toggleJournal(entry.id); });
@@ -293,7 +301,7 @@ ClipCard::ClipCard(ClipsScreenModel* clipsModel, QWidget* parent)
 int ClipCard::heightFor(int width, bool expanded)
 {
     const int base = inset + thumbnailHeight(width) + thumbGap + nameHeight + 2 + detailHeight + rowGap
-        + ClipTagBar::height + rowGap + toggleHeight + inset;
+        + ClipTagBar::height + rowGap + ClipSetupTags::height + rowGap + toggleHeight + inset;
     return expanded ? base + thumbGap + ClipNotesEditor::panelHeight : base;
 }
 
@@ -331,6 +339,8 @@ void ClipCard::refreshMeta()
 {
     const ClipMeta meta = model->meta(entry.id);
     tags->setMeta(meta);
+    setupTags->setTags(meta.tags);
+    setupTags->setCompletions(model->knownTags());
     if (notes) notes->setMeta(meta);
     static_cast<_JournalToggle*>(toggle)->show(
         model->expandedId() == entry.id, !meta.notes.isEmpty(), !meta.mistakes.isEmpty());
@@ -407,7 +417,9 @@ void ClipCard::arrange()
     rename->setGeometry(share->x() - 4 - button.width(), share->y(), button.width(), button.height());
     const int tagsTop = detailRow.bottom() + 1 + rowGap;
     tags->setGeometry(inset, tagsTop, width() - 2 * inset, ClipTagBar::height);
-    const int toggleTop = tagsTop + ClipTagBar::height + rowGap;
+    const int setupTop = tagsTop + ClipTagBar::height + rowGap;
+    setupTags->setGeometry(inset, setupTop, width() - 2 * inset, ClipSetupTags::height);
+    const int toggleTop = setupTop + ClipSetupTags::height + rowGap;
     toggle->setGeometry(inset - 4, toggleTop, width() - 2 * inset + 8, toggleHeight);
     if (notes)
         notes->setGeometry(

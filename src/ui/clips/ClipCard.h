@@ -5,6 +5,7 @@
 #include <QWidget>
 
 class ClipNotesEditor;
+class ClipSetupTags;
 class ClipTagBar;
 class QAbstractButton;
 class QLineEdit;
@@ -12,7 +13,7 @@ class V3Button;
 
 // One clip of the grid: its thumbnail with the length and, under the pointer, a play control; its
 // name (or the rename field), when it was saved and how large it is; Rename and Share; the trade
-// tags; and the journal panel. A card is a view of one listed clip at a time: the grid hands the
+// tags and the setup tags; and the journal panel. A card is a view of one listed clip at a time: the grid hands the
 // cards in view their clip as the user scrolls, and a card reads everything else from the model.
 class ClipCard : public QWidget {
     Q_OBJECT
@@ -43,6 +44,7 @@ public:
     V3Button* shareButton() const { return share; }
     QLineEdit* renameField() const { return renameEdit; }
     ClipTagBar* tagBar() const { return tags; }
+    ClipSetupTags* setupTagRow() const { return setupTags; }
     QAbstractButton* journalToggle() const { return toggle; }
     ClipNotesEditor* notesEditor() const { return notes; }
     // The context menu's actions: "Open", "Show in File Manager", "Move to Trash".
@@ -71,6 +73,7 @@ private:
     V3Button* rename;
     V3Button* share;
     ClipTagBar* tags;
+    ClipSetupTags* setupTags;
     QAbstractButton* toggle;
     ClipNotesEditor* notes = nullptr;
     QList<QAction*> actions;

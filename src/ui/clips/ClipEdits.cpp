@@ -1,5 +1,8 @@
 #include "ui/clips/ClipEdits.h"
 
+#include "journal/FormatPnL.h"
+#include "journal/ReferenceDate.h"
+
 #include <QDir>
 #include <QFileInfo>
 #include <QLocale>
@@ -38,6 +41,40 @@ ClipMeta committedPnL(ClipMeta meta, const QString& text)
         if (value > 0) meta.outcome = TradeOutcome::win;
     }
     return meta;
+}
+
+ClipMeta madeByUser(const ClipMeta& before, ClipMeta after)
+{
+    if (after.outcome != before.outcome || after.pnl != before.pnl || after.unit != before.unit)
+        after.tagOrigin.reset();
+    return after;
+}
+
+QStringList withTag(const QStringList& tags, const QString& text)
+{
+    const QString tag = text.simplified();
+    if (tag.isEmpty() || tags.contains(tag, Qt::CaseInsensitive)) return tags;
+    return tags + QStringList { tag };
+}
+
+QStringList withoutTag(const QStringList& tags, const QString& tag)
+{
+    QStringList rest = tags;
+    rest.removeAll(tag);
+    return rest;
+}
+
+QString tradeLine(const ClipTrade& trade)
+{
+    QStringList parts { QLocale::c().toString(
+        ReferenceDate::toDateTime(trade.exitTime), QStringLiteral("MMM d, HH:mm")) };
+    if (!trade.symbol.isEmpty()) parts << trade.symbol;
+    QString position = trade.side;
+    if (trade.quantity)
+        position += (position.isEmpty() ? QString() : QStringLiteral(" ")) + QString::number(*trade.quantity);
+    if (!position.isEmpty()) parts << position;
+    parts << (trade.pnl ? formatPnL(trade.signedPnL(), trade.unit, 2) : label(trade.outcome));
+    return parts.join(QStringLiteral(" · "));
 }
 
 QString pnlText(const ClipMeta& meta)

@@ -4,6 +4,7 @@
 
 #include <QDateTime>
 #include <QString>
+#include <QStringList>
 
 #include <optional>
 
@@ -27,8 +28,20 @@ QString pnlText(const ClipMeta& meta);
 QString pnlPlaceholder(PnLUnit unit);
 // The unit after `unit` in the unit button's cycle: dollars, R, points, ticks, dollars.
 PnLUnit nextUnit(PnLUnit unit);
+// `after`, a change the user made to `before` in the tag bar: once the outcome, the amount or the
+// unit differ, the tag is the user's own, and neither the detector nor an import writes over it.
+ClipMeta madeByUser(const ClipMeta& before, ClipMeta after);
 // The pill's press: that outcome, or unset when the record already holds it.
 TradeOutcome toggledOutcome(TradeOutcome current, TradeOutcome pressed);
+
+// The tags with `text` added at the end: trimmed, and not when it is empty or the clip has it
+// already in any case.
+QStringList withTag(const QStringList& tags, const QString& text);
+QStringList withoutTag(const QStringList& tags, const QString& tag);
+
+// A trade without a clip as the clips screen lists it: "Mar 5, 14:07 · ES · long 2 · -$50.00",
+// in local time, leaving out what the trade does not say.
+QString tradeLine(const ClipTrade& trade);
 
 // A clip's length on its badge, rounded to the second: "1:05", or "1:00:00" from an hour up.
 QString formatDuration(double seconds);

@@ -85,7 +85,7 @@ ClipTagBar::ClipTagBar(std::function<void(const ClipMeta&)> applyRecord, QWidget
         connect(pill, &QAbstractButton::clicked, this, [this, outcome] {
             ClipMeta next = record;
             next.outcome = ClipEdits::toggledOutcome(record.outcome, outcome);
-            apply(next);
+            apply(ClipEdits::madeByUser(record, next));
         });
     }
     row->addSpacing(4);
@@ -105,7 +105,7 @@ ClipTagBar::ClipTagBar(std::function<void(const ClipMeta&)> applyRecord, QWidget
     connect(unitPill, &QAbstractButton::clicked, this, [this] {
         ClipMeta next = record;
         next.unit = ClipEdits::nextUnit(record.unit);
-        apply(next);
+        apply(ClipEdits::madeByUser(record, next));
     });
     showMeta();
 }
@@ -136,7 +136,7 @@ void ClipTagBar::setMeta(const ClipMeta& meta, bool anotherClip)
 
 void ClipTagBar::commitPnL()
 {
-    apply(ClipEdits::committedPnL(record, amount->text()));
+    apply(ClipEdits::madeByUser(record, ClipEdits::committedPnL(record, amount->text())));
     // A record that came back unchanged (the same amount typed again, or text that clears an amount
     // that was never there) still shows in its own form.
     syncTextFromMeta();

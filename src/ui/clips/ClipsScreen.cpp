@@ -1,11 +1,12 @@
 #include "ui/clips/ClipsScreen.h"
 
 #include "app/AppSettings.h"
-#include "app/RecorderViewModel.h"
 #include "app/hotkeys/HotkeyRecorder.h"
+#include "app/session/RecorderViewModel.h"
 #include "journal/ClipThumbnailer.h"
 #include "ui/clips/ClipCard.h"
 #include "ui/clips/ClipGrid.h"
+#include "ui/clips/TradesWithoutClipList.h"
 #include "ui/kit/D1.h"
 #include "ui/kit/D1NavTile.h"
 #include "ui/kit/V3.h"
@@ -13,7 +14,10 @@
 #include "ui/kit/V3Chip.h"
 #include "ui/kit/V3Text.h"
 
+#include <QDir>
+#include <QFileDialog>
 #include <QHBoxLayout>
+#include <QMenu>
 #include <QPainter>
 #include <QVBoxLayout>
 
@@ -59,6 +63,14 @@ ClipsScreen::ClipsScreen(RecorderViewModel* model, QWidget* parent)
     count = new V3Chip({}, V3::fgMute, V3::bgInset, false, this);
     titleRow->addWidget(count);
     titleRow->addSpacing(6);
+    auto* trades = new V3Button(V3Button::Kind::ghost, {}, this);
+    trades->setSymbol(QStringLiteral("square.and.arrow.down"));
+    trades->setAccessibleName(QStringLiteral("Trades"));
+    trades->setToolTip(QStringLiteral("Trades from your broker"));
+    auto* tradesMenu = new QMenu(trades);
+    importTrades = tradesMenu->addAction(QStringLiteral("Import trades…"), this, &ClipsScreen::chooseTradesFile);
+    trades->setMenu(tradesMenu);
+    titleRow->addWidget(trades);
     auto* folder = new V3Button(V3Button::Kind::ghost, {}, this);
     folder->setSymbol(QStringLiteral("folder"));
     folder->setAccessibleName(QStringLiteral("Open Folder"));
@@ -68,6 +80,8 @@ ClipsScreen::ClipsScreen(RecorderViewModel* model, QWidget* parent)
     header->addLayout(titleRow);
     header->addWidget(
         new V3Text(QStringLiteral("Every clip you've ever saved, in one place."), 13, QFont::Normal, V3::fgMute, this));
+    looseTrades = new TradesWithoutClipList(this);
+    header->addWidget(looseTrades);
     column->addLayout(header);
 
     emptyState = new QWidget(this);
@@ -95,7 +109,11 @@ ClipsScreen::ClipsScreen(RecorderViewModel* model, QWidget* parent)
     column->addWidget(cards, 1);
 
     connect(clipsModel, &ClipsScreenModel::clipsChanged, this, &ClipsScreen::showListing);
-    connect(clipsModel, &ClipsScreenModel::metaChanged, this, [this] { forEachCard(&ClipCard::refreshMeta); });
+    connect(clipsModel, &ClipsScreenModel::metaChanged, this, [this] {
+        forEachCard(&ClipCard::refreshMeta);
+        looseTrades->setTrades(clipsModel->tradesWithoutClip());
+    });
+    connect(clipsModel, &ClipsScreenModel::importFinished, this, [this] { importTrades->setEnabled(true); });
     connect(clipsModel, &ClipsScreenModel::hoveredChanged, this, [this] { forEachCard(&ClipCard::refreshHover); });
     connect(clipsModel, &ClipsScreenModel::editingChanged, this, [this] {
         cards->setTallItem(indexOf(clipsModel->expandedId()));
@@ -107,6 +125,7 @@ ClipsScreen::ClipsScreen(RecorderViewModel* model, QWidget* parent)
     });
     connect(cards, &ClipGrid::settled, this, &ClipsScreen::requestThumbnails);
     clipsModel->scanClips();
+    looseTrades->setTrades(clipsModel->tradesWithoutClip());
 }
 
 void ClipsScreen::resizeEvent(QResizeEvent* event)
@@ -173,4 +192,13 @@ void ClipsScreen::requestThumbnails()
     for (int i = first; i < end; ++i)
         near.push_back(clipsModel->clips().at(i).id);
     clipsModel->trimThumbnails(near);
+}
+
+void ClipsScreen::chooseTradesFile()
+{
+    const QString file = QFileDialog::getOpenFileName(this, QStringLiteral("Import trades"), QDir::homePath(),
+        QStringLiteral("Trade history (*.csv *.txt *.tsv);;All files (*)"));
+    if (file.isEmpty()) return;
+    // One import at a time; the menu item comes back when it has finished.
+    if (clipsModel->importTrades(file)) importTrades->setEnabled(false);
 }

@@ -6,13 +6,16 @@
 
 class ClipCard;
 class ClipGrid;
+class QAction;
+class TradesWithoutClipList;
 class QVBoxLayout;
 class RecorderViewModel;
 class V3Chip;
 class V3Text;
 
 // The clips screen: every clip of the save folder as a card in a grid that scrolls, under a header
-// with the count and a button that opens the folder; "No clips yet" instead of the grid while the
+// with the count, a menu of the broker's trades ("Import trades…") and a button that opens the
+// folder, and the imported trades that no clip saw as lines; "No clips yet" instead of the grid while the
 // folder holds none. Coming up, it lists the folder; it lists it again after a save, a rename or a
 // trash. Thumbnails are decoded only for the cards in view, once scrolling rests.
 class ClipsScreen : public QWidget {
@@ -28,6 +31,9 @@ public:
     QString countText() const;
     // The card of a listed clip, scrolled into view; null for a clip not listed.
     ClipCard* cardFor(const QUrl& clip);
+    // The header menu's "Import trades…", which asks for the file.
+    QAction* importAction() const { return importTrades; }
+    TradesWithoutClipList* tradesWithoutClip() const { return looseTrades; }
 
 protected:
     void resizeEvent(QResizeEvent* event) override;
@@ -35,6 +41,7 @@ protected:
 private:
     void showListing();
     void requestThumbnails();
+    void chooseTradesFile();
     int indexOf(const std::optional<QUrl>& clip) const;
     template <class Fn> void forEachCard(Fn fn);
 
@@ -45,4 +52,6 @@ private:
     QWidget* emptyState;
     V3Text* emptyText;
     ClipGrid* cards;
+    QAction* importTrades;
+    TradesWithoutClipList* looseTrades;
 };

@@ -1,10 +1,13 @@
 #include "ui/clips/ClipsScreenModel.h"
 
 #include "app/AppSettings.h"
-#include "app/RecorderViewModel.h"
+#include "app/session/RecorderViewModel.h"
+#include "core/KeyedJobs.h"
 #include "journal/ClipJournalStore.h"
 #include "journal/ClipMetaStore.h"
 #include "journal/ClipThumbnailer.h"
+#include "journal/JournalFilter.h"
+#include "journal/TradeImporter.h"
 #include "platform/DesktopIntegration.h"
 #include "ui/clips/ClipEdits.h"
 
@@ -40,9 +43,11 @@ ClipsScreenModel::ClipsScreenModel(RecorderViewModel* model, QObject* parent)
     : QObject(parent)
     , vm(model)
     , thumbnailer(new ClipThumbnailer(&smallPreview, this))
+    , jobs(new KeyedJobs(1, this))
 {
     connect(vm->journal(), &ClipJournalStore::clipsChanged, this, [this] {
         journalIndexStale = true;
+        tagsStale = true;
         emit metaChanged();
     });
     // A new clip lands in the listing as soon as it is saved.
@@ -217,6 +222,53 @@ void ClipsScreenModel::applyMeta(const QUrl& clip, const ClipMeta& meta)
     ClipMetaStore::save(meta, clip);
     QMetaObject::invokeMethod(journal, &ClipJournalStore::rescan, Qt::QueuedConnection);
     emit metaChanged();
+}
+
+QStringList ClipsScreenModel::knownTags() const
+{
+    if (tagsStale) {
+        tagsKnown = JournalFilter::tags(vm->journal()->clips());
+        tagsStale = false;
+    }
+    return tagsKnown;
+}
+
+QList<ClipTrade> ClipsScreenModel::tradesWithoutClip() const
+{
+    QList<ClipTrade> trades = vm->journal()->tradesWithoutClip();
+    std::stable_sort(
+        trades.begin(), trades.end(), [](const ClipTrade& a, const ClipTrade& b) { return a.exitTime > b.exitTime; });
+    return trades;
+}
+
+bool ClipsScreenModel::importTrades(const QString& csvPath)
+{
+    const QString folder = saveFolder();
+    return jobs->start(
+        QStringLiteral("import"), [csvPath, folder] { return TradeImporter::importFile(csvPath, folder); },
+        [this](const TradeImporter::Report& report) {
+            if (!report.imported) {
+                const QString text = QStringLiteral("Couldn't import trades: ") + report.error;
+                toast(text);
+                emit importFinished(text, {});
+                return;
+            }
+            // A failed sidecar or a guessed encoding must not pass unseen: the first such note goes
+            // with the summary, the rest are counted.
+            QString text = report.summary;
+            if (!report.notes.isEmpty()) {
+                text += QStringLiteral(". ") + report.notes.front();
+                if (report.notes.size() > 1) text += QStringLiteral(" (and %1 more)").arg(report.notes.size() - 1);
+            }
+            toast(text);
+            vm->journal()->rescan();
+            emit importFinished(text, report.notes + report.skippedRows);
+        });
+}
+
+bool ClipsScreenModel::isImporting() const
+{
+    return jobs->isRunning(QStringLiteral("import"));
 }
 
 void ClipsScreenModel::toggleJournal(const QUrl& clip)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "journal/ClipEntry.h"
+#include "journal/ClipTrade.h"
 
 #include <QDateTime>
 #include <QHash>
@@ -11,6 +12,7 @@
 #include <optional>
 
 class ClipThumbnailer;
+class KeyedJobs;
 class RecorderViewModel;
 
 // What the clips screen knows and does, apart from how it looks: its own listing of the save
@@ -72,6 +74,17 @@ public:
     // and then has the store list the folder again.
     void applyMeta(const QUrl& clip, const ClipMeta& meta);
 
+    // Every setup tag of the journal, each once, for the tag field's completion.
+    QStringList knownTags() const;
+    // The imported trades that no clip saw, newest first: the screen lists them as lines.
+    QList<ClipTrade> tradesWithoutClip() const;
+
+    // Reads a broker's file of closed trades into the save folder's journal, off the main thread
+    // (every clip's length is read). The summary, or why nothing was imported, comes as a toast and
+    // as importFinished; the journal is then read again. One import at a time: false while one runs.
+    bool importTrades(const QString& csvPath);
+    bool isImporting() const;
+
     // The one clip whose journal panel is open.
     const std::optional<QUrl>& expandedId() const { return expanded; }
     void toggleJournal(const QUrl& clip);
@@ -91,6 +104,8 @@ signals:
     // The rename field or the open journal panel moved to another clip, or closed.
     void editingChanged();
     void hoveredChanged();
+    // An import ended: `summary` is what the toast said, `details` everything the import reported.
+    void importFinished(const QString& summary, const QStringList& details);
 
 private:
     const ::ClipEntry* journalEntry(const QUrl& clip) const;
@@ -106,4 +121,7 @@ private:
     // Where each clip stands in the store's list; rebuilt on first use after the store changed.
     mutable QHash<QUrl, qsizetype> journalIndex;
     mutable bool journalIndexStale = true;
+    mutable QStringList tagsKnown;
+    mutable bool tagsStale = true;
+    KeyedJobs* jobs;
 };

@@ -1,7 +1,7 @@
 #include "ui/recorder/AreaMonitorStrip.h"
 
-#include "app/AreaCommands.h"
-#include "app/RecorderViewModel.h"
+#include "app/session/AreaCommands.h"
+#include "app/session/RecorderViewModel.h"
 #include "monitor/AreaMonitorActions.h"
 #include "ui/kit/D1NavTile.h"
 #include "ui/kit/KitPaint.h"

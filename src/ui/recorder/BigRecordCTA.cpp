@@ -1,6 +1,6 @@
 #include "ui/recorder/BigRecordCTA.h"
 
-#include "app/RecorderViewModel.h"
+#include "app/session/RecorderViewModel.h"
 #include "capture/CaptureEngine.h"
 #include "recorder/SegmentedRecorder.h"
 #include "ui/kit/D1RecordButton.h"

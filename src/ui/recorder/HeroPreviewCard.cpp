@@ -1,6 +1,6 @@
 #include "ui/recorder/HeroPreviewCard.h"
 
-#include "app/RecorderViewModel.h"
+#include "app/session/RecorderViewModel.h"
 #include "capture/CaptureEngine.h"
 #include "ui/kit/D1.h"
 #include "ui/kit/KitPaint.h"

@@ -1,7 +1,7 @@
 #include "ui/recorder/HudColumn.h"
 
 #include "app/AppSettings.h"
-#include "app/RecorderViewModel.h"
+#include "app/session/RecorderViewModel.h"
 #include "capture/CaptureEngine.h"
 #include "monitor/AreaMonitor.h"
 #include "monitor/AreaSignature.h"

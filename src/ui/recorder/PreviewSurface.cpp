@@ -1,7 +1,7 @@
 #include "ui/recorder/PreviewSurface.h"
 
-#include "app/RecorderViewModel.h"
-#include "app/SourceMemory.h"
+#include "app/session/RecorderViewModel.h"
+#include "app/session/SourceMemory.h"
 #include "monitor/AreaMonitor.h"
 #include "ui/kit/V3.h"
 #include "ui/recorder/OnChange.h"

@@ -2,9 +2,9 @@
 
 #include "app/AppIdentity.h"
 #include "app/AppSettings.h"
-#include "app/RecorderViewModel.h"
-#include "app/SaveFolder.h"
 #include "app/hotkeys/HotkeyRecorder.h"
+#include "app/session/RecorderViewModel.h"
+#include "app/session/SaveFolder.h"
 #include "core/Publisher.h"
 #include "devices/MicCapture.h"
 #include "ui/ArmedStylePreview.h"

@@ -46,3 +46,29 @@ TEST(ClipEdits, LengthsRoundToTheSecondAndShowHoursFromAnHourUp)
     EXPECT_EQ(ClipEdits::formatDuration(3599.6), QStringLiteral("1:00:00"));
     EXPECT_EQ(ClipEdits::formatDuration(7384), QStringLiteral("2:03:04"));
 }
+
+TEST(ClipEdits, ATagChangedByHandIsTheUsersAndSetupTagsComeOnce)
+{
+    // A detected or imported tag stays so while only the notes change; a new outcome, amount or
+    // unit makes it the user's, which no import writes over.
+    ClipMeta imported;
+    imported.outcome = TradeOutcome::win;
+    imported.pnl = 20;
+    imported.tagOrigin = TagOrigin::imported;
+    ClipMeta notes = imported;
+    notes.notes = QStringLiteral("held too long");
+    EXPECT_EQ(ClipEdits::madeByUser(imported, notes).tagOrigin, TagOrigin::imported);
+    EXPECT_FALSE(ClipEdits::madeByUser(imported, ClipEdits::committedPnL(imported, QStringLiteral("25"))).tagOrigin);
+    ClipMeta loss = imported;
+    loss.outcome = TradeOutcome::loss;
+    EXPECT_FALSE(ClipEdits::madeByUser(imported, loss).tagOrigin);
+    // The same amount typed again is no change.
+    EXPECT_EQ(ClipEdits::madeByUser(imported, ClipEdits::committedPnL(imported, QStringLiteral("20.00"))).tagOrigin,
+        TagOrigin::imported);
+
+    const QStringList tags = ClipEdits::withTag({ QStringLiteral("Breakout") }, QStringLiteral("  A+  setup "));
+    EXPECT_EQ(tags, (QStringList { "Breakout", "A+ setup" }));
+    EXPECT_EQ(ClipEdits::withTag(tags, QStringLiteral("breakout")), tags);
+    EXPECT_EQ(ClipEdits::withTag(tags, QStringLiteral("   ")), tags);
+    EXPECT_EQ(ClipEdits::withoutTag(tags, QStringLiteral("Breakout")), QStringList { "A+ setup" });
+}

@@ -3,20 +3,25 @@
 #include "DesktopTestMain.h"
 #include "LaunchedWindow.h"
 #include "SampleClip.h"
-#include "app/RecorderViewModel.h"
+#include "app/session/RecorderViewModel.h"
 #include "journal/ClipMetaStore.h"
 #include "support/EventLoop.h"
 #include "ui/AppDelegate.h"
 #include "ui/ContentView.h"
 #include "ui/clips/ClipCard.h"
 #include "ui/clips/ClipNotesEditor.h"
+#include "ui/clips/ClipSetupTags.h"
 #include "ui/clips/ClipTagBar.h"
+#include "ui/clips/TradesWithoutClipList.h"
 #include "ui/kit/V3Button.h"
 
 #include <QAbstractButton>
+#include <QAction>
 #include <QApplication>
+#include <QCompleter>
 #include <QContextMenuEvent>
 #include <QDir>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLineEdit>
@@ -194,4 +199,61 @@ TEST_F(ClipsWindow, TaggingACardWritesTheSidecarThatTheJournalCounts)
     const QJsonObject stats = QJsonDocument::fromJson(journal.readAllStandardOutput()).object();
     EXPECT_EQ(stats.value(QLatin1String("tradeCount")).toInt(), 1);
     EXPECT_DOUBLE_EQ(stats.value(QLatin1String("netPnL")).toDouble(), 120);
+}
+
+TEST_F(ClipsWindow, ImportedTradesTagTheirClipAndSetupTagsAreTypedWithCompletion)
+{
+    // A broker's file: one trade closing a second before the first clip was saved, one with no clip.
+    const QDateTime saved = QFileInfo(path(first)).lastModified();
+    const QString csv = home.filePath(QStringLiteral("fills.csv"));
+    QFile file(csv);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(QStringLiteral("Symbol,Side,Qty,Close Time,Profit\nES,Buy,1,%1,\"(45.00)\"\nNQ,Sell,2,%2,30\n")
+                   .arg(saved.addMSecs(-1000).toUTC().toString(Qt::ISODateWithMs),
+                       saved.addSecs(-7200).toUTC().toString(Qt::ISODateWithMs))
+                   .toUtf8());
+    file.close();
+    EXPECT_TRUE(screen->importAction()->isEnabled());
+    QStringList finished;
+    QObject::connect(screen->model(), &ClipsScreenModel::importFinished, screen,
+        [&finished](const QString& summary) { finished << summary; });
+    ASSERT_TRUE(screen->model()->importTrades(csv));
+    ASSERT_TRUE(spinUntil([&finished] { return !finished.isEmpty(); }, 30000));
+    EXPECT_EQ(finished.front(), QStringLiteral("2 trades: 1 matched to clips, 1 without a clip, 0 rows skipped"));
+    EXPECT_EQ(delegate->viewModel()->toast(), finished.front());
+
+    // The matched clip's tag bar shows the broker's loss; the other trade is a line, not a card.
+    ClipCard* clip = card(first);
+    ASSERT_NE(clip, nullptr);
+    ASSERT_TRUE(spinUntil([clip] { return clip->tagBar()->meta().outcome == TradeOutcome::loss; }));
+    EXPECT_EQ(clip->tagBar()->amountField()->text(), QStringLiteral("-45.00"));
+    EXPECT_EQ(screen->countText(), QStringLiteral("2 clips"));
+    const QStringList lines = screen->tradesWithoutClip()->lines();
+    ASSERT_EQ(lines.size(), 1);
+    EXPECT_TRUE(lines[0].endsWith(QStringLiteral(" · NQ · short 2 · $30.00"))) << qPrintable(lines[0]);
+
+    // A setup tag typed on one card is offered on another as the user types.
+    ClipSetupTags* tags = clip->setupTagRow();
+    QTest::keyClicks(tags->field(), QStringLiteral(" breakout "));
+    QTest::keyClick(tags->field(), Qt::Key_Return);
+    EXPECT_EQ(ClipMetaStore::load(url(first)).tags, QStringList { QStringLiteral("breakout") });
+    ASSERT_TRUE(spinUntil([tags] { return tags->chips().size() == 1; }));
+    ClipCard* other = card(second);
+    ASSERT_NE(other, nullptr);
+    ASSERT_TRUE(spinUntil([other] { return other->setupTagRow()->field()->completer()->model()->rowCount() == 1; }));
+    QCompleter* completer = other->setupTagRow()->field()->completer();
+    completer->setCompletionPrefix(QStringLiteral("BRE"));
+    EXPECT_EQ(completer->currentCompletion(), QStringLiteral("breakout"));
+
+    // The same file again adds nothing and leaves the hand-set tag; the chip's press removes it.
+    finished.clear();
+    ASSERT_TRUE(screen->model()->importTrades(csv));
+    ASSERT_TRUE(spinUntil([&finished] { return !finished.isEmpty(); }, 30000));
+    EXPECT_EQ(finished.front(),
+        QStringLiteral("2 trades: 0 matched to clips, 0 without a clip, 2 already imported, 0 rows skipped"));
+    clip = card(first);
+    EXPECT_EQ(ClipMetaStore::load(url(first)).tags, QStringList { QStringLiteral("breakout") });
+    EXPECT_EQ(ClipMetaStore::load(url(first)).trades.size(), 1);
+    QTest::mouseClick(clip->setupTagRow()->chips().front(), Qt::LeftButton);
+    EXPECT_TRUE(ClipMetaStore::load(url(first)).tags.isEmpty());
 }

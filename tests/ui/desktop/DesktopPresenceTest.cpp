@@ -2,7 +2,7 @@
 #include "DesktopTestMain.h"
 #include "LaunchedWindow.h"
 #include "app/AppSettings.h"
-#include "app/RecorderViewModel.h"
+#include "app/session/RecorderViewModel.h"
 #include "capture/CaptureEngine.h"
 #include "recorder/SegmentedRecorder.h"
 #include "support/EventLoop.h"

@@ -1,11 +1,11 @@
-#include "ui/JournalCharts.h"
+#include "ui/journal/JournalCharts.h"
 
 #include "journal/JournalMetrics.h"
 #include "support/EventLoop.h"
-#include "ui/CalendarGrid.h"
-#include "ui/JournalChartData.h"
-#include "ui/JournalFigures.h"
-#include "ui/SimulationRunner.h"
+#include "ui/journal/CalendarGrid.h"
+#include "ui/journal/JournalChartData.h"
+#include "ui/journal/JournalFigures.h"
+#include "ui/journal/SimulationRunner.h"
 
 #include <QImage>
 

@@ -1,19 +1,19 @@
-#include "ui/JournalScreen.h"
+#include "ui/journal/JournalScreen.h"
 
 #include "DesktopTestMain.h"
 #include "LaunchedWindow.h"
-#include "app/RecorderViewModel.h"
+#include "app/session/RecorderViewModel.h"
 #include "capture/CaptureEngine.h"
 #include "journal/ClipJournalStore.h"
 #include "journal/ClipMetaStore.h"
 #include "journal/FormatPnL.h"
 #include "support/EventLoop.h"
 #include "ui/AppDelegate.h"
-#include "ui/CalendarGrid.h"
 #include "ui/ContentView.h"
-#include "ui/JournalMetricCard.h"
-#include "ui/JournalOverview.h"
-#include "ui/JournalSimulations.h"
+#include "ui/journal/CalendarGrid.h"
+#include "ui/journal/JournalMetricCard.h"
+#include "ui/journal/JournalOverview.h"
+#include "ui/journal/JournalSimulations.h"
 
 #include <QAccessible>
 #include <QApplication>
@@ -113,6 +113,8 @@ protected:
             meta.outcome = t.outcome;
             meta.pnl = t.pnl;
             meta.unit = t.unit;
+            // The first two trades share a setup.
+            if (n <= 2) meta.tags = QStringList { QStringLiteral("Breakout") };
             ClipMetaStore::save(meta, QUrl::fromLocalFile(clips.filePath(name)));
         }
         delegate = launchWindow(clips.path(), home.filePath(QStringLiteral("control")));
@@ -188,6 +190,39 @@ TEST_F(JournalWindow, OverviewShowsTheJournalsFiguresInTheChosenUnitAndFollowsTh
     const double updated = commandLineStats(QStringLiteral("dollars")).value(QLatin1String("netPnL")).toDouble();
     EXPECT_NE(updated, dollars);
     EXPECT_EQ(readOut(net, QAccessible::Description), formatPnL(updated, PnLUnit::dollars, 2));
+}
+
+TEST_F(JournalWindow, TheSymbolAndTagMenusNarrowEveryFigure)
+{
+    auto* overview = qobject_cast<JournalOverview*>(screen->tabWidget());
+    ASSERT_NE(overview, nullptr);
+    JournalMetricCard* net = overview->card(QStringLiteral("Net P&L"));
+    // Each menu is filled from the journal as it opens; then an entry is chosen.
+    const auto choose = [](QPushButton* button, const QString& entry) {
+        QMenu* menu = button->menu();
+        emit menu->aboutToShow();
+        QStringList entries;
+        for (QAction* action : menu->actions()) {
+            if (!action->isSeparator()) entries << action->text();
+            if (action->text() == entry) action->trigger();
+        }
+        return entries;
+    };
+    EXPECT_EQ(screen->symbolButton()->text(), QStringLiteral("All symbols"));
+    // Clips named TICKER_date_time carry their symbol in the name.
+    const QStringList symbols = choose(screen->symbolButton(), QStringLiteral("T0"));
+    EXPECT_EQ(symbols.size(), 1 + qsizetype(std::size(trades)));
+    EXPECT_EQ(screen->symbolButton()->text(), QStringLiteral("T0"));
+    EXPECT_EQ(net->figure().value, QStringLiteral("$250.50"));
+
+    EXPECT_EQ(choose(screen->tagButton(), QStringLiteral("Breakout")), (QStringList { "All tags", "Breakout" }));
+    choose(screen->symbolButton(), QStringLiteral("All symbols"));
+    EXPECT_EQ(net->figure().value, QStringLiteral("$150.50"));
+    // The filter holds across sub-tabs: Stats counts the same two trades.
+    screen->setTab(JournalScreen::SubTab::stats);
+    EXPECT_EQ(store->metrics().tradeCount(), 2);
+    choose(screen->tagButton(), QStringLiteral("All tags"));
+    EXPECT_EQ(store->metrics().tradeCount(), 6);
 }
 
 TEST_F(JournalWindow, DraggingThePathsSliderToItsEndKeepsTheWindowAnswering)

@@ -1,6 +1,6 @@
 #include "DesktopTestMain.h"
 #include "X11TestClient.h"
-#include "app/BackendAreaGrabber.h"
+#include "app/session/BackendAreaGrabber.h"
 #include "monitor/AreaMonitor.h"
 #include "monitor/ArmedFrameDrawing.h"
 #include "platform/x11/AreaPickerOverlay.h"

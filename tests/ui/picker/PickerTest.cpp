@@ -2,7 +2,7 @@
 #include "DesktopTestMain.h"
 #include "X11TestClient.h"
 #include "app/AppSettings.h"
-#include "app/RecorderViewModel.h"
+#include "app/session/RecorderViewModel.h"
 #include "capture/SourceThumbnailer.h"
 #include "platform/x11/X11CaptureBackend.h"
 #include "support/EventLoop.h"

@@ -1,7 +1,7 @@
 #include "DesktopTestMain.h"
 #include "LaunchedWindow.h"
 #include "app/AppSettings.h"
-#include "app/RecorderViewModel.h"
+#include "app/session/RecorderViewModel.h"
 #include "capture/CaptureEngine.h"
 #include "core/HotkeyBinding.h"
 #include "devices/MicCapture.h"

@@ -6,8 +6,8 @@
 
 #include "SampleClip.h"
 #include "app/AppSettings.h"
-#include "app/AreaCommands.h"
-#include "app/RecorderViewModel.h"
+#include "app/session/AreaCommands.h"
+#include "app/session/RecorderViewModel.h"
 #include "journal/ClipMetaStore.h"
 #include "monitor/AreaMonitor.h"
 #include "recorder/SegmentedRecorder.h"
@@ -15,11 +15,11 @@
 #include "ui/AppDelegate.h"
 #include "ui/ContentView.h"
 #include "ui/D1Sidebar.h"
-#include "ui/JournalScreen.h"
 #include "ui/SourcePickerButton.h"
 #include "ui/SourcePickerPopover.h"
 #include "ui/ToastView.h"
 #include "ui/clips/ClipsScreen.h"
+#include "ui/journal/JournalScreen.h"
 #include "ui/kit/Appearance.h"
 #include "ui/settings/SettingsView.h"
 

@@ -1,7 +1,7 @@
 #include "DesktopTestMain.h"
 #include "LaunchedWindow.h"
 #include "app/AppSettings.h"
-#include "app/RecorderViewModel.h"
+#include "app/session/RecorderViewModel.h"
 #include "capture/CaptureEngine.h"
 #include "recorder/SegmentedRecorder.h"
 #include "support/EventLoop.h"
@@ -199,7 +199,7 @@ TEST(WindowProcess, ClosingTheWindowQuitsAndRemovesTheSegmentFolder)
     velotape.setProcessEnvironment(env);
     velotape.start(QStringLiteral(VELOTAPE_BINARY), {});
     ASSERT_TRUE(velotape.waitForStarted());
-    const QDir segments(tmp.filePath(QStringLiteral("Velotape2")));
+    const QDir segments(tmp.filePath(QStringLiteral("velotape")));
     ASSERT_TRUE(spinUntil([&] { return !segments.entryList({ QStringLiteral("segments-*") }, QDir::Dirs).isEmpty(); }));
 
     // As a user does: the window in front, Ctrl+W.

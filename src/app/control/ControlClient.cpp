@@ -1,0 +1,51 @@
+#include "app/control/ControlClient.h"
+
+#include "app/control/ControlProtocol.h"
+
+#include <QElapsedTimer>
+#include <QLocalSocket>
+#include <QTextStream>
+
+#include <unistd.h>
+
+namespace ControlClient {
+
+int send(const QString& socketPath, const QStringList& command, QTextStream& out, QTextStream& err, int timeoutMs,
+    std::optional<uint32_t> ownerUid)
+{
+    QLocalSocket socket;
+    socket.connectToServer(socketPath);
+    if (!socket.waitForConnected(timeoutMs)) {
+        err << "velotape is not running (no answer on " << socketPath << ")\n";
+        return 1;
+    }
+    // Whoever answers must be us: a command is not given away, and an answer is not believed, if
+    // another user's program holds the socket.
+    const std::optional<uint32_t> peer = ControlProtocol::peerUserId(socket.socketDescriptor());
+    if (peer != ownerUid.value_or(::getuid())) {
+        err << "velotape: not talking to " << socketPath << ": a program of another user ("
+            << (peer ? QStringLiteral("uid %1").arg(*peer) : QStringLiteral("unknown uid")) << ") answers there\n";
+        return 1;
+    }
+    socket.write(ControlProtocol::encodeRequest(command));
+    socket.flush();
+    QElapsedTimer timer;
+    timer.start();
+    while (!socket.canReadLine()) {
+        const qint64 left = timeoutMs - timer.elapsed();
+        if (left <= 0 || !socket.waitForReadyRead(int(left))) {
+            if (socket.canReadLine()) break;
+            err << "velotape did not answer\n";
+            return 1;
+        }
+    }
+    const ControlProtocol::Reply reply = ControlProtocol::decodeReply(socket.readLine());
+    if (reply.ok) {
+        out << reply.text << '\n';
+        return 0;
+    }
+    err << reply.text << '\n';
+    return 2;
+}
+
+} // namespace ControlClient

@@ -1,0 +1,179 @@
+#pragma once
+
+#include "capture/CaptureSource.h"
+#include "core/TaskScheduler.h"
+#include "monitor/AreaGrabber.h"
+#include "platform/AreaPicker.h"
+#include "platform/ArmedFrame.h"
+#include "platform/DesktopIntegration.h"
+#include "platform/TextRecognizer.h"
+
+#include <QObject>
+#include <QString>
+
+#include <map>
+#include <memory>
+#include <optional>
+
+class QThreadPool;
+
+class AppSettings;
+class AreaCommands;
+class AreaMonitor;
+class CaptureBackend;
+class CaptureEngine;
+class ClipJournalStore;
+class KeyGrabCheck;
+class LostWindowWatch;
+class MicCapture;
+class MicrophoneBackend;
+class SegmentedRecorder;
+class SourceMemory;
+class SystemAudioBackend;
+
+// The session controller: owns the capture engine, the segment ring and the journal, connects them
+// to each other and to the settings, and is the one object the window, the hotkeys and the command
+// line call to start or stop anything. It also owns the one channel of events to the user, `toast`.
+//
+// Main thread only. Callbacks that arrive elsewhere enter through queued calls, so their effects can
+// come after a later user action.
+class RecorderViewModel : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(CaptureMode captureMode READ captureMode WRITE setCaptureMode NOTIFY captureModeChanged)
+    Q_PROPERTY(std::optional<QString> toast READ toast NOTIFY toastChanged)
+    Q_PROPERTY(std::optional<QString> lastSavedURL READ lastSavedURL NOTIFY lastSavedURLChanged)
+
+public:
+    enum class CaptureMode { manual, areaMonitor };
+
+    // The platform pieces, chosen by the caller (the application, or a test).
+    struct Backends {
+        std::shared_ptr<CaptureBackend> screen;
+        std::shared_ptr<SystemAudioBackend> systemAudio;
+        std::shared_ptr<MicrophoneBackend> microphones; // null: no microphone is ever found
+        std::unique_ptr<TaskScheduler> scheduler; // null: timers on the main loop
+        std::unique_ptr<DesktopIntegration> desktop; // null: no sound, no reveal
+        std::unique_ptr<AreaGrabber> areaGrabber; // null: grabs through `screen`
+        std::unique_ptr<AreaPicker> areaPicker; // null: no region can be drawn
+        std::unique_ptr<ArmedFrame> armedFrame; // null: nothing on the screen says the monitor is armed
+        RecognizerFactory textRecognizer; // null: no P&L is read off saved clips
+        std::shared_ptr<KeyGrabCheck> keyGrabCheck; // null: nobody can tell which keys other programs hold
+    };
+
+    static constexpr auto toastDuration = std::chrono::milliseconds(2800);
+    static constexpr auto restartDebounce = std::chrono::milliseconds(400);
+
+    RecorderViewModel(AppSettings* settings, Backends backends, QObject* parent = nullptr);
+    ~RecorderViewModel() override;
+
+    CaptureMode captureMode() const { return mode; }
+    void setCaptureMode(CaptureMode value);
+    const std::optional<QString>& toast() const { return toastText; }
+    const std::optional<QString>& lastSavedURL() const { return lastSaved; }
+
+    AppSettings* settings() const { return appSettings; }
+    CaptureEngine* engine() const { return captureEngine; }
+    SegmentedRecorder* recorder() const { return segmentRecorder; }
+    ClipJournalStore* journal() const { return journalStore; }
+    AreaMonitor* areaMonitor() const { return monitor; }
+    MicCapture* mic() const { return microphone; }
+    // Opening, showing and trashing files on the desktop; null without one.
+    DesktopIntegration* desktop() const { return backends.desktop.get(); }
+    // Which key combinations other programs hold, for the hotkey pills; null where nobody can tell.
+    const std::shared_ptr<KeyGrabCheck>& keyGrabCheck() const { return backends.keyGrabCheck; }
+    // What the selected source is remembered as, how large it records and what its clips are called.
+    SourceMemory* sourceMemory() const { return sources.get(); }
+    // Arming the monitor, the area it watches, and a drawn region as the capture source.
+    AreaCommands* areaCommands() const { return areas.get(); }
+    bool isPersistenceSuppressed() const { return suppressPersistence; }
+
+    // The two start-up tasks: list the sources and restore the saved one (then persistence
+    // begins), and start the preview. `done` runs when both have finished.
+    void startUp(std::function<void()> done = {});
+
+    // Configures the ring for the selected source and starts the stream; nothing without a source.
+    void startPreview();
+    void startRecording();
+    void stopRecording();
+    // What the save hotkey, the record button and the menu item do: stop a running recording,
+    // start one otherwise.
+    void toggleRecording();
+    void showToast(const QString& text);
+
+    // Reads the P&L off a saved clip, inside the watched area, on a worker thread, and tags the clip
+    // with it unless the user has tagged it already; every outcome ends in a toast. The last step
+    // of the save sequence.
+    void runPnLDetect(const QString& clip);
+
+    // The stream restart: throw the ring away, stop the stream, start the preview again.
+    void restartStream();
+
+    // What the arm hotkey does (AreaCommands::toggleAreaMonitor): disarm an armed monitor, arm a
+    // disarmed one, and say so. Returns the toast it showed.
+    QString toggleAreaMonitor();
+
+    // The listed display or window that a saved descriptor names (the command line's --source).
+    std::optional<CaptureSource> findSource(const QString& descriptor) const;
+
+signals:
+    void captureModeChanged();
+    void toastChanged();
+    void lastSavedURLChanged();
+
+private:
+    // The journal's folder in step with the save folder.
+    void wireJournal();
+    // The segments' audio track in step with the two audio switches; system audio also restarts the
+    // stream, the microphone starts, stops and changes device with its settings.
+    void wireAudio();
+    // The area monitor in step with the settings (sensitivity, area, reference) and the recorder (start, stop).
+    void wireAreaMonitor();
+    // The capture mode and the selected source in step with what the settings remember.
+    void wirePersistence();
+    // The user in step with the end of an export: the save sequence, or the error as a toast.
+    void wireSaveSequence();
+    // The stream in step with the size, rate, cursor and hide-self settings, through one debounce.
+    void wireStreamRestart();
+    // The source in step with a stream that ends by itself, through the lost-window watch.
+    void wireLostWindow();
+    // The armed frame on the screen in step with the monitor's arming and area and the overlay's
+    // settings.
+    void wireArmedFrame();
+
+    void scheduleAutoStopIfNeeded();
+    void runSaveSequence(const QString& path);
+    // The monitor forgets a recording it asked for, whoever ended it.
+    void monitorReset();
+    void setToast(const std::optional<QString>& text);
+    struct PnLReading;
+    // Back on the main thread: writes the detected figure and says what was found.
+    void finishPnLDetect(const QString& clip, const PnLReading& reading);
+    // A source chosen by anyone but the lost-window watch ends its wait, and is saved.
+    void sourceSelected(const std::optional<CaptureSource>& source);
+    // Streams the selected source at the given size with the frame rate, cursor, hide-self and
+    // system audio of the settings.
+    void startStream(int width, int height);
+
+    AppSettings* appSettings;
+    Backends backends;
+    CaptureEngine* captureEngine;
+    SegmentedRecorder* segmentRecorder;
+    AreaMonitor* monitor;
+    MicCapture* microphone;
+    ClipJournalStore* journalStore;
+    std::unique_ptr<SourceMemory> sources;
+    std::unique_ptr<AreaCommands> areas;
+    std::unique_ptr<LostWindowWatch> lostWindows;
+    // The OCR of saved clips, one clip at a time so that recording keeps the other core.
+    QThreadPool* detectPool;
+
+    CaptureMode mode = CaptureMode::manual;
+    std::optional<QString> toastText;
+    std::optional<QString> lastSaved;
+    std::optional<TaskScheduler::Handle> autoStopTask;
+    // Clips saved shorter than asked, with what their save says instead of "Saved:".
+    std::map<QString, QString> shortClips;
+    bool suppressPersistence = true;
+};
+
+QString captureModeRawValue(RecorderViewModel::CaptureMode mode);
