@@ -54,8 +54,7 @@ void CaptureEngine::setSelectedSource(const std::optional<CaptureSource>& source
 void CaptureEngine::setRecorder(SegmentedRecorder* recorder)
 {
     recorderLink = recorder;
-    std::lock_guard lock(audioRoute->mutex);
-    audioRoute->recorder = recorder;
+    route->lock()->recorder = recorder;
 }
 
 SegmentedRecorder* CaptureEngine::recorder() const
@@ -143,15 +142,15 @@ void CaptureEngine::startStream(int w, int h, int fps, bool showCursor, bool hid
     if (hideSelf) configuration.ownWindows = ownWindows;
     setOutputSize(configuration.width, configuration.height);
 
-    {
-        std::lock_guard lock(audioRoute->mutex);
-        audioRoute->sink = audioSink;
-    }
+    route->lock()->audioSink = audioSink;
     auto output = std::make_shared<StreamOutput>();
-    const int queueDepth = configuration.queueDepth;
     auto previews = std::make_shared<PreviewMaker>(previewRequest, clock);
-    output->onFrame = [this, inFlight = framesInFlight, queueDepth, previews](const VideoFrame& frame) {
-        if (inFlight->fetch_add(1) >= queueDepth) {
+    output->onFrame = [this, route = route, inFlight = framesInFlight, previews](const VideoFrame& frame) {
+        // The ring first, from this thread: whatever the main thread is doing.
+        const QPointer<SegmentedRecorder> recorder = route->lock()->recorder;
+        if (SegmentedRecorder* r = recorder.data()) r->ingest(frame);
+        if (inFlight->fetch_add(1) >= framesToWindowLimit) {
+            // The window is behind: it misses this picture, nothing else does.
             inFlight->fetch_sub(1);
             return;
         }
@@ -173,13 +172,17 @@ void CaptureEngine::startStream(int w, int h, int fps, bool showCursor, bool hid
         QMetaObject::invokeMethod(
             this, [this, generation, reason] { streamEnded(generation, reason); }, Qt::QueuedConnection);
     };
-    output->onAudio = [route = audioRoute](const AudioBuffer& buffer) {
+    output->onSkipped = [route = route] {
+        const QPointer<SegmentedRecorder> recorder = route->lock()->recorder;
+        if (SegmentedRecorder* r = recorder.data()) r->dropCounters()->add(DropCounters::Cause::captureBacklog);
+    };
+    output->onAudio = [route = route](const AudioBuffer& buffer) {
         QPointer<SegmentedRecorder> recorder;
         std::function<void(const AudioBuffer&)> sink;
         {
-            std::lock_guard lock(route->mutex);
-            recorder = route->recorder;
-            sink = route->sink;
+            auto locked = route->lock();
+            recorder = locked->recorder;
+            sink = locked->audioSink;
         }
         if (SegmentedRecorder* r = recorder.data()) r->ingestAudio(buffer);
         if (sink) sink(buffer);
@@ -247,7 +250,6 @@ std::optional<CaptureEngine::WindowScope> CaptureEngine::selectedWindowScope() c
 
 void CaptureEngine::handleFrame(const VideoFrame& frame, const QImage& shown)
 {
-    if (SegmentedRecorder* r = recorderLink.data()) r->ingest(frame);
     if (frameSink) frameSink(frame);
     // Turned off while the frame was on its way: the window no longer shows it.
     if (!previewRequest->isEnabled()) return;

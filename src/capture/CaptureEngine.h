@@ -3,6 +3,7 @@
 #include "capture/CaptureSource.h"
 #include "capture/OwnWindows.h"
 #include "capture/PreviewMaker.h"
+#include "core/Guarded.h"
 #include "platform/CaptureBackend.h"
 #include "platform/SystemAudioBackend.h"
 
@@ -27,12 +28,15 @@ class SegmentedRecorder;
 // system's sound); this class holds the rules.
 //
 // Threads: all state lives on the main thread and every method is called there, except where a
-// comment says otherwise. Frames arrive on the backend's capture thread and hop to the main thread
-// (handleFrame); system audio goes from the audio thread straight to the recorder.
+// comment says otherwise. Frames arrive on the backend's capture thread and go from there straight
+// to the recorder, never through the main thread: a busy window cannot hold up the recording. Only
+// the preview (and the frameSink observer) hops to the main thread, a bounded number at a time, and
+// a hop that finds no room is simply skipped: the window may miss previews, the ring misses
+// nothing. System audio goes from the audio thread straight to the recorder as well.
 //
-// The link to the recorder is weak: a recorder that is gone simply receives nothing. Audio reads
-// the link on the audio thread, so whoever destroys the recorder stops the stream first (the
-// session controller keeps both for the life of the process).
+// The link to the recorder is weak: a recorder that is gone simply receives nothing. The capture
+// and audio threads read the link under its lock, so whoever destroys the recorder stops the
+// stream first (the session controller keeps both for the life of the process).
 class CaptureEngine : public QObject {
     Q_OBJECT
     Q_PROPERTY(std::vector<CaptureDisplay> availableDisplays READ availableDisplays NOTIFY availableDisplaysChanged)
@@ -50,6 +54,11 @@ public:
         uint32_t windowID = 0;
         QRectF frame; // global display space
     };
+
+    // Frames on their way to the main thread (for the preview and frameSink) at most. Each holds one
+    // of the capture's few picture buffers until the main thread has handled it: a stalled window
+    // may hold this many, and the rest stay free for the recording.
+    static constexpr int framesToWindowLimit = 2;
 
     // The advice that follows the reason of a failed start.
     static const QString captureFailedAdvice;
@@ -105,8 +114,9 @@ public:
     // The screen, for single grabs (area monitor, thumbnails). Any thread.
     const std::shared_ptr<CaptureBackend>& backend() const { return screen; }
 
-    // Every complete frame: to the recorder first, then to frameSink; a preview made for it on
-    // the capture thread (null when none was due) becomes latestPreview.
+    // Main thread: a frame that the capture thread has already handed to the recorder, on its way
+    // to frameSink; a preview made for it on the capture thread (null when none was due) becomes
+    // latestPreview.
     void handleFrame(const VideoFrame& frame, const QImage& preview = {});
 
     // Whether previews are made at all; on by default. Scaling a large frame down is most of the
@@ -127,8 +137,9 @@ public:
     static ContentFilter makeFilter(
         const CaptureSource& source, bool hideSelf, const std::optional<CaptureApplication>& myApplication);
 
-    // Observers for tests and tools: every frame handleFrame passes on (main thread), every system
-    // audio buffer (audio thread; set before startStream).
+    // Observers for tests and tools: the frames handleFrame passes on (main thread; frames whose hop
+    // found no room are not seen here, though the recorder had them), every system audio buffer
+    // (audio thread; set before startStream).
     std::function<void(const VideoFrame&)> frameSink;
     std::function<void(const AudioBuffer&)> audioSink;
     // The clock of the preview throttle, monotonic nanoseconds; tests put their own here before
@@ -149,11 +160,10 @@ signals:
     void streamStopped(const QString& reason);
 
 private:
-    // What the audio thread may read: the recorder and the observer, under their own lock.
-    struct AudioRoute {
-        std::mutex mutex;
-        QPointer<SegmentedRecorder> recorder; // guarded by mutex
-        std::function<void(const AudioBuffer&)> sink; // guarded by mutex
+    // What the capture and audio threads read: the recorder and the sound's observer.
+    struct Route {
+        QPointer<SegmentedRecorder> recorder;
+        std::function<void(const AudioBuffer&)> audioSink;
     };
 
     void applyContent(const CaptureBackend::ContentResult& result);
@@ -187,14 +197,14 @@ private:
     // Shared with the running stream.
     std::shared_ptr<OwnWindows> ownWindows = std::make_shared<OwnWindows>();
 
-    std::shared_ptr<AudioRoute> audioRoute = std::make_shared<AudioRoute>();
+    const std::shared_ptr<Guarded<Route>> route = std::make_shared<Guarded<Route>>();
     std::shared_ptr<StreamOutput> streamOutput;
     std::unique_ptr<CaptureStream> stream;
     std::unique_ptr<CaptureStream> audioStream;
     // Counts the streams started, so that the end of one is never taken for the end of the next.
     uint64_t streamGeneration = 0;
-    // Frames posted to the main thread and not yet handled; beyond the queue depth new ones drop,
-    // so a stalled main thread cannot pile up frames without bound.
+    // Frames posted to the main thread for the preview and not yet handled; beyond
+    // framesToWindowLimit none are posted, so a stalled main thread holds only that many.
     std::shared_ptr<std::atomic<int>> framesInFlight = std::make_shared<std::atomic<int>>(0);
 
     // Listing runs here; destroyed before the backend it uses.

@@ -14,6 +14,11 @@ void StreamOutput::didOutputAudio(const AudioBuffer& buffer) const
     if (onAudio) onAudio(buffer);
 }
 
+void StreamOutput::didSkipFrame() const
+{
+    if (onSkipped) onSkipped();
+}
+
 void StreamOutput::didStopWithError(const QString& error) const
 {
     logLine(QStringLiteral("Capture stream stopped: ") + error);

@@ -22,6 +22,7 @@ void AreaMonitor::setSensitivity(AreaSensitivity value)
 
 void AreaMonitor::setRect(const std::optional<QRectF>& value)
 {
+    ++pollGeneration;
     const std::optional<QRectF> old = rectValue;
     rectValue = value;
     const bool same = (!old && !value) || (old && value && *old == *value);
@@ -35,6 +36,7 @@ void AreaMonitor::setRect(const std::optional<QRectF>& value)
 
 void AreaMonitor::setRect(const QRectF& value, std::optional<uint32_t> scopedTo, std::optional<QRectF> windowFrame)
 {
+    ++pollGeneration;
     if (!scopedTo || !windowFrame) {
         clearWindowScope();
     } else {
@@ -65,6 +67,7 @@ std::optional<AreaMonitor::ArmFailure> AreaMonitor::arm()
 
 void AreaMonitor::disarm()
 {
+    ++pollGeneration;
     stopTimer();
     setIsArmed(false);
     setPhase(MonitorPhase::idle);
@@ -105,6 +108,7 @@ bool AreaMonitor::captureReferenceOf(
 
 void AreaMonitor::adoptReference(QImage image, const QByteArray& signature)
 {
+    ++pollGeneration;
     referenceSignatureValue = signature;
     setReferenceThumbnail(std::move(image));
     setPhase(isArmedValue ? MonitorPhase::matching : MonitorPhase::idle);
@@ -113,6 +117,7 @@ void AreaMonitor::adoptReference(QImage image, const QByteArray& signature)
 
 void AreaMonitor::clearReference()
 {
+    ++pollGeneration;
     referenceSignatureValue.reset();
     setReferenceThumbnail(std::nullopt);
     if (onReferenceChanged) onReferenceChanged(std::nullopt);
@@ -140,9 +145,47 @@ void AreaMonitor::monitorReset()
 void AreaMonitor::tick()
 {
     if (!rectValue || !referenceSignatureValue) return;
+    compare(liveSignature());
+}
+
+void AreaMonitor::poll()
+{
+    if (!rectValue || !referenceSignatureValue || !grabber || pollInFlight) return;
+    pollInFlight = true;
+    const bool scoped = scopedWindowIDValue && windowLocalRectValue;
+    const QRectF area = rectValue.value_or(QRectF());
+    const std::optional<uint32_t> windowID = scoped ? scopedWindowIDValue : std::nullopt;
+    const std::optional<QRectF> windowLocal = scoped ? windowLocalRectValue : std::nullopt;
+    // The grabber outlives the queue's tasks (see `grabs`), and a result posted to a monitor that
+    // has gone is discarded with its other posted events.
+    grabs.async([this, g = grabber.get(), area, windowID, windowLocal, generation = pollGeneration] {
+        std::optional<QByteArray> live = signatureOf(*g, area, windowID, windowLocal);
+        QMetaObject::invokeMethod(
+            this,
+            [this, live = std::move(live), generation] {
+                pollInFlight = false;
+                if (generation != pollGeneration || !isArmedValue || !rectValue || !referenceSignatureValue) return;
+                compare(live);
+            },
+            Qt::QueuedConnection);
+    });
+}
+
+std::optional<QByteArray> AreaMonitor::signatureOf(AreaGrabber& grabber, const QRectF& area,
+    std::optional<uint32_t> windowID, const std::optional<QRectF>& windowLocal)
+{
+    if (!windowID || !windowLocal) return grabber.signatureOfRect(area);
+    // The grab follows the window: see grabTargetOf.
+    const std::optional<QRectF> frame = grabber.windowFrame(*windowID);
+    if (!frame) return std::nullopt;
+    return grabber.signatureOfWindowRect(
+        *windowID, QRectF(frame->topLeft() + windowLocal->topLeft(), windowLocal->size()));
+}
+
+void AreaMonitor::compare(const std::optional<QByteArray>& live)
+{
     // A tick that can't see the area leaves everything as it was; the streak is timed by the
     // clock, so a failed tick neither breaks nor extends it.
-    const std::optional<QByteArray> live = liveSignature();
     if (!live) return;
     const double diff = AreaSignature::difference(*referenceSignatureValue, *live);
     setCurrentDiff(diff);
@@ -222,7 +265,7 @@ void AreaMonitor::startTimer()
     stopTimer();
     timer = new QTimer(this);
     timer->setInterval(std::chrono::milliseconds(static_cast<int>(pollInterval * 1000)));
-    connect(timer, &QTimer::timeout, this, &AreaMonitor::tick);
+    connect(timer, &QTimer::timeout, this, &AreaMonitor::poll);
     timer->start();
 }
 

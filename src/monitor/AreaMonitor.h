@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/SerialQueue.h"
 #include "core/SettingsEnums.h"
 #include "monitor/AreaGrabber.h"
 
@@ -22,8 +23,15 @@ class QTimer;
 // threshold asks for a recording; 3 seconds of uninterrupted match end the one it asked for.
 //
 // It owns no recorder and no window: it talks to its owner through the callbacks below, and sees
-// the screen only through an AreaGrabber. Main thread only, everything, including the callbacks,
-// which are called synchronously from tick() and disarm().
+// the screen only through an AreaGrabber.
+//
+// Threads: the state and every method are the main thread's, and so are the callbacks, which are
+// called synchronously from tick(), disarm() and the poll's results. The poll's grabs (the window's
+// present place and the area's signature) run on the monitor's own thread ("vt2.monitor.grabs"),
+// one at a time: a slow grab never holds up the window, and a poll that finds the last grab still
+// running is skipped. Its result comes back to the main thread by a queued call; one that finds the
+// area or its reference changed since it was asked for is thrown away.
+
 class AreaMonitor : public QObject {
     Q_OBJECT
 
@@ -49,7 +57,9 @@ public:
     // Seconds between ticks while armed.
     static constexpr double pollInterval = 0.25;
 
-    // A null grabber makes every grab fail. Without a clock, the steady clock is used.
+    // A null grabber makes every grab fail. Without a clock, the steady clock is used. The grabber
+    // is called on the main thread and on the monitor's thread, never on both at once for a poll,
+    // but a reference may be taken while a poll's grab runs: it must be safe for that.
     explicit AreaMonitor(std::unique_ptr<AreaGrabber> grabber, Clock clock = {}, QObject* parent = nullptr);
     ~AreaMonitor() override;
 
@@ -104,8 +114,8 @@ public:
     // ends, whoever stopped it, so a recording stopped by hand is no longer the monitor's.
     void monitorReset();
 
-    // One comparison. The poll timer calls it; public so that a test can drive the state table
-    // with its own clock.
+    // One comparison, grabbing here and now; public so that a test can drive the state table with
+    // its own clock. The poll timer does the same with the grab on the monitor's thread.
     void tick();
 
     // Called when a tick first finds the area changed, and when it has matched again for 3 s.
@@ -139,6 +149,13 @@ private:
     void adoptReference(QImage image, const QByteArray& signature);
     // The signature alone, for a tick: the grabber may get it without making the picture.
     std::optional<QByteArray> liveSignature();
+    // The signature of the area as it is now (none when it can't be seen), on any thread.
+    static std::optional<QByteArray> signatureOf(AreaGrabber& grabber, const QRectF& area,
+        std::optional<uint32_t> windowID, const std::optional<QRectF>& windowLocal);
+    // The poll timer: places a grab on `grabs` unless one is still running.
+    void poll();
+    // The state table, on the signature a tick found.
+    void compare(const std::optional<QByteArray>& live);
     void startTimer();
     void stopTimer();
     void setPhase(MonitorPhase value);
@@ -162,4 +179,11 @@ private:
     std::optional<std::chrono::steady_clock::time_point> matchStreakStartValue;
     bool selfTriggeredRecordingValue = false;
     bool hydrating = false;
+    // A poll's grab is on its way; the next poll waits for it.
+    bool pollInFlight = false;
+    // Raised whenever the area or its reference changes or the monitor disarms: a poll's result
+    // from before is about something else.
+    uint64_t pollGeneration = 0;
+    // Last: destroyed first, so that a grab still running finishes while the grabber exists.
+    SerialQueue grabs { QStringLiteral("vt2.monitor.grabs") };
 };

@@ -43,15 +43,20 @@ int64_t AudioMixer::positionOf(const MediaTime& time)
     return time.convertScale(sampleRate).value;
 }
 
-void AudioMixer::push(Input input, const AudioBuffer& buffer)
+AudioMixer::Pushed AudioMixer::push(Input input, const AudioBuffer& buffer)
 {
-    if (!buffer.pts.isNumeric() || buffer.sampleRate <= 0 || buffer.channels <= 0 || buffer.frameCount() == 0) return;
+    if (!buffer.pts.isNumeric() || buffer.sampleRate <= 0 || buffer.channels <= 0 || buffer.frameCount() == 0)
+        return Pushed::taken;
     Lane& lane = lanes[size_t(input)];
-    if (lane.lastPts.isValid() && !(buffer.pts > lane.lastPts)) return;
-    lane.lastPts = buffer.pts;
+    if (lane.lastPts.isValid() && !(buffer.pts > lane.lastPts)) return Pushed::late;
     const int64_t position = positionOf(buffer.pts);
     const double step = double(buffer.sampleRate) / sampleRate; // input samples per output sample
     const double span = double(buffer.frameCount()) / step; // the buffer's length at the track's rate
+    // Also what a gap before it would fill with silence: a time stamp far in the future must not
+    // make a lane of minutes.
+    if (clock != std::numeric_limits<int64_t>::max() && double(position) + span > double(clock + maxAheadSamples))
+        return Pushed::tooFarAhead;
+    lane.lastPts = buffer.pts;
 
     const bool continues = lane.continuable && std::abs(double(position) - lane.expectedPosition) <= jitterSamples;
     int64_t skip = 0; // output samples of this buffer that the lane has had already
@@ -93,6 +98,7 @@ void AudioMixer::push(Input input, const AudioBuffer& buffer)
     lane.readPosition = read - double(n);
     lane.previous = mono.back();
     mix();
+    return Pushed::taken;
 }
 
 void AudioMixer::endInput(Input input)

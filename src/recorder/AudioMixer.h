@@ -21,7 +21,9 @@
 // An input that jumps (samples lost, a restart) starts again at its new time; a small overlap with
 // what it gave before loses the overlapping head. Once told the time on the capture clock, the mix
 // goes no further than it: a source that renders ahead of the clock (seconds of sound delivered at
-// once) waits in its lane for its moment and pushes nothing of the other out as late.
+// once) waits in its lane for its moment and pushes nothing of the other out as late. What lies
+// more than `maxAheadSamples` beyond the clock is refused, so that a lane never holds more than a
+// few seconds, whatever time stamps a source sends.
 //
 // Pure: no audio system, no threads. Not thread-safe (the ring calls it on its queue).
 class AudioMixer {
@@ -31,6 +33,8 @@ public:
     static constexpr int sampleRate = 44100;
     // How far an input may fall behind the other before the mix goes on without it.
     static constexpr int64_t maxWaitSamples = sampleRate / 5;
+    // How far beyond the capture clock a lane holds sound.
+    static constexpr int64_t maxAheadSamples = 5 * sampleRate;
     // Buffers closer than this to where an input's last one ended continue it (clock jitter).
     static constexpr int64_t jitterSamples = sampleRate / 100;
     // The limiter's ceiling and the time it takes to give the gain back after a peak.
@@ -38,11 +42,17 @@ public:
     static constexpr double releaseSeconds = 0.05;
 
     using Output = std::function<void(const AudioBuffer&)>;
+    // What became of a pushed buffer.
+    enum class Pushed {
+        taken, // also a buffer that carries nothing
+        late, // it does not move past the input's last buffer: dropped whole
+        tooFarAhead, // it ends more than maxAheadSamples beyond the clock: dropped whole
+    };
 
     explicit AudioMixer(Output output);
 
     // A buffer of `input` in its own format and rate; whatever can be mixed now goes out.
-    void push(Input input, const AudioBuffer& buffer);
+    Pushed push(Input input, const AudioBuffer& buffer);
     // `input` has stopped: what it gave is mixed as the other goes on, and it holds nothing back.
     void endInput(Input input);
     // The capture clock has reached `time` (it never goes back): what can be mixed up to it goes out.

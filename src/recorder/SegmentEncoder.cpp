@@ -1,5 +1,6 @@
 #include "recorder/SegmentEncoder.h"
 
+#include "core/Guarded.h"
 #include "media/AudioEncoder.h"
 #include "media/FFmpegHandles.h"
 #include "media/HevcEncoderChoice.h"
@@ -39,33 +40,6 @@ int64_t toTicks(const MediaTime& t, int64_t scale)
 
 } // namespace
 
-struct SegmentEncoder::File {
-    QString path;
-    VideoSettings video;
-    bool withAudio = false;
-
-    // Guarded by Impl::mutex.
-    Status status = Status::unknown;
-    QString errorText;
-    MediaTime start;
-    MediaTime end; // invalid until the span ends
-    bool ended = false; // no more pictures come
-    bool awaitSound = true;
-    bool forced = false; // complete now, with what sound there is
-
-    // The encoder's thread only (and openFile before any packet).
-    OutputFormatPtr muxer;
-    AVStream* videoStream = nullptr;
-    AVStream* audioStream = nullptr;
-    bool headerWritten = false;
-    PacketPtr heldVideo; // written once the next packet, or the end, tells its duration
-    int64_t lastVideoPts = INT64_MIN; // in videoTicks from start
-    int64_t lastVideoInterval = 0;
-    int64_t lastKeyPts = INT64_MIN;
-    int framesSinceKey = 0;
-    bool endReached = false; // the thread has taken every picture queued before the end
-};
-
 struct SegmentEncoder::Impl {
     struct Item {
         enum class Kind { open, video, audio, end, force, abandon } kind = Kind::video;
@@ -73,15 +47,21 @@ struct SegmentEncoder::Impl {
         VideoFrame frame;
         AudioBuffer audio;
     };
+    // What the callers and the encoder's thread share: the work waiting for the thread. Every
+    // file's shared progress (File::Shared) is under the same lock.
+    struct Queue {
+        std::deque<Item> items;
+        int videoQueued = 0;
+        int audioQueued = 0;
+        bool stopping = false;
+        bool realTime = true;
+        bool hasRoom(bool video) const { return video ? videoQueued < videoCapacity : audioQueued < audioCapacity; }
+    };
+    using Locked = Guarded<Queue>::Locked;
 
-    mutable std::mutex mutex;
+    Guarded<Queue> queue;
     std::condition_variable wake; // the encoder's thread: work or an end
-    mutable std::condition_variable room; // producers of a paced encoder, and finishers
-    std::deque<Item> items; // guarded by mutex
-    int videoQueued = 0; // guarded by mutex
-    int audioQueued = 0; // guarded by mutex
-    bool stopping = false; // guarded by mutex
-    bool realTime = true; // guarded by mutex
+    std::condition_variable room; // producers of a paced encoder, and finishers
     std::thread thread;
 
     std::shared_ptr<HevcEncoderChoice> choice; // set before the thread starts
@@ -110,15 +90,16 @@ struct SegmentEncoder::Impl {
     int writeVideoPacket(AVPacket* packet);
     int writeAudioPacket(AVPacket* packet);
     // The newest file with sound whose span holds `t`.
-    std::shared_ptr<File> soundFileAt(const MediaTime& t) const;
+    std::shared_ptr<File> soundFileAt(const MediaTime& t);
     bool writeHeader(File& file);
     int writeHeld(File& file, int64_t duration);
     void tryComplete(const std::shared_ptr<File>& file);
     void complete(const std::shared_ptr<File>& file);
     void fail(File& file, const QString& text);
     void setStatus(File& file, Status status);
-    bool hasRoom(bool video) const { return video ? videoQueued < videoCapacity : audioQueued < audioCapacity; }
     bool push(Item item, bool video);
+    // The file's status, read under the lock (the encoder's thread).
+    Status statusOf(File& file);
     PacketSink videoSink()
     {
         return [this](AVPacket* p) { return writeVideoPacket(p); };
@@ -127,6 +108,42 @@ struct SegmentEncoder::Impl {
     {
         return [this](AVPacket* p) { return writeAudioPacket(p); };
     }
+};
+
+struct SegmentEncoder::File {
+    QString path;
+    VideoSettings video;
+    bool withAudio = false;
+
+    // The file's progress as its callers and the encoder's thread both see it.
+    struct Shared {
+        Status status = Status::unknown;
+        QString errorText;
+        MediaTime start;
+        MediaTime end; // invalid until the span ends
+        bool ended = false; // no more pictures come
+        bool awaitSound = true;
+        bool forced = false; // complete now, with what sound there is
+    };
+    // Only with the encoder's lock held, which the caller shows by passing it.
+    Shared& shared(Impl::Locked&) { return sharedState; }
+    const Shared& shared(Impl::Locked&) const { return sharedState; }
+
+    // The encoder's thread only (and openFile before any packet).
+    MediaTime origin; // the span's start, copied from Shared when the thread takes the file on
+    OutputFormatPtr muxer;
+    AVStream* videoStream = nullptr;
+    AVStream* audioStream = nullptr;
+    bool headerWritten = false;
+    PacketPtr heldVideo; // written once the next packet, or the end, tells its duration
+    int64_t lastVideoPts = INT64_MIN; // in videoTicks from start
+    int64_t lastVideoInterval = 0;
+    int64_t lastKeyPts = INT64_MIN;
+    int framesSinceKey = 0;
+    bool endReached = false; // the thread has taken every picture queued before the end
+
+private:
+    Shared sharedState;
 };
 
 SegmentEncoder::SegmentEncoder(std::shared_ptr<HevcEncoderChoice> choice)
@@ -138,19 +155,17 @@ SegmentEncoder::SegmentEncoder(std::shared_ptr<HevcEncoderChoice> choice)
 
 SegmentEncoder::~SegmentEncoder()
 {
-    {
-        std::lock_guard lock(impl->mutex);
-        impl->stopping = true;
-    }
+    impl->queue.lock()->stopping = true;
     impl->wake.notify_all();
     impl->room.notify_all();
     if (impl->thread.joinable()) impl->thread.join();
     // What was not finished stays as it was: the ring removes such files.
     for (const auto& file : impl->live) {
-        std::lock_guard lock(impl->mutex);
-        if (file->status == Status::writing || file->status == Status::unknown) {
-            file->status = Status::failed;
-            if (file->errorText.isEmpty()) file->errorText = QStringLiteral("abandoned");
+        auto locked = impl->queue.lock();
+        File::Shared& f = file->shared(locked);
+        if (f.status == Status::writing || f.status == Status::unknown) {
+            f.status = Status::failed;
+            if (f.errorText.isEmpty()) f.errorText = QStringLiteral("abandoned");
         }
     }
     impl->room.notify_all();
@@ -158,8 +173,7 @@ SegmentEncoder::~SegmentEncoder()
 
 void SegmentEncoder::setExpectsMediaDataInRealTime(bool realTime)
 {
-    std::lock_guard lock(impl->mutex);
-    impl->realTime = realTime;
+    impl->queue.lock()->realTime = realTime;
     impl->room.notify_all();
 }
 
@@ -172,9 +186,14 @@ std::shared_ptr<SegmentEncoder::File> SegmentEncoder::openFile(
     file->withAudio = withAudio;
     file->heldVideo.reset(av_packet_alloc());
     bool created = false;
+    // Nobody else knows the file yet; the lock is taken all the same, since its state is only
+    // reachable that way.
     auto failed = [&](const QString& text) {
-        file->status = Status::failed;
-        file->errorText = text;
+        {
+            auto locked = impl->queue.lock();
+            file->shared(locked).status = Status::failed;
+            file->shared(locked).errorText = text;
+        }
         file->muxer.reset();
         if (created) QFile::remove(path);
         return file;
@@ -195,17 +214,19 @@ std::shared_ptr<SegmentEncoder::File> SegmentEncoder::openFile(
     file->muxer.reset(raw);
     rc = avio_open(&file->muxer->pb, path.toUtf8().constData(), AVIO_FLAG_WRITE);
     if (rc < 0) return failed(avErrorText(rc));
-    file->status = Status::writing;
+    auto locked = impl->queue.lock();
+    file->shared(locked).status = Status::writing;
     return file;
 }
 
 void SegmentEncoder::beginFile(const std::shared_ptr<File>& file, const MediaTime& start)
 {
     {
-        std::lock_guard lock(impl->mutex);
-        if (file->status != Status::writing || file->start.isValid()) return;
-        file->start = start;
-        impl->items.push_back({ Impl::Item::Kind::open, file, {}, {} });
+        auto locked = impl->queue.lock();
+        File::Shared& f = file->shared(locked);
+        if (f.status != Status::writing || f.start.isValid()) return;
+        f.start = start;
+        locked->items.push_back({ Impl::Item::Kind::open, file, {}, {} });
     }
     impl->wake.notify_one();
 }
@@ -213,10 +234,11 @@ void SegmentEncoder::beginFile(const std::shared_ptr<File>& file, const MediaTim
 void SegmentEncoder::abandonFile(const std::shared_ptr<File>& file)
 {
     {
-        std::lock_guard lock(impl->mutex);
-        if (file->status != Status::writing) return;
-        file->ended = true;
-        impl->items.push_back({ Impl::Item::Kind::abandon, file, {}, {} });
+        auto locked = impl->queue.lock();
+        File::Shared& f = file->shared(locked);
+        if (f.status != Status::writing) return;
+        f.ended = true;
+        locked->items.push_back({ Impl::Item::Kind::abandon, file, {}, {} });
     }
     impl->wake.notify_one();
 }
@@ -224,30 +246,38 @@ void SegmentEncoder::abandonFile(const std::shared_ptr<File>& file)
 bool SegmentEncoder::Impl::push(Item item, bool video)
 {
     {
-        std::unique_lock lock(mutex);
-        if (!realTime) room.wait(lock, [&] { return stopping || hasRoom(video); });
-        if (stopping || !hasRoom(video)) return false;
-        if (item.file && (item.file->status != Status::writing || item.file->ended || !item.file->start.isValid()))
-            return false;
-        items.push_back(std::move(item));
-        (video ? videoQueued : audioQueued)++;
+        auto locked = queue.lock();
+        if (!locked->realTime) locked.wait(room, [&](const Queue& q) { return q.stopping || q.hasRoom(video); });
+        if (locked->stopping || !locked->hasRoom(video)) return false;
+        if (item.file) {
+            const File::Shared& f = item.file->shared(locked);
+            if (f.status != Status::writing || f.ended || !f.start.isValid()) return false;
+        }
+        locked->items.push_back(std::move(item));
+        (video ? locked->videoQueued : locked->audioQueued)++;
     }
     wake.notify_one();
     return true;
 }
 
+SegmentEncoder::Status SegmentEncoder::Impl::statusOf(File& file)
+{
+    auto locked = queue.lock();
+    return file.shared(locked).status;
+}
+
 bool SegmentEncoder::isReadyForMoreMediaData() const
 {
-    std::unique_lock lock(impl->mutex);
-    if (!impl->realTime) impl->room.wait(lock, [this] { return impl->stopping || impl->hasRoom(true); });
-    return !impl->stopping && impl->hasRoom(true);
+    auto locked = impl->queue.lock();
+    if (!locked->realTime) locked.wait(impl->room, [](const Impl::Queue& q) { return q.stopping || q.hasRoom(true); });
+    return !locked->stopping && locked->hasRoom(true);
 }
 
 bool SegmentEncoder::isReadyForMoreAudioData() const
 {
-    std::unique_lock lock(impl->mutex);
-    if (!impl->realTime) impl->room.wait(lock, [this] { return impl->stopping || impl->hasRoom(false); });
-    return !impl->stopping && impl->hasRoom(false);
+    auto locked = impl->queue.lock();
+    if (!locked->realTime) locked.wait(impl->room, [](const Impl::Queue& q) { return q.stopping || q.hasRoom(false); });
+    return !locked->stopping && locked->hasRoom(false);
 }
 
 bool SegmentEncoder::append(const std::shared_ptr<File>& file, const VideoFrame& frame)
@@ -265,52 +295,54 @@ bool SegmentEncoder::appendAudio(const AudioBuffer& buffer)
 void SegmentEncoder::endFile(const std::shared_ptr<File>& file, const MediaTime& end, bool awaitSound)
 {
     {
-        std::lock_guard lock(impl->mutex);
-        if (file->ended) return;
-        file->ended = true;
-        file->end = end;
-        file->awaitSound = awaitSound;
-        impl->items.push_back({ Impl::Item::Kind::end, file, {}, {} });
+        auto locked = impl->queue.lock();
+        File::Shared& f = file->shared(locked);
+        if (f.ended) return;
+        f.ended = true;
+        f.end = end;
+        f.awaitSound = awaitSound;
+        locked->items.push_back({ Impl::Item::Kind::end, file, {}, {} });
     }
     impl->wake.notify_one();
 }
 
 SegmentEncoder::Status SegmentEncoder::finishFile(const std::shared_ptr<File>& file, int graceMs)
 {
-    std::unique_lock lock(impl->mutex);
-    auto done = [&] { return file->status != Status::writing && file->status != Status::unknown; };
-    if (!file->start.isValid() && file->status == Status::writing) {
-        file->status = Status::failed;
-        file->errorText = QStringLiteral("writing never started");
+    auto locked = impl->queue.lock();
+    File::Shared& f = file->shared(locked);
+    auto done = [&f](const Impl::Queue&) { return f.status != Status::writing && f.status != Status::unknown; };
+    if (!f.start.isValid() && f.status == Status::writing) {
+        f.status = Status::failed;
+        f.errorText = QStringLiteral("writing never started");
     }
-    if (!file->ended) {
-        file->ended = true;
-        impl->items.push_back({ Impl::Item::Kind::end, file, {}, {} });
+    if (!f.ended) {
+        f.ended = true;
+        locked->items.push_back({ Impl::Item::Kind::end, file, {}, {} });
         impl->wake.notify_one();
     }
-    if (!impl->room.wait_for(lock, std::chrono::milliseconds(graceMs), done)) {
+    if (!locked.waitFor(impl->room, std::chrono::milliseconds(graceMs), done)) {
         // The sound of its last moments did not come in time (a stalled or silent source).
-        impl->items.push_back({ Impl::Item::Kind::force, file, {}, {} });
+        locked->items.push_back({ Impl::Item::Kind::force, file, {}, {} });
         impl->wake.notify_one();
-        impl->room.wait(lock, [&] { return done() || impl->stopping; });
+        locked.wait(impl->room, [&](const Impl::Queue& q) { return done(q) || q.stopping; });
     }
-    if (!done()) {
-        file->status = Status::failed;
-        file->errorText = QStringLiteral("abandoned");
+    if (!done(*locked)) {
+        f.status = Status::failed;
+        f.errorText = QStringLiteral("abandoned");
     }
-    return file->status;
+    return f.status;
 }
 
 SegmentEncoder::Status SegmentEncoder::status(const File& file) const
 {
-    std::lock_guard lock(impl->mutex);
-    return file.status;
+    auto locked = impl->queue.lock();
+    return file.shared(locked).status;
 }
 
 QString SegmentEncoder::error(const File& file) const
 {
-    std::lock_guard lock(impl->mutex);
-    return file.errorText;
+    auto locked = impl->queue.lock();
+    return file.shared(locked).errorText;
 }
 
 // ---- the encoder's thread ----
@@ -320,13 +352,14 @@ void SegmentEncoder::Impl::run()
     for (;;) {
         Item item;
         {
-            std::unique_lock lock(mutex);
-            wake.wait(lock, [this] { return stopping || !items.empty(); });
-            if (stopping) return;
-            item = std::move(items.front());
-            items.pop_front();
-            if (item.kind == Item::Kind::video) --videoQueued;
-            if (item.kind == Item::Kind::audio) --audioQueued;
+            auto locked = queue.lock();
+            locked.wait(wake, [](const Queue& q) { return q.stopping || !q.items.empty(); });
+            if (locked->stopping) return;
+            item = std::move(locked->items.front());
+            locked->items.pop_front();
+            if (item.kind == Item::Kind::video) --locked->videoQueued;
+            if (item.kind == Item::Kind::audio) --locked->audioQueued;
+            if (item.kind == Item::Kind::open) item.file->origin = item.file->shared(locked).start;
         }
         room.notify_all();
         switch (item.kind) {
@@ -337,18 +370,18 @@ void SegmentEncoder::Impl::run()
             encodeAudio(item.audio);
             break;
         case Item::Kind::open:
-            if (item.file->status == Status::writing) live.push_back(item.file);
+            if (statusOf(*item.file) == Status::writing) live.push_back(item.file);
             break;
         case Item::Kind::end:
             item.file->endReached = true;
             tryComplete(item.file);
             break;
         case Item::Kind::abandon:
-            if (item.file->status == Status::writing) fail(*item.file, QStringLiteral("abandoned"));
+            if (statusOf(*item.file) == Status::writing) fail(*item.file, QStringLiteral("abandoned"));
             break;
         case Item::Kind::force: {
-            std::lock_guard lock(mutex);
-            item.file->forced = true;
+            auto locked = queue.lock();
+            item.file->shared(locked).forced = true;
         }
             tryComplete(item.file);
             break;
@@ -359,9 +392,10 @@ void SegmentEncoder::Impl::run()
 void SegmentEncoder::Impl::fail(File& file, const QString& text)
 {
     {
-        std::lock_guard lock(mutex);
-        if (file.errorText.isEmpty()) file.errorText = text;
-        file.status = Status::failed;
+        auto locked = queue.lock();
+        File::Shared& f = file.shared(locked);
+        if (f.errorText.isEmpty()) f.errorText = text;
+        f.status = Status::failed;
     }
     if (file.muxer) {
         if (file.muxer->pb) avio_closep(&file.muxer->pb);
@@ -374,8 +408,8 @@ void SegmentEncoder::Impl::fail(File& file, const QString& text)
 void SegmentEncoder::Impl::setStatus(File& file, Status status)
 {
     {
-        std::lock_guard lock(mutex);
-        file.status = status;
+        auto locked = queue.lock();
+        file.shared(locked).status = status;
     }
     room.notify_all();
 }
@@ -406,7 +440,7 @@ bool SegmentEncoder::Impl::writeHeader(File& file)
 
 void SegmentEncoder::Impl::encodeVideo(const std::shared_ptr<File>& file, const VideoFrame& frame)
 {
-    if (file->status != Status::writing) return;
+    if (statusOf(*file) != Status::writing) return;
     // The sound may need its encoder before the first picture makes the header.
     if (file->withAudio && !audioEncoder) {
         QString error;
@@ -434,7 +468,7 @@ void SegmentEncoder::Impl::encodeVideo(const std::shared_ptr<File>& file, const 
     }
     if (!file->headerWritten && !writeHeader(*file)) return;
 
-    const int64_t offset = toTicks(frame.pts - file->start, videoTicks);
+    const int64_t offset = toTicks(frame.pts - file->origin, videoTicks);
     // Before the file's start, or a time that does not move forward: it cannot be muxed, and that
     // one picture goes rather than the file.
     if (offset < 0 || offset <= file->lastVideoPts) return;
@@ -461,16 +495,16 @@ void SegmentEncoder::Impl::encodeVideo(const std::shared_ptr<File>& file, const 
     }
 }
 
-std::shared_ptr<SegmentEncoder::File> SegmentEncoder::Impl::soundFileAt(const MediaTime& t) const
+std::shared_ptr<SegmentEncoder::File> SegmentEncoder::Impl::soundFileAt(const MediaTime& t)
 {
     std::shared_ptr<File> found;
     for (const auto& file : live) {
         if (!file->withAudio) continue;
-        MediaTime start, end;
+        const MediaTime start = file->origin;
+        MediaTime end;
         {
-            std::lock_guard lock(mutex);
-            start = file->start;
-            end = file->end;
+            auto locked = queue.lock();
+            end = file->shared(locked).end;
         }
         // A span holds its end too: the last picture may be at the very moment it ended. At a
         // boundary the newer file, which starts there, takes it.
@@ -489,7 +523,7 @@ int SegmentEncoder::Impl::writeVideoPacket(AVPacket* packet)
     const Sent sent = sentPictures.front();
     sentPictures.pop_front();
     const std::shared_ptr<File> file = sent.file.lock();
-    if (!file || !file->headerWritten || file->status != Status::writing) return 0; // gone with its file
+    if (!file || !file->headerWritten || statusOf(*file) != Status::writing) return 0; // gone with its file
     File& f = *file;
     const int64_t pts = sent.filePts;
     packet->pts = packet->dts = pts;
@@ -527,8 +561,8 @@ void SegmentEncoder::Impl::encodeAudio(const AudioBuffer& buffer)
                 first = file;
                 break;
             }
-        if (!first || buffer.end() <= first->start) return;
-        audioZero = first->start;
+        if (!first || buffer.end() <= first->origin) return;
+        audioZero = first->origin;
     }
     int64_t position = toTicks(buffer.pts - audioZero, AudioEncoder::sampleRate);
     if (audioEncoder->endPosition() >= 0 && position - audioEncoder->endPosition() > AudioEncoder::sampleRate) {
@@ -565,14 +599,14 @@ int SegmentEncoder::Impl::writeAudioPacket(AVPacket* packet)
     if (!file) {
         // The encoder's priming comes just before the first file's start: it belongs to it.
         for (const auto& f : live)
-            if (f->withAudio && t < f->start && (f->start - t).seconds() < 0.1) {
+            if (f->withAudio && t < f->origin && (f->origin - t).seconds() < 0.1) {
                 file = f;
                 break;
             }
     }
     if (!file || !file->headerWritten || !file->audioStream) return 0;
     File& f = *file;
-    const int64_t offset = toTicks(f.start - audioZero, AudioEncoder::sampleRate);
+    const int64_t offset = toTicks(f.origin - audioZero, AudioEncoder::sampleRate);
     packet->pts -= offset;
     packet->dts -= offset;
     packet->stream_index = f.audioStream->index;
@@ -585,15 +619,18 @@ int SegmentEncoder::Impl::writeAudioPacket(AVPacket* packet)
 void SegmentEncoder::Impl::tryComplete(const std::shared_ptr<File>& file)
 {
     bool ended = false, awaitSound = true, forced = false;
+    Status status = Status::unknown;
     MediaTime end;
     {
-        std::lock_guard lock(mutex);
-        ended = file->ended;
-        awaitSound = file->awaitSound;
-        forced = file->forced;
-        end = file->end;
+        auto locked = queue.lock();
+        const File::Shared& f = file->shared(locked);
+        ended = f.ended;
+        awaitSound = f.awaitSound;
+        forced = f.forced;
+        end = f.end;
+        status = f.status;
     }
-    if (!ended || !file->endReached || file->status != Status::writing) return;
+    if (!ended || !file->endReached || status != Status::writing) return;
     const bool soundIn = !file->withAudio || !audioEncoder || !awaitSound || !end.isNumeric()
         || (soundEncodedUntil.isValid() && !(soundEncodedUntil < end));
     if (!soundIn && !forced) return;
@@ -605,8 +642,8 @@ void SegmentEncoder::Impl::complete(const std::shared_ptr<File>& file)
     File& f = *file;
     MediaTime end;
     {
-        std::lock_guard lock(mutex);
-        end = f.end;
+        auto locked = queue.lock();
+        end = f.shared(locked).end;
     }
     if (f.withAudio && audioEncoder && audioZero.isValid() && !end.isNumeric()) {
         // A file with no end in time (a writer on its own): everything the sound encoder holds
@@ -622,12 +659,12 @@ void SegmentEncoder::Impl::complete(const std::shared_ptr<File>& file)
         audioEncoder->padTo(endPosition + 2 * audioEncoder->context()->frame_size, audioSink());
     }
     if (!f.headerWritten && !writeHeader(f)) {
-        if (f.status == Status::writing) fail(f, QStringLiteral("no picture was written"));
+        if (statusOf(f) == Status::writing) fail(f, QStringLiteral("no picture was written"));
         return;
     }
     int rc = 0;
     if (f.heldVideo->data) {
-        const int64_t endOffset = end.isNumeric() ? toTicks(end - f.start, videoTicks) : INT64_MIN;
+        const int64_t endOffset = end.isNumeric() ? toTicks(end - f.origin, videoTicks) : INT64_MIN;
         const int64_t fallback = videoTicks / std::max(1, f.video.expectedFPS);
         int64_t duration = f.lastVideoInterval > 0 ? f.lastVideoInterval : fallback;
         if (endOffset > f.heldVideo->pts) duration = endOffset - f.heldVideo->pts;

@@ -7,7 +7,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QTimer>
 #include <QUuid>
 
 #include <algorithm>
@@ -34,20 +33,16 @@ QString orQuestionMark(const QString& text)
 SegmentedRecorder::SegmentedRecorder(QObject* parent)
     : QObject(parent)
     , clock([] { return MediaTime::fromNanoseconds(monotonicNanoseconds()); })
-    , clockTicker(new QTimer(this))
-    , anchor(std::make_shared<Anchor>())
+    , anchor(std::make_shared<Anchor>(std::in_place, this))
 {
-    anchor->recorder = this;
     // Placed for the default rates; configure moves it while nothing is in it yet.
     segmentFolder = std::make_unique<SegmentFolder>(ringBytes());
-    segmentsDir = segmentFolder->path();
+    *segmentsDir.lock() = segmentFolder->path();
     folderThere = segmentFolder->exists();
     writerFactory = [](const QString& path, std::shared_ptr<SegmentEncoder> shared) {
         return std::make_unique<SegmentWriter>(path, std::move(shared));
     };
     encoder = std::make_shared<SegmentEncoder>();
-    clockTicker->setInterval(clockTickMilliseconds);
-    connect(clockTicker, &QTimer::timeout, this, &SegmentedRecorder::tick);
 }
 
 void SegmentedRecorder::setClock(Clock c)
@@ -57,18 +52,10 @@ void SegmentedRecorder::setClock(Clock c)
     onQueue(anchor, [live](SegmentedRecorder& r) { r.awaitsSound = live; });
 }
 
-void SegmentedRecorder::tick()
-{
-    const MediaTime t = now();
-    if (t.isNumeric()) advanceClock(t);
-}
-
 SegmentedRecorder::~SegmentedRecorder()
 {
-    {
-        std::lock_guard lock(anchor->mutex);
-        anchor->recorder = nullptr;
-    }
+    clockTicker.stop();
+    *anchor->lock() = nullptr;
     // Work from here on finds the recorder gone; what is running now finishes first.
     queue.sync([] {});
     utilityPool.waitForDone();
@@ -79,26 +66,21 @@ SegmentedRecorder::~SegmentedRecorder()
 
 QString SegmentedRecorder::segmentsDirectory() const
 {
-    std::lock_guard lock(segmentsDirMutex);
-    return segmentsDir;
+    return *segmentsDir.lock();
 }
 
 void SegmentedRecorder::onQueue(const std::weak_ptr<Anchor>& weak, std::function<void(SegmentedRecorder&)> task)
 {
     auto strong = weak.lock();
     if (!strong) return;
-    std::lock_guard lock(strong->mutex);
-    if (!strong->recorder) return;
-    strong->recorder->queue.async([weak, task = std::move(task)] {
+    auto recorder = strong->lock();
+    if (!*recorder) return;
+    (*recorder)->queue.async([weak, task = std::move(task)] {
         auto a = weak.lock();
         if (!a) return;
-        SegmentedRecorder* recorder = nullptr;
-        {
-            std::lock_guard lock(a->mutex);
-            recorder = a->recorder;
-        }
+        SegmentedRecorder* const r = *a->lock();
         // The destructor waits for a running task, so the recorder outlives this call.
-        if (recorder) task(*recorder);
+        if (r) task(*r);
     });
 }
 
@@ -106,8 +88,8 @@ void SegmentedRecorder::onMain(const std::weak_ptr<Anchor>& weak, std::function<
 {
     auto strong = weak.lock();
     if (!strong) return;
-    std::lock_guard lock(strong->mutex);
-    SegmentedRecorder* recorder = strong->recorder;
+    auto locked = strong->lock();
+    SegmentedRecorder* recorder = *locked;
     if (!recorder) return;
     // A queued call dies with its receiver, so the raw pointer is safe when it runs.
     QMetaObject::invokeMethod(
@@ -140,12 +122,15 @@ void SegmentedRecorder::configure(int width, int height, double bitrateMbps, dou
 void SegmentedRecorder::armBuffering()
 {
     setBuffering(true);
-    clockTicker->start();
+    clockTicker.start(std::chrono::milliseconds(clockTickMilliseconds), [this, c = clock] {
+        const MediaTime t = c ? c() : MediaTime::invalid();
+        if (t.isNumeric()) advanceClock(t);
+    });
 }
 
 void SegmentedRecorder::disarmBuffering()
 {
-    clockTicker->stop();
+    clockTicker.stop();
     // What the old ring still has on its way to this thread is stale from here on.
     ++mainGeneration;
     setBuffering(false);
@@ -180,23 +165,38 @@ void SegmentedRecorder::disarmBuffering()
 void SegmentedRecorder::ingest(const VideoFrame& frame)
 {
     // A ring that falls behind drops what it cannot take rather than hold pictures without bound.
-    if (framesWaiting.fetch_add(1) >= framesWaitingLimit) {
-        framesWaiting.fetch_sub(1);
-        framesRefusedWaiting.fetch_add(1);
+    if (!frameBacklog.tryEnter()) {
+        drops->add(DropCounters::Cause::ringBacklog);
         return;
     }
     onQueue(anchor, [frame](SegmentedRecorder& r) {
-        r.framesWaiting.fetch_sub(1);
+        r.frameBacklog.leave();
         r.appendFrame(frame);
     });
 }
 
 void SegmentedRecorder::ingestAudio(const AudioBuffer& buffer, AudioMixer::Input input)
 {
+    // As for frames: a queue that cannot keep up loses sound rather than gather it without bound.
+    if (!audioBacklog.tryEnter()) {
+        drops->add(DropCounters::Cause::audioBacklog);
+        return;
+    }
     onQueue(anchor, [buffer, input](SegmentedRecorder& r) {
+        r.audioBacklog.leave();
         // Sound before the first picture is gone, and so is what a source gave then for later: the
         // mix starts once there is a clock to hold it to.
-        if (r.clockPTS.isNumeric()) r.mixer.push(input, buffer);
+        if (!r.clockPTS.isNumeric()) return;
+        switch (r.mixer.push(input, buffer)) {
+        case AudioMixer::Pushed::taken:
+            break;
+        case AudioMixer::Pushed::late:
+            r.countDrop(DropCounters::Cause::audioLate);
+            break;
+        case AudioMixer::Pushed::tooFarAhead:
+            r.countDrop(DropCounters::Cause::audioAhead);
+            break;
+        }
     });
 }
 
@@ -225,7 +225,7 @@ void SegmentedRecorder::startRecording(const QString& destination)
     onQueue(anchor, [destination, pressedAt](SegmentedRecorder& r) {
         r.destinationURL = destination;
         r.recordingStartPTS = pressedAt.isNumeric() ? pressedAt : r.latestPTS;
-        r.droppedSinceRecordingStart = 0;
+        r.dropsAtRecordingStart = r.drops->snapshot();
     });
 }
 
@@ -315,30 +315,25 @@ void SegmentedRecorder::deliverFrame(const VideoFrame& frame)
     }
     // The camera composite belongs here (cameraProvider, drawn into a new picture); until that pass
     // exists the frame goes in as it came.
-    if (currentWriter && currentWriter->hasVideoInput() && currentWriter->isReadyForMoreMediaData()
-        && currentWriter->append(taken)) {
+    if (!currentWriter || !currentWriter->hasVideoInput()) return countDrop(DropCounters::Cause::noSegment);
+    if (currentWriter->isReadyForMoreMediaData() && currentWriter->append(taken)) {
         currentLastVideoPTS = taken.pts;
         return;
     }
-    countRefusedFrame();
-    // A writer that failed (its disk is full, say) takes nothing more until the segment ends: say so
-    // now, not at the end.
-    if (currentWriter && currentWriter->status() == SegmentWriter::Status::failed)
-        setProblem(causeOf(orQuestionMark(currentWriter->error())));
+    // A writer that failed (its disk is full, say) takes nothing more until the segment ends, ready
+    // or not: say so now, not at the end.
+    const bool failed = currentWriter->status() == SegmentWriter::Status::failed;
+    countDrop(failed ? DropCounters::Cause::noSegment : DropCounters::Cause::encoderBusy);
+    if (failed) setProblem(causeOf(orQuestionMark(currentWriter->error())));
 }
 
-void SegmentedRecorder::countRefusedFrame()
+void SegmentedRecorder::countDrop(DropCounters::Cause cause)
 {
-    ++currentRefused.frames;
-    ++droppedSinceRecordingStart;
+    drops->add(cause);
 }
 
 void SegmentedRecorder::publishClock()
 {
-    const int refusedWaiting = framesRefusedWaiting.exchange(0);
-    currentRefused.frames += refusedWaiting;
-    droppedSinceRecordingStart += refusedWaiting;
-
     MediaTime earliest = clockPTS;
     if (!completedSegments.empty())
         earliest = completedSegments.front().startPTS;
@@ -362,7 +357,7 @@ void SegmentedRecorder::publishClock()
 
     if (recordingStartPTS) {
         const double length = std::max(0.0, (clockPTS - *recordingStartPTS).seconds());
-        const qint64 refused = droppedSinceRecordingStart;
+        const qint64 refused = drops->snapshot().since(dropsAtRecordingStart).total();
         onMain(anchor, [length, refused](SegmentedRecorder& m) {
             if (!m.recording) return; // stopped or thrown away since
             m.setCurrentDuration(length);
@@ -419,7 +414,7 @@ bool SegmentedRecorder::startNewSegment(const MediaTime& startingAt)
     currentSegmentURL = url;
     currentSegmentStartPTS = startingAt;
     currentLastVideoPTS = MediaTime::invalid();
-    currentRefused = {};
+    dropsAtSegmentStart = drops->snapshot();
     hasSessionStarted = true;
     return true;
 }
@@ -444,22 +439,22 @@ void SegmentedRecorder::endCurrentSegment(const MediaTime& end)
     if (!currentWriter || !currentSegmentURL || !currentSegmentStartPTS) return;
     currentWriter->endSession(end);
     currentWriter->markAsFinished();
-    closeSegmentAsync(std::move(currentWriter), *currentSegmentURL, *currentSegmentStartPTS, end, currentRefused);
+    closeSegmentAsync(std::move(currentWriter), *currentSegmentURL, *currentSegmentStartPTS, end,
+        drops->snapshot().since(dropsAtSegmentStart));
     currentWriter.reset();
     currentSegmentURL.reset();
     currentSegmentStartPTS.reset();
-    currentRefused = {};
 }
 
 void SegmentedRecorder::closeSegmentAsync(std::shared_ptr<SegmentWriter> writer, const QString& url,
-    const MediaTime& start, const MediaTime& end, const Refused& refused)
+    const MediaTime& start, const MediaTime& end, const DropCounters::Snapshot& lost)
 {
     // Closing waits for the encoder to drain: never on `queue`, whose frames must not stall.
     std::weak_ptr<Anchor> weak = anchor;
     const int generation = ringGeneration;
     ++closingsInFlight;
     closingSpans.emplace_back(start, end);
-    utilityPool.start([weak, writer, url, start, end, refused, generation] {
+    utilityPool.start([weak, writer, url, start, end, lost, generation] {
         writer->markAsFinished();
         const SegmentWriter::Status status = writer->finishWriting();
         const QString error = writer->error();
@@ -468,11 +463,8 @@ void SegmentedRecorder::closeSegmentAsync(std::shared_ptr<SegmentWriter> writer,
             if (const auto at = std::find(r.closingSpans.begin(), r.closingSpans.end(), std::pair(start, end));
                 at != r.closingSpans.end())
                 r.closingSpans.erase(at);
-            if (refused.frames > 0 || refused.audioBuffers > 0)
-                logLine(QStringLiteral("Segment %1 dropped %2 frames and %3 audio buffers")
-                            .arg(QFileInfo(url).fileName())
-                            .arg(refused.frames)
-                            .arg(refused.audioBuffers));
+            if (!lost.isEmpty())
+                logLine(QStringLiteral("Segment %1 lost %2").arg(QFileInfo(url).fileName(), lost.describe()));
             if (generation != r.ringGeneration) {
                 QFile::remove(url); // the ring it belonged to was thrown away
             } else if (status == SegmentWriter::Status::completed && !QFileInfo::exists(url)) {
@@ -578,7 +570,6 @@ void SegmentedRecorder::checkFolder()
         currentWriter.reset();
         currentSegmentURL.reset();
         currentSegmentStartPTS.reset();
-        currentRefused = {};
     }
     for (const Segment& seg : completedSegments)
         losses.push_back(Loss { seg.startPTS, seg.endPTS, QLatin1String(folderRemovedCause) });
@@ -587,8 +578,7 @@ void SegmentedRecorder::checkFolder()
     if (!segmentFolder->recreate()) {
         // Its place will not have it back: a new folder, wherever one can be made.
         segmentFolder = std::make_unique<SegmentFolder>(ringBytes());
-        std::lock_guard lock(segmentsDirMutex);
-        segmentsDir = segmentFolder->path();
+        *segmentsDir.lock() = segmentFolder->path();
     }
     folderThere = segmentFolder->exists();
     // The ring goes on at once with the picture on show; without one, the next frame opens it.
@@ -611,8 +601,7 @@ void SegmentedRecorder::relocateIfTooSmall()
     logLine(QStringLiteral("Segment folder moved to %1: the buffer needs %2 MB")
                 .arg(segmentFolder->path())
                 .arg(double(need) / 1e6, 0, 'f', 0));
-    std::lock_guard lock(segmentsDirMutex);
-    segmentsDir = segmentFolder->path();
+    *segmentsDir.lock() = segmentFolder->path();
 }
 
 QString SegmentedRecorder::causeOf(const QString& error)
@@ -637,15 +626,12 @@ void SegmentedRecorder::appendAudio(const AudioBuffer& buffer)
     const MediaTime pts = buffer.pts;
     if (!pts.isValid() || !pts.isNumeric() || buffer.frameCount() == 0) return;
     // Two sources share one track: the one that lags behind loses its buffer, nothing is reordered.
-    if (lastAudioPTS.isValid() && !(pts > lastAudioPTS)) return;
+    if (lastAudioPTS.isValid() && !(pts > lastAudioPTS)) return countDrop(DropCounters::Cause::audioLate);
     // Audio before the first picture, and while no segment is open, is gone. The encoder puts the
     // rest into the segment whose span it falls in, also one that has just ended.
     if (!currentWriter || !currentWriter->hasAudioInput()) return;
-    if (!currentWriter->isReadyForMoreAudioData() || !currentWriter->appendAudio(buffer)) {
-        ++currentRefused.audioBuffers;
-        ++droppedSinceRecordingStart;
-        return;
-    }
+    if (!currentWriter->isReadyForMoreAudioData() || !currentWriter->appendAudio(buffer))
+        return countDrop(DropCounters::Cause::audioEncoderBusy);
     lastAudioPTS = pts;
 }
 

@@ -3,7 +3,11 @@
 // moc reads this header with C++17 predefines and cannot parse the C++20 library headers these
 // pull in; it needs none of them to generate the meta-object code.
 #ifndef Q_MOC_RUN
+#include "core/Backlog.h"
+#include "core/DropCounters.h"
+#include "core/Guarded.h"
 #include "core/MediaTime.h"
+#include "core/PeriodicTicker.h"
 #include "core/SerialQueue.h"
 #include "media/MediaSample.h"
 #include "recorder/AudioMixer.h"
@@ -22,7 +26,6 @@
 #include <optional>
 #include <vector>
 
-class QTimer;
 class SegmentEncoder;
 class SegmentWriter;
 struct CameraComposite; // the camera overlay of one frame, drawn by the compositing pass
@@ -33,7 +36,7 @@ struct CameraComposite; // the camera overlay of one frame, drawn by the composi
 // span into one MP4 by copying packets (ClipExporter).
 //
 // Time is the capture clock's, not the frames'. A still screen sends no frames, yet the ring's
-// clock keeps running: while buffering, a tick on the main thread tells the ring what time it is,
+// clock keeps running: while buffering, a tick on a thread of its own tells the ring what time it is,
 // so segments still close every segmentDuration, old ones still go, the counters count real
 // seconds, and a segment's last picture lasts until the segment closed. A segment that opens with
 // no new frame starts with the last picture again (one frame, not one per frame interval). A clip
@@ -42,7 +45,10 @@ struct CameraComposite; // the camera overlay of one frame, drawn by the composi
 // Threads: the observable properties, onFinished and onError live on the thread that owns the
 // object (the main thread) and are written there only. Every writer field lives on `queue`
 // ("vt2.recorder.segments"); the public operations below may be called from any thread and only
-// place work there. Closing a segment runs on `utilityPool`; an export on the global pool.
+// place work there. Frames come straight from the capture thread and sound from the audio
+// threads: neither waits for the main thread, so a busy window never leaves a hole in the ring.
+// What waits on `queue` is bounded twice (frames, sound buffers); what does not fit is dropped and
+// counted in dropCounters(). Closing a segment runs on `utilityPool`; an export on the global pool.
 class SegmentedRecorder : public QObject {
     Q_OBJECT
     Q_PROPERTY(bool isBuffering READ isBuffering NOTIFY isBufferingChanged)
@@ -65,7 +71,8 @@ public:
     using Clock = std::function<MediaTime()>;
 
     static constexpr double segmentDuration = 6.0;
-    // How often the clock ticks while buffering.
+    // How often the clock ticks while buffering (on the ticker's thread, never the main thread's
+    // timers: a busy window must not hold the ring's time, and with it the sound, back).
     static constexpr int clockTickMilliseconds = 250;
     // The sound of a segment's last moments is awaited this long before the file closes without
     // it (a stalled or silent source).
@@ -77,6 +84,10 @@ public:
     // Why a clip holds less than was asked, or the ring less than it should.
     static constexpr const char* diskFullCause = "the buffer's disk is full";
     static constexpr const char* folderRemovedCause = "the buffer's folder was removed";
+    // Sound buffers handed to the ring and not yet taken. PulseAudio delivers a few milliseconds a
+    // buffer, so this is seconds of sound, in a few megabytes: enough for any hiccup of the queue,
+    // and a bound on what a flood of sound can hold.
+    static constexpr int audioBuffersWaitingLimit = 512;
 
     explicit SegmentedRecorder(QObject* parent = nullptr);
     // Abandons the open segment and removes the whole segment folder. Main thread.
@@ -88,8 +99,8 @@ public:
     double currentDuration() const { return duration; }
     double bufferedSeconds() const { return buffered; }
     bool isExporting() const { return exporting; }
-    // Frames and audio buffers refused since the running (or last) recording started: the writer
-    // could not keep up, had failed, or the ring was too far behind.
+    // Frames and audio buffers lost since the running (or last) recording started, whatever the
+    // cause (see dropCounters).
     qint64 droppedFrames() const { return dropped; }
     // Why the ring cannot keep what it should (it cannot write, or its disk holds less than the
     // buffer), for the user; empty while it can. Set as soon as it is seen, cleared once a segment
@@ -97,9 +108,16 @@ public:
     QString bufferProblem() const { return problem; }
     // The folder of this run's segment files. Any thread.
     QString segmentsDirectory() const;
+    // Any thread. Every frame and sound buffer lost on the way into the ring, by cause, since the
+    // recorder was made. The capture engine reports its own losses here too.
+    const std::shared_ptr<DropCounters>& dropCounters() const { return drops; }
+    // Any thread. The hand-overs into `queue`, for tests and tools that watch their bounds.
+    const Backlog& framesWaiting() const { return frameBacklog; }
+    const Backlog& audioBuffersWaiting() const { return audioBacklog; }
 
     // Main thread, before anything else: where the ring's time comes from. The default reads the
     // monotonic capture clock. Without a clock a segment's sound is not awaited after it ends.
+    // The clock is also read on the ticker's thread, so it must be safe to call from any thread.
     void setClock(Clock clock);
 
     // Any thread. Stored on `queue`: size, bit rate and rate apply from the next segment,
@@ -110,10 +128,12 @@ public:
     // Main thread: closes the open segment, throws the ring and any running recording away, and
     // stops the clock's ticks.
     void disarmBuffering();
-    // Any thread: hands the sample to appendFrame on `queue`.
+    // Any thread (the capture thread): hands the sample to appendFrame on `queue`, or drops it when
+    // as many frames as allowed are already waiting there.
     void ingest(const VideoFrame& frame);
-    // Any thread: a buffer of system audio or of the microphone. The two are mixed into the one
-    // sound of the segments (AudioMixer), each at its own capture time.
+    // Any thread (the audio threads): a buffer of system audio or of the microphone. The two are
+    // mixed into the one sound of the segments (AudioMixer), each at its own capture time. Dropped
+    // when audioBuffersWaitingLimit buffers already wait.
     void ingestAudio(const AudioBuffer& buffer, AudioMixer::Input input = AudioMixer::Input::system);
     // Any thread: the input has stopped (a microphone switched off or gone); the mix no longer
     // waits for it.
@@ -132,7 +152,9 @@ public:
     void setWriterFactory(SegmentWriterFactory factory);
     // How many frames may wait for the ring before new ones are dropped. A source faster than
     // real time (a test, a benchmark) that wants every frame lifts it.
-    void setFramesWaitingLimit(int limit) { framesWaitingLimit = limit; }
+    void setFramesWaitingLimit(int limit) { frameBacklog.setLimit(limit); }
+    // The same for sound buffers (audioBuffersWaitingLimit by default).
+    void setAudioBuffersWaitingLimit(int limit) { audioBacklog.setLimit(limit); }
 
     // Set on the main thread by the owner; called on the main thread. onFinished receives the
     // path the clip was written to: the destination, or a free name beside it if that was taken.
@@ -164,16 +186,7 @@ signals:
 private:
     // Lets work that outlives a call (closings, exports) find out whether the recorder still
     // exists, and reach it only while it does.
-    struct Anchor {
-        std::mutex mutex;
-        SegmentedRecorder* recorder = nullptr; // guarded by mutex
-    };
-
-    // What is refused while a segment is open, logged when it closes.
-    struct Refused {
-        int frames = 0;
-        int audioBuffers = 0;
-    };
+    using Anchor = Guarded<SegmentedRecorder*>;
 
     // Runs on `queue` with the recorder, or not at all once the recorder is gone.
     static void onQueue(const std::weak_ptr<Anchor>& anchor, std::function<void(SegmentedRecorder&)> task);
@@ -192,11 +205,9 @@ private:
     void deliverFrame(const VideoFrame& frame);
     // Ends the open segment at `end` and closes it: its sound may still come for a moment.
     void endCurrentSegment(const MediaTime& end);
-    // Moves the clock on to `time`: segments rotate, old ones go, counters follow.
-    void tick();
     void rotateSegmentAsync(const MediaTime& startingAt);
     void closeSegmentAsync(std::shared_ptr<SegmentWriter> writer, const QString& url, const MediaTime& start,
-        const MediaTime& end, const Refused& refused);
+        const MediaTime& end, const DropCounters::Snapshot& lost);
     void evictOldSegments();
     // What one segment and the whole ring take on disk at the configured rates, with a margin.
     int64_t segmentBytes() const;
@@ -212,7 +223,7 @@ private:
     // The phrase for the user for a writer's error text.
     static QString causeOf(const QString& error);
     void publishClock();
-    void countRefusedFrame();
+    void countDrop(DropCounters::Cause cause);
     void stopRecordingOnQueue(const MediaTime& pressedAt);
     // Starts the exports of stops once no ended segment is still closing.
     void startPendingExportsIfReady();
@@ -245,7 +256,7 @@ private:
     qint64 dropped = 0;
     QString problem;
     Clock clock;
-    QTimer* clockTicker;
+    PeriodicTicker clockTicker { QStringLiteral("vt2.recorder.clock") };
     // Counts disarms, like ringGeneration on `queue`: values published by an older ring are dropped.
     int mainGeneration = 0;
 
@@ -260,7 +271,9 @@ private:
     std::optional<MediaTime> currentSegmentStartPTS;
     // The time of the last picture handed to the open segment.
     MediaTime currentLastVideoPTS;
-    Refused currentRefused;
+    // The counts when the open segment opened: what is lost while it is open is logged when it
+    // closes, once a segment however many it is.
+    DropCounters::Snapshot dropsAtSegmentStart;
     // The encoders, alive across segments; a new one with every new ring.
     std::shared_ptr<SegmentEncoder> encoder;
     // Whether the sound of a segment's last moments is awaited (there is a clock it keeps to).
@@ -280,7 +293,8 @@ private:
     std::optional<VideoFrame> lastFrame;
     std::optional<MediaTime> recordingStartPTS;
     std::optional<QString> destinationURL;
-    qint64 droppedSinceRecordingStart = 0;
+    // The counts when the running recording started.
+    DropCounters::Snapshot dropsAtRecordingStart;
     // Why the last segment could not be written, until one is written again.
     QString segmentProblem;
     // Stretches of the clock that are in no file because the ring lost them, with the reason, so
@@ -314,17 +328,16 @@ private:
     SegmentWriterFactory writerFactory;
 
     // Any thread.
-    std::atomic<int> framesWaiting { 0 };
-    std::atomic<int> framesWaitingLimit { defaultFramesWaitingLimit };
-    std::atomic<int> framesRefusedWaiting { 0 };
+    const std::shared_ptr<DropCounters> drops = std::make_shared<DropCounters>();
+    Backlog frameBacklog { defaultFramesWaitingLimit };
+    Backlog audioBacklog { audioBuffersWaitingLimit };
 
     // `queue` only, but for its making and removal.
     std::unique_ptr<SegmentFolder> segmentFolder;
     // Whether it was there at the last look, so that its disappearance is noticed once.
     bool folderThere = false;
     // Its path, for any thread.
-    mutable std::mutex segmentsDirMutex;
-    QString segmentsDir;
+    mutable Guarded<QString> segmentsDir;
     std::shared_ptr<Anchor> anchor;
     // Closings of segments, so that they never wait behind anything else.
     QThreadPool utilityPool;

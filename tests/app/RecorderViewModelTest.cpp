@@ -448,6 +448,13 @@ TEST_F(RecorderViewModelTest, ControlCommandsRefuseWhatTheyCannotDo)
     // Once the encoder is chosen, the status names it.
     const QString encoder = HevcEncoderProbe::chosen();
     EXPECT_EQ(reply({ "status" }).text, QStringLiteral("idle (no source selected); encoder ") + encoder);
+    // What the ring lost, by cause, once it lost anything.
+    vm->recorder()->dropCounters()->add(DropCounters::Cause::encoderBusy, 3);
+    vm->recorder()->dropCounters()->add(DropCounters::Cause::audioBacklog);
+    EXPECT_EQ(reply({ "status" }).text,
+        QStringLiteral(
+            "idle (no source selected); encoder %1; lost 3 frames (encoder busy), 1 audio buffer (ring behind)")
+            .arg(encoder));
     EXPECT_FALSE(reply({ "rewind" }).ok);
     for (const QStringList& bad : { QStringList { "area", "1", "2", "3" },
              QStringList { "area", "x", "1", "2", "3", "4" }, QStringList { "area", "1", "2", "nan", "4" },

@@ -8,6 +8,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
 // The real capture on a private X server and PulseAudio, into the real ring, on the real clock: a
 // clip covers the time that passed, whether the screen changed or not.
 using namespace CaptureTestSupport;
@@ -156,4 +159,54 @@ TEST(ClipTiming, AStillStretchAcrossASegmentBoundaryIsHeldForItsRealLength)
     }
     EXPECT_NEAR(probe.videoEnd - probe.frames.front().seconds, s.expectedLength(pressed, released), 2 * frameInterval);
     EXPECT_NEAR(probe.audioSeconds, probe.videoEnd - probe.frames.front().seconds, 0.05);
+}
+
+TEST(ClipTiming, ABusyMainThreadLeavesNoHoleInTheClip)
+{
+    Session s;
+    ASSERT_EQ(s.error, QString());
+    // A painter of its own, on its own X connection and thread, so that the screen keeps changing
+    // while the main thread is held.
+    std::atomic<bool> painting { true };
+    std::atomic<int> painted { 100 };
+    std::thread painter([&] {
+        X11TestClient client;
+        for (int i = 100; painting; ++i) {
+            client.paintIndex(s.window, screen, i);
+            painted = i;
+            std::this_thread::sleep_for(std::chrono::milliseconds(33));
+        }
+    });
+    wait(bufferSeconds + 0.5); // the buffer is full of moving pictures
+    int stallFirst = 0, stallLast = 0;
+    int64_t pressed = 0, released = 0;
+    const QString clip = s.record(
+        [&] {
+            wait(1.0);
+            // A slow paint, a modal dialog: the main thread does nothing else for 3 s.
+            stallFirst = painted + 1;
+            std::this_thread::sleep_for(std::chrono::seconds(3));
+            stallLast = painted;
+            wait(1.0);
+        },
+        &pressed, &released);
+    painting = false;
+    painter.join();
+    ASSERT_FALSE(clip.isEmpty()) << s.failed.toStdString();
+
+    const ClipProbe probe = ClipProbe::read(clip);
+    EXPECT_EQ(probe.decodeErrors, 0);
+    ASSERT_GT(probe.frames.size(), 2u);
+    double longestGap = 0, gapAt = 0;
+    for (size_t i = 1; i < probe.frames.size(); ++i) {
+        const double gap = probe.frames[i].seconds - probe.frames[i - 1].seconds;
+        if (gap > longestGap) std::tie(longestGap, gapAt) = std::tie(gap, probe.frames[i - 1].seconds);
+    }
+    // Pictures come every frame interval; a loaded machine may miss a few, never the stall's 3 s.
+    EXPECT_LT(longestGap, 8 * frameInterval) << "the longest gap starts at " << gapAt << " s";
+    // And they are the pictures painted while the main thread was held.
+    const auto duringStall = std::count_if(probe.frames.begin(), probe.frames.end(),
+        [&](const ClipProbe::Frame& f) { return f.index >= stallFirst && f.index <= stallLast; });
+    EXPECT_GE(duringStall, (stallLast - stallFirst + 1) / 2) << "painted " << stallFirst << " to " << stallLast;
+    EXPECT_NEAR(probe.videoEnd - probe.frames.front().seconds, s.expectedLength(pressed, released), 0.1);
 }

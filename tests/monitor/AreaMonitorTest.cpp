@@ -11,6 +11,8 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <mutex>
+#include <thread>
 #include <vector>
 
 using namespace std::chrono_literals;
@@ -18,12 +20,16 @@ using Phase = AreaMonitor::MonitorPhase;
 
 namespace {
 
-// The screen, as the monitor sees it: one picture for any rectangle, and windows with frames.
+// The screen, as the monitor sees it: one picture for any rectangle, and windows with frames. The
+// poll timer grabs on the monitor's own thread: what a test reads while it runs, it reads under
+// `mutex`.
 struct FakeScreen {
+    std::mutex mutex;
     QImage picture;
     bool failing = false;
     std::map<uint32_t, QRectF> windows;
     std::vector<QRectF> screenGrabs;
+    std::vector<std::thread::id> screenGrabThreads;
     std::vector<std::pair<uint32_t, QRectF>> windowGrabs;
 };
 
@@ -35,18 +41,22 @@ public:
     }
     std::optional<QImage> grabRect(const QRectF& rect) override
     {
+        std::lock_guard lock(screen.mutex);
         screen.screenGrabs.push_back(rect);
+        screen.screenGrabThreads.push_back(std::this_thread::get_id());
         if (screen.failing) return std::nullopt;
         return screen.picture;
     }
     std::optional<QImage> grabWindowRect(uint32_t id, const QRectF& rect) override
     {
+        std::lock_guard lock(screen.mutex);
         screen.windowGrabs.emplace_back(id, rect);
         if (screen.failing || !screen.windows.count(id)) return std::nullopt;
         return screen.picture;
     }
     std::optional<QRectF> windowFrame(uint32_t id) override
     {
+        std::lock_guard lock(screen.mutex);
         const auto it = screen.windows.find(id);
         if (it == screen.windows.end()) return std::nullopt;
         return it->second;
@@ -492,19 +502,45 @@ TEST_F(AreaMonitorTest, AWindowScopedAreaFollowsItsWindow)
 TEST_F(AreaMonitorTest, ThePollTimerTicksFourTimesASecond)
 {
     armOverBlack();
-    const size_t grabs = screen.screenGrabs.size();
+    const auto grabCount = [this] {
+        std::lock_guard lock(screen.mutex);
+        return screen.screenGrabs.size();
+    };
+    const size_t grabs = grabCount();
     QElapsedTimer elapsed;
     elapsed.start();
-    while (screen.screenGrabs.size() < grabs + 2 && elapsed.elapsed() < 2000)
+    while (grabCount() < grabs + 2 && elapsed.elapsed() < 2000)
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
-    EXPECT_EQ(screen.screenGrabs.size(), grabs + 2);
+    EXPECT_EQ(grabCount(), grabs + 2);
     // Two ticks take two intervals; allow a loaded machine some slack, but not a tick at arm().
     EXPECT_GE(elapsed.elapsed(), 450);
     EXPECT_LT(elapsed.elapsed(), 1500);
     monitor.disarm();
-    const size_t after = screen.screenGrabs.size();
+    const size_t after = grabCount();
     elapsed.restart();
     while (elapsed.elapsed() < 400)
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
-    EXPECT_EQ(screen.screenGrabs.size(), after);
+    EXPECT_EQ(grabCount(), after);
+}
+
+TEST_F(AreaMonitorTest, ThePollGrabsOffTheMainThreadAndItsResultDrivesTheStateTable)
+{
+    armOverBlack();
+    size_t before = 0;
+    {
+        std::lock_guard lock(screen.mutex);
+        before = screen.screenGrabs.size();
+        screen.picture = withWhiteCells(40);
+    }
+    QElapsedTimer elapsed;
+    elapsed.start();
+    while (starts == 0 && elapsed.elapsed() < 3000)
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
+    EXPECT_EQ(starts, 1);
+    EXPECT_EQ(monitor.phase(), Phase::divergent);
+    monitor.disarm();
+    std::lock_guard lock(screen.mutex);
+    ASSERT_GT(screen.screenGrabs.size(), before);
+    for (size_t i = before; i < screen.screenGrabThreads.size(); ++i)
+        EXPECT_NE(screen.screenGrabThreads[i], std::this_thread::get_id());
 }

@@ -216,3 +216,31 @@ TEST(AudioMixer, AnInputDeliveredAheadOfTheClockWaitsForItsMomentAndPushesNothin
         EXPECT_GT(out.amplitude(440, from, from + 0.5), 0.25) << from;
     }
 }
+
+TEST(AudioMixer, SoundStampedFarBeyondTheClockIsRefusedAndHoldsNothing)
+{
+    // A source whose clock jumps an hour ahead for one buffer: held, it would be an hour of
+    // silence in its lane. It is refused whole, and the sound goes on around it.
+    Mixed out;
+    Source system { AudioBuffer::SampleFormat::Float32, 48000, 2, 960, [](double t) { return tone(1000, 0.3, t); } };
+    int refused = 0;
+    while (system.nextTime() < 2.0) {
+        out.mixer.advanceClock(MediaTime::fromNanoseconds(origin + int64_t(system.nextTime() * 1e9)));
+        if (std::abs(system.nextTime() - 1.0) < 0.01) {
+            AudioBuffer jump = system.take();
+            system.next -= system.frames; // the real sound of that moment still comes
+            jump.pts = jump.pts + MediaTime(3600, 1);
+            EXPECT_EQ(out.mixer.push(Input::system, jump), AudioMixer::Pushed::tooFarAhead);
+            ++refused;
+        }
+        EXPECT_EQ(out.mixer.push(Input::system, system.take()), AudioMixer::Pushed::taken);
+    }
+    EXPECT_EQ(refused, 1);
+    // A repeat of a moment already taken is late.
+    Source again = system;
+    again.next -= again.frames;
+    EXPECT_EQ(out.mixer.push(Input::system, again.take()), AudioMixer::Pushed::late);
+    EXPECT_TRUE(out.contiguous);
+    EXPECT_GT(out.amplitude(1000, 0.9, 1.1), 0.25);
+    EXPECT_LT(out.end(), AudioMixer::positionOf(MediaTime::fromNanoseconds(origin + 2'100'000'000)));
+}

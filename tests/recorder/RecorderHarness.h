@@ -21,6 +21,7 @@ inline std::unique_ptr<SegmentedRecorder> pacedRecorder(
     // Time moves with the frames the test feeds, and only with them.
     recorder->setClock([] { return MediaTime::invalid(); });
     recorder->setFramesWaitingLimit(std::numeric_limits<int>::max());
+    recorder->setAudioBuffersWaitingLimit(std::numeric_limits<int>::max());
     recorder->setWriterFactory([](const QString& path, std::shared_ptr<SegmentEncoder> encoder) {
         auto writer = std::make_unique<SegmentWriter>(path, encoder);
         writer->setExpectsMediaDataInRealTime(false);

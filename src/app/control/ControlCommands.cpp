@@ -88,5 +88,8 @@ QString ControlCommands::status() const
         state += QStringLiteral("; buffering failed: %1 (in %2)")
                      .arg(recorder->bufferProblem(), recorder->segmentsDirectory());
     if (const auto encoder = HevcEncoderProbe::chosenSoFar()) state += QStringLiteral("; encoder ") + *encoder;
+    // Everything lost on the way into the ring since launch, by cause; nothing when nothing was.
+    if (const QString lost = recorder->dropCounters()->snapshot().describe(); !lost.isEmpty())
+        state += QStringLiteral("; lost ") + lost;
     return state;
 }

@@ -387,6 +387,7 @@ void X11CaptureStream::reportSkippedGrab()
     // Counted, and told at most every ten seconds, so that a recorder behind its screen shows in
     // the log without a line a frame.
     ++skippedGrabs;
+    output->didSkipFrame();
     const auto now = std::chrono::steady_clock::now();
     if (now - lastSkipReport < std::chrono::seconds(10)) return;
     const int skipped = std::exchange(skippedGrabs, 0);
