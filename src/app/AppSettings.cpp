@@ -88,6 +88,7 @@ void AppSettings::load()
     savedSourceDescriptorValue = read.readString("vt2.savedSourceDescriptor");
     savedCaptureModeValue = read.readString("vt2.savedCaptureMode").value_or(savedCaptureModeValue);
     sidebarCollapsedValue = read.readBool("vt2.sidebarCollapsed").value_or(sidebarCollapsedValue);
+    keepRunningInTrayValue = read.readBool("vt2.keepRunningInTray").value_or(keepRunningInTrayValue);
 }
 
 void AppSettings::setBufferSeconds(double value)
@@ -171,6 +172,13 @@ void AppSettings::setHideAppInCaptures(bool value)
     hideAppInCapturesValue = value;
     emit hideAppInCapturesChanged();
     write("vt2.hideApp", value);
+}
+
+void AppSettings::setKeepRunningInTray(bool value)
+{
+    keepRunningInTrayValue = value;
+    emit keepRunningInTrayChanged();
+    write("vt2.keepRunningInTray", value);
 }
 
 void AppSettings::setSaveHotkey(const HotkeyBinding& value)

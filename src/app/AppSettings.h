@@ -70,6 +70,7 @@ class AppSettings : public QObject {
             NOTIFY savedSourceDescriptorChanged)
     Q_PROPERTY(QString savedCaptureMode READ savedCaptureMode WRITE setSavedCaptureMode NOTIFY savedCaptureModeChanged)
     Q_PROPERTY(bool sidebarCollapsed READ sidebarCollapsed CONSTANT)
+    Q_PROPERTY(bool keepRunningInTray READ keepRunningInTray WRITE setKeepRunningInTray NOTIFY keepRunningInTrayChanged)
 
 public:
     // The default store: QSettings of organisation "Velotape", application "Velotape".
@@ -132,6 +133,8 @@ public:
     std::optional<QString> savedSourceDescriptor() const { return savedSourceDescriptorValue; }
     QString savedCaptureMode() const { return savedCaptureModeValue; }
     bool sidebarCollapsed() const { return sidebarCollapsedValue; }
+    // Closing the window leaves the recorder running in the tray, where the desktop has one.
+    bool keepRunningInTray() const { return keepRunningInTrayValue; }
 
     void setBufferSeconds(double value);
     void setResolution(Resolution value);
@@ -144,6 +147,7 @@ public:
     void setPlaySoundOnSave(bool value);
     void setAutoStopMinutes(double value);
     void setHideAppInCaptures(bool value);
+    void setKeepRunningInTray(bool value);
     void setSaveHotkey(const HotkeyBinding& value);
     void setArmHotkey(const HotkeyBinding& value);
     void setCameraEnabled(bool value);
@@ -183,6 +187,7 @@ signals:
     void playSoundOnSaveChanged();
     void autoStopMinutesChanged();
     void hideAppInCapturesChanged();
+    void keepRunningInTrayChanged();
     void saveHotkeyChanged();
     void armHotkeyChanged();
     void cameraEnabledChanged();
@@ -250,4 +255,5 @@ private:
     std::optional<QString> savedSourceDescriptorValue = std::nullopt;
     QString savedCaptureModeValue = QStringLiteral("manual");
     bool sidebarCollapsedValue = false;
+    bool keepRunningInTrayValue = true;
 };

@@ -1,3 +1,4 @@
+#include "app/AppIdentity.h"
 #include "app/cli/CommandLine.h"
 #include "app/cli/DetectCommand.h"
 #include "app/cli/JournalCommand.h"
@@ -6,6 +7,7 @@
 #include "app/session/AppSession.h"
 #include "core/LocalFileName.h"
 #include "platform/Platform.h"
+#include "platform/SystemTray.h"
 #include "ui/AppDelegate.h"
 
 #include <QApplication>
@@ -152,9 +154,17 @@ int runWindow(int argc, char** argv, const Invocation& invocation)
         && !qEnvironmentVariableIsEmpty("DISPLAY"))
         qputenv("QT_QPA_PLATFORM", "xcb");
     QApplication app(argc, argv);
+    // Started with the session where the desktop has no tray: nothing could bring a hidden
+    // window back, so it runs as the headless instance does.
+    if (invocation.background && !platform->systemTray()->isAvailable()) {
+        app.setQuitOnLastWindowClosed(false);
+        return runSession(app, AppSession::Options { .headless = true, .source = invocation.source, .socketPath = {} },
+            std::move(platform));
+    }
     quitOnSignals(app);
     AppDelegate delegate(
         AppSession::Options { .headless = false, .source = invocation.source, .socketPath = {} }, std::move(platform));
+    delegate.setStartHidden(invocation.background);
     QString error;
     if (!delegate.applicationDidFinishLaunching(&error)) {
         std::fprintf(stderr, "velotape: %s\n", qPrintable(error));
@@ -188,6 +198,8 @@ int main(int argc, char** argv)
     QCoreApplication::setOrganizationName(QStringLiteral("Velotape"));
     QCoreApplication::setApplicationName(QStringLiteral("Velotape"));
     QCoreApplication::setApplicationVersion(QStringLiteral(VELOTAPE_VERSION));
+    // The desktop finds our entry, icon and notifications' sender by it.
+    QGuiApplication::setDesktopFileName(AppIdentity::appId());
 
     const Invocation invocation = CommandLine::parse(argumentsOf(argc, argv));
     QTextStream out(stdout);

@@ -2,6 +2,8 @@
 
 #include "core/Log.h"
 #include "platform/NullCaptureBackend.h"
+#include "platform/desktop/FreedesktopNotifications.h"
+#include "platform/desktop/QtSystemTray.h"
 #include "platform/ocr/TesseractRecognizer.h"
 #include "platform/pulse/PulseMicrophones.h"
 #include "platform/pulse/PulseServerWatch.h"
@@ -98,6 +100,16 @@ std::unique_ptr<SoundServerWatcher> Platform::soundServerWatcher()
 std::unique_ptr<DesktopIntegration> Platform::desktop()
 {
     return DesktopIntegration::create();
+}
+
+std::unique_ptr<DesktopNotifications> Platform::notifications(const QString& appId)
+{
+    return std::make_unique<FreedesktopNotifications>(QDBusConnection::sessionBus(), appId);
+}
+
+std::unique_ptr<SystemTray> Platform::systemTray()
+{
+    return std::make_unique<QtSystemTray>();
 }
 
 RecognizerFactory Platform::textRecognizers() const

@@ -4,11 +4,13 @@
 #include "platform/ArmedFrame.h"
 #include "platform/CaptureBackend.h"
 #include "platform/DesktopIntegration.h"
+#include "platform/DesktopNotifications.h"
 #include "platform/GlobalKeyMonitor.h"
 #include "platform/KeyGrabCheck.h"
 #include "platform/MicrophoneBackend.h"
 #include "platform/SoundServerWatcher.h"
 #include "platform/SystemAudioBackend.h"
+#include "platform/SystemTray.h"
 #include "platform/TextRecognizer.h"
 #include "platform/WindowVisibilityWatcher.h"
 
@@ -58,6 +60,12 @@ public:
     // Says when the sound server goes away and when it is back.
     std::unique_ptr<SoundServerWatcher> soundServerWatcher();
     std::unique_ptr<DesktopIntegration> desktop();
+    // Notifications through the session bus's notification service, sent as the application `appId`
+    // (its desktop entry's name, by which the desktop finds its name and icon); nothing is shown
+    // without a service.
+    std::unique_ptr<DesktopNotifications> notifications(const QString& appId);
+    // The icon in the tray (a QApplication must exist); it tells itself whether the desktop has a tray.
+    std::unique_ptr<SystemTray> systemTray();
     // Makes an OCR engine on the thread that calls it. Any thread.
     RecognizerFactory textRecognizers() const;
 

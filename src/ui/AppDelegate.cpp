@@ -1,18 +1,23 @@
 #include "ui/AppDelegate.h"
 
+#include "app/AppIdentity.h"
 #include "app/AppSettings.h"
 #include "app/UpdateChecker.h"
 #include "app/hotkeys/HotkeyRecorder.h"
+#include "app/session/EventNotifications.h"
 #include "app/session/OwnWindowTracker.h"
 #include "app/session/RecorderViewModel.h"
 #include "capture/CaptureEngine.h"
 #include "core/Publisher.h"
 #include "monitor/AreaMonitor.h"
+#include "platform/DesktopNotifications.h"
 #include "platform/Platform.h"
 #include "recorder/SegmentedRecorder.h"
 #include "ui/ContentView.h"
+#include "ui/TrayMenu.h"
 
 #include <QApplication>
+#include <QCloseEvent>
 #include <QEvent>
 #include <QMainWindow>
 #include <QMenuBar>
@@ -22,12 +27,26 @@
 namespace {
 
 // The window, telling its owner when it is minimised or restored: the one change of visibility
-// every platform reports, whether or not it can tell a covered window.
+// every platform reports, whether or not it can tell a covered window. Closed while the recorder
+// lives on in the tray, it only hides.
 class MainWindow : public QMainWindow {
 public:
     std::function<void(bool minimised)> onMinimisedChanged;
+    std::function<bool()> hidesOnClose;
+    std::function<void()> onHiddenOnClose;
 
 protected:
+    void closeEvent(QCloseEvent* event) override
+    {
+        if (!hidesOnClose || !hidesOnClose()) {
+            QMainWindow::closeEvent(event);
+            return;
+        }
+        event->ignore();
+        hide();
+        if (onHiddenOnClose) onHiddenOnClose();
+    }
+
     void changeEvent(QEvent* event) override
     {
         QMainWindow::changeEvent(event);
@@ -46,7 +65,10 @@ AppDelegate::AppDelegate(AppSession::Options options, std::unique_ptr<Platform> 
 
 AppDelegate::~AppDelegate()
 {
-    // The window and its screens observe the controller: they go before the session does.
+    // The window, its screens, the tray and the notifications observe the controller: they go
+    // before the session does.
+    notifications.reset();
+    trayMenu.reset();
     visibility.reset();
     mainWindow.reset();
     session.reset();
@@ -76,7 +98,21 @@ bool AppDelegate::applicationDidFinishLaunching(QString* error)
     // On X11 a display capture sees this window: its repaints must not pass for screen changes.
     ownWindows = std::make_unique<OwnWindowTracker>(
         [engine = viewModel()->engine()](std::vector<uint32_t> ids) { engine->setOwnWindows(std::move(ids)); });
-    window->show();
+
+    trayMenu = std::make_unique<TrayMenu>(viewModel(), session->platform().systemTray());
+    trayMenu->onShowWindow = [this] { showWindow(); };
+    trayMenu->onQuit = [this] { quit(); };
+    const bool inTray = trayMenu->show();
+    window->hidesOnClose
+        = [this] { return !quitting && trayMenu->isShown() && viewModel()->settings()->keepRunningInTray(); };
+    window->onHiddenOnClose = [this] { windowVisibilityChanged(false); };
+    notifications = std::make_unique<EventNotifications>(
+        viewModel(), session->platform().notifications(AppIdentity::appId()), [this] { return isWindowSeen(); });
+
+    if (startHidden && inTray)
+        windowVisibilityChanged(false);
+    else
+        window->show();
 
     window->onMinimisedChanged = [this](bool minimised) { windowVisibilityChanged(!minimised); };
     visibility = session->platform().watchWindowVisibility(
@@ -100,8 +136,8 @@ void AppDelegate::buildMainMenu()
     // where the user brings it back, and the ring keeps buffering behind it.
     QAction* hide = app->addAction(QStringLiteral("Hide Velotape"), mainWindow.get(), &QWidget::showMinimized);
     hide->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_H));
-    QAction* quit = app->addAction(QStringLiteral("Quit Velotape"), qApp, &QApplication::closeAllWindows);
-    quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+    QAction* quitItem = app->addAction(QStringLiteral("Quit Velotape"), this, &AppDelegate::quit);
+    quitItem->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
 
     QMenu* file = bar->addMenu(QStringLiteral("File"));
     recordItem = file->addAction(QStringLiteral("Start Recording"), this, &AppDelegate::menuToggleRecording);
@@ -136,6 +172,33 @@ void AppDelegate::showSaveHotkeyInMenu()
 void AppDelegate::menuToggleRecording()
 {
     viewModel()->toggleRecording();
+}
+
+bool AppDelegate::isWindowSeen() const
+{
+    return mainWindow && mainWindow->isVisible() && !mainWindow->isMinimized() && visible;
+}
+
+void AppDelegate::showWindow()
+{
+    if (mainWindow->isMinimized())
+        mainWindow->showNormal();
+    else
+        mainWindow->show();
+    mainWindow->raise();
+    mainWindow->activateWindow();
+    windowVisibilityChanged(true);
+}
+
+void AppDelegate::quit()
+{
+    quitting = true;
+    // With the window on the screen, closing it ends the program as it always has; hidden in the
+    // tray, there is no window left to close.
+    if (mainWindow->isVisible())
+        QApplication::closeAllWindows();
+    else
+        QCoreApplication::quit();
 }
 
 void AppDelegate::windowVisibilityChanged(bool shown)

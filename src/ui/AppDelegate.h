@@ -9,10 +9,12 @@
 #include <memory>
 
 class ContentView;
+class EventNotifications;
 class QAction;
 class OwnWindowTracker;
 class QMainWindow;
 class RecorderViewModel;
+class TrayMenu;
 class UpdateChecker;
 class WindowVisibilityWatcher;
 
@@ -32,10 +34,12 @@ public:
         AppSession::Options options = {}, std::unique_ptr<Platform> platform = {}, QObject* parent = nullptr);
     ~AppDelegate() override;
 
-    // Starts the session, makes the window centred on the primary screen, builds the menu and
-    // starts watching the window. False with the reason in *error when the session can't start
-    // (another instance runs): then no window is made.
+    // Starts the session, makes the window centred on the primary screen, builds the menu, puts
+    // the icon in the tray where the desktop has one and starts watching the window. False with the
+    // reason in *error when the session can't start (another instance runs): then no window is made.
     bool applicationDidFinishLaunching(QString* error);
+    // Before launching: start with the window hidden in the tray (where there is one).
+    void setStartHidden(bool hidden) { startHidden = hidden; }
 
     QMainWindow* window() const { return mainWindow.get(); }
     ContentView* contentView() const { return content; }
@@ -43,6 +47,10 @@ public:
     AppSession* appSession() const { return session.get(); }
     // "Start Recording" in the File menu.
     QAction* recordMenuItem() const { return recordItem; }
+    // The icon in the tray and its menu; not shown where the desktop has no tray.
+    TrayMenu* tray() const { return trayMenu.get(); }
+    // On the screen now: shown, not minimised and not wholly covered.
+    bool isWindowSeen() const;
 
     // Minimised or wholly covered: previews stop, and a stream that feeds no ring, no recording
     // and no armed monitor stops too. Shown again: previews come back, and a window that has no
@@ -50,6 +58,10 @@ public:
     void windowVisibilityChanged(bool visible);
     // What "Start Recording" does: stop a running recording, start one otherwise.
     void menuToggleRecording();
+    // Brings the window back from the tray (or from under other windows).
+    void showWindow();
+    // Ends the program, also while the window is hidden in the tray.
+    void quit();
 
 private:
     void buildMainMenu();
@@ -63,5 +75,9 @@ private:
     std::unique_ptr<WindowVisibilityWatcher> visibility;
     std::unique_ptr<UpdateChecker> updater;
     std::unique_ptr<OwnWindowTracker> ownWindows;
+    std::unique_ptr<TrayMenu> trayMenu;
+    std::unique_ptr<EventNotifications> notifications;
     bool visible = true;
+    bool startHidden = false;
+    bool quitting = false;
 };

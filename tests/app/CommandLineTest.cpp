@@ -18,6 +18,14 @@ TEST(CommandLine, RecognisesEveryFormAndRefusesTheRest)
     EXPECT_EQ(window.kind, Kind::window);
     EXPECT_EQ(window.source, QStringLiteral("display:7"));
     EXPECT_EQ(CommandLine::parse({ "--source=display:7", "--frobnicate" }).kind, Kind::invalid);
+    // The start at login: the window, hidden, on either side of the source.
+    const Invocation background = CommandLine::parse({ "--source", "display:7", "--background" });
+    EXPECT_EQ(background.kind, Kind::window);
+    EXPECT_TRUE(background.background);
+    EXPECT_EQ(background.source, QStringLiteral("display:7"));
+    EXPECT_TRUE(CommandLine::parse({ "--background" }).background);
+    EXPECT_FALSE(window.background);
+    EXPECT_EQ(CommandLine::parse({ "--headless", "--background" }).kind, Kind::invalid);
     // Both modes take a backend in either place and either spelling; a name we have no backend for
     // is refused before anything starts.
     const Invocation onX11 = CommandLine::parse({ "--headless", "--backend", "x11", "--source", "display:1" });

@@ -4,6 +4,7 @@
 #include "app/AppSettings.h"
 #include "app/control/ControlCommands.h"
 #include "app/session/AreaCommands.h"
+#include "app/session/EventNotifications.h"
 #include "app/session/SourceMemory.h"
 #include "capture/CaptureEngine.h"
 #include "devices/MicCapture.h"
@@ -12,6 +13,7 @@
 #include "journal/ClipMetaStore.h"
 #include "media/HevcEncoderProbe.h"
 #include "monitor/AreaMonitor.h"
+#include "platform/DesktopNotifications.h"
 #include "platform/ocr/TesseractRecognizer.h"
 #include "recorder/SegmentedRecorder.h"
 #include "support/DrawnTextClip.h"
@@ -685,6 +687,44 @@ TEST_F(RecorderViewModelTest, ReadingsThatDisagreeOrAMissingEngineTagNothingAndS
         qputenv("TESSDATA_PREFIX", before);
     EXPECT_EQ(vm->toast(), QStringLiteral("Reading the P&L needs Tesseract's English data (tesseract-ocr-eng)."));
     EXPECT_EQ(ClipMetaStore::load(url), ClipMeta());
+}
+
+// Notifications are the desktop's seam: a recording stand-in, as no daemon fails on demand.
+TEST_F(RecorderViewModelTest, ErrorsReachTheDesktopOnlyWhileNoWindowShowsThem)
+{
+    struct Sent : DesktopNotifications {
+        std::vector<std::pair<QString, size_t>>* sent;
+        explicit Sent(std::vector<std::pair<QString, size_t>>* s)
+            : sent(s)
+        {
+        }
+        void notify(const QString& summary, const QString&, const std::vector<Action>& actions,
+            std::function<void(const QString&)>) override
+        {
+            sent->emplace_back(summary, actions.size());
+        }
+    };
+    make();
+    startUp();
+    std::vector<std::pair<QString, size_t>> sent;
+    bool windowSeen = true;
+    EventNotifications notifications(vm.get(), std::make_unique<Sent>(&sent), [&] { return windowSeen; });
+    const QString error = QStringLiteral("Error: Nothing was buffered yet — wait a second after starting preview.");
+
+    // In front of the user the toast says it.
+    vm->startRecording();
+    vm->stopRecording();
+    ASSERT_TRUE(spinUntil([&] { return vm->toast() == error; }));
+    EXPECT_TRUE(sent.empty());
+
+    windowSeen = false;
+    vm->startRecording();
+    vm->stopRecording();
+    ASSERT_TRUE(spinUntil([&] { return !sent.empty(); }));
+    spinFor(100);
+    ASSERT_EQ(sent.size(), 1u);
+    EXPECT_EQ(sent.front().first, error);
+    EXPECT_EQ(sent.front().second, 0u); // nothing to open
 }
 
 TEST_F(RecorderViewModelTest, ARingThatLosesItsFolderSaysSoInAToastAndInStatus)

@@ -1,5 +1,6 @@
 #include "DesktopTestMain.h"
 
+#include "support/SessionBus.h"
 #include "support/TestDesktop.h"
 
 #include <QApplication>
@@ -18,11 +19,17 @@
 
 namespace {
 TestDesktop* desktop = nullptr;
-}
+SessionBus* bus = nullptr;
+} // namespace
 
 TestDesktop* testDesktop()
 {
     return desktop;
+}
+
+SessionBus* testSessionBus()
+{
+    return bus;
 }
 
 bool showUnderTheWindowManager(QWidget* window)
@@ -40,6 +47,7 @@ int main(int argc, char** argv)
     ::testing::InitGoogleTest(&argc, argv);
     QTemporaryDir home;
     TestDesktop x;
+    SessionBus sessionBus;
     // Listing the tests (ctest's discovery) needs no display.
     if (!GTEST_FLAG_GET(list_tests)) {
         qputenv("HOME", home.path().toUtf8());
@@ -67,6 +75,14 @@ int main(int argc, char** argv)
             return 1;
         }
         desktop = &x;
+#ifdef VELOTAPE_TEST_SESSION_BUS
+        // Qt connects to the session bus once, at its first use: the private one must be there first.
+        if (const QString busError = sessionBus.start(); !busError.isEmpty()) {
+            std::fprintf(stderr, "no test session bus: %s\n", qPrintable(busError));
+            return 1;
+        }
+        bus = &sessionBus;
+#endif
         qputenv("QT_QPA_PLATFORM", "xcb");
     } else {
         qputenv("QT_QPA_PLATFORM", "offscreen");

@@ -66,11 +66,14 @@ Invocation parse(const QStringList& arguments)
     }
     // The window and the headless mode take the same options.
     const bool headless = first == QStringLiteral("--headless");
-    if (headless || first.startsWith(QStringLiteral("--source")) || first.startsWith(QStringLiteral("--backend"))) {
+    if (headless || first.startsWith(QStringLiteral("--source")) || first.startsWith(QStringLiteral("--backend"))
+        || first == QStringLiteral("--background")) {
         out.kind = headless ? Invocation::Kind::headless : Invocation::Kind::window;
         const QStringList options = headless ? rest : arguments;
         for (int i = 0; i < options.size(); ++i) {
-            if (options[i] == QStringLiteral("--source") && i + 1 < options.size()) {
+            if (!headless && options[i] == QStringLiteral("--background")) {
+                out.background = true;
+            } else if (options[i] == QStringLiteral("--source") && i + 1 < options.size()) {
                 out.source = options[++i];
             } else if (options[i].startsWith(QStringLiteral("--source="))) {
                 out.source = options[i].mid(9);
@@ -97,6 +100,8 @@ QString usage()
     return QStringLiteral(
         "Usage:\n"
         "  velotape [--source S]             start Velotape with its window (on S, see below)\n"
+        "  velotape --background [--source S]\n"
+        "                                    start hidden in the tray (without a tray, as --headless)\n"
         "  velotape --headless [--source S]  run without a window; S is display:ID,\n"
         "                                    window:CLASS@@TITLE or region:DISPLAYID:X,Y,W,H\n"
         "           [--backend x11|wayland]  either mode on this desktop backend instead of the\n"
@@ -114,7 +119,8 @@ QString usage()
         "  velotape detect [--area X,Y,W,H] [--json] [--write] [--] CLIP...\n"
         "                                    read the P&L off saved clips (area in the clip's pixels;\n"
         "                                    --write tags their sidecars, never over your own tag)\n"
-        "Exit status: 0 done, 1 no running instance, 2 bad command.\n");
+        "  velotape --help | --version\n"
+        "Exit status: 0 done, 1 no running instance, 2 bad command. See velotape(1).\n");
 }
 
 } // namespace CommandLine

@@ -10,7 +10,10 @@ class RecorderViewModel;
 // Main thread.
 class ControlCommands {
 public:
-    explicit ControlCommands(RecorderViewModel& viewModel) : viewModel(viewModel) {}
+    explicit ControlCommands(RecorderViewModel& viewModel)
+        : viewModel(viewModel)
+    {
+    }
 
     ControlProtocol::Reply handle(const QStringList& command);
 

@@ -1,10 +1,12 @@
 #include "app/session/AppSession.h"
 
+#include "app/AppIdentity.h"
 #include "app/AppSettings.h"
 #include "app/control/ControlCommands.h"
 #include "app/control/ControlServer.h"
 #include "app/control/ControlSocketPath.h"
 #include "app/hotkeys/GlobalHotkeys.h"
+#include "app/session/EventNotifications.h"
 #include "app/session/OwnWindowTracker.h"
 #include "app/session/RecorderViewModel.h"
 #include "app/session/SourceGeometry.h"
@@ -13,6 +15,7 @@
 #include "core/Publisher.h"
 #include "media/HevcEncoderProbe.h"
 #include "monitor/RegionPicking.h"
+#include "platform/DesktopNotifications.h"
 #include "platform/Platform.h"
 #include "recorder/PartialExports.h"
 #include "recorder/SegmentFolder.h"
@@ -36,6 +39,7 @@ AppSession::~AppSession()
     // The socket and the hotkeys go first, so no command reaches a controller that is being torn down.
     server.reset();
     hotkeys.reset();
+    notifications.reset();
     commands.reset();
     controller.reset();
 }
@@ -109,6 +113,8 @@ bool AppSession::start(QString* error)
         controller->engine()->setPreviewEnabled(false);
         static QTextStream out(stdout);
         echoEventsTo(out);
+        notifications = std::make_unique<EventNotifications>(
+            controller.get(), desktop->notifications(AppIdentity::appId()), nullptr);
         // The picker and the armed frame are windows even here, and a display capture sees them:
         // their repaints must not pass for changes of the screen.
         if (desktop->showsOverlayWindows())

@@ -9,6 +9,7 @@ class AppSettings;
 class Platform;
 class ControlCommands;
 class ControlServer;
+class EventNotifications;
 class GlobalHotkeys;
 class OwnWindowTracker;
 class QTextStream;
@@ -64,4 +65,5 @@ private:
     std::unique_ptr<ControlServer> server;
     std::unique_ptr<GlobalHotkeys> hotkeys;
     std::unique_ptr<OwnWindowTracker> ownWindows; // headless on an X display
+    std::unique_ptr<EventNotifications> notifications; // headless: no window shows the toast
 };

@@ -1,5 +1,6 @@
 #include "ui/settings/SettingsView.h"
 
+#include "app/AppIdentity.h"
 #include "app/AppSettings.h"
 #include "app/hotkeys/HotkeyRecorder.h"
 #include "app/session/RecorderViewModel.h"
@@ -21,6 +22,7 @@
 #include "ui/settings/SetRowHotkey.h"
 #include "ui/settings/SetRowMenu.h"
 #include "ui/settings/SetRowSlider.h"
+#include "ui/settings/SetRowStartAtLogin.h"
 
 #include <QCoreApplication>
 #include <QFileDialog>
@@ -529,7 +531,12 @@ void SettingsView::buildOutput(QVBoxLayout* column)
         QStringLiteral("Force-stop long recordings automatically. 0 = never."), AppSettings::autoStopMinutesRange, 5,
         [](double v) { return v == 0 ? QStringLiteral("Never") : wholeNumber(v) + QStringLiteral(" min"); },
         &AppSettings::autoStopMinutes, &AppSettings::autoStopMinutesChanged, &AppSettings::setAutoStopMinutes);
-    column->addWidget(rowCard(holder, { folder, reveal, sound, autoStop }));
+    auto* keepInTray = toggleRow(settings, QStringLiteral("Keep running in the tray"),
+        QStringLiteral("Closing the window leaves Velotape recording in the tray. Without a tray, closing quits."),
+        &AppSettings::keepRunningInTray, &AppSettings::keepRunningInTrayChanged, &AppSettings::setKeepRunningInTray);
+    auto* atLogin
+        = new SetRowStartAtLogin(AutostartEntry(AppIdentity::appId(), QCoreApplication::applicationFilePath()));
+    column->addWidget(rowCard(holder, { folder, reveal, sound, autoStop, keepInTray, atLogin }));
 }
 
 void SettingsView::pickFolder()
