@@ -2,6 +2,8 @@
 
 #include "ui/kit/V3Toggle.h"
 
+#include <QSignalBlocker>
+
 SetRowStartAtLogin::SetRowStartAtLogin(AutostartEntry autostart, QWidget* parent)
     : SetRow(QStringLiteral("Start at login"),
         QStringLiteral("Starts Velotape with your session, hidden in the tray (without a tray, in the background "
@@ -12,19 +14,27 @@ SetRowStartAtLogin::SetRowStartAtLogin(AutostartEntry autostart, QWidget* parent
 {
     control->setText(label());
     addControl(control);
-    control->setChecked(entry.isEnabled());
-    connect(control, &QAbstractButton::clicked, this, &SetRowStartAtLogin::setEnabledAtLogin);
+    showEntry();
+    // On toggled, not clicked: assistive technology toggles a switch without a click.
+    connect(control, &QAbstractButton::toggled, this, &SetRowStartAtLogin::setEnabledAtLogin);
 }
 
 void SetRowStartAtLogin::showEvent(QShowEvent* event)
 {
     SetRow::showEvent(event);
-    control->setChecked(entry.isEnabled());
+    showEntry();
 }
 
 void SetRowStartAtLogin::setEnabledAtLogin(bool on)
 {
     const std::optional<QString> problem = entry.setEnabled(on);
     setWarning(problem.value_or(QString()));
+    showEntry();
+}
+
+void SetRowStartAtLogin::showEntry()
+{
+    // What the entry is on disk, without writing it again.
+    const QSignalBlocker quiet(control);
     control->setChecked(entry.isEnabled());
 }

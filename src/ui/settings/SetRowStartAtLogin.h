@@ -20,6 +20,8 @@ protected:
 
 private:
     void setEnabledAtLogin(bool on);
+    // The switch as the entry on disk has it.
+    void showEntry();
 
     AutostartEntry entry;
     V3Toggle* control;

@@ -1,5 +1,6 @@
 #include "DesktopTestMain.h"
 #include "LaunchedWindow.h"
+#include "app/AppIdentity.h"
 #include "app/AppSettings.h"
 #include "app/session/RecorderViewModel.h"
 #include "capture/CaptureEngine.h"
@@ -28,6 +29,7 @@
 #include <QMainWindow>
 #include <QMenu>
 #include <QSettings>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -54,10 +56,17 @@ void click(QWidget* widget)
 }
 
 // The settings file as it stands on the disk, not as this process's QSettings caches it.
+// What the settings screen keeps on disk: the settings file, and the session's autostart entry.
 QByteArray onDisk()
 {
-    QFile file(QSettings().fileName());
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    QByteArray all;
+    const QString autostart = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation)
+        + QStringLiteral("/autostart/") + AppIdentity::appId() + QStringLiteral(".desktop");
+    for (const QString& path : { QSettings().fileName(), autostart }) {
+        QFile file(path);
+        all += path.toUtf8() + (file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(none)"));
+    }
+    return all;
 }
 
 // The accessible interfaces under `root` that assistive technology can toggle and may use now:
