@@ -23,8 +23,4 @@ Location resolve(const QString& runtimeDir, const QString& tempDir, uint32_t uid
 // The same for this process: $XDG_RUNTIME_DIR, the temporary directory and the real user id.
 Location forThisUser(bool create);
 
-// Empty when `dir` itself (not what a link points to) is a directory owned by `uid` that gives
-// nothing to its group or to others; otherwise what is wrong with it.
-QString privateDirectoryProblem(const QString& dir, uint32_t uid);
-
 } // namespace ControlSocketPath
