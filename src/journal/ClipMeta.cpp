@@ -32,18 +32,7 @@ bool ClipMeta::isEmpty() const
 
 double ClipMeta::signedPnL() const
 {
-    if (!pnl) return 0;
-    switch (outcome) {
-    case TradeOutcome::unset:
-        return *pnl;
-    case TradeOutcome::win:
-        return std::fabs(*pnl);
-    case TradeOutcome::loss:
-        return -std::fabs(*pnl);
-    case TradeOutcome::breakeven:
-        return 0;
-    }
-    return 0;
+    return signedAmount(outcome, pnl);
 }
 
 bool operator==(const ClipMeta& a, const ClipMeta& b)

@@ -21,18 +21,7 @@ std::optional<double> finiteNumber(const QJsonObject& object, QLatin1StringView 
 
 double ClipTrade::signedPnL() const
 {
-    if (!pnl) return 0;
-    switch (outcome) {
-    case TradeOutcome::unset:
-        return *pnl;
-    case TradeOutcome::win:
-        return std::fabs(*pnl);
-    case TradeOutcome::loss:
-        return -std::fabs(*pnl);
-    case TradeOutcome::breakeven:
-        return 0;
-    }
-    return 0;
+    return signedAmount(outcome, pnl);
 }
 
 QJsonObject ClipTrade::toJson() const

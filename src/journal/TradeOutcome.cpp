@@ -1,5 +1,7 @@
 #include "journal/TradeOutcome.h"
 
+#include <cmath>
+
 QString rawValue(TradeOutcome outcome)
 {
     switch (outcome) {
@@ -36,4 +38,20 @@ std::optional<TradeOutcome> tradeOutcomeFromRaw(QStringView raw)
         if (raw == rawValue(outcome)) return outcome;
     }
     return std::nullopt;
+}
+
+double signedAmount(TradeOutcome outcome, std::optional<double> pnl)
+{
+    if (!pnl) return 0;
+    switch (outcome) {
+    case TradeOutcome::unset:
+        return *pnl;
+    case TradeOutcome::win:
+        return std::fabs(*pnl);
+    case TradeOutcome::loss:
+        return -std::fabs(*pnl);
+    case TradeOutcome::breakeven:
+        return 0;
+    }
+    return 0;
 }

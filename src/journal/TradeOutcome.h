@@ -18,3 +18,8 @@ QString rawValue(TradeOutcome outcome);
 QString label(TradeOutcome outcome);
 // Exact match only: "Win" or "WIN" is no outcome at all.
 std::optional<TradeOutcome> tradeOutcomeFromRaw(QStringView raw);
+
+// An amount with the sign its outcome gives it: a win counts positive and a loss negative whatever
+// sign was typed, breakeven counts nothing, and an unset outcome keeps the amount's own sign. No
+// amount counts nothing.
+double signedAmount(TradeOutcome outcome, std::optional<double> pnl);
