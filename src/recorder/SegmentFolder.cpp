@@ -46,7 +46,7 @@ QStringList SegmentFolder::candidateParents()
 {
     const QString uid = QString::number(::geteuid());
     QStringList parents;
-    // Relative values are ignored, as the base directory specification asks.
+    // Relative values are ignored, as the freedesktop base directory rules ask.
     const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
     if (!runtime.isEmpty() && QDir::isAbsolutePath(runtime)) parents << runtime + QStringLiteral("/velotape");
     QString cache = qEnvironmentVariable("XDG_CACHE_HOME");
