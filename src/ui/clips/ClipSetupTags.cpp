@@ -1,6 +1,7 @@
 #include "ui/clips/ClipSetupTags.h"
 
 #include "ui/clips/ClipEdits.h"
+#include "ui/kit/EnterPresses.h"
 #include "ui/kit/KitPaint.h"
 #include "ui/kit/V3.h"
 #include "ui/kit/V3Field.h"
@@ -25,6 +26,8 @@ public:
         setAccessibleName(QStringLiteral("Remove tag ") + tag);
         setToolTip(QStringLiteral("Remove ") + tag);
         setFocusPolicy(Qt::TabFocus);
+        // Return and Enter remove it too, as they press every other button of the kit.
+        new EnterPresses(this);
         setCursor(Qt::PointingHandCursor);
         setAttribute(Qt::WA_Hover);
         const QFontMetrics metrics(KitPaint::font(10, QFont::Medium));
