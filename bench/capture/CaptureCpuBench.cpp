@@ -284,8 +284,9 @@ void captureCpu(benchmark::State& state, bool changing, bool previews, bool ring
     }
     // Every round on its own line too, for the record.
     for (size_t i = 0; i < oursRuns.size(); ++i)
-        std::fprintf(stderr, "round %zu: ours %.1f%% %.1f fps %.1f ms/picture; ffmpeg %.1f%% %.1f fps %.1f ms/picture\n",
-            i + 1, oursRuns[i].cpuPerSecond * 100, ring ? oursRuns[i].clipFramesPerSecond : oursRuns[i].framesPerSecond,
+        std::fprintf(stderr,
+            "round %zu: ours %.1f%% %.1f fps %.1f ms/picture; ffmpeg %.1f%% %.1f fps %.1f ms/picture\n", i + 1,
+            oursRuns[i].cpuPerSecond * 100, ring ? oursRuns[i].clipFramesPerSecond : oursRuns[i].framesPerSecond,
             cpuPerFrame(oursRuns[i]), ffmpegRuns[i].cpuPerSecond * 100,
             ring ? ffmpegRuns[i].clipFramesPerSecond : ffmpegRuns[i].framesPerSecond, cpuPerFrame(ffmpegRuns[i]));
     if (painter) {

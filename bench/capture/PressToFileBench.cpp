@@ -60,8 +60,8 @@ Run control(const QProcessEnvironment& env, const QStringList& command)
 void printSpread(const char* what, std::vector<double> v)
 {
     std::sort(v.begin(), v.end());
-    std::printf("%-34s min %8.1f  median %8.1f  max %8.1f ms  (%zu runs:", what, v.front(), v[v.size() / 2],
-        v.back(), v.size());
+    std::printf("%-34s min %8.1f  median %8.1f  max %8.1f ms  (%zu runs:", what, v.front(), v[v.size() / 2], v.back(),
+        v.size());
     for (double x : v)
         std::printf(" %.1f", x);
     std::printf(")\n");
