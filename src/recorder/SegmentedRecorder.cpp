@@ -422,7 +422,7 @@ bool SegmentedRecorder::startNewSegment(const MediaTime& startingAt)
 void SegmentedRecorder::startSegmentWithLastPicture(const MediaTime& at)
 {
     if (!lastFrame || !startNewSegment(at)) return;
-    deliverFrame(VideoFrame { lastFrame->image, at });
+    deliverFrame(VideoFrame { lastFrame->image, at, lastFrame->changes });
 }
 
 void SegmentedRecorder::rotateSegmentAsync(const MediaTime& startingAt)
