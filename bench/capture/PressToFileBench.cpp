@@ -17,6 +17,7 @@
 #include <QThread>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <sys/prctl.h>
 #include <vector>
