@@ -6,8 +6,11 @@ set -euo pipefail
 root=$(cd "$(dirname "$0")/../.." && pwd)
 build=${1:-$root/build/release}
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build "$build" --parallel "$(nproc)" --target capture_cpu_bench press_to_file_bench velotape
+cmake --build "$build" --parallel "$(nproc)" --target capture_cpu_bench press_to_file_bench encode_cpu_bench velotape
 load() { echo "load average: $(cut -d' ' -f1-3 /proc/loadavg)"; }
+load
+"$build/bench/recorder/encode_cpu_bench" heavy
+"$build/bench/recorder/encode_cpu_bench" trader
 load
 "$build/bench/capture/capture_cpu_bench" --benchmark_filter='pipeline_heavy|pipeline_trader'
 load
