@@ -23,7 +23,7 @@
 
 // Everything the desktop provides, for one session: the screen, system audio, microphones, global
 // hotkeys, the area picker and the armed frame, window visibility, the file manager with the trash
-// and the sounds, and OCR. The interfaces live beside this file and the backends below it (x11/,
+// and the sounds, and OCR. The interfaces live beside this file and the backends below it (x11/, wayland/,
 // pulse/, ocr/, desktop/); this class is the one place that knows the backends, so nothing else in
 // the program includes their headers.
 //
