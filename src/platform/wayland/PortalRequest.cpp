@@ -13,6 +13,11 @@ const QString PortalRequest::path = QStringLiteral("/org/freedesktop/portal/desk
 
 namespace {
 
+// Signals are matched by their object path alone: the path holds our unique name and a token of
+// ours, and a match on the sender's well-known name could miss a signal that comes before the bus
+// has told us who owns it.
+const QString anySender;
+
 // Receives one Response in the thread that waits for it.
 class ResponseReceiver : public QObject {
     Q_OBJECT
@@ -66,26 +71,26 @@ PortalRequest::Answer PortalRequest::call(
     const QString requestInterface = QStringLiteral("org.freedesktop.portal.Request");
     const QString signal = QStringLiteral("Response");
     const char* slot = SLOT(onResponse(uint, QVariantMap));
-    bus.connect(service, expected, requestInterface, signal, &receiver, slot);
+    bus.connect(anySender, expected, requestInterface, signal, &receiver, slot);
 
     QDBusMessage message = QDBusMessage::createMethodCall(service, path, interface, method);
     message.setArguments(arguments);
     const QDBusMessage reply = bus.call(message, QDBus::Block, 30000);
     if (reply.type() != QDBusMessage::ReplyMessage) {
-        bus.disconnect(service, expected, requestInterface, signal, &receiver, slot);
+        bus.disconnect(anySender, expected, requestInterface, signal, &receiver, slot);
         answer.error = reply.errorMessage().isEmpty() ? reply.errorName() : reply.errorMessage();
         return answer;
     }
     // A portal older than the token scheme makes up its own path: listen there too.
     const QString made = reply.arguments().value(0).value<QDBusObjectPath>().path();
-    if (!made.isEmpty() && made != expected) bus.connect(service, made, requestInterface, signal, &receiver, slot);
+    if (!made.isEmpty() && made != expected) bus.connect(anySender, made, requestInterface, signal, &receiver, slot);
 
     if (!receiver.answered) {
         QTimer::singleShot(timeoutMs, &receiver.loop, &QEventLoop::quit);
         receiver.loop.exec();
     }
-    bus.disconnect(service, expected, requestInterface, signal, &receiver, slot);
-    if (!made.isEmpty() && made != expected) bus.disconnect(service, made, requestInterface, signal, &receiver, slot);
+    bus.disconnect(anySender, expected, requestInterface, signal, &receiver, slot);
+    if (!made.isEmpty() && made != expected) bus.disconnect(anySender, made, requestInterface, signal, &receiver, slot);
     if (!receiver.answered) {
         answer.error = QStringLiteral("the desktop portal did not answer %1").arg(method);
         return answer;

@@ -145,8 +145,8 @@ PortalScreenCast::Started PortalScreenCast::start(const QString& restoreToken, b
         std::lock_guard lock(mutex);
         sessionHandle = handle;
     }
-    bus.connect(PortalRequest::service, handle, sessionInterface, QStringLiteral("Closed"), watch.get(),
-        SLOT(closed(QVariantMap)));
+    // By path alone, as the requests' answers are.
+    bus.connect(QString(), handle, sessionInterface, QStringLiteral("Closed"), watch.get(), SLOT(closed(QVariantMap)));
 
     const uint sourceTypes = portalProperty(bus, QStringLiteral("AvailableSourceTypes")).value_or(monitor);
     const uint cursorModes = portalProperty(bus, QStringLiteral("AvailableCursorModes")).value_or(0);
@@ -215,8 +215,8 @@ void PortalScreenCast::close()
         handle = std::exchange(sessionHandle, QString());
     }
     if (handle.isEmpty()) return;
-    bus.disconnect(PortalRequest::service, handle, sessionInterface, QStringLiteral("Closed"), watch.get(),
-        SLOT(closed(QVariantMap)));
+    bus.disconnect(
+        QString(), handle, sessionInterface, QStringLiteral("Closed"), watch.get(), SLOT(closed(QVariantMap)));
     QDBusMessage close
         = QDBusMessage::createMethodCall(PortalRequest::service, handle, sessionInterface, QStringLiteral("Close"));
     bus.send(close);

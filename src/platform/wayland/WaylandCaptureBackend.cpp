@@ -46,30 +46,38 @@ private:
 } // namespace
 
 struct WaylandCaptureBackend::Shared {
+    explicit Shared(QDBusConnection bus)
+        : portal(std::move(bus))
+    {
+    }
+
     std::mutex mutex;
     PortalScreenCast portal; // its blocking calls are made under `mutex`
     std::optional<PortalScreenCast::Stream> stream; // guarded by mutex: the session's, while it runs
     bool sessionShowsCursor = true; // guarded by mutex
-    std::weak_ptr<PipeWireCaptureStream> running; // guarded by mutex
+    // Its own lock: the desktop may close the session while a call above waits for the desktop
+    // with `mutex` held.
+    std::mutex runningMutex;
+    std::weak_ptr<PipeWireCaptureStream> running; // guarded by runningMutex
 
     std::mutex latestMutex;
     QImage latest; // guarded by latestMutex: the newest picture at the stream's size
     QPoint latestOrigin; // guarded by latestMutex: where it lies in global space
 };
 
-WaylandCaptureBackend::WaylandCaptureBackend(TokenStore tokens)
+WaylandCaptureBackend::WaylandCaptureBackend(TokenStore tokens, QDBusConnection bus)
     : tokens(std::move(tokens))
-    , shared(std::make_shared<Shared>())
+    , shared(std::make_shared<Shared>(std::move(bus)))
 {
     // Main thread: the desktop ended the session (the user pressed "Stop sharing", or the
     // compositor went away). The running stream ends with a reason; the ring keeps what it has.
+    // The portal forgets the session by itself, so the next start makes a new one.
     shared->portal.setOnClosed([weak = std::weak_ptr<Shared>(shared)] {
         const std::shared_ptr<Shared> s = weak.lock();
         if (!s) return;
         std::shared_ptr<PipeWireCaptureStream> running;
         {
-            std::lock_guard lock(s->mutex);
-            s->stream.reset();
+            std::lock_guard lock(s->runningMutex);
             running = s->running.lock();
         }
         logLine(QStringLiteral("The desktop closed the screen-cast session"));
@@ -156,6 +164,7 @@ CaptureBackend::StreamStart WaylandCaptureBackend::startCapture(
         = PipeWireCaptureStream::start(fd, shared->stream->nodeId, configuration, output, keepLatest);
     if (!started.stream) return started;
     std::shared_ptr<PipeWireCaptureStream> stream(static_cast<PipeWireCaptureStream*>(started.stream.release()));
+    std::lock_guard runningLock(shared->runningMutex);
     shared->running = stream;
     return { std::make_unique<SharedStream>(stream), {} };
 }

@@ -2,6 +2,7 @@
 
 #include "platform/CaptureBackend.h"
 
+#include <QDBusConnection>
 #include <QImage>
 
 #include <functional>
@@ -31,7 +32,8 @@ public:
         std::function<void(const QString&)> save;
     };
 
-    explicit WaylandCaptureBackend(TokenStore tokens);
+    // `bus`: the session bus the desktop portal is on.
+    explicit WaylandCaptureBackend(TokenStore tokens, QDBusConnection bus = QDBusConnection::sessionBus());
     ~WaylandCaptureBackend() override;
 
     // Empty when a desktop portal with a screen cast and PipeWire answer on this session; otherwise

@@ -24,8 +24,11 @@
 #include <QMap>
 #include <QPainter>
 #include <QRect>
+#include <QTimer>
 
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <mutex>
 #include <pipewire/pipewire.h>
@@ -119,6 +122,7 @@ public:
     ~Producer()
     {
         if (loop) pw_thread_loop_stop(loop);
+        if (registry) pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry));
         if (stream) pw_stream_destroy(stream);
         if (core) pw_core_disconnect(core);
         if (context) pw_context_destroy(context);
@@ -152,6 +156,21 @@ public:
             return e;
         }();
         pw_stream_add_listener(stream, &listener, &events, this);
+        // Each new consumer gets the present picture at once, as a compositor sends a new screen
+        // cast its first frame: a link from our node is a new consumer.
+        registry = pw_core_get_registry(core, PW_VERSION_REGISTRY, 0);
+        static const pw_registry_events registryEvents = [] {
+            pw_registry_events e {};
+            e.version = PW_VERSION_REGISTRY_EVENTS;
+            e.global = [](void* self, uint32_t, uint32_t, const char* type, uint32_t, const spa_dict* props) {
+                auto* producer = static_cast<Producer*>(self);
+                if (!props || std::strcmp(type, PW_TYPE_INTERFACE_Link) != 0) return;
+                const char* output = spa_dict_lookup(props, PW_KEY_LINK_OUTPUT_NODE);
+                if (output && uint32_t(std::atoi(output)) == producer->nodeId) producer->sentKey = -2;
+            };
+            return e;
+        }();
+        pw_registry_add_listener(registry, &registryListener, &registryEvents, this);
         uint8_t buffer[1024];
         spa_pod_builder b = SPA_POD_BUILDER_INIT(buffer, sizeof(buffer));
         const spa_rectangle rect = SPA_RECTANGLE(uint32_t(size.width()), uint32_t(size.height()));
@@ -293,6 +312,8 @@ private:
     pw_core* core = nullptr;
     pw_stream* stream = nullptr;
     spa_hook listener {};
+    pw_registry* registry = nullptr;
+    spa_hook registryListener {};
     spa_source* timer = nullptr;
     uint32_t nodeId = SPA_ID_INVALID;
     bool streaming = false;
@@ -369,7 +390,9 @@ public:
             paths << path;
         for (const QString& path : paths) {
             emit sessions[path].adaptor->Closed();
-            dropSession(path);
+            // The bus connection sends the signal from its own thread, naming the object by its
+            // path: the object stays registered until it surely went out.
+            QTimer::singleShot(1000, this, [this, path] { dropSession(path); });
         }
     }
 };
