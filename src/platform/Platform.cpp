@@ -8,6 +8,7 @@
 #include "platform/pulse/PulseMicrophones.h"
 #include "platform/pulse/PulseServerWatch.h"
 #include "platform/pulse/PulseSystemAudio.h"
+#include "platform/wayland/PortalGlobalShortcuts.h"
 #include "platform/wayland/WaylandCaptureBackend.h"
 #include "platform/x11/AreaPickerOverlay.h"
 #include "platform/x11/ArmedAreaOverlay.h"
@@ -161,6 +162,13 @@ std::unique_ptr<GlobalKeyMonitor> Platform::globalKeyMonitor()
 {
     if (chosen != Backend::x11) return nullptr;
     return X11HotkeyMonitor::create();
+}
+
+std::unique_ptr<DesktopShortcuts> Platform::desktopShortcuts()
+{
+    // On X11 the global key monitor hears the keys itself.
+    if (chosen != Backend::wayland || !PortalGlobalShortcuts::available()) return nullptr;
+    return std::make_unique<PortalGlobalShortcuts>();
 }
 
 std::shared_ptr<KeyGrabCheck> Platform::keyGrabCheck()
