@@ -198,6 +198,61 @@ TEST_F(WaylandEndToEnd, TheDesktopEndingTheSessionIsToldAndTheRingKeepsWhatItHad
     EXPECT_GE(clip->durationSeconds, 2.5);
 }
 
+TEST_F(WaylandEndToEnd, AShortcutThatTheDesktopHoldsSavesAClip)
+{
+    desktop.control(QStringLiteral("StartCounter"));
+    ASSERT_NO_FATAL_FAILURE(startInstance());
+    ASSERT_NO_FATAL_FAILURE(waitUntilBuffered(2.0));
+    // The desktop was offered both actions, the save key as the user set it (the default here).
+    QStringList bound;
+    QElapsedTimer waited;
+    waited.start();
+    while (bound.size() < 2 && waited.elapsed() < 10000) {
+        bound = desktop.control(QStringLiteral("BoundShortcuts")).toStringList();
+        QThread::msleep(100);
+    }
+    EXPECT_EQ(bound, (QStringList { QStringLiteral("save=CTRL+SHIFT+r"), QStringLiteral("arm=") }));
+
+    // The user presses it twice, wherever the focus is.
+    ASSERT_TRUE(desktop.control(QStringLiteral("Trigger"), { QStringLiteral("save") }).toBool());
+    int status = -1;
+    QString answer;
+    waited.restart();
+    while (!answer.startsWith(QStringLiteral("recording")) && waited.elapsed() < 5000) {
+        answer = control({ QStringLiteral("status") }, &status);
+        QThread::msleep(100);
+    }
+    EXPECT_TRUE(answer.startsWith(QStringLiteral("recording"))) << answer.toStdString();
+    QThread::msleep(1500);
+    ASSERT_TRUE(desktop.control(QStringLiteral("Trigger"), { QStringLiteral("save") }).toBool());
+    const QStringList saved = waitForClips(1);
+    ASSERT_EQ(saved.size(), 1) << instanceOutput.toStdString();
+    EXPECT_TRUE(instanceSaid(QStringLiteral("Saved: ") + saved[0], 5000)) << instanceOutput.toStdString();
+}
+
+TEST_F(WaylandEndToEnd, TheAreaMonitorReadsTheSameStreamAndSeesOnlyItsRectangle)
+{
+    ASSERT_NO_FATAL_FAILURE(startInstance());
+    ASSERT_NO_FATAL_FAILURE(waitUntilBuffered(0.0));
+    int status = -1;
+    EXPECT_EQ(control({ QStringLiteral("area"), QStringLiteral("100"), QStringLiteral("100"), QStringLiteral("200"),
+                          QStringLiteral("120") },
+                  &status),
+        QStringLiteral("Watch area captured"));
+    EXPECT_EQ(control({ QStringLiteral("arm") }, &status), QStringLiteral("Area monitor armed"));
+
+    // A change elsewhere on the screen is not the area's.
+    desktop.control(QStringLiteral("Fill"), { 400, 250, 150, 100, QStringLiteral("#e02020") });
+    EXPECT_FALSE(instanceSaid(QStringLiteral("Area changed"), 1500)) << instanceOutput.toStdString();
+    EXPECT_TRUE(control({ QStringLiteral("status") }, &status).startsWith(QStringLiteral("buffering")));
+
+    desktop.control(QStringLiteral("Fill"), { 120, 120, 160, 80, QStringLiteral("#e02020") });
+    EXPECT_TRUE(instanceSaid(QStringLiteral("Area changed — recording…"), 5000)) << instanceOutput.toStdString();
+    // One session for the stream and the monitor: the desktop asked once.
+    EXPECT_EQ(chooserShown(), 1u);
+    EXPECT_EQ(desktop.control(QStringLiteral("SessionCount")).toUInt(), 2u); // the screen cast and the shortcuts
+}
+
 TEST(WaylandWithoutPortal, TheUserIsToldWhatTheSessionLacks)
 {
     QTemporaryDir dir;
