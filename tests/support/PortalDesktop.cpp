@@ -168,7 +168,8 @@ QString PortalDesktop::start(const Options& options)
 
     if (!launch(testBackend(),
             { QStringLiteral("--size"), QStringLiteral("%1x%2").arg(options.size.width()).arg(options.size.height()),
-                QStringLiteral("--format"), options.format },
+                QStringLiteral("--format"), options.format, QStringLiteral("--counter-ms"),
+                QString::number(options.counterMs) },
             QStringLiteral("backend.log")))
         return QStringLiteral("the test portal backend does not start");
     if (!waitForName(backendName, 10000)) return QStringLiteral("the test portal backend did not take its name");

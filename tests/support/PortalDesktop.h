@@ -25,6 +25,7 @@ public:
     struct Options {
         QSize size { 640, 360 };
         QString format = QStringLiteral("BGRx"); // what the test backend's node sends
+        int counterMs = 100; // how often the painted counter goes up
     };
 
     PortalDesktop();

@@ -6,7 +6,10 @@
 // window), filled rectangles, the answer of the "chooser", a closed session, a pressed shortcut.
 // A picture is sent only when it changed, as a compositor sends only damage.
 //
-//   velotape-test-portal [--size WxH] [--format BGRx|BGRA|RGBx|RGBA]
+//   velotape-test-portal [--size WxH] [--format BGRx|BGRA|RGBx|RGBA] [--counter-ms N]
+//
+// The counter goes up every 100 ms unless --counter-ms says otherwise (a benchmark wants a change
+// every frame).
 //
 // The bus name is taken once the node exists, so a harness that waits for the name can start
 // xdg-desktop-portal right after.
@@ -113,9 +116,10 @@ const QString monitorName = QStringLiteral("TEST-1");
 // (main thread) changes under the thread loop's lock.
 class Producer {
 public:
-    Producer(QSize size, spa_video_format format)
+    Producer(QSize size, spa_video_format format, int counterMs)
         : size(size)
         , format(format)
+        , counterMs(counterMs)
     {
     }
 
@@ -206,7 +210,7 @@ public:
     int counter()
     {
         std::lock_guard lock(*this);
-        return counting.isValid() ? int(counting.elapsed() / 100) : -1;
+        return counting.isValid() ? int(counting.elapsed() / counterMs) : -1;
     }
 
     void fill(const QRect& rect, const QColor& colour)
@@ -257,7 +261,7 @@ private:
     void tick()
     {
         if (!streaming) return;
-        const int count = counting.isValid() ? int(counting.elapsed() / 100) : -1;
+        const int count = counting.isValid() ? int(counting.elapsed() / counterMs) : -1;
         const long key = long(count) * 1000 + fillGeneration;
         if (key == sentKey) return;
         pw_buffer* b = pw_stream_dequeue_buffer(stream);
@@ -307,6 +311,7 @@ private:
 
     const QSize size;
     const spa_video_format format;
+    const int counterMs;
     pw_thread_loop* loop = nullptr;
     pw_context* context = nullptr;
     pw_core* core = nullptr;
@@ -593,11 +598,14 @@ int main(int argc, char** argv)
 
     QSize size(640, 360);
     spa_video_format format = SPA_VIDEO_FORMAT_BGRx;
+    int counterMs = 100;
     const QStringList args = app.arguments();
     for (int i = 1; i + 1 < args.size(); i += 2) {
         if (args[i] == QLatin1String("--size")) {
             const QStringList wh = args[i + 1].split(QLatin1Char('x'));
             if (wh.size() == 2) size = QSize(wh[0].toInt(), wh[1].toInt());
+        } else if (args[i] == QLatin1String("--counter-ms")) {
+            counterMs = std::max(1, args[i + 1].toInt());
         } else if (args[i] == QLatin1String("--format")) {
             const QString f = args[i + 1];
             format = f == QLatin1String("BGRA") ? SPA_VIDEO_FORMAT_BGRA
@@ -608,7 +616,7 @@ int main(int argc, char** argv)
     }
 
     pw_init(&argc, &argv);
-    Producer producer(size, format);
+    Producer producer(size, format, counterMs);
     const uint32_t node = producer.start();
     if (node == 0) {
         std::fprintf(stderr, "velotape-test-portal: no PipeWire node (is pipewire running?)\n");
