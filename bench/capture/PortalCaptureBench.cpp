@@ -128,5 +128,7 @@ int main(int argc, char** argv)
         median(x11Rate));
     std::printf("  portal: ours %.2f ms, PipeWire + producer %.2f ms, %.1f pictures/s\n", median(portalOwn),
         median(portalServerMs), median(portalRate));
+    painter->kill();
+    painter->waitForFinished(2000);
     return 0;
 }
