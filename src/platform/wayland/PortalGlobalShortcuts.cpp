@@ -76,7 +76,8 @@ bool PortalGlobalShortcuts::available(QDBusConnection bus)
 QString PortalGlobalShortcuts::triggerOf(const HotkeyBinding& binding)
 {
     if (!binding.enabled || binding.keyChar.isEmpty()) return {};
-    // The shortcuts specification's names: CTRL, ALT, SHIFT, LOGO, then the key's own name.
+    // The names of the freedesktop shortcut format that the portal reads: CTRL, ALT, SHIFT, LOGO, then
+    // the key's own name.
     QStringList parts;
     if (binding.modifierRaw & HotkeyBinding::commandBit) parts << QStringLiteral("CTRL");
     if (binding.modifierRaw & HotkeyBinding::optionBit) parts << QStringLiteral("ALT");
