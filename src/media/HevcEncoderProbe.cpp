@@ -2,6 +2,8 @@
 
 #include "media/HevcEncoderChoice.h"
 
+#include <QPainter>
+
 namespace {
 
 class RealEncoder : public HevcEncoderProbe::Encoder {
@@ -14,6 +16,11 @@ public:
     {
         return encoder->send(image, pts, forceKeyFrame, sink);
     }
+    int sendCovered(const QImage& image, const QImage& overlay, QPoint overlayAt, int64_t pts, bool forceKeyFrame,
+        const PacketSink& sink) override
+    {
+        return encoder->send(image, pts, forceKeyFrame, sink, overlay, overlayAt);
+    }
     int finish(const PacketSink& sink) override { return encoder->finish(sink); }
     const AVCodecContext* context() const override { return encoder->context(); }
 
@@ -22,6 +29,18 @@ private:
 };
 
 } // namespace
+
+int HevcEncoderProbe::Encoder::sendCovered(const QImage& image, const QImage& overlay, QPoint overlayAt, int64_t pts,
+    bool forceKeyFrame, const PacketSink& sink)
+{
+    if (overlay.isNull()) return send(image, pts, forceKeyFrame, sink);
+    QImage covered = image.convertToFormat(QImage::Format_RGB32);
+    QPainter painter(&covered);
+    painter.setCompositionMode(QPainter::CompositionMode_Source);
+    painter.drawImage(overlayAt, overlay);
+    painter.end();
+    return send(covered, pts, forceKeyFrame, sink);
+}
 
 std::vector<HevcEncoderProbe::Candidate> HevcEncoderProbe::candidates()
 {

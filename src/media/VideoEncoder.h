@@ -3,6 +3,7 @@
 #include "media/FFmpegHandles.h"
 
 #include <QImage>
+#include <QPoint>
 #include <QString>
 
 #include <functional>
@@ -33,8 +34,10 @@ public:
     ~VideoEncoder();
 
     // Encodes `image` at `pts` (in Settings::timeBase); `forceKeyFrame` asks for a key frame here.
-    // Returns 0 or a negative FFmpeg error.
-    int send(const QImage& image, int64_t pts, bool forceKeyFrame, const PacketSink& sink);
+    // `overlay`, when there is one, covers the picture at `overlayAt` (32-bit too). Returns 0 or a
+    // negative FFmpeg error.
+    int send(const QImage& image, int64_t pts, bool forceKeyFrame, const PacketSink& sink, const QImage& overlay = {},
+        QPoint overlayAt = {});
     // Ends the stream and hands over what the encoder still holds.
     int finish(const PacketSink& sink);
 
@@ -43,12 +46,17 @@ public:
 private:
     VideoEncoder() = default;
     int convert(const QImage& image, AVFrame* target);
+    // Converts `overlay` into its place in the converted `target`; false when the target's layout
+    // does not allow it (a size that the encoder scales, a place off the colour planes' grid).
+    bool convertOverlay(const QImage& overlay, QPoint at, AVFrame* target);
 
     CodecContextPtr codec;
     BufferRefPtr hwDevice;
     BufferRefPtr hwFrames;
     AVPixelFormat softwareFormat = AV_PIX_FMT_YUV420P;
     SwsContextPtr scaler;
+    SwsContextPtr overlayScaler;
+    FramePtr overlayFrame;
     QSize scalerInput;
     QImage::Format scalerFormat = QImage::Format_Invalid;
     FramePtr softwareFrame;

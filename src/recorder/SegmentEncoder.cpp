@@ -487,7 +487,7 @@ void SegmentEncoder::Impl::encodeVideo(const std::shared_ptr<File>& file, const 
     file->lastVideoPts = offset;
     const int64_t pts = toTicks(frame.pts - videoZero, videoTicks);
     sentPictures.push_back({ pts, file, offset });
-    const int rc = videoEncoder->send(frame.image, pts, key, videoSink());
+    const int rc = videoEncoder->sendCovered(frame.image, frame.overlay, frame.overlayAt, pts, key, videoSink());
     if (rc < 0) {
         fail(*file, QStringLiteral("video: ") + avErrorText(rc));
         videoEncoder.reset(); // the next picture starts a fresh one
