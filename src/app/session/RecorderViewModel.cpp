@@ -3,11 +3,13 @@
 #include "app/AppSettings.h"
 #include "app/session/AreaCommands.h"
 #include "app/session/BackendAreaGrabber.h"
+#include "app/session/CameraWiring.h"
 #include "app/session/LostWindowWatch.h"
 #include "app/session/SourceMemory.h"
 #include "capture/CaptureEngine.h"
 #include "core/Log.h"
 #include "core/Publisher.h"
+#include "devices/CameraCapture.h"
 #include "devices/MicCapture.h"
 #include "journal/ClipAutoDetect.h"
 #include "journal/ClipJournalStore.h"
@@ -43,12 +45,12 @@ RecorderViewModel::RecorderViewModel(AppSettings* settings, Backends b, QObject*
 {
     if (!backends.scheduler) backends.scheduler = std::make_unique<QtTaskScheduler>(this);
 
-    // The objects it owns, in their order. The camera takes its place between the area monitor and
-    // the microphone when it arrives.
+    // The objects it owns, in their order.
     captureEngine = new CaptureEngine(backends.screen, backends.systemAudio, this);
     segmentRecorder = new SegmentedRecorder(this);
     if (!backends.areaGrabber) backends.areaGrabber = std::make_unique<BackendAreaGrabber>(backends.screen);
     monitor = new AreaMonitor(std::move(backends.areaGrabber), {}, this);
+    cameraCapture = new CameraCapture(backends.cameras, this);
     microphone = new MicCapture(backends.microphones, this);
     journalStore = new ClipJournalStore(QUrl::fromLocalFile(appSettings->saveFolderPath()), this);
     sources = std::make_unique<SourceMemory>(*appSettings, *captureEngine);
@@ -70,8 +72,9 @@ RecorderViewModel::RecorderViewModel(AppSettings* settings, Backends b, QObject*
     };
 
     // Every subscription and callback between the settings and the objects the controller owns.
-    // The camera, the microphone and the armed-area overlay add theirs when they arrive.
     wireJournal();
+    cameraWiring = std::make_unique<CameraWiring>(
+        *appSettings, *cameraCapture, *segmentRecorder, [this](const QString& text) { showToast(text); });
     wireAudio();
     wireAreaMonitor();
     wirePersistence();
