@@ -52,8 +52,6 @@ CameraComposite placement(CameraShape shape, QImage picture)
     c.positionY = positionY;
     c.sizeFrac = sizeFrac;
     c.shape = shape;
-    c.aspect = cameraAspect(shape);
-    c.cornerFraction = cameraCornerFraction(shape);
     return c;
 }
 

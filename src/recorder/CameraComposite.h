@@ -13,8 +13,6 @@ struct CameraComposite {
     double positionX = 0; // the overlay's centre, as a fraction of the width from the left
     double positionY = 0; // the overlay's centre, as a fraction of the height from the top
     double sizeFrac = 0; // the overlay's shorter side, as a fraction of the picture's shorter side
-    double aspect = 1; // the overlay's width to its height
-    double cornerFraction = 0; // the corner radius, as a fraction of the shorter side
-    CameraShape shape = CameraShape::circle; // for the chrome
+    CameraShape shape = CameraShape::circle; // its aspect, its corners and its chrome
     std::optional<CameraFrameStyle> frameStyle; // the chrome; none: no chrome
 };

@@ -1,5 +1,8 @@
 #include "recorder/CameraCompositor.h"
 
+#include "devices/CameraOverlayGeometry.h"
+#include "devices/ChromeDrawer.h"
+
 #include <QPainter>
 #include <QPainterPath>
 
@@ -22,18 +25,7 @@ bool isFinite(double v)
 
 QRectF CameraCompositor::overlayRect(QSizeF canvas, const CameraComposite& c)
 {
-    // TODO(chrome): cameraOverlayRect of CameraOverlayGeometry replaces this once it is on main.
-    const double base = c.sizeFrac * std::min(canvas.width(), canvas.height());
-    const double aspect = c.aspect > 0 ? c.aspect : 1.0;
-    // The base size is always the overlay's shorter side.
-    const double w = aspect >= 1 ? aspect * base : base;
-    const double h = aspect >= 1 ? base : base / aspect;
-    return QRectF(c.positionX * canvas.width() - w / 2, c.positionY * canvas.height() - h / 2, w, h);
-}
-
-double CameraCompositor::cornerRadius(QSizeF canvas, const CameraComposite& c)
-{
-    return c.sizeFrac * std::min(canvas.width(), canvas.height()) * c.cornerFraction;
+    return cameraOverlayRect(canvas, c.positionX, c.positionY, c.sizeFrac, c.shape);
 }
 
 QRect CameraCompositor::touchedRect(QSize canvas, const CameraComposite& c)
@@ -77,9 +69,7 @@ std::optional<CameraCompositor::Overlay> CameraCompositor::composite(
     if (scaled.isNull()) return std::nullopt;
     const QPointF origin = rect.center() - QPointF(scaledSize.width() / 2.0, scaledSize.height() / 2.0);
 
-    const double radius = std::min({ cornerRadius(QSizeF(screen.size()), c), rect.width() / 2, rect.height() / 2 });
-    QPainterPath shape;
-    shape.addRoundedRect(rect, std::max(0.0, radius), std::max(0.0, radius));
+    const QPainterPath shape = cameraBubblePath(rect, c.shape);
 
     QPainter painter(&patch);
     if (!painter.isActive()) return std::nullopt;
@@ -89,12 +79,8 @@ std::optional<CameraCompositor::Overlay> CameraCompositor::composite(
     fill.setTransform(QTransform::fromTranslate(std::round(origin.x()), std::round(origin.y())));
     painter.fillPath(shape, fill);
 
-    if (c.frameStyle) {
-        const double seconds = pts.isNumeric() ? pts.seconds() : 0;
-        // CHROME CALL SITE: ChromeDrawer::draw(painter, rect, c.shape, *c.frameStyle, seconds) goes
-        // here once the frame styles' drawings are on main.
-        (void)seconds;
-    }
+    // The chrome's animation runs on the frame's own clock.
+    if (c.frameStyle) ChromeDrawer::draw(painter, rect, c.shape, *c.frameStyle, pts.isNumeric() ? pts.seconds() : 0);
     painter.end();
     return Overlay { std::move(patch), touched.topLeft() };
 }

@@ -22,12 +22,9 @@ public:
         QPoint at; // its top-left corner in the frame, in pixels
     };
 
-    // The overlay's rectangle in a picture of `canvas` pixels, top-left origin: its centre at the
-    // position fractions, its shorter side sizeFrac of the picture's shorter side. Nothing keeps it
-    // inside the picture.
+    // The overlay's rectangle in a picture of `canvas` pixels, top-left origin, by the rule the
+    // preview's bubble follows too (cameraOverlayRect). Nothing keeps it inside the picture.
     static QRectF overlayRect(QSizeF canvas, const CameraComposite& composite);
-    // The corner radius of the overlay's shape.
-    static double cornerRadius(QSizeF canvas, const CameraComposite& composite);
     // The part of a `canvas`-sized picture that the overlay may touch, chrome included: the
     // rectangle grown by what the chrome draws outside it, on even pixels (so that the encoder's
     // half-resolution colour planes take it as it is), and cut to the picture.

@@ -1,5 +1,9 @@
 #include "recorder/CameraCompositor.h"
 
+#include "devices/ChromeDrawer.h"
+
+#include <QPainter>
+
 #include <gtest/gtest.h>
 
 // The overlay as the encoder receives it, checked on the picture it makes of the screen: the
@@ -23,8 +27,6 @@ CameraComposite overlay(CameraShape shape, double x, double y, double size, QIma
     c.positionY = y;
     c.sizeFrac = size;
     c.shape = shape;
-    c.aspect = cameraAspect(shape);
-    c.cornerFraction = cameraCornerFraction(shape);
     return c;
 }
 
@@ -126,4 +128,38 @@ TEST(CameraCompositor, AnOverlayAtTheEdgeIsCutByTheFrameAndNothingToDrawLeavesTh
     EXPECT_FALSE(CameraCompositor::composite(screen, overlay(CameraShape::circle, 0.5, 0.5, 0.2, QImage()), {}));
     EXPECT_FALSE(CameraCompositor::composite(
         screen, overlay(CameraShape::circle, std::nan(""), 0.5, 0.2, solid(8, 8, red)), {}));
+}
+
+TEST(CameraCompositor, EveryFrameStyleStaysInsideThePartOfThePictureTheOverlayIsGiven)
+{
+    // The chrome's shadows, glows and rings reach outside the bubble; what they paint beyond the
+    // overlay's surroundings would be lost, so the surroundings must hold all of it.
+    const QSize canvas(1280, 720);
+    for (CameraShape shape : { CameraShape::circle, CameraShape::rect }) {
+        for (const auto& style : EnumTable<CameraFrameStyle>::cases) {
+            CameraComposite c = overlay(shape, 0.5, 0.5, 0.25, solid(8, 8, qRgb(0, 0, 0)));
+            c.frameStyle = style.value;
+            const QRect touched = CameraCompositor::touchedRect(canvas, c);
+            const QRectF rect = CameraCompositor::overlayRect(QSizeF(canvas), c);
+            for (double t : { 0.0, 0.37, 1.1, 2.9 }) {
+                QImage drawn(canvas, QImage::Format_ARGB32_Premultiplied);
+                drawn.fill(Qt::transparent);
+                QPainter painter(&drawn);
+                painter.setRenderHint(QPainter::Antialiasing);
+                ChromeDrawer::draw(painter, rect, shape, style.value, t);
+                painter.end();
+                QRect painted;
+                for (int y = 0; y < drawn.height(); ++y) {
+                    const auto* line = reinterpret_cast<const QRgb*>(drawn.constScanLine(y));
+                    for (int x = 0; x < drawn.width(); ++x)
+                        if (qAlpha(line[x]) > 2) painted |= QRect(x, y, 1, 1);
+                }
+                EXPECT_FALSE(painted.isEmpty()) << style.raw << " at " << t;
+                EXPECT_TRUE(touched.contains(painted))
+                    << style.raw << " at " << t << ": painted " << painted.x() << "," << painted.y() << " "
+                    << painted.width() << "x" << painted.height() << " outside " << touched.x() << "," << touched.y()
+                    << " " << touched.width() << "x" << touched.height();
+            }
+        }
+    }
 }

@@ -66,8 +66,6 @@ std::optional<CameraComposite> CameraWiring::placementOf(const AppSettings& s)
     composite.positionX = s.cameraPositionX();
     composite.positionY = s.cameraPositionY();
     composite.sizeFrac = s.cameraSize();
-    composite.aspect = s.cameraAspect();
-    composite.cornerFraction = s.cameraCornerFraction();
     composite.shape = s.cameraShape();
     composite.frameStyle = s.effectiveCameraFrameStyle();
     return composite;
