@@ -69,12 +69,14 @@ QImage grainy(int w, int h, int seed)
 // One frame's overlay as the ring draws it on the recorder's queue (the camera picture scaled and
 // masked into the overlay's surroundings), and, for comparison, what drawing it into a copy of the
 // whole picture adds.
-void compositeCost(benchmark::State& state, CameraShape shape, bool wholeCopy)
+void compositeCost(
+    benchmark::State& state, CameraShape shape, bool wholeCopy, std::optional<CameraFrameStyle> style = std::nullopt)
 {
     const QImage screen = grainy(width, height, 1);
-    const CameraComposite c = placement(shape, grainy(640, 480, 2));
+    CameraComposite c = placement(shape, grainy(640, 480, 2));
+    c.frameStyle = style;
     for (auto _ : state) {
-        auto drawn = CameraCompositor::composite(screen, c, MediaTime::zero());
+        auto drawn = CameraCompositor::composite(screen, c, MediaTime(int64_t(state.iterations()), 30));
         if (wholeCopy && drawn) {
             QImage burnt = CameraCompositor::burnIn(screen, *drawn);
             benchmark::DoNotOptimize(burnt.constBits());
@@ -226,6 +228,12 @@ BENCHMARK_CAPTURE(compositeCost, circle_1080p, CameraShape::circle, false)
     ->MeasureProcessCPUTime()
     ->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(compositeCost, rect_1080p, CameraShape::rect, false)
+    ->MeasureProcessCPUTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(compositeCost, circle_1080p_soft_chrome, CameraShape::circle, false, CameraFrameStyle::soft)
+    ->MeasureProcessCPUTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(compositeCost, circle_1080p_wave_chrome, CameraShape::circle, false, CameraFrameStyle::wave)
     ->MeasureProcessCPUTime()
     ->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(compositeCost, circle_1080p_into_whole_copy, CameraShape::circle, true)
