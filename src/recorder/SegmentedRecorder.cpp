@@ -333,8 +333,12 @@ void SegmentedRecorder::repeatLastPicture(const MediaTime& time, bool evenWithou
     advanceClockOnQueue(time);
     if (!lastFrame || !currentWriter || !time.isNumeric()) return;
     if (!evenWithoutOverlay) {
-        // A frame of the screen (or the tick's own segment start) came less than half an interval ago.
-        if (currentLastVideoPTS.isNumeric() && (time - currentLastVideoPTS).seconds() < 0.5 / expectedFPS) return;
+        // A screen that moves brings the overlay with its own frames: the repeats only fill in once it
+        // has been still for more than an interval, and never closer than most of one to the last
+        // picture (the tick's own segment start, say).
+        const double interval = 1.0 / expectedFPS;
+        if (latestPTS.isNumeric() && (time - latestPTS).seconds() < 1.25 * interval) return;
+        if (currentLastVideoPTS.isNumeric() && (time - currentLastVideoPTS).seconds() < 0.75 * interval) return;
         if (!cameraProvider || !cameraProvider()) return;
     }
     deliverFrame(VideoFrame { lastFrame->image, time });

@@ -8,6 +8,7 @@
 #include "recorder/SegmentedRecorder.h"
 #include "support/EventLoop.h"
 
+#include <QElapsedTimer>
 #include <QSettings>
 #include <QTemporaryDir>
 
@@ -71,10 +72,13 @@ struct CameraRig {
         recorder.armBuffering();
         recorder.ingest(VideoFrame { screen, MediaTime::fromNanoseconds(monotonicNanoseconds()) });
     }
-    QString record(int milliseconds)
+    QString record(int milliseconds, const std::function<void()>& meanwhile = {})
     {
         recorder.startRecording(dir.filePath(QStringLiteral("clip.mp4")));
-        spinFor(milliseconds);
+        if (meanwhile)
+            meanwhile();
+        else
+            spinFor(milliseconds);
         recorder.stopRecording();
         spinUntil([&] { return !clip.isEmpty(); }, 30000);
         return clip;
@@ -126,6 +130,30 @@ TEST(CameraClip, TheTestCameraIsBurntIntoItsCircleAtTheStoredPlaceAndAStillScree
     for (QPointF outside : { bubble.topLeft() + QPointF(4, 4), bubble.bottomRight() - QPointF(4, 4),
              bubble.center() + QPointF(60, 0), QPointF(40, 320) })
         EXPECT_TRUE(near(picture.pixel(outside.toPoint()), screenColour, 16)) << outside.x() << "," << outside.y();
+}
+
+TEST(CameraClip, AMovingScreenCarriesTheCameraInItsOwnFramesWithNoneAddedBetween)
+{
+    CameraRig rig("color=c=0xE61414:size=320x240:rate=30");
+    ASSERT_TRUE(spinUntil([&] { return !rig.camera->latestFrame().isNull(); }, 10000));
+    rig.showStillScreen();
+    QImage screen(width, height, QImage::Format_RGB32);
+    screen.fill(screenColour);
+    // The screen changes 30 times a second, as the frame rate asks.
+    const QString path = rig.record(0, [&] {
+        QElapsedTimer clock;
+        clock.start();
+        for (int frame = 1; frame <= 45; ++frame) {
+            spinUntil([&] { return clock.elapsed() >= frame * 1000 / 30; });
+            rig.recorder.ingest(VideoFrame { screen, MediaTime::fromNanoseconds(monotonicNanoseconds()) });
+        }
+    });
+    ASSERT_FALSE(path.isEmpty());
+    const ClipProbe probe = ClipProbe::read(path);
+    ASSERT_GT(probe.duration(), 1.0);
+    const double rate = (probe.frames.size() - 1) / probe.duration();
+    EXPECT_GT(rate, 24);
+    EXPECT_LT(rate, 34);
 }
 
 TEST(CameraClip, ACameraThatVanishesMidRecordingSaysSoAndTheClipGoesOnWithoutTheBubble)
