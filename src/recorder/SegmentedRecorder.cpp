@@ -334,11 +334,12 @@ void SegmentedRecorder::repeatLastPicture(const MediaTime& time, bool evenWithou
     if (!lastFrame || !currentWriter || !time.isNumeric()) return;
     if (!evenWithoutOverlay) {
         // A screen that moves brings the overlay with its own frames: the repeats only fill in once it
-        // has been still for more than an interval, and never closer than most of one to the last
-        // picture (the tick's own segment start, say).
+        // has been still for more than an interval, and never closer than about one to the last
+        // picture (a frame that came late, the tick's own segment start), so that together they stay
+        // at the rate. The ticker's interval is a whole number of milliseconds, a little short.
         const double interval = 1.0 / expectedFPS;
         if (latestPTS.isNumeric() && (time - latestPTS).seconds() < 1.25 * interval) return;
-        if (currentLastVideoPTS.isNumeric() && (time - currentLastVideoPTS).seconds() < 0.75 * interval) return;
+        if (currentLastVideoPTS.isNumeric() && (time - currentLastVideoPTS).seconds() < 0.95 * interval) return;
         if (!cameraProvider || !cameraProvider()) return;
     }
     deliverFrame(VideoFrame { lastFrame->image, time });
