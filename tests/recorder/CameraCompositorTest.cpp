@@ -134,14 +134,15 @@ TEST(CameraCompositor, EveryFrameStyleStaysInsideThePartOfThePictureTheOverlayIs
 {
     // The chrome's shadows, glows and rings reach outside the bubble; what they paint beyond the
     // overlay's surroundings would be lost, so the surroundings must hold all of it.
-    const QSize canvas(1280, 720);
+    const QSize canvas(640, 360);
     for (CameraShape shape : { CameraShape::circle, CameraShape::rect }) {
         for (const auto& style : EnumTable<CameraFrameStyle>::cases) {
             CameraComposite c = overlay(shape, 0.5, 0.5, 0.25, solid(8, 8, qRgb(0, 0, 0)));
             c.frameStyle = style.value;
             const QRect touched = CameraCompositor::touchedRect(canvas, c);
             const QRectF rect = CameraCompositor::overlayRect(QSizeF(canvas), c);
-            for (double t : { 0.0, 0.37, 1.1, 2.9 }) {
+            for (int tick = 0; tick < 40; ++tick) {
+                const double t = tick * 0.1;
                 QImage drawn(canvas, QImage::Format_ARGB32_Premultiplied);
                 drawn.fill(Qt::transparent);
                 QPainter painter(&drawn);
