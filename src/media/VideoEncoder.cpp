@@ -150,12 +150,19 @@ bool VideoEncoder::convertOverlay(const QImage& overlay, QPoint at, AVFrame* tar
         || overlay.width() % alignX || overlay.height() % alignY)
         return false;
     const AVPixelFormat source = overlay.format() == QImage::Format_RGB32 ? AV_PIX_FMT_BGR0 : AV_PIX_FMT_BGRA;
-    overlayScaler.reset(
-        sws_getCachedContext(overlayScaler.release(), overlay.width(), overlay.height(), source, overlay.width(),
-            overlay.height(), static_cast<AVPixelFormat>(target->format), SWS_BILINEAR, nullptr, nullptr, nullptr));
-    if (!overlayScaler) return false;
-    const int* coefficients = sws_getCoefficients(SWS_CS_ITU709);
-    sws_setColorspaceDetails(overlayScaler.get(), coefficients, 1, coefficients, 0, 0, 1 << 16, 1 << 16);
+    // Made again only when the overlay's size or format changes (the bubble resized): making one is
+    // far dearer than the conversion itself.
+    if (!overlayScaler || overlayScalerInput != overlay.size() || overlayScalerFormat != overlay.format()
+        || overlayScalerTarget != target->format) {
+        overlayScaler.reset(sws_getContext(overlay.width(), overlay.height(), source, overlay.width(), overlay.height(),
+            static_cast<AVPixelFormat>(target->format), SWS_BILINEAR, nullptr, nullptr, nullptr));
+        if (!overlayScaler) return false;
+        const int* coefficients = sws_getCoefficients(SWS_CS_ITU709);
+        sws_setColorspaceDetails(overlayScaler.get(), coefficients, 1, coefficients, 0, 0, 1 << 16, 1 << 16);
+        overlayScalerInput = overlay.size();
+        overlayScalerFormat = overlay.format();
+        overlayScalerTarget = target->format;
+    }
     // Converted on its own first: the scaler may write a little past the end of a line, which in
     // place would run over the picture beside the overlay. Then copied line by line into its place,
     // colour planes at their own resolution, a step of however many bytes one sample (or an

@@ -56,6 +56,9 @@ private:
     AVPixelFormat softwareFormat = AV_PIX_FMT_YUV420P;
     SwsContextPtr scaler;
     SwsContextPtr overlayScaler;
+    QSize overlayScalerInput;
+    QImage::Format overlayScalerFormat = QImage::Format_Invalid;
+    int overlayScalerTarget = -1;
     FramePtr overlayFrame;
     QSize scalerInput;
     QImage::Format scalerFormat = QImage::Format_Invalid;

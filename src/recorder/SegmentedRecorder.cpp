@@ -297,6 +297,7 @@ void SegmentedRecorder::appendFrame(const VideoFrame& frame)
     // No check that time moves forward: the writer gets the frame as it is.
     latestPTS = pts;
     lastFrame = frame;
+    ticksWithoutScreenFrame = 0;
     moveClockTo(pts);
 
     if (!currentWriter) {
@@ -333,13 +334,13 @@ void SegmentedRecorder::repeatLastPicture(const MediaTime& time, bool evenWithou
     advanceClockOnQueue(time);
     if (!lastFrame || !currentWriter || !time.isNumeric()) return;
     if (!evenWithoutOverlay) {
-        // A screen that moves brings the overlay with its own frames: the repeats only fill in once it
-        // has been still for more than an interval, and never closer than about one to the last
-        // picture (a frame that came late, the tick's own segment start), so that together they stay
-        // at the rate. The ticker's interval is a whole number of milliseconds, a little short.
-        const double interval = 1.0 / expectedFPS;
-        if (latestPTS.isNumeric() && (time - latestPTS).seconds() < 1.25 * interval) return;
-        if (currentLastVideoPTS.isNumeric() && (time - currentLastVideoPTS).seconds() < 0.95 * interval) return;
+        // A screen that moves brings the overlay with its own frames: the repeats only fill in once
+        // it has sent nothing for two ticks running. Its frames' own times can't tell: they reach
+        // the ring some way behind the clock, and a repeat made meanwhile would come before them.
+        if (++ticksWithoutScreenFrame < 2) return;
+        // Never closer than about an interval to the last picture (a frame that came late, the
+        // tick's own segment start); the ticker's interval is a whole number of milliseconds.
+        if (currentLastVideoPTS.isNumeric() && (time - currentLastVideoPTS).seconds() < 0.95 / expectedFPS) return;
         if (!cameraProvider || !cameraProvider()) return;
     }
     deliverFrame(VideoFrame { lastFrame->image, time });

@@ -309,6 +309,8 @@ private:
     MediaTime clockPTS;
     // The last picture, which lasts until something changes.
     std::optional<VideoFrame> lastFrame;
+    // Picture ticks since the screen last sent a frame (setKeepsFrameRate).
+    int ticksWithoutScreenFrame = 0;
     std::optional<MediaTime> recordingStartPTS;
     std::optional<QString> destinationURL;
     // The counts when the running recording started.
