@@ -2,6 +2,8 @@
 
 #include "media/HevcEncoderChoice.h"
 
+#include <QPainter>
+
 namespace {
 
 class RealEncoder : public HevcEncoderProbe::Encoder {
@@ -15,6 +17,11 @@ public:
     {
         return encoder->send(image, pts, forceKeyFrame, sink, changed);
     }
+    int sendCovered(const QImage& image, const QImage& overlay, QPoint overlayAt, int64_t pts, bool forceKeyFrame,
+        const PacketSink& sink, const std::vector<QRect>* changed) override
+    {
+        return encoder->send(image, pts, forceKeyFrame, sink, changed, overlay, overlayAt);
+    }
     int finish(const PacketSink& sink) override { return encoder->finish(sink); }
     const AVCodecContext* context() const override { return encoder->context(); }
 
@@ -23,6 +30,18 @@ private:
 };
 
 } // namespace
+
+int HevcEncoderProbe::Encoder::sendCovered(const QImage& image, const QImage& overlay, QPoint overlayAt, int64_t pts,
+    bool forceKeyFrame, const PacketSink& sink, const std::vector<QRect>* changed)
+{
+    if (overlay.isNull()) return send(image, pts, forceKeyFrame, sink, changed);
+    QImage covered = image.convertToFormat(QImage::Format_RGB32);
+    QPainter painter(&covered);
+    painter.setCompositionMode(QPainter::CompositionMode_Source);
+    painter.drawImage(overlayAt, overlay);
+    painter.end();
+    return send(covered, pts, forceKeyFrame, sink, nullptr);
+}
 
 std::vector<HevcEncoderProbe::Candidate> HevcEncoderProbe::candidates()
 {

@@ -4,6 +4,7 @@
 
 #include <QByteArray>
 #include <QImage>
+#include <QPoint>
 #include <QRect>
 
 #include <cstdint>
@@ -32,6 +33,11 @@ struct VideoFrame {
     QImage image;
     MediaTime pts;
     FrameChanges changes;
+    // Pixels that cover part of `image` in the file (the camera overlay with what lies around it),
+    // top-left corner at `overlayAt`: put over the picture as the encoder converts it, so that the
+    // picture itself is never copied to be drawn on. Null: nothing covers it.
+    QImage overlay {};
+    QPoint overlayAt {};
 };
 
 // One buffer of interleaved PCM audio, in the source's own format, stamped on the capture clock

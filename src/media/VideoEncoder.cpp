@@ -1,7 +1,10 @@
 #include "media/VideoEncoder.h"
 
+#include <QPainter>
+
 extern "C" {
 #include <libavutil/hwcontext.h>
+#include <libavutil/imgutils.h>
 #include <libavutil/opt.h>
 #include <libavutil/pixdesc.h>
 }
@@ -125,12 +128,93 @@ std::unique_ptr<VideoEncoder> VideoEncoder::open(const QString& name, const Sett
 
 VideoEncoder::~VideoEncoder() = default;
 
-int VideoEncoder::send(
-    const QImage& image, int64_t pts, bool forceKeyFrame, const PacketSink& sink, const std::vector<QRect>* changed)
+bool VideoEncoder::convertOverlay(const QImage& overlay, QPoint at, AVFrame* target)
+{
+    const AVPixFmtDescriptor* desc = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(target->format));
+    if (!desc || (desc->flags & AV_PIX_FMT_FLAG_HWACCEL) || overlay.depth() != 32) return false;
+    const int alignX = 1 << desc->log2_chroma_w;
+    const int alignY = 1 << desc->log2_chroma_h;
+    const QRect place(at, overlay.size());
+    if (!QRect(0, 0, target->width, target->height).contains(place) || at.x() % alignX || at.y() % alignY
+        || overlay.width() % alignX || overlay.height() % alignY)
+        return false;
+    const AVPixelFormat source = overlay.format() == QImage::Format_RGB32 ? AV_PIX_FMT_BGR0 : AV_PIX_FMT_BGRA;
+    // Made again only when the overlay's size or format changes (the bubble resized): making one is
+    // far dearer than the conversion itself.
+    if (!overlayScaler || overlayScalerInput != overlay.size() || overlayScalerFormat != overlay.format()
+        || overlayScalerTarget != target->format) {
+        overlayScaler.reset(sws_getContext(overlay.width(), overlay.height(), source, overlay.width(), overlay.height(),
+            static_cast<AVPixelFormat>(target->format), SWS_BILINEAR, nullptr, nullptr, nullptr));
+        if (!overlayScaler) return false;
+        const int* coefficients = sws_getCoefficients(SWS_CS_ITU601);
+        sws_setColorspaceDetails(overlayScaler.get(), coefficients, 1, coefficients, 0, 0, 1 << 16, 1 << 16);
+        overlayScalerInput = overlay.size();
+        overlayScalerFormat = overlay.format();
+        overlayScalerTarget = target->format;
+    }
+    // Converted on its own first: the scaler may write a little past the end of a line, which in
+    // place would run over the picture beside the overlay. Then copied line by line into its place,
+    // colour planes at their own resolution, a step of however many bytes one sample (or an
+    // interleaved pair) takes there.
+    if (!overlayFrame || overlayFrame->width != overlay.width() || overlayFrame->height != overlay.height()
+        || overlayFrame->format != target->format) {
+        overlayFrame.reset(av_frame_alloc());
+        if (!overlayFrame) return false;
+        overlayFrame->format = target->format;
+        overlayFrame->width = overlay.width();
+        overlayFrame->height = overlay.height();
+        if (av_frame_get_buffer(overlayFrame.get(), 0) < 0) {
+            overlayFrame.reset();
+            return false;
+        }
+    }
+    const uint8_t* src[1] = { overlay.constBits() };
+    const int stride[1] = { static_cast<int>(overlay.bytesPerLine()) };
+    sws_scale(overlayScaler.get(), src, stride, 0, overlay.height(), overlayFrame->data, overlayFrame->linesize);
+    const int planeCount = av_pix_fmt_count_planes(static_cast<AVPixelFormat>(target->format));
+    for (int p = 0; p < planeCount && p < 4; ++p) {
+        int step = 0;
+        for (int c = 0; c < desc->nb_components; ++c)
+            if (desc->comp[c].plane == p) step = std::max(step, desc->comp[c].step);
+        const bool colour = p == 1 || p == 2;
+        const int shiftW = colour ? desc->log2_chroma_w : 0;
+        const int shiftH = colour ? desc->log2_chroma_h : 0;
+        uint8_t* to
+            = target->data[p] + ptrdiff_t(at.y() >> shiftH) * target->linesize[p] + ptrdiff_t(at.x() >> shiftW) * step;
+        av_image_copy_plane(to, target->linesize[p], overlayFrame->data[p], overlayFrame->linesize[p],
+            (overlay.width() >> shiftW) * step, overlay.height() >> shiftH);
+    }
+    return true;
+}
+
+int VideoEncoder::send(const QImage& image, int64_t pts, bool forceKeyFrame, const PacketSink& sink,
+    const std::vector<QRect>* changed, const QImage& overlay, QPoint overlayAt)
 {
     if (image.isNull() || image.depth() != 32) return AVERROR(EINVAL);
+    // The kept picture still holds the last overlay where it was: what lay under it comes back from
+    // this picture, whatever the stream says changed.
+    std::vector<QRect> changedAndUncovered;
+    if (changed && !lastOverlay.isEmpty()) {
+        changedAndUncovered = *changed;
+        changedAndUncovered.push_back(lastOverlay);
+        changed = &changedAndUncovered;
+    }
     int rc = converter.convert(image, softwareFrame.get(), changed);
     if (rc < 0) return rc;
+    lastOverlay = QRect();
+    if (!overlay.isNull()) {
+        if (!convertOverlay(overlay, overlayAt, softwareFrame.get())) {
+            // A layout the overlay can't go into directly: draw it into a copy of the picture instead.
+            QImage covered = image.convertToFormat(QImage::Format_RGB32);
+            QPainter painter(&covered);
+            painter.setCompositionMode(QPainter::CompositionMode_Source);
+            painter.drawImage(overlayAt, overlay);
+            painter.end();
+            rc = converter.convert(covered, softwareFrame.get());
+            if (rc < 0) return rc;
+        }
+        lastOverlay = QRect(overlayAt, overlay.size());
+    }
     AVFrame* input = softwareFrame.get();
     FramePtr hwFrame;
     if (hwFrames) {

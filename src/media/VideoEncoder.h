@@ -4,6 +4,7 @@
 #include "media/PictureConverter.h"
 
 #include <QImage>
+#include <QPoint>
 #include <QString>
 
 #include <functional>
@@ -36,9 +37,10 @@ public:
 
     // Encodes `image` at `pts` (in Settings::timeBase); `forceKeyFrame` asks for a key frame here.
     // `changed`, when given: the only pixels that differ from the picture sent before (see
-    // PictureConverter). Returns 0 or a negative FFmpeg error.
+    // PictureConverter). `overlay`, when there is one, covers the picture at `overlayAt` (32-bit too).
+    // Returns 0 or a negative FFmpeg error.
     int send(const QImage& image, int64_t pts, bool forceKeyFrame, const PacketSink& sink,
-        const std::vector<QRect>* changed = nullptr);
+        const std::vector<QRect>* changed = nullptr, const QImage& overlay = {}, QPoint overlayAt = {});
     // Ends the stream and hands over what the encoder still holds.
     int finish(const PacketSink& sink);
 
@@ -46,12 +48,22 @@ public:
 
 private:
     VideoEncoder() = default;
+    // Converts `overlay` into its place in the converted `target`; false when the target's layout
+    // does not allow it (a size that the encoder scales, a place off the colour planes' grid).
+    bool convertOverlay(const QImage& overlay, QPoint at, AVFrame* target);
 
     CodecContextPtr codec;
     BufferRefPtr hwDevice;
     BufferRefPtr hwFrames;
     AVPixelFormat softwareFormat = AV_PIX_FMT_YUV420P;
     PictureConverter converter;
+    SwsContextPtr overlayScaler;
+    QSize overlayScalerInput;
+    QImage::Format overlayScalerFormat = QImage::Format_Invalid;
+    int overlayScalerTarget = -1;
+    FramePtr overlayFrame;
+    // Where the last picture's overlay went in the kept picture; empty: it had none.
+    QRect lastOverlay;
     FramePtr softwareFrame;
     PacketPtr packet;
 };

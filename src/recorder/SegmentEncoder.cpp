@@ -500,7 +500,8 @@ void SegmentEncoder::Impl::encodeVideo(const std::shared_ptr<File>& file, const 
         changed = &nothing;
     else if (sequence != 0 && lastSequence != 0 && sequence == lastSequence + 1 && frame.changes.known)
         changed = &frame.changes.rects;
-    const int rc = videoEncoder->send(frame.image, pts, key, videoSink(), changed);
+    const int rc
+        = videoEncoder->sendCovered(frame.image, frame.overlay, frame.overlayAt, pts, key, videoSink(), changed);
     lastSequence = sequence;
     if (rc < 0) {
         fail(*file, QStringLiteral("video: ") + avErrorText(rc));

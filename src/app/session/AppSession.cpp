@@ -68,6 +68,7 @@ bool AppSession::start(QString* error)
     backends.screen = desktop->screen();
     backends.systemAudio = desktop->systemAudio();
     backends.microphones = desktop->microphones();
+    backends.cameras = desktop->cameras();
     backends.soundServer = desktop->soundServerWatcher();
     backends.desktop = desktop->desktop();
     backends.textRecognizer = desktop->textRecognizers();
