@@ -9,6 +9,7 @@
 #include "app/session/EventNotifications.h"
 #include "app/session/OwnWindowTracker.h"
 #include "app/session/RecorderViewModel.h"
+#include "app/session/SessionStatus.h"
 #include "app/session/SourceGeometry.h"
 #include "capture/CaptureEngine.h"
 #include "core/Log.h"
@@ -39,6 +40,7 @@ AppSession::~AppSession()
     // The socket and the hotkeys go first, so no command reaches a controller that is being torn down.
     server.reset();
     hotkeys.reset();
+    desktopShortcuts.reset();
     notifications.reset();
     commands.reset();
     controller.reset();
@@ -55,6 +57,7 @@ void AppSession::closeForExit()
     ownWindows.reset();
     server.reset();
     hotkeys.reset();
+    desktopShortcuts.reset();
     commands.reset();
     controller.reset();
 }
@@ -107,6 +110,18 @@ bool AppSession::start(QString* error)
     hotkeys->onSaveHotkey = [this] { controller->toggleRecording(); };
     hotkeys->onArmHotkey = [this] { controller->toggleAreaMonitor(); };
     hotkeys->followSettings(settings.get());
+    // On Wayland the desktop holds the keys: it is offered the same two, as the user set them.
+    desktopShortcuts = desktop->desktopShortcuts();
+    if (desktopShortcuts) {
+        desktopShortcuts->bind(
+            { { QStringLiteral("save"), QStringLiteral("Save a clip (start or stop recording)"),
+                  settings->saveHotkey() },
+                { QStringLiteral("arm"), QStringLiteral("Arm or disarm the area monitor"), settings->armHotkey() } },
+            [this](const QString& id) {
+                if (id == QLatin1String("save")) controller->toggleRecording();
+                if (id == QLatin1String("arm")) controller->toggleAreaMonitor();
+            });
+    }
 
     if (options.headless) {
         // Nothing shows the preview.
@@ -114,7 +129,7 @@ bool AppSession::start(QString* error)
         static QTextStream out(stdout);
         echoEventsTo(out);
         notifications = std::make_unique<EventNotifications>(
-            controller.get(), desktop->notifications(AppIdentity::appId()), nullptr);
+            controller->models(), desktop->notifications(AppIdentity::appId()), nullptr);
         // The picker and the armed frame are windows even here, and a display capture sees them:
         // their repaints must not pass for changes of the screen.
         if (desktop->showsOverlayWindows())
@@ -159,7 +174,7 @@ void AppSession::sweepWhatCrashedRunsLeft()
 // Without a window, toasts and capture errors are lines on standard output.
 void AppSession::echoEventsTo(QTextStream& out)
 {
-    observe(controller.get(), &RecorderViewModel::toast, &RecorderViewModel::toastChanged)
+    observe(controller->status(), &SessionStatus::toast, &SessionStatus::toastChanged)
         .dropFirst()
         .sink(this, [&out](const std::optional<QString>& text) {
             if (text) out << *text << Qt::endl;

@@ -1,6 +1,7 @@
 #include "ui/recorder/HeroPreviewCard.h"
 
-#include "app/session/RecorderViewModel.h"
+#include "app/session/SessionActions.h"
+#include "app/session/SessionModels.h"
 #include "capture/CaptureEngine.h"
 #include "ui/kit/D1.h"
 #include "ui/kit/KitPaint.h"
@@ -16,21 +17,21 @@
 
 #include <cmath>
 
-HeroPreviewCard::HeroPreviewCard(RecorderViewModel* model, QWidget* parent)
+HeroPreviewCard::HeroPreviewCard(const SessionModels& m, QWidget* parent)
     : QWidget(parent)
-    , vm(model)
-    , engine(model->engine())
+    , models(m)
+    , engine(m.engine)
 {
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
-    picture = new PreviewSurface(vm, this);
+    picture = new PreviewSurface(models.monitor, models.sources, this);
     // The camera bubble will stand here, over the picture and under the badges.
-    huds = new HudColumn(vm, this);
+    huds = new HudColumn(models.recorder, models.engine, models.settings, models.monitor, this);
     illustration = new EmptyHeroIllustration(this);
-    connect(illustration->captureButton(), &QAbstractButton::clicked, vm, &RecorderViewModel::startPreview);
+    connect(illustration->captureButton(), &QAbstractButton::clicked, this, [this] { models.actions->startPreview(); });
 
     onChange(
-        this, vm->engine(), &CaptureEngine::isStreaming, &CaptureEngine::isStreamingChanged, [this] { refresh(); });
-    observe(vm->engine(), &CaptureEngine::latestPreview, &CaptureEngine::latestPreviewChanged)
+        this, models.engine, &CaptureEngine::isStreaming, &CaptureEngine::isStreamingChanged, [this] { refresh(); });
+    observe(models.engine, &CaptureEngine::latestPreview, &CaptureEngine::latestPreviewChanged)
         .dropFirst()
         .sink(this, [this](const QImage& image) {
             const bool resized = image.size() != picture->image().size();
@@ -38,7 +39,7 @@ HeroPreviewCard::HeroPreviewCard(RecorderViewModel* model, QWidget* parent)
             if (resized) place();
             if (picture->isHidden()) refresh();
         });
-    picture->setImage(vm->engine()->latestPreview());
+    picture->setImage(models.engine->latestPreview());
     refresh();
 }
 
@@ -75,7 +76,7 @@ QSize HeroPreviewCard::minimumSizeHint() const
 
 void HeroPreviewCard::refresh()
 {
-    const bool streaming = vm->engine()->isStreaming();
+    const bool streaming = models.engine->isStreaming();
     const bool hasPicture = streaming && !picture->image().isNull();
     illustration->setVisible(!streaming);
     picture->setVisible(hasPicture);

@@ -2,6 +2,7 @@
 #include "LaunchedWindow.h"
 #include "SampleClip.h"
 #include "app/session/RecorderViewModel.h"
+#include "app/session/SessionStatus.h"
 #include "capture/CaptureEngine.h"
 #include "journal/ClipJournalStore.h"
 #include "journal/ClipMetaStore.h"
@@ -158,7 +159,7 @@ TEST(Keyboard, FromLaunchTabAndSpaceRecordAClipEscapeClosesThePickerASwitchFlips
     ASSERT_TRUE(spinUntil([&] { return vm->recorder()->currentDuration() > 0.5; }));
     EXPECT_EQ(QApplication::focusWidget(), record);
     key("Return");
-    ASSERT_TRUE(spinUntil([&] { return vm->lastSavedURL().has_value(); }));
+    ASSERT_TRUE(spinUntil([&] { return vm->status()->lastSavedURL().has_value(); }));
     EXPECT_EQ(QDir(clips.path()).entryList({ QStringLiteral("*.mp4") }, QDir::Files).size(), 1);
 
     // Settings, its Output group, and a switch, each reached by Tab and pressed by a key.
