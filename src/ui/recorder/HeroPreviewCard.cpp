@@ -1,10 +1,13 @@
 #include "ui/recorder/HeroPreviewCard.h"
 
+#include "app/AppSettings.h"
 #include "app/session/RecorderViewModel.h"
+#include "app/session/SourceMemory.h"
 #include "capture/CaptureEngine.h"
 #include "ui/kit/D1.h"
 #include "ui/kit/KitPaint.h"
 #include "ui/kit/Symbols.h"
+#include "ui/recorder/CameraBubble.h"
 #include "ui/recorder/CardColours.h"
 #include "ui/recorder/EmptyHeroIllustration.h"
 #include "ui/recorder/HudColumn.h"
@@ -23,13 +26,24 @@ HeroPreviewCard::HeroPreviewCard(RecorderViewModel* model, QWidget* parent)
 {
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
     picture = new PreviewSurface(vm, this);
-    // The camera bubble will stand here, over the picture and under the badges.
+    // Over the picture and under the badges.
+    bubble = new CameraBubble(vm->settings(), picture);
+    // Hook: the camera's newest picture (bubble->setFrame) and whether it runs (bubble->setCameraOn)
+    // come from the camera capture once it is wired in; until then the bubble says "Starting camera…".
     huds = new HudColumn(vm, this);
     illustration = new EmptyHeroIllustration(this);
     connect(illustration->captureButton(), &QAbstractButton::clicked, vm, &RecorderViewModel::startPreview);
 
+    onChange(this, vm->engine(), &CaptureEngine::isStreaming, &CaptureEngine::isStreamingChanged, [this] {
+        if (vm->engine()->isStreaming()) streamedSinceSelection = true;
+        refresh();
+    });
+    onChange(this, vm->engine(), &CaptureEngine::selectedSource, &CaptureEngine::selectedSourceChanged, [this] {
+        streamedSinceSelection = vm->engine()->isStreaming();
+        refresh();
+    });
     onChange(
-        this, vm->engine(), &CaptureEngine::isStreaming, &CaptureEngine::isStreamingChanged, [this] { refresh(); });
+        this, vm->engine(), &CaptureEngine::errorMessage, &CaptureEngine::errorMessageChanged, [this] { refresh(); });
     observe(vm->engine(), &CaptureEngine::latestPreview, &CaptureEngine::latestPreviewChanged)
         .dropFirst()
         .sink(this, [this](const QImage& image) {
@@ -54,7 +68,27 @@ bool HeroPreviewCard::showsEmptyState() const
 
 bool HeroPreviewCard::showsWaitingLine() const
 {
-    return waiting;
+    return waiting || starting;
+}
+
+QString HeroPreviewCard::waitingLine() const
+{
+    if (waiting) return QStringLiteral("Waiting for frames…");
+    if (starting) return QStringLiteral("Preview starting…");
+    return {};
+}
+
+bool HeroPreviewCard::previewIsExpected() const
+{
+    const CaptureEngine* capture = vm->engine();
+    const std::optional<CaptureSource> selected = capture->selectedSource();
+    // A stream that failed waits for the user to try again, from the illustration's button.
+    if (!selected || capture->errorMessage()) return false;
+    if (streamedSinceSelection) return true;
+    const std::optional<QString> saved = vm->settings()->savedSourceDescriptor();
+    if (!saved) return false;
+    const std::optional<CaptureSource> found = vm->sourceMemory()->findSource(*saved);
+    return found && found->id() == selected->id();
 }
 
 QRectF HeroPreviewCard::cardRect() const
@@ -77,7 +111,8 @@ void HeroPreviewCard::refresh()
 {
     const bool streaming = vm->engine()->isStreaming();
     const bool hasPicture = streaming && !picture->image().isNull();
-    illustration->setVisible(!streaming);
+    starting = !streaming && previewIsExpected();
+    illustration->setVisible(!streaming && !starting);
     picture->setVisible(hasPicture);
     huds->setVisible(streaming);
     waiting = streaming && !hasPicture;
@@ -141,13 +176,13 @@ void HeroPreviewCard::paintEvent(QPaintEvent*)
     p.setPen(QPen(D1::heroCardStroke, 0.5));
     p.setBrush(D1::heroCardFill);
     p.drawRoundedRect(card.adjusted(0.25, 0.25, -0.25, -0.25), cornerRadius, cornerRadius);
-    if (!waiting) return;
+    const QString line = waitingLine();
+    if (line.isEmpty()) return;
     const QColor mute = CardColours::mutedText().dark;
     const QPointF centre = card.center();
     Symbols::paint(p, QRectF(centre.x() - 14, centre.y() - 30, 28, 28),
         QStringLiteral("rectangle.inset.filled.on.rectangle"), mute);
     p.setFont(KitPaint::font(12));
     p.setPen(mute);
-    p.drawText(QRectF(card.left(), centre.y() + 6, card.width(), 20), Qt::AlignHCenter | Qt::AlignTop,
-        QStringLiteral("Waiting for frames…"));
+    p.drawText(QRectF(card.left(), centre.y() + 6, card.width(), 20), Qt::AlignHCenter | Qt::AlignTop, line);
 }
