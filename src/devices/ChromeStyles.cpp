@@ -127,7 +127,10 @@ void blurAlpha(QImage& mask, double sigma)
 // Only the shadow is painted, not the caster. Where `keepClear` covers, nothing is painted: the
 // bubble's shadow falls around it and never darkens the camera picture under the frame.
 //
-// The shadow is rasterised in device pixels, within the device, whatever the transform.
+// The shadow is rasterised in device pixels, within the device, whatever the transform. A blur
+// this wide has no detail finer than a few pixels, so it is worked out at a fraction of the
+// resolution and drawn back enlarged and smoothed: a fraction of the pixels to blur, for every
+// frame of a recording.
 void castShadow(QPainter& p, const QPainterPath& caster, QPointF offset, double blur, const QColor& color,
     const QPainterPath& keepClear = {})
 {
@@ -142,36 +145,38 @@ void castShadow(QPainter& p, const QPainterPath& caster, QPointF offset, double 
     if (const QPaintDevice* device = p.device()) bounds &= QRect(0, 0, device->width(), device->height());
     if (bounds.isEmpty()) return;
 
-    QImage mask(bounds.size(), QImage::Format_Alpha8);
+    const int step = std::max(1, int(std::lround(sigma / 2.5)));
+    const QSize reduced((bounds.width() + step - 1) / step, (bounds.height() + step - 1) / step);
+    QImage mask(reduced, QImage::Format_Alpha8);
     mask.fill(0);
     {
         QPainter m(&mask);
         m.setRenderHint(QPainter::Antialiasing, true);
+        m.scale(1.0 / step, 1.0 / step);
         m.translate(-bounds.topLeft());
         m.fillPath(shape, Qt::black);
     }
-    blurAlpha(mask, sigma);
-    if (!keepClear.isEmpty()) {
-        QPainter m(&mask);
-        m.setRenderHint(QPainter::Antialiasing, true);
-        m.setCompositionMode(QPainter::CompositionMode_Clear);
-        m.translate(-bounds.topLeft());
-        m.fillPath(toDevice.map(keepClear), Qt::black);
-    }
+    blurAlpha(mask, sigma / step);
 
-    QImage tinted(bounds.size(), QImage::Format_ARGB32_Premultiplied);
+    QImage tinted(reduced, QImage::Format_ARGB32_Premultiplied);
     const double alpha = color.alphaF();
-    for (int y = 0; y < bounds.height(); ++y) {
+    for (int y = 0; y < reduced.height(); ++y) {
         const uchar* from = mask.constScanLine(y);
         auto* to = reinterpret_cast<QRgb*>(tinted.scanLine(y));
-        for (int x = 0; x < bounds.width(); ++x) {
+        for (int x = 0; x < reduced.width(); ++x) {
             const int a = int(std::lround(from[x] * alpha));
             to[x] = qPremultiply(qRgba(color.red(), color.green(), color.blue(), a));
         }
     }
     p.save();
     p.resetTransform();
-    p.drawImage(bounds.topLeft(), tinted);
+    p.setRenderHint(QPainter::SmoothPixmapTransform, true);
+    if (!keepClear.isEmpty()) {
+        QPainterPath around;
+        around.addRect(QRectF(bounds));
+        p.setClipPath(around.subtracted(toDevice.map(keepClear)), Qt::IntersectClip);
+    }
+    p.drawImage(QRectF(QPointF(bounds.topLeft()), QSizeF(reduced * step)), tinted);
     p.restore();
 }
 
