@@ -29,6 +29,7 @@
 #include <QApplication>
 #include <QDir>
 #include <QMainWindow>
+#include <QPainter>
 #include <QRegularExpression>
 #include <QSettings>
 #include <QTemporaryDir>
@@ -252,6 +253,35 @@ TEST_F(RecorderScreen, TheCameraBubbleStandsWhereTheSettingsPutItAndADragMovesIt
     QTest::mouseRelease(bubble, Qt::LeftButton, {}, again + QPoint(2000, 0));
     EXPECT_NEAR(settings->cameraPositionX(), 1 - d * 8 / 9 / w, 1e-6);
     EXPECT_NEAR(bubble->bubbleRect().right(), w, 1e-6);
+
+    // A camera picture fills the bubble, cut at the sides, not squeezed: of a 4:3 picture with green
+    // edges, a round bubble shows only the blue middle. Once the camera stops, the bubble says so in
+    // grey.
+    QImage camera(640, 480, QImage::Format_RGB32);
+    camera.fill(QColor(30, 60, 220));
+    {
+        QPainter paint(&camera);
+        paint.fillRect(0, 0, 60, 480, QColor(20, 200, 40));
+        paint.fillRect(580, 0, 60, 480, QColor(20, 200, 40));
+    }
+    settings->setCameraShape(CameraShape::circle);
+    bubble->setFrame(camera);
+    EXPECT_EQ(bubble->state(), CameraBubble::State::picture);
+    {
+        const QImage shown = surface->grab().toImage();
+        const QPointF centre = bubble->bubbleRect().center();
+        const QColor middle = shown.pixelColor(centre.toPoint());
+        const QColor leftEdge = shown.pixelColor((centre + QPointF(-d / 2 + 3, 0)).toPoint());
+        EXPECT_TRUE(near(middle, QColor(30, 60, 220))) << middle.name().toStdString();
+        EXPECT_TRUE(near(leftEdge, QColor(30, 60, 220))) << leftEdge.name().toStdString();
+    }
+    bubble->setCameraOn(false);
+    EXPECT_EQ(bubble->state(), CameraBubble::State::off);
+    {
+        const QColor grey
+            = surface->grab().toImage().pixelColor((bubble->bubbleRect().center() + QPointF(0, -d * 0.35)).toPoint());
+        EXPECT_LT(std::abs(grey.blue() - grey.red()), 40) << grey.name().toStdString();
+    }
 
     // Off: the bubble goes.
     settings->setCameraEnabled(false);
