@@ -36,6 +36,7 @@ CameraBubble::CameraBubble(AppSettings* appSettings, QWidget* picture)
     , settings(appSettings)
 {
     setObjectName(QStringLiteral("cameraBubble"));
+    setAccessibleName(QStringLiteral("Camera overlay"));
     setToolTip(QStringLiteral("Drag to reposition · Change shape, size + frame in Settings → Camera & Mic"));
     setCursor(Qt::OpenHandCursor);
     ticker.setInterval(1000 / 30);
