@@ -9,10 +9,8 @@
 #include "app/session/RecorderViewModel.h"
 #include "capture/CaptureEngine.h"
 #include "core/Publisher.h"
-#include "monitor/AreaMonitor.h"
 #include "platform/DesktopNotifications.h"
 #include "platform/Platform.h"
-#include "recorder/SegmentedRecorder.h"
 #include "ui/ContentView.h"
 #include "ui/TrayMenu.h"
 
@@ -87,7 +85,7 @@ bool AppDelegate::applicationDidFinishLaunching(QString* error)
 
     auto* window = new MainWindow;
     mainWindow.reset(window);
-    content = new ContentView(viewModel());
+    content = new ContentView(viewModel()->models());
     window->setCentralWidget(content);
     window->setWindowTitle(QStringLiteral("Velotape"));
     window->setMinimumSize(minimumWindowSize);
@@ -99,15 +97,15 @@ bool AppDelegate::applicationDidFinishLaunching(QString* error)
     ownWindows = std::make_unique<OwnWindowTracker>(
         [engine = viewModel()->engine()](std::vector<uint32_t> ids) { engine->setOwnWindows(std::move(ids)); });
 
-    trayMenu = std::make_unique<TrayMenu>(viewModel(), session->platform().systemTray());
+    trayMenu = std::make_unique<TrayMenu>(viewModel()->models(), session->platform().systemTray());
     trayMenu->onShowWindow = [this] { showWindow(); };
     trayMenu->onQuit = [this] { quit(); };
     const bool inTray = trayMenu->show();
     window->hidesOnClose
         = [this] { return !quitting && trayMenu->isShown() && viewModel()->settings()->keepRunningInTray(); };
     window->onHiddenOnClose = [this] { windowVisibilityChanged(false); };
-    notifications = std::make_unique<EventNotifications>(
-        viewModel(), session->platform().notifications(AppIdentity::appId()), [this] { return isWindowSeen(); });
+    notifications = std::make_unique<EventNotifications>(viewModel()->models(),
+        session->platform().notifications(AppIdentity::appId()), [this] { return isWindowSeen(); });
 
     if (startHidden && inTray)
         windowVisibilityChanged(false);
@@ -205,18 +203,5 @@ void AppDelegate::windowVisibilityChanged(bool shown)
 {
     if (shown == visible) return;
     visible = shown;
-    RecorderViewModel* vm = viewModel();
-    CaptureEngine* engine = vm->engine();
-    // Nothing on screen shows a preview while the window can't be seen.
-    engine->setPreviewEnabled(shown);
-    if (!shown) {
-        // The ring, a recording or an armed monitor keep the stream: recording behind other
-        // windows is the point of the program. Only a stream that feeds none of them stops.
-        const SegmentedRecorder* recorder = vm->recorder();
-        if (recorder->isRecording() || recorder->isBuffering() || vm->areaMonitor()->isArmed()) return;
-        vm->recorder()->disarmBuffering();
-        engine->stopStream();
-        return;
-    }
-    if (!engine->isStreaming()) vm->startPreview();
+    viewModel()->setWindowSeen(shown);
 }

@@ -1,6 +1,8 @@
 #include "ui/ContentView.h"
 
-#include "app/session/RecorderViewModel.h"
+#include "app/session/SessionActions.h"
+#include "app/session/SessionModels.h"
+#include "app/session/SessionStatus.h"
 #include "core/Publisher.h"
 #include "ui/AboutHero.h"
 #include "ui/D1Sidebar.h"
@@ -14,9 +16,9 @@
 #include <QResizeEvent>
 #include <QScrollArea>
 
-ContentView::ContentView(RecorderViewModel* model, QWidget* parent)
+ContentView::ContentView(const SessionModels& m, QWidget* parent)
     : D1AmbientBackground(parent)
-    , vm(model)
+    , models(m)
 {
     setMinimumSize(minimumContentSize);
     row = new QHBoxLayout(this);
@@ -41,7 +43,7 @@ ContentView::ContentView(RecorderViewModel* model, QWidget* parent)
     toastView = new ToastView(this);
     toastView->setGeometry(rect());
     toastView->raise();
-    observe(vm, &RecorderViewModel::toast, &RecorderViewModel::toastChanged)
+    observe(models.status, &SessionStatus::toast, &SessionStatus::toastChanged)
         .sink(this, [this](const std::optional<QString>& text) { toastView->setText(text); });
 }
 
@@ -63,13 +65,13 @@ QWidget* ContentView::makeScreen(D1Screen screen)
 {
     switch (screen) {
     case D1Screen::recorder:
-        return new RecorderHero(vm);
+        return new RecorderHero(models);
     case D1Screen::clips:
-        return new ClipsScreen(vm);
+        return new ClipsScreen(models);
     case D1Screen::journal:
-        return new JournalScreen(vm->journal());
+        return new JournalScreen(models.journal);
     case D1Screen::settings:
-        return new SettingsView(vm);
+        return new SettingsView(models.settings, models.mic, models.keyGrabCheck);
     case D1Screen::about:
         return new AboutHero;
     }

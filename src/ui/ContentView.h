@@ -1,12 +1,12 @@
 #pragma once
 
+#include "app/session/SessionModels.h"
 #include "ui/D1Screen.h"
 #include "ui/kit/D1AmbientBackground.h"
 
 class D1Sidebar;
 class QHBoxLayout;
 class QScrollArea;
-class RecorderViewModel;
 class ToastView;
 
 // The root of the window: the ambient backdrop, the sidebar on the left, the selected screen on the
@@ -18,7 +18,7 @@ public:
     // The window's 480 by 360 less the menu bar above the content.
     static constexpr QSize minimumContentSize { 480, 320 };
 
-    explicit ContentView(RecorderViewModel* vm, QWidget* parent = nullptr);
+    explicit ContentView(const SessionModels& m, QWidget* parent = nullptr);
 
     D1Screen screen() const { return current; }
     // The widget of the screen on show.
@@ -37,7 +37,7 @@ protected:
 private:
     QWidget* makeScreen(D1Screen screen);
 
-    RecorderViewModel* vm;
+    SessionModels models;
     D1Screen current = D1Screen::recorder;
     D1Sidebar* bar;
     QHBoxLayout* row;

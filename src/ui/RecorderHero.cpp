@@ -2,7 +2,8 @@
 
 #include "app/AppSettings.h"
 #include "app/session/AreaCommands.h"
-#include "app/session/RecorderViewModel.h"
+#include "app/session/SessionActions.h"
+#include "app/session/SessionModels.h"
 #include "capture/CaptureEngine.h"
 #include "ui/SourcePickerButton.h"
 #include "ui/SourcePickerPopover.h" // the button's header needs it whole
@@ -23,9 +24,9 @@
 
 #include <cmath>
 
-RecorderHero::RecorderHero(RecorderViewModel* model, QWidget* parent)
+RecorderHero::RecorderHero(const SessionModels& m, QWidget* parent)
     : QWidget(parent)
-    , vm(model)
+    , models(m)
 {
     auto* column = new QVBoxLayout(this);
     column->setContentsMargins(0, 0, 0, 0);
@@ -34,7 +35,7 @@ RecorderHero::RecorderHero(RecorderViewModel* model, QWidget* parent)
         QStringLiteral("Catch the last 30 seconds of your screen — always already recording."), this));
 
     permission = new PermissionView(this);
-    connect(permission->askAgainButton(), &QAbstractButton::clicked, vm, &RecorderViewModel::startPreview);
+    connect(permission->askAgainButton(), &QAbstractButton::clicked, this, [this] { models.actions->startPreview(); });
     column->addWidget(permission, 1);
 
     body = new QWidget(this);
@@ -42,14 +43,14 @@ RecorderHero::RecorderHero(RecorderViewModel* model, QWidget* parent)
     content->setContentsMargins(0, 0, 0, 0);
     content->setSpacing(0);
     content->addWidget(makeChipsRow());
-    card = new HeroPreviewCard(vm, body);
+    card = new HeroPreviewCard(models, body);
     auto* cardRow = new QHBoxLayout;
     // The card's shadow takes part of the screen's margin.
     const int side = 36 - HeroPreviewCard::shadowMargin;
     cardRow->setContentsMargins(side, 16 - HeroPreviewCard::shadowMargin / 2, side, 0);
     cardRow->addWidget(card);
     content->addLayout(cardRow, 1);
-    strip = new AreaMonitorStrip(vm, body);
+    strip = new AreaMonitorStrip(models.monitor, models.areas, models.actions, body);
     // On a narrow window the rows are cut at the right rather than widening the screen.
     strip->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
     auto* stripRow = new QHBoxLayout;
@@ -57,15 +58,15 @@ RecorderHero::RecorderHero(RecorderViewModel* model, QWidget* parent)
     stripRow->setContentsMargins(36, 0, 36, 0);
     stripRow->addWidget(strip);
     content->addLayout(stripRow);
-    cta = new BigRecordCTA(vm, body);
+    cta = new BigRecordCTA(models.recorder, models.engine, models.actions, body);
     auto* ctaRow = new QHBoxLayout;
     ctaRow->setContentsMargins(0, 8, 0, 16);
     ctaRow->addWidget(cta);
     content->addLayout(ctaRow);
     column->addWidget(body, 1);
 
-    CaptureEngine* engine = vm->engine();
-    AppSettings* settings = vm->settings();
+    CaptureEngine* engine = models.engine;
+    AppSettings* settings = models.settings;
     auto chips = [this] { refreshChips(); };
     onChange(this, engine, &CaptureEngine::outputWidth, &CaptureEngine::outputWidthChanged, chips);
     onChange(this, engine, &CaptureEngine::outputHeight, &CaptureEngine::outputHeightChanged, chips);
@@ -87,7 +88,7 @@ QWidget* RecorderHero::makeChipsRow()
     padded->setContentsMargins(36, 4, 36, 0);
     auto* row = new ChipsRow(margins);
     padded->addWidget(row);
-    sourceButton = new SourcePickerButton(vm, row);
+    sourceButton = new SourcePickerButton(models, row);
     row->addWidget(sourceButton);
     sizeChip = new InfoChip(QStringLiteral("rectangle.expand.diagonal"), {}, row);
     rateChip = new InfoChip(QStringLiteral("timer"), {}, row);
@@ -97,7 +98,7 @@ QWidget* RecorderHero::makeChipsRow()
     row->addWidget(bufferChip);
     auto* pick = new V3Button(V3Button::Kind::ghost, QStringLiteral("Pick region"), row);
     pick->setSymbol(QStringLiteral("dot.viewfinder"));
-    connect(pick, &QAbstractButton::clicked, vm->areaCommands(), &AreaCommands::pickRecordingRegion);
+    connect(pick, &QAbstractButton::clicked, models.areas, &AreaCommands::pickRecordingRegion);
     pickRegion = pick;
     row->addWidget(pickRegion);
     return margins;
@@ -110,18 +111,18 @@ bool RecorderHero::showsEmptyState() const
 
 void RecorderHero::refreshChips()
 {
-    const CaptureEngine* engine = vm->engine();
+    const CaptureEngine* engine = models.engine;
     sizeChip->setText(engine->outputWidth() < 1
             ? QStringLiteral("—")
             : QStringLiteral("%1×%2").arg(engine->outputWidth()).arg(engine->outputHeight()));
-    rateChip->setText(QString::number(framesPerSecond(vm->settings()->frameRate())) + QStringLiteral("fps"));
+    rateChip->setText(QString::number(framesPerSecond(models.settings->frameRate())) + QStringLiteral("fps"));
     bufferChip->setText(
-        QString::number(std::floor(vm->settings()->bufferSeconds()), 'f', 0) + QStringLiteral("s buffer"));
+        QString::number(std::floor(models.settings->bufferSeconds()), 'f', 0) + QStringLiteral("s buffer"));
 }
 
 void RecorderHero::refreshSource()
 {
-    const bool selected = vm->engine()->selectedSource().has_value();
+    const bool selected = models.engine->selectedSource().has_value();
     pickRegion->setVisible(selected);
     strip->setVisible(selected);
 }
@@ -130,7 +131,7 @@ void RecorderHero::refreshPermission()
 {
     // Only a desktop that asks for a permission can have refused one.
     const bool refused
-        = vm->engine()->backend()->asksCapturePermission() && permissionError(vm->engine()->errorMessage());
+        = models.engine->backend()->asksCapturePermission() && permissionError(models.engine->errorMessage());
     permission->setVisible(refused);
     body->setVisible(!refused);
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "app/session/SessionModels.h"
+
 #include <QWidget>
 
 class AreaMonitorStrip;
@@ -7,7 +9,6 @@ class BigRecordCTA;
 class HeroPreviewCard;
 class InfoChip;
 class PermissionView;
-class RecorderViewModel;
 class SourcePickerButton;
 
 // The recorder screen, the one the user lives on: what is captured (the source button, which opens
@@ -18,7 +19,7 @@ class SourcePickerButton;
 class RecorderHero : public QWidget {
     Q_OBJECT
 public:
-    explicit RecorderHero(RecorderViewModel* vm, QWidget* parent = nullptr);
+    explicit RecorderHero(const SessionModels& m, QWidget* parent = nullptr);
 
     // Whether the empty state is what shows (no stream running).
     bool showsEmptyState() const;
@@ -33,7 +34,7 @@ private:
     void refreshSource();
     void refreshPermission();
 
-    RecorderViewModel* vm;
+    SessionModels models;
     PermissionView* permission;
     QWidget* body;
     SourcePickerButton* sourceButton;

@@ -1,6 +1,7 @@
 #include "ui/SourcePickerButton.h"
 
-#include "app/session/RecorderViewModel.h"
+#include "app/session/SessionActions.h"
+#include "app/session/SessionModels.h"
 #include "app/session/SourceMemory.h"
 #include "capture/CaptureEngine.h"
 #include "ui/SourcePickerContent.h"
@@ -8,13 +9,13 @@
 
 #include <QScreen>
 
-SourcePickerButton::SourcePickerButton(RecorderViewModel* model, QWidget* parent)
+SourcePickerButton::SourcePickerButton(const SessionModels& m, QWidget* parent)
     : V3Button(V3Button::Kind::secondary, QString(), parent)
-    , vm(model)
+    , models(m)
 {
     connect(this, &QAbstractButton::clicked, this, [this] { setOpen(!isOpen()); });
     // The label follows the selection, and the display names with the listing.
-    CaptureEngine* engine = vm->engine();
+    CaptureEngine* engine = models.engine;
     connect(engine, &CaptureEngine::selectedSourceChanged, this, &SourcePickerButton::showLabel);
     connect(engine, &CaptureEngine::availableDisplaysChanged, this, &SourcePickerButton::showLabel);
     showLabel();
@@ -22,8 +23,8 @@ SourcePickerButton::SourcePickerButton(RecorderViewModel* model, QWidget* parent
 
 void SourcePickerButton::showLabel()
 {
-    const std::optional<CaptureSource>& source = vm->engine()->selectedSource();
-    setText(SourcePickerContent::labelForCurrentSource(source, vm->sourceMemory()->screenLayout()));
+    const std::optional<CaptureSource>& source = models.engine->selectedSource();
+    setText(SourcePickerContent::labelForCurrentSource(source, models.sources->screenLayout()));
     setAccessibleName(text());
     if (!source)
         setSymbol(QString());
@@ -48,7 +49,7 @@ void SourcePickerButton::setOpen(bool open)
         return;
     }
     shown = new SourcePickerPopover(
-        vm, [this] { setOpen(false); }, this);
+        models, [this] { setOpen(false); }, this);
     shown->setWindowFlags(Qt::Popup);
     shown->setAttribute(Qt::WA_DeleteOnClose);
     // However it closes (a choice, Escape, a click elsewhere), the button hears of it.

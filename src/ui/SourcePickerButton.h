@@ -1,10 +1,10 @@
 #pragma once
 
+#include "app/session/SessionModels.h"
 #include "ui/kit/V3Button.h"
 
 #include <QPointer>
 
-class RecorderViewModel;
 class SourcePickerPopover;
 
 // The recorder screen's source button: the present source's name with its kind's symbol, which
@@ -15,7 +15,7 @@ class SourcePickerPopover;
 class SourcePickerButton : public V3Button {
     Q_OBJECT
 public:
-    explicit SourcePickerButton(RecorderViewModel* vm, QWidget* parent = nullptr);
+    explicit SourcePickerButton(const SessionModels& m, QWidget* parent = nullptr);
 
     bool isOpen() const;
     void setOpen(bool open);
@@ -30,6 +30,6 @@ private:
     // Below the button, kept on the button's screen.
     QPoint popoverPosition() const;
 
-    RecorderViewModel* vm;
+    SessionModels models;
     QPointer<SourcePickerPopover> shown;
 };

@@ -1,7 +1,8 @@
 #include "ui/SourcePickerPopover.h"
 
 #include "app/session/AreaCommands.h"
-#include "app/session/RecorderViewModel.h"
+#include "app/session/SessionActions.h"
+#include "app/session/SessionModels.h"
 #include "app/session/SourceMemory.h"
 #include "capture/CaptureEngine.h"
 #include "capture/SourceThumbnailer.h"
@@ -78,11 +79,11 @@ protected:
 
 } // namespace
 
-SourcePickerPopover::SourcePickerPopover(RecorderViewModel* model, std::function<void()> close, QWidget* parent)
+SourcePickerPopover::SourcePickerPopover(const SessionModels& m, std::function<void()> close, QWidget* parent)
     : QWidget(parent)
-    , vm(model)
+    , models(m)
     , dismiss(std::move(close))
-    , thumbnails(new SourceThumbnailer(model->engine()->backend(), this))
+    , thumbnails(new SourceThumbnailer(m.engine->backend(), this))
 {
     setFixedSize(popoverSize);
     setAccessibleName(QStringLiteral("Source"));
@@ -104,7 +105,7 @@ SourcePickerPopover::SourcePickerPopover(RecorderViewModel* model, std::function
     refresh->setFixedSize(28, 28);
     refresh->setToolTip(QStringLiteral("Refresh sources"));
     refresh->setAccessibleName(QStringLiteral("Refresh sources"));
-    connect(refresh, &QAbstractButton::clicked, this, [this] { vm->engine()->refreshAvailableContent(); });
+    connect(refresh, &QAbstractButton::clicked, this, [this] { models.engine->refreshAvailableContent(); });
     header->addWidget(refresh, 0, Qt::AlignTop);
     column->addLayout(header);
     column->addSpacing(14);
@@ -168,7 +169,7 @@ SourcePickerPopover::SourcePickerPopover(RecorderViewModel* model, std::function
     connect(region, &QAbstractButton::clicked, this, &SourcePickerPopover::pickRegion);
     column->addWidget(region);
 
-    CaptureEngine* engine = vm->engine();
+    CaptureEngine* engine = models.engine;
     connect(engine, &CaptureEngine::availableDisplaysChanged, this, &SourcePickerPopover::rebuildRows);
     connect(engine, &CaptureEngine::availableWindowsChanged, this, &SourcePickerPopover::rebuildRows);
     connect(engine, &CaptureEngine::selectedSourceChanged, this, &SourcePickerPopover::markSelection);
@@ -212,9 +213,9 @@ void SourcePickerPopover::rebuildRows()
     sourceRows.clear();
     rowIds.clear();
 
-    const CaptureEngine* engine = vm->engine();
+    const CaptureEngine* engine = models.engine;
     if (shownTab == Tab::displays) {
-        const ScreenLayout screens = vm->sourceMemory()->screenLayout();
+        const ScreenLayout screens = models.sources->screenLayout();
         for (const CaptureDisplay& display :
             SourcePickerContent::displayItems(engine->availableDisplays(), filter, screens))
             addSourceRow(CaptureSource::display(display),
@@ -262,7 +263,7 @@ SourcePickerRow* SourcePickerPopover::addSourceRow(const CaptureSource& source, 
 
 void SourcePickerPopover::markSelection()
 {
-    const std::optional<CaptureSource>& selected = vm->engine()->selectedSource();
+    const std::optional<CaptureSource>& selected = models.engine->selectedSource();
     for (size_t i = 0; i < sourceRows.size(); ++i)
         sourceRows[i]->setSelected(selected && selected->id() == rowIds[i]);
 }
@@ -271,15 +272,16 @@ void SourcePickerPopover::choose(const CaptureSource& source)
 {
     // The button and the badge change at once; the stream restarts on a later turn of the loop,
     // when the popover is gone. The same source again goes through the whole restart too.
-    vm->engine()->setSelectedSource(source);
-    QMetaObject::invokeMethod(vm, &RecorderViewModel::restartStream, Qt::QueuedConnection);
+    models.engine->setSelectedSource(source);
+    QMetaObject::invokeMethod(
+        this, [actions = models.actions] { actions->restartStream(); }, Qt::QueuedConnection);
     if (dismiss) dismiss();
 }
 
 void SourcePickerPopover::pickRegion()
 {
     if (dismiss) dismiss();
-    QMetaObject::invokeMethod(vm->areaCommands(), &AreaCommands::pickRecordingRegion, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(models.areas, &AreaCommands::pickRecordingRegion, Qt::QueuedConnection);
 }
 
 void SourcePickerPopover::hideEvent(QHideEvent* event)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/session/SessionModels.h"
 #include "ui/SourcePickerContent.h"
 #include "ui/SourcePickerRow.h"
 
@@ -10,7 +11,6 @@
 
 class QLineEdit;
 class QVBoxLayout;
-class RecorderViewModel;
 class SourceThumbnailer;
 class V3Button;
 class V3Segmented;
@@ -29,7 +29,7 @@ public:
     static constexpr QSize popoverSize { 440, 560 };
 
     // `dismiss` closes the popover; it runs before a chosen source's stream restarts.
-    SourcePickerPopover(RecorderViewModel* vm, std::function<void()> dismiss, QWidget* parent = nullptr);
+    SourcePickerPopover(const SessionModels& m, std::function<void()> dismiss, QWidget* parent = nullptr);
     ~SourcePickerPopover() override;
 
     SourcePickerContent::Tab tab() const { return shownTab; }
@@ -63,7 +63,7 @@ private:
     void choose(const CaptureSource& source);
     void pickRegion();
 
-    RecorderViewModel* vm;
+    SessionModels models;
     std::function<void()> dismiss;
     SourcePickerContent::Tab shownTab = SourcePickerContent::Tab::displays;
     QString filter;

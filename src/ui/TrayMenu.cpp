@@ -2,7 +2,8 @@
 
 #include "app/AppSettings.h"
 #include "app/hotkeys/HotkeyRecorder.h"
-#include "app/session/RecorderViewModel.h"
+#include "app/session/SessionActions.h"
+#include "app/session/SessionModels.h"
 #include "monitor/AreaMonitor.h"
 #include "recorder/SegmentedRecorder.h"
 
@@ -35,14 +36,14 @@ QString toolTipOf(SystemTray::State state)
 
 } // namespace
 
-TrayMenu::TrayMenu(RecorderViewModel* vm, std::unique_ptr<SystemTray> platformTray, QObject* parent)
+TrayMenu::TrayMenu(const SessionModels& m, std::unique_ptr<SystemTray> platformTray, QObject* parent)
     : QObject(parent)
-    , viewModel(vm)
+    , models(m)
     , tray(std::move(platformTray))
     , trayMenu(std::make_unique<QMenu>())
 {
-    save = trayMenu->addAction(QString(), this, [this] { viewModel->toggleRecording(); });
-    arm = trayMenu->addAction(QString(), this, [this] { viewModel->toggleAreaMonitor(); });
+    save = trayMenu->addAction(QString(), this, [this] { models.actions->toggleRecording(); });
+    arm = trayMenu->addAction(QString(), this, [this] { models.actions->toggleAreaMonitor(); });
     trayMenu->addSeparator();
     showWindow = trayMenu->addAction(QStringLiteral("Show Velotape"), this, [this] {
         if (onShowWindow) onShowWindow();
@@ -55,12 +56,12 @@ TrayMenu::TrayMenu(RecorderViewModel* vm, std::unique_ptr<SystemTray> platformTr
             if (onShowWindow) onShowWindow();
         };
 
-    SegmentedRecorder* recorder = viewModel->recorder();
+    SegmentedRecorder* recorder = models.recorder;
     connect(recorder, &SegmentedRecorder::isRecordingChanged, this, &TrayMenu::update);
     connect(recorder, &SegmentedRecorder::isBufferingChanged, this, &TrayMenu::update);
-    connect(viewModel->areaMonitor(), &AreaMonitor::isArmedChanged, this, &TrayMenu::update);
-    connect(viewModel->settings(), &AppSettings::saveHotkeyChanged, this, &TrayMenu::update);
-    connect(viewModel->settings(), &AppSettings::armHotkeyChanged, this, &TrayMenu::update);
+    connect(models.monitor, &AreaMonitor::isArmedChanged, this, &TrayMenu::update);
+    connect(models.settings, &AppSettings::saveHotkeyChanged, this, &TrayMenu::update);
+    connect(models.settings, &AppSettings::armHotkeyChanged, this, &TrayMenu::update);
     update();
 }
 
@@ -93,11 +94,11 @@ SystemTray::State TrayMenu::stateOf(bool recording, bool buffering, bool armed)
 
 void TrayMenu::update()
 {
-    const SegmentedRecorder* recorder = viewModel->recorder();
+    const SegmentedRecorder* recorder = models.recorder;
     const bool recording = recorder->isRecording();
-    const bool armed = viewModel->areaMonitor()->isArmed();
+    const bool armed = models.monitor->isArmed();
     current = stateOf(recording, recorder->isBuffering(), armed);
-    const AppSettings* settings = viewModel->settings();
+    const AppSettings* settings = models.settings;
     save->setText(withHotkey(
         recording ? QStringLiteral("Save clip") : QStringLiteral("Start recording"), settings->saveHotkey()));
     arm->setText(withHotkey(

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/session/SessionModels.h"
 #include "platform/SystemTray.h"
 
 #include <QObject>
@@ -9,7 +10,6 @@
 
 class QAction;
 class QMenu;
-class RecorderViewModel;
 
 // The program in the desktop's tray: an icon that shows whether the ring is buffering, a clip is
 // recording or the area monitor is armed, and a menu to save a clip, arm or disarm the monitor,
@@ -19,7 +19,7 @@ class RecorderViewModel;
 class TrayMenu : public QObject {
     Q_OBJECT
 public:
-    TrayMenu(RecorderViewModel* viewModel, std::unique_ptr<SystemTray> tray, QObject* parent = nullptr);
+    TrayMenu(const SessionModels& m, std::unique_ptr<SystemTray> tray, QObject* parent = nullptr);
     ~TrayMenu() override;
 
     // Puts the icon in the tray when the desktop has one; whether it did.
@@ -43,7 +43,7 @@ public:
 private:
     void update();
 
-    RecorderViewModel* viewModel;
+    SessionModels models;
     std::unique_ptr<SystemTray> tray;
     std::unique_ptr<QMenu> trayMenu;
     QAction* save = nullptr;

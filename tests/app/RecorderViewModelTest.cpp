@@ -4,7 +4,9 @@
 #include "app/AppSettings.h"
 #include "app/control/ControlCommands.h"
 #include "app/session/AreaCommands.h"
+#include "app/session/AudioRouting.h"
 #include "app/session/EventNotifications.h"
+#include "app/session/SessionStatus.h"
 #include "app/session/SourceMemory.h"
 #include "capture/CaptureEngine.h"
 #include "devices/MicCapture.h"
@@ -166,9 +168,9 @@ TEST_F(RecorderViewModelTest, AutoStopAfterOneAndAHalfMinutesAndItsCancellation)
     startUp();
     vm->startRecording();
     clock->advance(89s);
-    EXPECT_FALSE(vm->toast());
+    EXPECT_FALSE(vm->status()->toast());
     clock->advance(1s);
-    EXPECT_EQ(vm->toast(), QStringLiteral("Auto-stop triggered after 1 min"));
+    EXPECT_EQ(vm->status()->toast(), QStringLiteral("Auto-stop triggered after 1 min"));
 
     // Stopping by hand first cancels the timer: no toast, ever.
     clock->advance(10s);
@@ -176,13 +178,13 @@ TEST_F(RecorderViewModelTest, AutoStopAfterOneAndAHalfMinutesAndItsCancellation)
     clock->advance(30s);
     vm->stopRecording();
     clock->advance(120s);
-    EXPECT_NE(vm->toast(), QStringLiteral("Auto-stop triggered after 1 min"));
+    EXPECT_NE(vm->status()->toast(), QStringLiteral("Auto-stop triggered after 1 min"));
 
     // Zero or a negative number means no timer.
     settings->setAutoStopMinutes(-1);
     vm->startRecording();
     clock->advance(3600s);
-    EXPECT_NE(vm->toast(), QStringLiteral("Auto-stop triggered after 1 min"));
+    EXPECT_NE(vm->status()->toast(), QStringLiteral("Auto-stop triggered after 1 min"));
     vm->stopRecording();
 
     // Nor does a timer so short that it would stop every recording as it starts.
@@ -190,7 +192,7 @@ TEST_F(RecorderViewModelTest, AutoStopAfterOneAndAHalfMinutesAndItsCancellation)
     vm->startRecording();
     clock->advance(1s);
     EXPECT_TRUE(vm->recorder()->isRecording());
-    EXPECT_FALSE(vm->toast() && vm->toast()->startsWith(QStringLiteral("Auto-stop")));
+    EXPECT_FALSE(vm->status()->toast() && vm->status()->toast()->startsWith(QStringLiteral("Auto-stop")));
 }
 
 TEST_F(RecorderViewModelTest, ARefusedSaveFolderIsToldAtTheStartOfARecordingAndTheDefaultIsUsed)
@@ -203,7 +205,7 @@ TEST_F(RecorderViewModelTest, ARefusedSaveFolderIsToldAtTheStartOfARecordingAndT
         std::make_unique<QSettings>(dir.filePath(QStringLiteral("Velotape.conf")), QSettings::IniFormat));
     make();
     vm->startRecording();
-    EXPECT_EQ(vm->toast(), QStringLiteral("No save folder is set; clips go to %1/Desktop.").arg(dir.path()));
+    EXPECT_EQ(vm->status()->toast(), QStringLiteral("No save folder is set; clips go to %1/Desktop.").arg(dir.path()));
     EXPECT_TRUE(QFileInfo(dir.filePath(QStringLiteral("Desktop"))).isDir());
     vm->stopRecording();
     qputenv("HOME", home);
@@ -216,16 +218,16 @@ TEST_F(RecorderViewModelTest, ToastLastsTwoPointEightSecondsAndTheNewestWins)
     clock->advance(2s);
     vm->showToast(QStringLiteral("two"));
     clock->advance(1s); // the first timer wakes, finds another text and leaves it
-    EXPECT_EQ(vm->toast(), QStringLiteral("two"));
+    EXPECT_EQ(vm->status()->toast(), QStringLiteral("two"));
     clock->advance(1800ms);
-    EXPECT_FALSE(vm->toast());
+    EXPECT_FALSE(vm->status()->toast());
 
     // The same text twice shares the earlier timer.
     vm->showToast(QStringLiteral("same"));
     clock->advance(2s);
     vm->showToast(QStringLiteral("same"));
     clock->advance(800ms);
-    EXPECT_FALSE(vm->toast());
+    EXPECT_FALSE(vm->status()->toast());
 }
 
 TEST_F(RecorderViewModelTest, CaptureModeIsRestoredAndRememberedOnlyAfterStartUp)
@@ -253,8 +255,9 @@ TEST_F(RecorderViewModelTest, StopWithNothingBufferedReportsTheErrorAsAToast)
     startUp();
     vm->startRecording();
     vm->stopRecording();
-    ASSERT_TRUE(spinUntil([&] { return vm->toast().has_value(); }));
-    EXPECT_EQ(vm->toast(), QStringLiteral("Error: Nothing was buffered yet — wait a second after starting preview."));
+    ASSERT_TRUE(spinUntil([&] { return vm->status()->toast().has_value(); }));
+    EXPECT_EQ(vm->status()->toast(),
+        QStringLiteral("Error: Nothing was buffered yet — wait a second after starting preview."));
 }
 
 TEST_F(RecorderViewModelTest, AreaMonitorComesBackFromTheSettingsAndDrivesRecordings)
@@ -275,8 +278,8 @@ TEST_F(RecorderViewModelTest, AreaMonitorComesBackFromTheSettingsAndDrivesRecord
     EXPECT_EQ(settings->areaReferenceSignature(), QByteArray(256, '\0'));
 
     QStringList toasts;
-    QObject::connect(vm.get(), &RecorderViewModel::toastChanged, [&] {
-        if (vm->toast()) toasts << *vm->toast();
+    QObject::connect(vm->status(), &SessionStatus::toastChanged, [&] {
+        if (vm->status()->toast()) toasts << *vm->status()->toast();
     });
 
     // Armed without a fresh capture: the white screen differs from the black reference at once.
@@ -359,10 +362,11 @@ TEST_F(RecorderViewModelTest, ArmingWithoutAnAreaOrAPictureSaysWhy)
 {
     make();
     vm->toggleAreaMonitor();
-    EXPECT_EQ(vm->toast(), QStringLiteral("Pick an area first."));
+    EXPECT_EQ(vm->status()->toast(), QStringLiteral("Pick an area first."));
     vm->areaCommands()->setPickedAreaRect(QRectF(0, 0, 40, 40));
     vm->toggleAreaMonitor();
-    EXPECT_EQ(vm->toast(), QStringLiteral("Couldn't grab that area — the display server gave no picture of it."));
+    EXPECT_EQ(
+        vm->status()->toast(), QStringLiteral("Couldn't grab that area — the display server gave no picture of it."));
     EXPECT_FALSE(vm->areaMonitor()->isArmed());
 }
 
@@ -379,7 +383,7 @@ TEST_F(RecorderViewModelTest, APickedWatchAreaIsTakenOnceThePickerHasGoneAndACan
     EXPECT_FALSE(vm->areaMonitor()->rect());
     ASSERT_TRUE(spinUntil([&] { return vm->areaMonitor()->referenceSignature().has_value(); }, 3000));
     EXPECT_EQ(vm->areaMonitor()->rect(), QRectF(100, 100, 64, 32));
-    EXPECT_EQ(vm->toast(), QStringLiteral("Watch area captured"));
+    EXPECT_EQ(vm->status()->toast(), QStringLiteral("Watch area captured"));
     const QByteArray reference = *vm->areaMonitor()->referenceSignature();
 
     // Cancelled on a changed screen: the area and its reference stay as they were.
@@ -433,7 +437,7 @@ TEST_F(RecorderViewModelTest, APickedRegionBecomesTheSourceOfTheDisplayUnderItsM
     vm->areaCommands()->pickRecordingRegion();
     EXPECT_EQ(vm->engine()->selectedSource(), started);
     EXPECT_EQ(screen->streamsStarted, before);
-    EXPECT_FALSE(vm->toast());
+    EXPECT_FALSE(vm->status()->toast());
 
     // Drawn across both displays, its middle on the second: local to it, reaching beyond its left edge.
     pickerAnswer = std::optional<QRectF>(QRectF(1900, 100, 101, 51));
@@ -443,12 +447,12 @@ TEST_F(RecorderViewModelTest, APickedRegionBecomesTheSourceOfTheDisplayUnderItsM
     EXPECT_EQ(source.kind(), CaptureSource::Kind::region);
     EXPECT_EQ(source.capturedDisplay().displayID, 2u);
     EXPECT_EQ(source.localPointRect(), QRectF(-20, 100, 101, 51));
-    EXPECT_EQ(vm->toast(), QStringLiteral("Region selected · 100×50"));
+    EXPECT_EQ(vm->status()->toast(), QStringLiteral("Region selected · 100×50"));
     EXPECT_EQ(screen->streamsStarted, before + 1);
 
     // Nowhere near a display: nothing changes but the toast.
     vm->areaCommands()->useRecordingRegion(QRectF(10000, 10000, 20, 20));
-    EXPECT_EQ(vm->toast(), QStringLiteral("Couldn't identify the display for that region."));
+    EXPECT_EQ(vm->status()->toast(), QStringLiteral("Couldn't identify the display for that region."));
     EXPECT_EQ(vm->engine()->selectedSource()->capturedDisplay().displayID, 2u);
     EXPECT_EQ(screen->streamsStarted, before + 1);
 }
@@ -523,13 +527,13 @@ TEST_F(RecorderViewModelTest, TheSoundServerGoingAndComingBackIsToldWhenSoundIsW
         = [this](bool lost) { std::thread([this, lost] { soundServer(lost, QStringLiteral("gone")); }).join(); };
     hear(true);
     spinFor(50);
-    EXPECT_FALSE(vm->toast()) << "no sound was wanted";
+    EXPECT_FALSE(vm->status()->toast()) << "no sound was wanted";
 
     settings->setSystemAudioEnabled(true);
     hear(true);
-    ASSERT_TRUE(spinUntil([&] { return vm->toast() == RecorderViewModel::soundLostText; }, 2000));
+    ASSERT_TRUE(spinUntil([&] { return vm->status()->toast() == AudioRouting::soundLostText; }, 2000));
     hear(false);
-    ASSERT_TRUE(spinUntil([&] { return vm->toast() == RecorderViewModel::soundBackText; }, 2000));
+    ASSERT_TRUE(spinUntil([&] { return vm->status()->toast() == AudioRouting::soundBackText; }, 2000));
 }
 
 TEST_F(RecorderViewModelTest, AMicrophoneLeftOffStaysClosedAtLaunch)
@@ -571,9 +575,9 @@ TEST_F(RecorderViewModelTest, ASavedClipIsTaggedWithTheFigureInTheWatchedAreaUnl
     vm->journal()->rescan();
 
     vm->runPnLDetect(clip);
-    EXPECT_EQ(vm->toast(), QStringLiteral("Auto P&L: scanning clip\u2026"));
-    ASSERT_TRUE(spinUntil([&] { return vm->toast() != QStringLiteral("Auto P&L: scanning clip\u2026"); }));
-    EXPECT_EQ(vm->toast(), QStringLiteral("Auto P&L: -12.50 (loss)"));
+    EXPECT_EQ(vm->status()->toast(), QStringLiteral("Auto P&L: scanning clip\u2026"));
+    ASSERT_TRUE(spinUntil([&] { return vm->status()->toast() != QStringLiteral("Auto P&L: scanning clip\u2026"); }));
+    EXPECT_EQ(vm->status()->toast(), QStringLiteral("Auto P&L: -12.50 (loss)"));
     const ClipMeta tagged = ClipMetaStore::load(QUrl::fromLocalFile(clip));
     EXPECT_EQ(tagged.outcome, TradeOutcome::loss);
     EXPECT_EQ(tagged.pnl, 12.5);
@@ -587,10 +591,10 @@ TEST_F(RecorderViewModelTest, ASavedClipIsTaggedWithTheFigureInTheWatchedAreaUnl
     mine.pnl = 40;
     ClipMetaStore::save(mine, QUrl::fromLocalFile(clip));
     vm->runPnLDetect(clip);
-    EXPECT_EQ(vm->toast(), QStringLiteral("Auto P&L: clip already tagged, kept your value."));
+    EXPECT_EQ(vm->status()->toast(), QStringLiteral("Auto P&L: clip already tagged, kept your value."));
     vm->areaMonitor()->setRect(std::nullopt);
     vm->runPnLDetect(clip);
-    EXPECT_EQ(vm->toast(), QStringLiteral("Auto P&L: pick a watch area to enable detection."));
+    EXPECT_EQ(vm->status()->toast(), QStringLiteral("Auto P&L: pick a watch area to enable detection."));
     spinFor(200);
     EXPECT_EQ(ClipMetaStore::load(QUrl::fromLocalFile(clip)), mine);
 }
@@ -616,14 +620,14 @@ TEST_F(RecorderViewModelTest, AutoPnLKeepsATagTypedDuringTheScanAndLeavesASideca
 
     // The user tags the clip while the figure is being read: theirs stays, notes and all.
     vm->runPnLDetect(clip);
-    ASSERT_EQ(vm->toast(), QStringLiteral("Auto P&L: scanning clip\u2026"));
+    ASSERT_EQ(vm->status()->toast(), QStringLiteral("Auto P&L: scanning clip\u2026"));
     ClipMeta mine;
     mine.outcome = TradeOutcome::win;
     mine.pnl = 40;
     mine.notes = QStringLiteral("closed it by hand");
     ASSERT_FALSE(ClipMetaStore::save(mine, url));
-    ASSERT_TRUE(spinUntil([&] { return vm->toast() != QStringLiteral("Auto P&L: scanning clip\u2026"); }));
-    EXPECT_EQ(vm->toast(), QStringLiteral("Auto P&L: clip already tagged, kept your value."));
+    ASSERT_TRUE(spinUntil([&] { return vm->status()->toast() != QStringLiteral("Auto P&L: scanning clip\u2026"); }));
+    EXPECT_EQ(vm->status()->toast(), QStringLiteral("Auto P&L: clip already tagged, kept your value."));
     EXPECT_EQ(ClipMetaStore::load(url), mine);
 
     // A sidecar this version cannot read may hold notes: not scanned, not replaced, and said.
@@ -633,7 +637,8 @@ TEST_F(RecorderViewModelTest, AutoPnLKeepsATagTypedDuringTheScanAndLeavesASideca
     file.write(unreadable);
     file.close();
     vm->runPnLDetect(clip);
-    EXPECT_TRUE(vm->toast()->startsWith(QStringLiteral("Auto P&L: skipped, "))) << vm->toast()->toStdString();
+    EXPECT_TRUE(vm->status()->toast()->startsWith(QStringLiteral("Auto P&L: skipped, ")))
+        << vm->status()->toast()->toStdString();
     spinFor(200);
     ASSERT_TRUE(file.open(QIODevice::ReadOnly));
     EXPECT_EQ(file.readAll(), unreadable);
@@ -668,8 +673,8 @@ TEST_F(RecorderViewModelTest, ReadingsThatDisagreeOrAMissingEngineTagNothingAndS
             QStringLiteral("20"), QStringLiteral("20"), {} } }));
     const QUrl url = QUrl::fromLocalFile(clip);
     vm->runPnLDetect(clip);
-    ASSERT_TRUE(spinUntil([&] { return vm->toast() != QStringLiteral("Auto P&L: scanning clip\u2026"); }));
-    EXPECT_EQ(vm->toast(), QStringLiteral("Auto P&L: couldn't be sure of '7.25' \u2014 tag it by hand."));
+    ASSERT_TRUE(spinUntil([&] { return vm->status()->toast() != QStringLiteral("Auto P&L: scanning clip\u2026"); }));
+    EXPECT_EQ(vm->status()->toast(), QStringLiteral("Auto P&L: couldn't be sure of '7.25' \u2014 tag it by hand."));
     EXPECT_EQ(ClipMetaStore::load(url), ClipMeta());
 
     // Tesseract without its English data: the toast names the package, not "no number found".
@@ -680,12 +685,13 @@ TEST_F(RecorderViewModelTest, ReadingsThatDisagreeOrAMissingEngineTagNothingAndS
     recognizers = TesseractRecognizer::factory();
     make();
     vm->runPnLDetect(clip);
-    ASSERT_TRUE(spinUntil([&] { return vm->toast() != QStringLiteral("Auto P&L: scanning clip\u2026"); }));
+    ASSERT_TRUE(spinUntil([&] { return vm->status()->toast() != QStringLiteral("Auto P&L: scanning clip\u2026"); }));
     if (before.isNull())
         qunsetenv("TESSDATA_PREFIX");
     else
         qputenv("TESSDATA_PREFIX", before);
-    EXPECT_EQ(vm->toast(), QStringLiteral("Reading the P&L needs Tesseract's English data (tesseract-ocr-eng)."));
+    EXPECT_EQ(
+        vm->status()->toast(), QStringLiteral("Reading the P&L needs Tesseract's English data (tesseract-ocr-eng)."));
     EXPECT_EQ(ClipMetaStore::load(url), ClipMeta());
 }
 
@@ -708,13 +714,13 @@ TEST_F(RecorderViewModelTest, ErrorsReachTheDesktopOnlyWhileNoWindowShowsThem)
     startUp();
     std::vector<std::pair<QString, size_t>> sent;
     bool windowSeen = true;
-    EventNotifications notifications(vm.get(), std::make_unique<Sent>(&sent), [&] { return windowSeen; });
+    EventNotifications notifications(vm->models(), std::make_unique<Sent>(&sent), [&] { return windowSeen; });
     const QString error = QStringLiteral("Error: Nothing was buffered yet — wait a second after starting preview.");
 
     // In front of the user the toast says it.
     vm->startRecording();
     vm->stopRecording();
-    ASSERT_TRUE(spinUntil([&] { return vm->toast() == error; }));
+    ASSERT_TRUE(spinUntil([&] { return vm->status()->toast() == error; }));
     EXPECT_TRUE(sent.empty());
 
     windowSeen = false;
@@ -749,7 +755,7 @@ TEST_F(RecorderViewModelTest, ARingThatLosesItsFolderSaysSoInAToastAndInStatus)
     ASSERT_TRUE(QDir(folder).removeRecursively());
     feed();
     ASSERT_TRUE(spinUntil([&] { return !recorder->bufferProblem().isEmpty(); }));
-    EXPECT_EQ(vm->toast(), QStringLiteral("Buffering failed: the buffer's folder was removed"));
+    EXPECT_EQ(vm->status()->toast(), QStringLiteral("Buffering failed: the buffer's folder was removed"));
     ControlCommands commands(*vm);
     const QString status = commands.handle({ QStringLiteral("status") }).text;
     EXPECT_TRUE(

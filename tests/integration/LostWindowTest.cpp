@@ -4,6 +4,7 @@
 #include "app/control/ControlCommands.h"
 #include "app/session/LostWindowWatch.h"
 #include "app/session/RecorderViewModel.h"
+#include "app/session/SessionStatus.h"
 #include "platform/x11/X11CaptureBackend.h"
 #include "support/TestDesktop.h"
 
@@ -44,8 +45,8 @@ TEST(LostWindow, AClosedWindowGivesWayToItsDisplayAndIsPickedUpAgainWhenItReopen
     FrameLog frames(engine);
     ControlCommands commands(vm);
     QStringList toasts;
-    QObject::connect(&vm, &RecorderViewModel::toastChanged, [&] {
-        if (vm.toast()) toasts << *vm.toast();
+    QObject::connect(vm.status(), &SessionStatus::toastChanged, [&] {
+        if (vm.status()->toast()) toasts << *vm.status()->toast();
     });
     auto windowSelected = [&engine] {
         const auto& source = engine.selectedSource();

@@ -9,6 +9,7 @@
 #include "app/session/EventNotifications.h"
 #include "app/session/OwnWindowTracker.h"
 #include "app/session/RecorderViewModel.h"
+#include "app/session/SessionStatus.h"
 #include "app/session/SourceGeometry.h"
 #include "capture/CaptureEngine.h"
 #include "core/Log.h"
@@ -114,7 +115,7 @@ bool AppSession::start(QString* error)
         static QTextStream out(stdout);
         echoEventsTo(out);
         notifications = std::make_unique<EventNotifications>(
-            controller.get(), desktop->notifications(AppIdentity::appId()), nullptr);
+            controller->models(), desktop->notifications(AppIdentity::appId()), nullptr);
         // The picker and the armed frame are windows even here, and a display capture sees them:
         // their repaints must not pass for changes of the screen.
         if (desktop->showsOverlayWindows())
@@ -159,7 +160,7 @@ void AppSession::sweepWhatCrashedRunsLeft()
 // Without a window, toasts and capture errors are lines on standard output.
 void AppSession::echoEventsTo(QTextStream& out)
 {
-    observe(controller.get(), &RecorderViewModel::toast, &RecorderViewModel::toastChanged)
+    observe(controller->status(), &SessionStatus::toast, &SessionStatus::toastChanged)
         .dropFirst()
         .sink(this, [&out](const std::optional<QString>& text) {
             if (text) out << *text << Qt::endl;

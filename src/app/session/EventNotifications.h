@@ -5,8 +5,11 @@
 #include <functional>
 #include <memory>
 
+class CaptureEngine;
+class DesktopIntegration;
 class DesktopNotifications;
-class RecorderViewModel;
+class SessionStatus;
+struct SessionModels;
 
 // What the user must hear of while no window shows the toast: a saved clip ("Saved: …", with
 // "Open" and "Show in Folder") and the errors of an export or of the capture. The line on standard
@@ -20,7 +23,7 @@ public:
     static constexpr auto showInFolderAction = "show-in-folder";
 
     // `userSeesWindow`: whether the window is on the screen now (null: there is none, headless).
-    EventNotifications(RecorderViewModel* viewModel, std::unique_ptr<DesktopNotifications> notifications,
+    EventNotifications(const SessionModels& models, std::unique_ptr<DesktopNotifications> notifications,
         std::function<bool()> userSeesWindow, QObject* parent = nullptr);
     ~EventNotifications() override;
 
@@ -29,7 +32,8 @@ private:
     void clipSaved(const QString& path);
     void error(const QString& text);
 
-    RecorderViewModel* viewModel;
+    SessionStatus* status;
+    DesktopIntegration* desktop; // null: the actions do nothing
     std::unique_ptr<DesktopNotifications> notifications;
     std::function<bool()> userSeesWindow;
 };

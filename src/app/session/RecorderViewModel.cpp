@@ -2,17 +2,17 @@
 
 #include "app/AppSettings.h"
 #include "app/session/AreaCommands.h"
+#include "app/session/AreaMonitorSync.h"
+#include "app/session/AudioRouting.h"
+#include "app/session/AutoPnLDetect.h"
 #include "app/session/BackendAreaGrabber.h"
 #include "app/session/LostWindowWatch.h"
+#include "app/session/SessionStatus.h"
 #include "app/session/SourceMemory.h"
 #include "capture/CaptureEngine.h"
-#include "core/Log.h"
 #include "core/Publisher.h"
 #include "devices/MicCapture.h"
-#include "journal/ClipAutoDetect.h"
 #include "journal/ClipJournalStore.h"
-#include "journal/ClipMetaStore.h"
-#include "journal/PnLTagWriter.h"
 #include "monitor/AreaMonitor.h"
 #include "monitor/AreaMonitorActions.h"
 #include "platform/DesktopIntegration.h"
@@ -55,8 +55,7 @@ RecorderViewModel::RecorderViewModel(AppSettings* settings, Backends b, QObject*
     areas = std::make_unique<AreaCommands>(
         *monitor, *captureEngine, *sources, std::move(backends.areaPicker),
         [this](const QString& text) { showToast(text); }, [this] { restartStream(); });
-    detectPool = new QThreadPool(this);
-    detectPool->setMaxThreadCount(1);
+    sessionStatus = new SessionStatus(this);
     lostWindows = std::make_unique<LostWindowWatch>(
         *captureEngine, *sources, *backends.scheduler, [this](const QString& text) { showToast(text); },
         [this](int width, int height) { startStream(width, height); });
@@ -70,27 +69,48 @@ RecorderViewModel::RecorderViewModel(AppSettings* settings, Backends b, QObject*
     };
 
     // Every subscription and callback between the settings and the objects the controller owns.
-    // The camera, the microphone and the armed-area overlay add theirs when they arrive.
+    const auto toast = [this](const QString& text) { showToast(text); };
+    audio = new AudioRouting(
+        *appSettings, *segmentRecorder, *microphone, std::move(backends.soundServer), toast,
+        [this] { restartStream(); }, this);
+    monitorSync = new AreaMonitorSync(*appSettings, *monitor, std::move(backends.armedFrame), this);
+    pnlDetect
+        = new AutoPnLDetect(backends.textRecognizer, *monitor, *sources, *captureEngine, *journalStore, toast, this);
     wireJournal();
-    wireAudio();
     wireAreaMonitor();
     wirePersistence();
     wireSaveSequence();
     wireStreamRestart();
     wireLostWindow();
-    wireArmedFrame();
 }
 
 RecorderViewModel::~RecorderViewModel()
 {
-    // Its reports reach this object from another thread: it stops first.
-    backends.soundServer.reset();
+    // The sound server's reports reach the audio routing from another thread: it stops first.
+    delete audio;
     // The audio threads reach the recorder: close the microphone and stop the stream before it goes.
     delete microphone;
     captureEngine->stopStream();
     // A detection still running would call back into a controller that is going.
-    detectPool->clear();
-    detectPool->waitForDone();
+    delete pnlDetect;
+}
+
+SessionModels RecorderViewModel::models()
+{
+    SessionModels m;
+    m.settings = appSettings;
+    m.status = sessionStatus;
+    m.actions = this;
+    m.engine = captureEngine;
+    m.recorder = segmentRecorder;
+    m.monitor = monitor;
+    m.areas = areas.get();
+    m.sources = sources.get();
+    m.mic = microphone;
+    m.journal = journalStore;
+    m.desktop = backends.desktop.get();
+    m.keyGrabCheck = backends.keyGrabCheck;
+    return m;
 }
 
 void RecorderViewModel::wireJournal()
@@ -101,81 +121,9 @@ void RecorderViewModel::wireJournal()
         .sink(this, [this](const QString& path) { journalStore->setSavePath(QUrl::fromLocalFile(path)); });
 }
 
-void RecorderViewModel::wireAudio()
-{
-    // Segments get an audio track when either audio source is on.
-    segmentRecorder->setAudioEnabled(appSettings->microphoneEnabled() || appSettings->systemAudioEnabled());
-
-    // The microphone's list, and the microphone itself if it was left on.
-    microphone->refreshDevices();
-    if (appSettings->microphoneEnabled()) microphone->start(appSettings->microphoneDeviceID());
-
-    // The microphone switch changes whether segments carry audio, and opens or closes the device.
-    // This also runs once at launch: a microphone left on is started twice (the second start
-    // finds it open), one left off is stopped.
-    observe(appSettings, &AppSettings::microphoneEnabled, &AppSettings::microphoneEnabledChanged)
-        .removeDuplicates()
-        .sink(this, [this](bool on) {
-            segmentRecorder->setAudioEnabled(on || appSettings->systemAudioEnabled());
-            if (on)
-                microphone->start(appSettings->microphoneDeviceID());
-            else
-                microphone->stop();
-        });
-
-    // Another microphone chosen while it is on: the new one replaces it.
-    observe(appSettings, &AppSettings::microphoneDeviceID, &AppSettings::microphoneDeviceIDChanged)
-        .dropFirst()
-        .sink(this, [this](const std::optional<QString>& id) {
-            if (appSettings->microphoneEnabled()) microphone->start(id);
-        });
-
-    // A microphone that stops (switched off, unplugged) no longer holds the mix back.
-    connect(microphone, &MicCapture::isRunningChanged, this, [this] {
-        if (!microphone->isRunning()) segmentRecorder->endAudioInput(AudioMixer::Input::microphone);
-    });
-
-    // The sound server going away silences both sources until it is back (they reconnect by
-    // themselves): the user hears of it when any sound is wanted.
-    if (backends.soundServer) {
-        QPointer<RecorderViewModel> self(this);
-        backends.soundServer->watch([self](bool lost, const QString&) {
-            QMetaObject::invokeMethod(
-                self.data(),
-                [self, lost] {
-                    if (!self) return;
-                    const AppSettings* s = self->appSettings;
-                    if (s->microphoneEnabled() || s->systemAudioEnabled())
-                        self->showToast(lost ? soundLostText : soundBackText);
-                },
-                Qt::QueuedConnection);
-        });
-    }
-
-    // System audio is part of the stream's set-up, so switching it needs a new stream.
-    observe(appSettings, &AppSettings::systemAudioEnabled, &AppSettings::systemAudioEnabledChanged)
-        .dropFirst()
-        .removeDuplicates()
-        .sink(this, [this](bool on) {
-            segmentRecorder->setAudioEnabled(on || appSettings->microphoneEnabled());
-            restartStream();
-        });
-}
-
 void RecorderViewModel::wireAreaMonitor()
 {
     QPointer<RecorderViewModel> self(this);
-
-    // The monitor's sensitivity comes from the settings.
-    monitor->setSensitivity(appSettings->areaSensitivity());
-
-    // So do its area and reference, without side effects.
-    monitor->hydrate(appSettings->areaMonitorRect(), appSettings->areaReferenceSignature());
-
-    // Every new or dropped reference is stored.
-    monitor->onReferenceChanged = [self](const std::optional<QByteArray>& bytes) {
-        if (self) self->appSettings->setAreaReferenceSignature(bytes);
-    };
 
     // The monitor asks from its tick; the controller answers on a later turn of the main loop, and
     // the toast says what came of it.
@@ -200,31 +148,6 @@ void RecorderViewModel::wireAreaMonitor()
     monitor->onShouldStopRecording = queued([](RecorderViewModel& vm) {
         return AreaMonitorActions::stopRequested(vm.segmentRecorder->isRecording(), [&] { vm.stopRecording(); });
     });
-
-    // The monitor's sensitivity and area are remembered.
-    observe(monitor, &AreaMonitor::sensitivity, &AreaMonitor::sensitivityChanged)
-        .dropFirst()
-        .sink(this, [this](AreaSensitivity value) { appSettings->setAreaSensitivity(value); });
-    observe(monitor, &AreaMonitor::rect, &AreaMonitor::rectChanged)
-        .dropFirst()
-        .sink(this, [this](const std::optional<QRectF>& value) { appSettings->setAreaMonitorRect(value); });
-}
-
-void RecorderViewModel::wireArmedFrame()
-{
-    if (!backends.armedFrame) return;
-    // Any change rebuilds the frame, its animation starting again. A sliver gets no frame.
-    combineLatest(observe(monitor, &AreaMonitor::isArmed, &AreaMonitor::isArmedChanged),
-        observe(monitor, &AreaMonitor::rect, &AreaMonitor::rectChanged),
-        observe(appSettings, &AppSettings::areaOverlayStyle, &AppSettings::areaOverlayStyleChanged),
-        observe(appSettings, &AppSettings::areaOverlayEnabled, &AppSettings::areaOverlayEnabledChanged))
-        .sink(this, [frame = backends.armedFrame.get()](const auto& values) {
-            const auto& [armed, rect, style, enabled] = values;
-            if (armed && enabled && rect && rect->width() > 4 && rect->height() > 4)
-                frame->show(*rect, style);
-            else
-                frame->dismiss();
-        });
 }
 
 void RecorderViewModel::wirePersistence()
@@ -334,12 +257,6 @@ void RecorderViewModel::setCaptureMode(CaptureMode value)
     emit captureModeChanged();
 }
 
-void RecorderViewModel::setToast(const std::optional<QString>& text)
-{
-    toastText = text;
-    emit toastChanged();
-}
-
 void RecorderViewModel::startUp(std::function<void()> done)
 {
     auto remaining = std::make_shared<int>(2);
@@ -375,6 +292,20 @@ void RecorderViewModel::startStream(int width, int height)
 {
     captureEngine->startStream(width, height, framesPerSecond(appSettings->frameRate()),
         appSettings->cursor() != CursorMode::hide, appSettings->hideAppInCaptures(), appSettings->systemAudioEnabled());
+}
+
+void RecorderViewModel::setWindowSeen(bool seen)
+{
+    captureEngine->setPreviewEnabled(seen);
+    if (!seen) {
+        // Recording behind other windows is the point of the program: only a stream that feeds
+        // nothing stops.
+        if (segmentRecorder->isRecording() || segmentRecorder->isBuffering() || monitor->isArmed()) return;
+        segmentRecorder->disarmBuffering();
+        captureEngine->stopStream();
+        return;
+    }
+    if (!captureEngine->isStreaming()) startPreview();
 }
 
 void RecorderViewModel::restartStream()
@@ -448,18 +379,17 @@ void RecorderViewModel::scheduleAutoStopIfNeeded()
 
 void RecorderViewModel::showToast(const QString& text)
 {
-    setToast(text);
-    QPointer<RecorderViewModel> self(this);
+    sessionStatus->setToast(text);
+    QPointer<SessionStatus> status(sessionStatus);
     // Never cancelled: a newer toast just replaces the text, and this timer then leaves it alone.
-    backends.scheduler->schedule(toastDuration, [self, text] {
-        if (self && self->toastText == text) self->setToast(std::nullopt);
+    backends.scheduler->schedule(toastDuration, [status, text] {
+        if (status && status->toast() == text) status->setToast(std::nullopt);
     });
 }
 
 void RecorderViewModel::runSaveSequence(const QString& path)
 {
-    lastSaved = path;
-    emit lastSavedURLChanged();
+    sessionStatus->setLastSavedURL(path);
     const auto shortened = shortClips.find(path);
     if (shortened != shortClips.end()) {
         showToast(shortened->second);
@@ -476,95 +406,9 @@ void RecorderViewModel::runSaveSequence(const QString& path)
     runPnLDetect(path);
 }
 
-struct RecorderViewModel::PnLReading {
-    std::optional<ClipAutoDetect::Result> result;
-    std::optional<QString> disputed; // two readings of the figure disagreed
-    QString preview; // what the recogniser saw, when it found no figure
-    bool noEngine = false; // Tesseract wouldn't start: its English data is missing
-};
-
 void RecorderViewModel::runPnLDetect(const QString& clip)
 {
-    if (!backends.textRecognizer) return;
-    const std::optional<QRectF> area = monitor->rect();
-    if (!area || !(area->width() > 4) || !(area->height() > 4)) {
-        showToast(QStringLiteral("Auto P&L: pick a watch area to enable detection."));
-        return;
-    }
-    const ClipMetaStore::Sidecar sidecar = ClipMetaStore::read(QUrl::fromLocalFile(clip));
-    if (sidecar.state == ClipMetaStore::Sidecar::State::unusable) {
-        // Whatever is there may be the user's notes in a form we cannot read: not scanned, not replaced.
-        showToast(QStringLiteral("Auto P&L: skipped, ") + sidecar.problem);
-        return;
-    }
-    if (!PnLTagWriter::isUntagged(sidecar.meta)) {
-        showToast(QStringLiteral("Auto P&L: clip already tagged, kept your value."));
-        return;
-    }
-    showToast(QStringLiteral("Auto P&L: scanning clip\u2026"));
-
-    // The area is in global points, the clip shows the source: the area relative to the source,
-    // scaled from the source's points to the recorded pixels.
-    const QRectF crop = area->translated(-sources->sourcePointOrigin());
-    const QSizeF sourceSize = sources->sourcePointSize();
-    const QSizeF recordedSize(captureEngine->outputWidth(), captureEngine->outputHeight());
-    QPointer<RecorderViewModel> self(this);
-    detectPool->start([self, clip, crop, sourceSize, recordedSize, makeRecognizer = backends.textRecognizer] {
-        PnLReading out;
-        // This worker's own engine, for this clip only: an engine is never shared between threads.
-        if (const std::unique_ptr<TextRecognizer> recognizer = makeRecognizer()) {
-            const ClipAutoDetect::Detection found
-                = ClipAutoDetect::detect(clip, crop, sourceSize, recordedSize, *recognizer);
-            out.result = found.result;
-            out.disputed = found.disputed;
-            if (!out.result && !out.disputed)
-                out.preview = ClipAutoDetect::ocrPreview(clip, crop, sourceSize, recordedSize, *recognizer);
-        } else {
-            out.noEngine = true;
-        }
-        QMetaObject::invokeMethod(
-            self,
-            [self, clip, out] {
-                if (self) self->finishPnLDetect(clip, out);
-            },
-            Qt::QueuedConnection);
-    });
-}
-
-void RecorderViewModel::finishPnLDetect(const QString& clip, const PnLReading& reading)
-{
-    if (reading.noEngine) {
-        showToast(QStringLiteral("Reading the P&L needs Tesseract's English data (tesseract-ocr-eng)."));
-        return;
-    }
-    if (reading.disputed) {
-        showToast(QStringLiteral("Auto P&L: couldn't be sure of '") + *reading.disputed
-            + QStringLiteral("' \u2014 tag it by hand."));
-        return;
-    }
-    if (!reading.result) {
-        showToast(reading.preview.isEmpty()
-                ? QStringLiteral("Auto P&L: no number found \u2014 tag manually.")
-                : QStringLiteral("Auto P&L: no number \u2014 OCR saw '") + reading.preview + QStringLiteral("'"));
-        return;
-    }
-    // The sidecar as it is now, not as it was before the scan: a tag or a note typed meanwhile,
-    // here or by another program, is kept.
-    const QUrl url = QUrl::fromLocalFile(clip);
-    const PnLTagWriter::Written written = PnLTagWriter::write(url, *reading.result);
-    switch (written.status) {
-    case PnLTagWriter::Written::Status::written:
-        journalStore->reload(url);
-        showToast(QStringLiteral("Auto P&L: ") + ClipAutoDetect::summary(*reading.result));
-        break;
-    case PnLTagWriter::Written::Status::kept:
-        showToast(QStringLiteral("Auto P&L: clip already tagged, kept your value."));
-        break;
-    case PnLTagWriter::Written::Status::failed:
-        showToast(QStringLiteral("Auto P&L: ") + ClipAutoDetect::summary(*reading.result)
-            + QStringLiteral(" not written, ") + written.problem);
-        break;
-    }
+    pnlDetect->run(clip);
 }
 
 void RecorderViewModel::monitorReset()

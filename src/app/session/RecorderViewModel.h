@@ -1,5 +1,7 @@
 #pragma once
 
+#include "app/session/SessionActions.h"
+#include "app/session/SessionModels.h"
 #include "capture/CaptureSource.h"
 #include "core/TaskScheduler.h"
 #include "monitor/AreaGrabber.h"
@@ -16,11 +18,12 @@
 #include <memory>
 #include <optional>
 
-class QThreadPool;
-
 class AppSettings;
 class AreaCommands;
 class AreaMonitor;
+class AreaMonitorSync;
+class AudioRouting;
+class AutoPnLDetect;
 class CaptureBackend;
 class CaptureEngine;
 class ClipJournalStore;
@@ -29,20 +32,21 @@ class LostWindowWatch;
 class MicCapture;
 class MicrophoneBackend;
 class SegmentedRecorder;
+class SessionStatus;
 class SourceMemory;
 class SystemAudioBackend;
 
-// The session controller: owns the capture engine, the segment ring and the journal, connects them
-// to each other and to the settings, and is the one object the window, the hotkeys and the command
-// line call to start or stop anything. It also owns the one channel of events to the user, `toast`.
+// The session controller: owns the capture engine, the segment ring, the area monitor, the
+// microphone and the journal, and makes the session's decisions: start, stop and save a recording,
+// auto-stop, the stream's restarts, what runs after a save, and what the user is told (`status`).
+// The screens get the models they show (`models()`) and ask for the rest through SessionActions; the
+// hotkeys and the command line call it directly.
 //
 // Main thread only. Callbacks that arrive elsewhere enter through queued calls, so their effects can
 // come after a later user action.
-class RecorderViewModel : public QObject {
+class RecorderViewModel : public QObject, public SessionActions {
     Q_OBJECT
     Q_PROPERTY(CaptureMode captureMode READ captureMode WRITE setCaptureMode NOTIFY captureModeChanged)
-    Q_PROPERTY(std::optional<QString> toast READ toast NOTIFY toastChanged)
-    Q_PROPERTY(std::optional<QString> lastSavedURL READ lastSavedURL NOTIFY lastSavedURLChanged)
 
 public:
     enum class CaptureMode { manual, areaMonitor };
@@ -62,9 +66,6 @@ public:
         std::unique_ptr<SoundServerWatcher> soundServer; // null: nothing says when sound goes and comes back
     };
 
-    static inline const QString soundLostText
-        = QStringLiteral("Sound lost: the sound server went away. Clips have no sound until it is back.");
-    static inline const QString soundBackText = QStringLiteral("Sound is back");
     static constexpr auto toastDuration = std::chrono::milliseconds(2800);
     static constexpr auto restartDebounce = std::chrono::milliseconds(400);
 
@@ -73,8 +74,10 @@ public:
 
     CaptureMode captureMode() const { return mode; }
     void setCaptureMode(CaptureMode value);
-    const std::optional<QString>& toast() const { return toastText; }
-    const std::optional<QString>& lastSavedURL() const { return lastSaved; }
+    // The toast and the clip saved last.
+    SessionStatus* status() const { return sessionStatus; }
+    // What the screens show, and this controller for what they ask.
+    SessionModels models();
 
     AppSettings* settings() const { return appSettings; }
     CaptureEngine* engine() const { return captureEngine; }
@@ -97,21 +100,22 @@ public:
     void startUp(std::function<void()> done = {});
 
     // Configures the ring for the selected source and starts the stream; nothing without a source.
-    void startPreview();
+    void startPreview() override;
     void startRecording();
     void stopRecording();
     // What the save hotkey, the record button and the menu item do: stop a running recording,
     // start one otherwise.
-    void toggleRecording();
-    void showToast(const QString& text);
+    void toggleRecording() override;
+    void showToast(const QString& text) override;
+    // Nothing on the screen shows a preview while the window can't be seen; the ring, a recording
+    // or an armed monitor keep the stream, and only a stream that feeds none of them stops.
+    void setWindowSeen(bool seen) override;
 
-    // Reads the P&L off a saved clip, inside the watched area, on a worker thread, and tags the clip
-    // with it unless the user has tagged it already; every outcome ends in a toast. The last step
-    // of the save sequence.
+    // Reads the P&L off a saved clip and tags it (AutoPnLDetect): the last step of the save sequence.
     void runPnLDetect(const QString& clip);
 
     // The stream restart: throw the ring away, stop the stream, start the preview again.
-    void restartStream();
+    void restartStream() override;
 
     // On the way out: stops a running recording and waits, without the event loop, until its clip
     // (and one whose export was already under way) is written. The clip is only reported in a
@@ -120,23 +124,18 @@ public:
 
     // What the arm hotkey does (AreaCommands::toggleAreaMonitor): disarm an armed monitor, arm a
     // disarmed one, and say so. Returns the toast it showed.
-    QString toggleAreaMonitor();
+    QString toggleAreaMonitor() override;
 
     // The listed display or window that a saved descriptor names (the command line's --source).
     std::optional<CaptureSource> findSource(const QString& descriptor) const;
 
 signals:
     void captureModeChanged();
-    void toastChanged();
-    void lastSavedURLChanged();
 
 private:
     // The journal's folder in step with the save folder.
     void wireJournal();
-    // The segments' audio track in step with the two audio switches; system audio also restarts the
-    // stream, the microphone starts, stops and changes device with its settings.
-    void wireAudio();
-    // The area monitor in step with the settings (sensitivity, area, reference) and the recorder (start, stop).
+    // The monitor's requests to start and stop recording, answered on a later turn of the loop.
     void wireAreaMonitor();
     // The capture mode and the selected source in step with what the settings remember.
     void wirePersistence();
@@ -146,18 +145,11 @@ private:
     void wireStreamRestart();
     // The source in step with a stream that ends by itself, through the lost-window watch.
     void wireLostWindow();
-    // The armed frame on the screen in step with the monitor's arming and area and the overlay's
-    // settings.
-    void wireArmedFrame();
 
     void scheduleAutoStopIfNeeded();
     void runSaveSequence(const QString& path);
     // The monitor forgets a recording it asked for, whoever ended it.
     void monitorReset();
-    void setToast(const std::optional<QString>& text);
-    struct PnLReading;
-    // Back on the main thread: writes the detected figure and says what was found.
-    void finishPnLDetect(const QString& clip, const PnLReading& reading);
     // A source chosen by anyone but the lost-window watch ends its wait, and is saved.
     void sourceSelected(const std::optional<CaptureSource>& source);
     // Streams the selected source at the given size with the frame rate, cursor, hide-self and
@@ -174,12 +166,12 @@ private:
     std::unique_ptr<SourceMemory> sources;
     std::unique_ptr<AreaCommands> areas;
     std::unique_ptr<LostWindowWatch> lostWindows;
-    // The OCR of saved clips, one clip at a time so that recording keeps the other core.
-    QThreadPool* detectPool;
+    SessionStatus* sessionStatus;
+    AudioRouting* audio;
+    AreaMonitorSync* monitorSync;
+    AutoPnLDetect* pnlDetect;
 
     CaptureMode mode = CaptureMode::manual;
-    std::optional<QString> toastText;
-    std::optional<QString> lastSaved;
     std::optional<TaskScheduler::Handle> autoStopTask;
     // Clips saved shorter than asked, with what their save says instead of "Saved:".
     std::map<QString, QString> shortClips;

@@ -2,7 +2,8 @@
 
 #include "app/AppSettings.h"
 #include "app/hotkeys/HotkeyRecorder.h"
-#include "app/session/RecorderViewModel.h"
+#include "app/session/SessionActions.h"
+#include "app/session/SessionModels.h"
 #include "journal/ClipThumbnailer.h"
 #include "ui/clips/ClipCard.h"
 #include "ui/clips/ClipGrid.h"
@@ -43,10 +44,10 @@ protected:
 
 } // namespace
 
-ClipsScreen::ClipsScreen(RecorderViewModel* model, QWidget* parent)
+ClipsScreen::ClipsScreen(const SessionModels& m, QWidget* parent)
     : QWidget(parent)
-    , vm(model)
-    , clipsModel(new ClipsScreenModel(model, this))
+    , models(m)
+    , clipsModel(new ClipsScreenModel(m, this))
 {
     setAccessibleName(QStringLiteral("Clips"));
     auto* column = new QVBoxLayout(this);
@@ -170,7 +171,7 @@ void ClipsScreen::showListing()
 {
     const qsizetype n = clipsModel->clips().size();
     count->setText(QStringLiteral("%1 clip%2").arg(n).arg(n == 1 ? QString() : QStringLiteral("s")));
-    const HotkeyBinding binding = vm->settings()->saveHotkey();
+    const HotkeyBinding binding = models.settings->saveHotkey();
     const QString hotkey = HotkeyRecorder::bindingText(
         binding.enabled && !binding.keyChar.isEmpty() ? binding : HotkeyBinding::defaultSave());
     emptyText->setText(

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/session/SessionModels.h"
 #include "ui/clips/ClipsScreenModel.h"
 
 #include <QWidget>
@@ -9,7 +10,6 @@ class ClipGrid;
 class QAction;
 class TradesWithoutClipList;
 class QVBoxLayout;
-class RecorderViewModel;
 class V3Chip;
 class V3Text;
 
@@ -23,7 +23,7 @@ class ClipsScreen : public QWidget {
 public:
     using ClipEntry = ClipsScreenModel::ClipEntry;
 
-    explicit ClipsScreen(RecorderViewModel* vm, QWidget* parent = nullptr);
+    explicit ClipsScreen(const SessionModels& m, QWidget* parent = nullptr);
 
     ClipsScreenModel* model() const { return clipsModel; }
     ClipGrid* grid() const { return cards; }
@@ -45,7 +45,7 @@ private:
     int indexOf(const std::optional<QUrl>& clip) const;
     template <class Fn> void forEachCard(Fn fn);
 
-    RecorderViewModel* vm;
+    SessionModels models;
     ClipsScreenModel* clipsModel;
     QVBoxLayout* header;
     V3Chip* count;

@@ -1,7 +1,9 @@
 #include "ui/clips/ClipsScreenModel.h"
 
 #include "app/AppSettings.h"
-#include "app/session/RecorderViewModel.h"
+#include "app/session/SessionActions.h"
+#include "app/session/SessionModels.h"
+#include "app/session/SessionStatus.h"
 #include "core/KeyedJobs.h"
 #include "journal/ClipJournalStore.h"
 #include "journal/ClipMetaStore.h"
@@ -39,24 +41,24 @@ std::optional<ClipThumbnailer::ClipPreview> smallPreview(const QUrl& url)
 
 } // namespace
 
-ClipsScreenModel::ClipsScreenModel(RecorderViewModel* model, QObject* parent)
+ClipsScreenModel::ClipsScreenModel(const SessionModels& m, QObject* parent)
     : QObject(parent)
-    , vm(model)
+    , models(m)
     , thumbnailer(new ClipThumbnailer(&smallPreview, this))
     , jobs(new KeyedJobs(1, this))
 {
-    connect(vm->journal(), &ClipJournalStore::clipsChanged, this, [this] {
+    connect(models.journal, &ClipJournalStore::clipsChanged, this, [this] {
         journalIndexStale = true;
         tagsStale = true;
         emit metaChanged();
     });
     // A new clip lands in the listing as soon as it is saved.
-    connect(vm, &RecorderViewModel::lastSavedURLChanged, this, &ClipsScreenModel::scanClips);
+    connect(models.status, &SessionStatus::lastSavedURLChanged, this, &ClipsScreenModel::scanClips);
 }
 
 QString ClipsScreenModel::saveFolder() const
 {
-    return vm->settings()->saveFolderPath();
+    return models.settings->saveFolderPath();
 }
 
 QList<ClipsScreenModel::ClipEntry> ClipsScreenModel::listFolder(const QString& folder)
@@ -144,7 +146,7 @@ void ClipsScreenModel::commitRename(const QUrl& clip)
 
 void ClipsScreenModel::deleteClip(const QUrl& clip)
 {
-    DesktopIntegration* desktop = vm->desktop();
+    DesktopIntegration* desktop = models.desktop;
     const std::optional<QString> error
         = desktop ? desktop->moveToTrash(clip.toLocalFile()) : QStringLiteral("no desktop to hold a trash");
     if (error) {
@@ -156,19 +158,19 @@ void ClipsScreenModel::deleteClip(const QUrl& clip)
 
 void ClipsScreenModel::openClip(const QUrl& clip)
 {
-    DesktopIntegration* desktop = vm->desktop();
+    DesktopIntegration* desktop = models.desktop;
     if (!desktop || !desktop->open(clip.toLocalFile()))
         toast(QStringLiteral("Couldn't open: no application is set to play ") + clip.fileName());
 }
 
 void ClipsScreenModel::revealClip(const QUrl& clip)
 {
-    if (DesktopIntegration* desktop = vm->desktop()) desktop->revealInFileManager(clip.toLocalFile());
+    if (DesktopIntegration* desktop = models.desktop) desktop->revealInFileManager(clip.toLocalFile());
 }
 
 void ClipsScreenModel::openSaveFolder()
 {
-    DesktopIntegration* desktop = vm->desktop();
+    DesktopIntegration* desktop = models.desktop;
     if (!desktop || !desktop->open(saveFolder()))
         toast(QStringLiteral("Couldn't open: no file manager is set to show ") + saveFolder());
 }
@@ -191,7 +193,7 @@ void ClipsScreenModel::copyPath(const QUrl& clip)
 
 const ::ClipEntry* ClipsScreenModel::journalEntry(const QUrl& clip) const
 {
-    const QList<::ClipEntry>& entries = vm->journal()->clips();
+    const QList<::ClipEntry>& entries = models.journal->clips();
     if (journalIndexStale) {
         journalIndex.clear();
         journalIndex.reserve(entries.size());
@@ -212,7 +214,7 @@ ClipMeta ClipsScreenModel::meta(const QUrl& clip) const
 
 void ClipsScreenModel::applyMeta(const QUrl& clip, const ClipMeta& meta)
 {
-    ClipJournalStore* journal = vm->journal();
+    ClipJournalStore* journal = models.journal;
     if (const ::ClipEntry* entry = journalEntry(clip)) {
         // A copy: the store replaces the element that `entry` points at.
         // The store tells of the change itself.
@@ -231,7 +233,7 @@ void ClipsScreenModel::applyMeta(const QUrl& clip, const ClipMeta& meta)
 QStringList ClipsScreenModel::knownTags() const
 {
     if (tagsStale) {
-        tagsKnown = JournalFilter::tags(vm->journal()->clips());
+        tagsKnown = JournalFilter::tags(models.journal->clips());
         tagsStale = false;
     }
     return tagsKnown;
@@ -239,7 +241,7 @@ QStringList ClipsScreenModel::knownTags() const
 
 QList<ClipTrade> ClipsScreenModel::tradesWithoutClip() const
 {
-    QList<ClipTrade> trades = vm->journal()->tradesWithoutClip();
+    QList<ClipTrade> trades = models.journal->tradesWithoutClip();
     std::stable_sort(
         trades.begin(), trades.end(), [](const ClipTrade& a, const ClipTrade& b) { return a.exitTime > b.exitTime; });
     return trades;
@@ -265,7 +267,7 @@ bool ClipsScreenModel::importTrades(const QString& csvPath)
                 if (report.notes.size() > 1) text += QStringLiteral(" (and %1 more)").arg(report.notes.size() - 1);
             }
             toast(text);
-            vm->journal()->rescan();
+            models.journal->rescan();
             emit importFinished(text, report.notes + report.skippedRows);
         });
 }
@@ -304,5 +306,5 @@ void ClipsScreenModel::trimThumbnails(const QList<QUrl>& near)
 
 void ClipsScreenModel::toast(const QString& text)
 {
-    vm->showToast(text);
+    models.actions->showToast(text);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/session/SessionModels.h"
 #include "journal/ClipEntry.h"
 #include "journal/ClipTrade.h"
 
@@ -13,7 +14,6 @@
 
 class ClipThumbnailer;
 class KeyedJobs;
-class RecorderViewModel;
 
 // What the clips screen knows and does, apart from how it looks: its own listing of the save
 // folder (the card is about the file), the one clip being renamed and the one whose journal panel
@@ -35,7 +35,7 @@ public:
     // of every preview would hold gigabytes once the user had scrolled through them all.
     static constexpr int thumbnailsKept = 160;
 
-    explicit ClipsScreenModel(RecorderViewModel* vm, QObject* parent = nullptr);
+    explicit ClipsScreenModel(const SessionModels& m, QObject* parent = nullptr);
 
     const QList<ClipEntry>& clips() const { return listing; }
     ClipThumbnailer* thumbs() const { return thumbnailer; }
@@ -111,7 +111,7 @@ private:
     const ::ClipEntry* journalEntry(const QUrl& clip) const;
     void toast(const QString& text);
 
-    RecorderViewModel* vm;
+    SessionModels models;
     ClipThumbnailer* thumbnailer;
     QList<ClipEntry> listing;
     std::optional<QUrl> renaming;

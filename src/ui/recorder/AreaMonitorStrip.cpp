@@ -1,7 +1,7 @@
 #include "ui/recorder/AreaMonitorStrip.h"
 
 #include "app/session/AreaCommands.h"
-#include "app/session/RecorderViewModel.h"
+#include "app/session/SessionActions.h"
 #include "monitor/AreaMonitorActions.h"
 #include "ui/kit/D1NavTile.h"
 #include "ui/kit/EnterPresses.h"
@@ -62,9 +62,12 @@ protected:
 
 } // namespace
 
-AreaMonitorStrip::AreaMonitorStrip(RecorderViewModel* model, QWidget* parent)
+AreaMonitorStrip::AreaMonitorStrip(
+    AreaMonitor* watched, AreaCommands* commands, SessionActions* actionsOfSession, QWidget* parent)
     : QWidget(parent)
-    , vm(model)
+    , monitor(watched)
+    , areas(commands)
+    , session(actionsOfSession)
 {
     setFixedHeight(stripHeight);
     auto* row = new QHBoxLayout(this);
@@ -96,7 +99,7 @@ AreaMonitorStrip::AreaMonitorStrip(RecorderViewModel* model, QWidget* parent)
         const AreaSensitivity value = c.value;
         // Chosen by a click, by Space or by assistive technology's toggle alike.
         connect(b, &QAbstractButton::toggled, this, [this, value](bool on) {
-            if (on) vm->areaMonitor()->setSensitivity(value);
+            if (on) monitor->setSensitivity(value);
         });
         choices->addWidget(b);
         sensitivityButtons.emplace_back(value, b);
@@ -106,14 +109,12 @@ AreaMonitorStrip::AreaMonitorStrip(RecorderViewModel* model, QWidget* parent)
     actions = new QHBoxLayout;
     actions->setSpacing(6);
     row->addLayout(actions);
-    AreaCommands* commands = vm->areaCommands();
-    AreaMonitor* monitor = vm->areaMonitor();
     select = addAction(QStringLiteral("plus"), QStringLiteral("Select watch area"), {});
-    connect(select, &QAbstractButton::clicked, commands, &AreaCommands::pickWatchArea);
+    connect(select, &QAbstractButton::clicked, areas, &AreaCommands::pickWatchArea);
     repick = addAction(QStringLiteral("rectangle.dashed"), {}, QStringLiteral("Re-pick"));
-    connect(repick, &QAbstractButton::clicked, commands, &AreaCommands::pickWatchArea);
+    connect(repick, &QAbstractButton::clicked, areas, &AreaCommands::pickWatchArea);
     recapture = addAction(QStringLiteral("arrow.clockwise"), {}, QStringLiteral("Recapture reference"));
-    connect(recapture, &QAbstractButton::clicked, monitor, [monitor] { monitor->captureReference(); });
+    connect(recapture, &QAbstractButton::clicked, monitor, [watched = monitor] { watched->captureReference(); });
     armButton = addAction(QStringLiteral("record.circle"), QStringLiteral("Arm"), {});
     connect(armButton, &QAbstractButton::clicked, this, &AreaMonitorStrip::arm);
     disarm = addAction({}, QStringLiteral("Disarm"), {});
@@ -171,12 +172,11 @@ QAbstractButton* AreaMonitorStrip::button(const QString& name) const
 void AreaMonitorStrip::arm()
 {
     // The strip says only why arming failed; armed is what the chip shows.
-    if (const auto failure = vm->areaMonitor()->arm()) vm->showToast(AreaMonitorActions::armFailureMessage(*failure));
+    if (const auto failure = monitor->arm()) session->showToast(AreaMonitorActions::armFailureMessage(*failure));
 }
 
 void AreaMonitorStrip::refresh()
 {
-    const AreaMonitor* monitor = vm->areaMonitor();
     shown = variantOf(monitor->rect().has_value(), monitor->isArmed(), monitor->phase());
     const QString diff = QString::number(monitor->currentDiff(), 'f', 0);
     switch (shown) {

@@ -8,9 +8,12 @@
 #include <vector>
 
 class QAbstractButton;
-class RecorderViewModel;
 class V3Chip;
 class V3Text;
+
+class AreaCommands;
+class AreaMonitor;
+class SessionActions;
 
 // The area monitor's row on the recorder screen: its state as a chip and a line, the three
 // sensitivities, and the actions of that state (pick an area, recapture the reference, arm,
@@ -25,7 +28,8 @@ public:
     // Narrower than this, the sensitivities give their room to the actions.
     static constexpr int sensitivitiesWidth = 620;
 
-    explicit AreaMonitorStrip(RecorderViewModel* vm, QWidget* parent = nullptr);
+    explicit AreaMonitorStrip(
+        AreaMonitor* monitor, AreaCommands* areas, SessionActions* session, QWidget* parent = nullptr);
 
     static Variant variantOf(bool hasRect, bool isArmed, AreaMonitor::MonitorPhase phase);
 
@@ -45,7 +49,9 @@ private:
     void arm();
     void refresh();
 
-    RecorderViewModel* vm;
+    AreaMonitor* monitor;
+    AreaCommands* areas;
+    SessionActions* session;
     Variant shown = Variant::off;
     V3Chip* chip;
     V3Text* detail;

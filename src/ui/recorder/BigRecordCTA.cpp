@@ -1,6 +1,6 @@
 #include "ui/recorder/BigRecordCTA.h"
 
-#include "app/session/RecorderViewModel.h"
+#include "app/session/SessionActions.h"
 #include "capture/CaptureEngine.h"
 #include "recorder/SegmentedRecorder.h"
 #include "ui/kit/D1RecordButton.h"
@@ -9,27 +9,28 @@
 
 #include <QHBoxLayout>
 
-BigRecordCTA::BigRecordCTA(RecorderViewModel* model, QWidget* parent)
+BigRecordCTA::BigRecordCTA(
+    SegmentedRecorder* ring, const CaptureEngine* stream, SessionActions* session, QWidget* parent)
     : QWidget(parent)
-    , vm(model)
+    , recorder(ring)
+    , engine(stream)
+    , actions(session)
 {
     auto* row = new QHBoxLayout(this);
     row->setContentsMargins(0, 0, 0, 0);
     record = new D1RecordButton(diameter, this);
     row->addWidget(record, 0, Qt::AlignCenter);
-    connect(record, &QAbstractButton::clicked, vm, &RecorderViewModel::toggleRecording);
+    connect(record, &QAbstractButton::clicked, this, [this] { actions->toggleRecording(); });
 
-    SegmentedRecorder* recorder = vm->recorder();
     auto redraw = [this] { refresh(); };
     onChange(this, recorder, &SegmentedRecorder::isRecording, &SegmentedRecorder::isRecordingChanged, redraw);
     onChange(this, recorder, &SegmentedRecorder::currentDuration, &SegmentedRecorder::currentDurationChanged, redraw);
-    onChange(this, vm->engine(), &CaptureEngine::isStreaming, &CaptureEngine::isStreamingChanged, redraw);
+    onChange(this, engine, &CaptureEngine::isStreaming, &CaptureEngine::isStreamingChanged, redraw);
     refresh();
 }
 
 void BigRecordCTA::refresh()
 {
-    const SegmentedRecorder* recorder = vm->recorder();
     const bool recording = recorder->isRecording();
     const QString elapsed = recording ? formatElapsed(recorder->currentDuration()) : QString();
     record->setLive(recording);
@@ -40,5 +41,5 @@ void BigRecordCTA::refresh()
     const QString name = recording ? QStringLiteral("Stop recording") : QStringLiteral("Record");
     if (record->accessibleName() != name) record->setAccessibleName(name);
     if (record->accessibleDescription() != elapsed) record->setAccessibleDescription(elapsed);
-    record->setEnabled(recording || vm->engine()->isStreaming());
+    record->setEnabled(recording || engine->isStreaming());
 }

@@ -3,7 +3,10 @@
 #include <QWidget>
 
 class D1RecordButton;
-class RecorderViewModel;
+
+class CaptureEngine;
+class SegmentedRecorder;
+class SessionActions;
 
 // The big round record button under the preview: "Record" while the ring only buffers, the
 // running time of the recording while one runs; a press starts or stops it. To assistive
@@ -14,13 +17,16 @@ class BigRecordCTA : public QWidget {
 public:
     static constexpr int diameter = 84;
 
-    explicit BigRecordCTA(RecorderViewModel* vm, QWidget* parent = nullptr);
+    explicit BigRecordCTA(
+        SegmentedRecorder* recorder, const CaptureEngine* engine, SessionActions* actions, QWidget* parent = nullptr);
 
     D1RecordButton* button() const { return record; }
 
 private:
     void refresh();
 
-    RecorderViewModel* vm;
+    SegmentedRecorder* recorder;
+    const CaptureEngine* engine;
+    SessionActions* actions;
     D1RecordButton* record;
 };

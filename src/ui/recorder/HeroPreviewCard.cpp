@@ -1,7 +1,8 @@
 #include "ui/recorder/HeroPreviewCard.h"
 
 #include "app/AppSettings.h"
-#include "app/session/RecorderViewModel.h"
+#include "app/session/SessionActions.h"
+#include "app/session/SessionModels.h"
 #include "app/session/SourceMemory.h"
 #include "capture/CaptureEngine.h"
 #include "ui/kit/D1.h"
@@ -19,32 +20,32 @@
 
 #include <cmath>
 
-HeroPreviewCard::HeroPreviewCard(RecorderViewModel* model, QWidget* parent)
+HeroPreviewCard::HeroPreviewCard(const SessionModels& m, QWidget* parent)
     : QWidget(parent)
-    , vm(model)
-    , engine(model->engine())
+    , models(m)
+    , engine(m.engine)
 {
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
-    picture = new PreviewSurface(vm, this);
+    picture = new PreviewSurface(models.monitor, models.sources, this);
     // Over the picture and under the badges.
-    bubble = new CameraBubble(vm->settings(), picture);
+    bubble = new CameraBubble(models.settings, picture);
     // Hook: the camera's newest picture (bubble->setFrame) and whether it runs (bubble->setCameraOn)
     // come from the camera capture once it is wired in; until then the bubble says "Starting camera…".
-    huds = new HudColumn(vm, this);
+    huds = new HudColumn(models.recorder, models.engine, models.settings, models.monitor, this);
     illustration = new EmptyHeroIllustration(this);
-    connect(illustration->captureButton(), &QAbstractButton::clicked, vm, &RecorderViewModel::startPreview);
+    connect(illustration->captureButton(), &QAbstractButton::clicked, this, [this] { models.actions->startPreview(); });
 
-    onChange(this, vm->engine(), &CaptureEngine::isStreaming, &CaptureEngine::isStreamingChanged, [this] {
-        if (vm->engine()->isStreaming()) streamedSinceSelection = true;
+    onChange(this, models.engine, &CaptureEngine::isStreaming, &CaptureEngine::isStreamingChanged, [this] {
+        if (models.engine->isStreaming()) streamedSinceSelection = true;
         refresh();
     });
-    onChange(this, vm->engine(), &CaptureEngine::selectedSource, &CaptureEngine::selectedSourceChanged, [this] {
-        streamedSinceSelection = vm->engine()->isStreaming();
+    onChange(this, models.engine, &CaptureEngine::selectedSource, &CaptureEngine::selectedSourceChanged, [this] {
+        streamedSinceSelection = models.engine->isStreaming();
         refresh();
     });
     onChange(
-        this, vm->engine(), &CaptureEngine::errorMessage, &CaptureEngine::errorMessageChanged, [this] { refresh(); });
-    observe(vm->engine(), &CaptureEngine::latestPreview, &CaptureEngine::latestPreviewChanged)
+        this, models.engine, &CaptureEngine::errorMessage, &CaptureEngine::errorMessageChanged, [this] { refresh(); });
+    observe(models.engine, &CaptureEngine::latestPreview, &CaptureEngine::latestPreviewChanged)
         .dropFirst()
         .sink(this, [this](const QImage& image) {
             const bool resized = image.size() != picture->image().size();
@@ -52,7 +53,7 @@ HeroPreviewCard::HeroPreviewCard(RecorderViewModel* model, QWidget* parent)
             if (resized) place();
             if (picture->isHidden()) refresh();
         });
-    picture->setImage(vm->engine()->latestPreview());
+    picture->setImage(models.engine->latestPreview());
     refresh();
 }
 
@@ -80,14 +81,14 @@ QString HeroPreviewCard::waitingLine() const
 
 bool HeroPreviewCard::previewIsExpected() const
 {
-    const CaptureEngine* capture = vm->engine();
+    const CaptureEngine* capture = models.engine;
     const std::optional<CaptureSource> selected = capture->selectedSource();
     // A stream that failed waits for the user to try again, from the illustration's button.
     if (!selected || capture->errorMessage()) return false;
     if (streamedSinceSelection) return true;
-    const std::optional<QString> saved = vm->settings()->savedSourceDescriptor();
+    const std::optional<QString> saved = models.settings->savedSourceDescriptor();
     if (!saved) return false;
-    const std::optional<CaptureSource> found = vm->sourceMemory()->findSource(*saved);
+    const std::optional<CaptureSource> found = models.sources->findSource(*saved);
     return found && found->id() == selected->id();
 }
 
@@ -109,7 +110,7 @@ QSize HeroPreviewCard::minimumSizeHint() const
 
 void HeroPreviewCard::refresh()
 {
-    const bool streaming = vm->engine()->isStreaming();
+    const bool streaming = models.engine->isStreaming();
     const bool hasPicture = streaming && !picture->image().isNull();
     starting = !streaming && previewIsExpected();
     illustration->setVisible(!streaming && !starting);

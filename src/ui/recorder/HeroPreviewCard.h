@@ -1,5 +1,7 @@
 #pragma once
 
+#include "app/session/SessionModels.h"
+
 #include <QPointer>
 #include <QWidget>
 
@@ -8,7 +10,6 @@ class CaptureEngine;
 class EmptyHeroIllustration;
 class HudColumn;
 class PreviewSurface;
-class RecorderViewModel;
 
 // The card of the live preview. While a stream runs it shows the picture of the capture, fitted
 // into the card with its aspect kept, or a line while the first frames are awaited; the camera
@@ -28,7 +29,7 @@ public:
     // From the card's edge to the picture.
     static constexpr int pictureInset = 12;
 
-    explicit HeroPreviewCard(RecorderViewModel* vm, QWidget* parent = nullptr);
+    explicit HeroPreviewCard(const SessionModels& m, QWidget* parent = nullptr);
     ~HeroPreviewCard() override;
 
     bool showsEmptyState() const;
@@ -60,7 +61,7 @@ private:
     // stream is then on its way, where another source waits for the user's go.
     bool previewIsExpected() const;
 
-    RecorderViewModel* vm;
+    SessionModels models;
     QPointer<CaptureEngine> engine;
     PreviewSurface* picture;
     CameraBubble* bubble;

@@ -1,7 +1,6 @@
 #include "ui/recorder/HudColumn.h"
 
 #include "app/AppSettings.h"
-#include "app/session/RecorderViewModel.h"
 #include "capture/CaptureEngine.h"
 #include "monitor/AreaMonitor.h"
 #include "monitor/AreaSignature.h"
@@ -15,9 +14,13 @@
 
 #include <cmath>
 
-HudColumn::HudColumn(RecorderViewModel* model, QWidget* parent)
+HudColumn::HudColumn(
+    SegmentedRecorder* segments, CaptureEngine* stream, AppSettings* appSettings, AreaMonitor* watched, QWidget* parent)
     : QWidget(parent)
-    , vm(model)
+    , recorder(segments)
+    , engine(stream)
+    , settings(appSettings)
+    , area(watched)
 {
     setAttribute(Qt::WA_TransparentForMouseEvents);
     auto* column = new QVBoxLayout(this);
@@ -29,8 +32,6 @@ HudColumn::HudColumn(RecorderViewModel* model, QWidget* parent)
     column->addWidget(ring, 0, Qt::AlignLeft);
     column->addWidget(monitor, 0, Qt::AlignLeft);
 
-    SegmentedRecorder* recorder = vm->recorder();
-    CaptureEngine* engine = vm->engine();
     auto ringChanged = [this] { refreshRing(); };
     onChange(this, recorder, &SegmentedRecorder::isBuffering, &SegmentedRecorder::isBufferingChanged, ringChanged);
     onChange(this, recorder, &SegmentedRecorder::isRecording, &SegmentedRecorder::isRecordingChanged, ringChanged);
@@ -41,9 +42,8 @@ HudColumn::HudColumn(RecorderViewModel* model, QWidget* parent)
         this, recorder, &SegmentedRecorder::bufferedSeconds, &SegmentedRecorder::bufferedSecondsChanged, ringChanged);
     onChange(this, engine, &CaptureEngine::outputWidth, &CaptureEngine::outputWidthChanged, ringChanged);
     onChange(this, engine, &CaptureEngine::outputHeight, &CaptureEngine::outputHeightChanged, ringChanged);
-    onChange(this, vm->settings(), &AppSettings::bufferSeconds, &AppSettings::bufferSecondsChanged, ringChanged);
+    onChange(this, settings, &AppSettings::bufferSeconds, &AppSettings::bufferSecondsChanged, ringChanged);
 
-    AreaMonitor* area = vm->areaMonitor();
     auto monitorChanged = [this] { refreshMonitor(); };
     onChange(this, area, &AreaMonitor::isArmed, &AreaMonitor::isArmedChanged, monitorChanged);
     onChange(this, area, &AreaMonitor::phase, &AreaMonitor::phaseChanged, monitorChanged);
@@ -63,8 +63,6 @@ QList<HudCard*> HudColumn::shownCards() const
 
 void HudColumn::refreshRing()
 {
-    const SegmentedRecorder* recorder = vm->recorder();
-    const CaptureEngine* engine = vm->engine();
     if (recorder->isRecording()) {
         ring->setContent(V3::rec, QStringLiteral("Recording"),
             formatElapsed(recorder->currentDuration())
@@ -75,14 +73,13 @@ void HudColumn::refreshRing()
         ring->setContent(V3::match, QStringLiteral("Buffering"),
             QStringLiteral("%1 s of %2 s")
                 .arg(std::floor(recorder->bufferedSeconds()), 0, 'f', 0)
-                .arg(std::floor(vm->settings()->bufferSeconds()), 0, 'f', 0));
+                .arg(std::floor(settings->bufferSeconds()), 0, 'f', 0));
     }
     ring->setHidden(!recorder->isRecording() && !recorder->isExporting() && !recorder->isBuffering());
 }
 
 void HudColumn::refreshMonitor()
 {
-    const AreaMonitor* area = vm->areaMonitor();
     monitor->setHidden(!area->isArmed());
     if (!area->isArmed()) return;
     const QString diff = QString::number(area->currentDiff(), 'f', 0);

@@ -3,14 +3,19 @@
 #include <QWidget>
 
 class HudCard;
-class RecorderViewModel;
+
+class AppSettings;
+class AreaMonitor;
+class CaptureEngine;
+class SegmentedRecorder;
 
 // The badges over the live preview, top left: what the ring is doing (buffering, recording with
 // its time, saving) and, while the area monitor is armed, what it sees.
 class HudColumn : public QWidget {
     Q_OBJECT
 public:
-    explicit HudColumn(RecorderViewModel* vm, QWidget* parent = nullptr);
+    explicit HudColumn(SegmentedRecorder* recorder, CaptureEngine* engine, AppSettings* settings, AreaMonitor* area,
+        QWidget* parent = nullptr);
 
     // The badges on show, top first.
     QList<HudCard*> shownCards() const;
@@ -19,7 +24,10 @@ private:
     void refreshRing();
     void refreshMonitor();
 
-    RecorderViewModel* vm;
+    SegmentedRecorder* recorder;
+    CaptureEngine* engine;
+    AppSettings* settings;
+    AreaMonitor* area;
     HudCard* ring;
     HudCard* monitor;
 };

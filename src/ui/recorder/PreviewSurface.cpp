@@ -1,6 +1,5 @@
 #include "ui/recorder/PreviewSurface.h"
 
-#include "app/session/RecorderViewModel.h"
 #include "app/session/SourceMemory.h"
 #include "monitor/AreaMonitor.h"
 #include "ui/kit/V3.h"
@@ -10,12 +9,12 @@
 #include <QPainter>
 #include <QPainterPath>
 
-PreviewSurface::PreviewSurface(RecorderViewModel* model, QWidget* parent)
+PreviewSurface::PreviewSurface(AreaMonitor* watched, const SourceMemory* source, QWidget* parent)
     : QWidget(parent)
-    , vm(model)
+    , monitor(watched)
+    , sources(source)
 {
     setAttribute(Qt::WA_OpaquePaintEvent);
-    AreaMonitor* monitor = vm->areaMonitor();
     auto redraw = [this] { update(); };
     onChange(this, monitor, &AreaMonitor::rect, &AreaMonitor::rectChanged, redraw);
     onChange(this, monitor, &AreaMonitor::isArmed, &AreaMonitor::isArmedChanged, redraw);
@@ -30,9 +29,9 @@ void PreviewSurface::setImage(const QImage& image)
 
 std::optional<QRectF> PreviewSurface::watchedBox() const
 {
-    const std::optional<QRectF> area = vm->areaMonitor()->rect();
+    const std::optional<QRectF> area = monitor->rect();
     if (!area) return std::nullopt;
-    const SourceMemory* source = vm->sourceMemory();
+    const SourceMemory* source = sources;
     return previewMappedBox(*area, source->sourcePointSize(), source->sourcePointOrigin(), QSizeF(size()));
 }
 
@@ -49,7 +48,6 @@ void PreviewSurface::paintEvent(QPaintEvent*)
 
     const std::optional<QRectF> box = watchedBox();
     if (!box) return;
-    const AreaMonitor* monitor = vm->areaMonitor();
     const DynamicColor& stroke = !monitor->isArmed()               ? V3::accent
         : monitor->phase() == AreaMonitor::MonitorPhase::divergent ? V3::alert
                                                                    : V3::match;

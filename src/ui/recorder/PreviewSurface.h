@@ -3,7 +3,8 @@
 #include <QImage>
 #include <QWidget>
 
-class RecorderViewModel;
+class AreaMonitor;
+class SourceMemory;
 
 // The live picture of the capture with the watched area drawn over it. The picture arrives already
 // at this widget's size (the card tells the engine what it needs), so showing it is a plain copy;
@@ -11,7 +12,7 @@ class RecorderViewModel;
 class PreviewSurface : public QWidget {
     Q_OBJECT
 public:
-    explicit PreviewSurface(RecorderViewModel* vm, QWidget* parent = nullptr);
+    explicit PreviewSurface(AreaMonitor* monitor, const SourceMemory* sources, QWidget* parent = nullptr);
 
     void setImage(const QImage& image);
     const QImage& image() const { return picture; }
@@ -22,6 +23,7 @@ protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
-    RecorderViewModel* vm;
+    AreaMonitor* monitor;
+    const SourceMemory* sources;
     QImage picture;
 };

@@ -3,7 +3,6 @@
 #include "app/AppIdentity.h"
 #include "app/AppSettings.h"
 #include "app/hotkeys/HotkeyRecorder.h"
-#include "app/session/RecorderViewModel.h"
 #include "app/session/SaveFolder.h"
 #include "core/Publisher.h"
 #include "devices/CameraFrameChrome.h"
@@ -189,10 +188,12 @@ template <typename E> std::vector<SetRowMenu::Item> menuItems()
 
 } // namespace
 
-SettingsView::SettingsView(RecorderViewModel* model, QWidget* parent)
+SettingsView::SettingsView(
+    AppSettings* appSettings, MicCapture* microphone, std::shared_ptr<KeyGrabCheck> grabs, QWidget* parent)
     : QWidget(parent)
-    , vm(model)
-    , settings(model->settings())
+    , settings(appSettings)
+    , mic(microphone)
+    , keyGrabCheck(std::move(grabs))
 {
     setAccessibleName(QStringLiteral("Settings"));
     chooseFolder = [](QWidget* parentWidget, const QString& start) -> std::optional<QString> {
@@ -402,7 +403,7 @@ void SettingsView::buildRecording(QVBoxLayout* column)
         QStringLiteral("Whether the mouse cursor is included in recordings."), &AppSettings::cursor,
         &AppSettings::cursorChanged, &AppSettings::setCursor);
 
-    const std::shared_ptr<KeyGrabCheck> grabCheck = vm->keyGrabCheck();
+    const std::shared_ptr<KeyGrabCheck> grabCheck = keyGrabCheck;
     HotkeyRecorder* saveRecorder = HotkeyRecorder::forSaveHotkey(settings, holder);
     saveRecorder->setGrabCheck(grabCheck);
     auto* saveHotkey = new SetRowHotkey(QStringLiteral("Save hotkey"),
@@ -476,8 +477,7 @@ void SettingsView::buildCameraAndMic(QVBoxLayout* column)
         &AppSettings::microphoneEnabled, &AppSettings::microphoneEnabledChanged, &AppSettings::setMicrophoneEnabled);
     auto* micPicker = new SetRowDevicePicker(QStringLiteral("Microphone"), QStringLiteral("No microphones found"));
     shownWhile(micPicker, settings, &AppSettings::microphoneEnabled, &AppSettings::microphoneEnabledChanged);
-    MicCapture* mic = vm->mic();
-    auto showMicrophones = [this, mic, micPicker] {
+    auto showMicrophones = [this, micPicker] {
         std::vector<SetRowDevicePicker::Device> devices;
         for (const MicrophoneDevice& device : mic->availableDevices())
             devices.push_back({ device.uniqueID, device.name });

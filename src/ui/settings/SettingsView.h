@@ -4,15 +4,17 @@
 
 #include <array>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <vector>
 
 class AppSettings;
 class HeroCard;
+class KeyGrabCheck;
+class MicCapture;
 class PremiumSettingsNavRow;
 class QBoxLayout;
 class QVBoxLayout;
-class RecorderViewModel;
 class SetRow;
 
 // The one screen that edits the settings: a column of groups on the left, the rows of the chosen
@@ -34,7 +36,9 @@ public:
     // Asks the user for a folder, starting at `current`; none when cancelled.
     using FolderChooser = std::function<std::optional<QString>(QWidget* parent, const QString& current)>;
 
-    explicit SettingsView(RecorderViewModel* vm, QWidget* parent = nullptr);
+    // `keyGrabCheck` may be null: nobody can tell which keys other programs hold.
+    SettingsView(
+        AppSettings* settings, MicCapture* mic, std::shared_ptr<KeyGrabCheck> keyGrabCheck, QWidget* parent = nullptr);
 
     SettingsGroup group() const { return current; }
     void setGroup(SettingsGroup group);
@@ -75,8 +79,9 @@ private:
     HeroCard* rowCard(QWidget* page, const std::vector<SetRow*>& rows);
     void applyCompact();
 
-    RecorderViewModel* vm;
     AppSettings* settings;
+    MicCapture* mic;
+    std::shared_ptr<KeyGrabCheck> keyGrabCheck;
     SettingsGroup current = SettingsGroup::recording;
     std::vector<PremiumSettingsNavRow*> groupButtons;
     QBoxLayout* frame;

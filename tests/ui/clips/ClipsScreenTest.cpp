@@ -4,6 +4,7 @@
 #include "LaunchedWindow.h"
 #include "SampleClip.h"
 #include "app/session/RecorderViewModel.h"
+#include "app/session/SessionStatus.h"
 #include "journal/ClipMetaStore.h"
 #include "support/EventLoop.h"
 #include "ui/AppDelegate.h"
@@ -124,7 +125,7 @@ TEST_F(ClipsWindow, RenameCopyAndTrashActOnTheClipFileAndSayWhyNot)
     ClipCard* renamed = card(QStringLiteral("a-b-c.mp4"));
     ASSERT_NE(renamed, nullptr);
     rename(renamed, QStringLiteral("taken"));
-    EXPECT_EQ(delegate->viewModel()->toast(), QStringLiteral("A clip already has that name."));
+    EXPECT_EQ(delegate->viewModel()->status()->toast(), QStringLiteral("A clip already has that name."));
     EXPECT_TRUE(QFile::exists(path(QStringLiteral("a-b-c.mp4"))));
     EXPECT_TRUE(QFile::exists(path(second)));
     EXPECT_FALSE(renamed->renameField()->isVisible());
@@ -210,7 +211,7 @@ TEST_F(ClipsWindow, TaggingACardWritesTheSidecarThatTheJournalCounts)
     file.write(notesOfAnother);
     file.close();
     QTest::mouseClick(card(first)->tagBar()->pill(TradeOutcome::loss), Qt::LeftButton);
-    EXPECT_TRUE(delegate->viewModel()->toast()->startsWith(QStringLiteral("Couldn't save the tags: ")));
+    EXPECT_TRUE(delegate->viewModel()->status()->toast()->startsWith(QStringLiteral("Couldn't save the tags: ")));
     ASSERT_TRUE(file.open(QIODevice::ReadOnly));
     EXPECT_EQ(file.readAll(), notesOfAnother);
 }
@@ -234,7 +235,7 @@ TEST_F(ClipsWindow, ImportedTradesTagTheirClipAndSetupTagsAreTypedWithCompletion
     ASSERT_TRUE(screen->model()->importTrades(csv));
     ASSERT_TRUE(spinUntil([&finished] { return !finished.isEmpty(); }, 30000));
     EXPECT_EQ(finished.front(), QStringLiteral("2 trades: 1 matched to clips, 1 without a clip, 0 rows skipped"));
-    EXPECT_EQ(delegate->viewModel()->toast(), finished.front());
+    EXPECT_EQ(delegate->viewModel()->status()->toast(), finished.front());
 
     // The matched clip's tag bar shows the broker's loss; the other trade is a line, not a card.
     ClipCard* clip = card(first);

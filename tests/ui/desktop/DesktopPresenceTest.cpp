@@ -3,6 +3,7 @@
 #include "LaunchedWindow.h"
 #include "app/AppSettings.h"
 #include "app/session/RecorderViewModel.h"
+#include "app/session/SessionStatus.h"
 #include "capture/CaptureEngine.h"
 #include "recorder/SegmentedRecorder.h"
 #include "support/EventLoop.h"
@@ -55,13 +56,14 @@ protected:
     // One clip through the tray's menu: start, a second of recording, save.
     QString saveClipFromTheTray()
     {
-        const std::optional<QString> before = vm->lastSavedURL();
+        const std::optional<QString> before = vm->status()->lastSavedURL();
         delegate->tray()->saveItem()->trigger();
         if (!spinUntil([this] { return vm->recorder()->isRecording(); })) return {};
         spinFor(1200);
         delegate->tray()->saveItem()->trigger();
-        if (!spinUntil([&] { return vm->lastSavedURL() && vm->lastSavedURL() != before; }, 30000)) return {};
-        return *vm->lastSavedURL();
+        if (!spinUntil([&] { return vm->status()->lastSavedURL() && vm->status()->lastSavedURL() != before; }, 30000))
+            return {};
+        return *vm->status()->lastSavedURL();
     }
 
     // The icon the tray host is given, read the way the host reads it: the item's IconPixmap
@@ -122,8 +124,8 @@ TEST_F(DesktopPresence, TheTrayShowsWhatTheRecorderDoesAndItsMenuSavesAClip)
 
     spinFor(1200);
     tray->saveItem()->trigger();
-    ASSERT_TRUE(spinUntil([this] { return vm->lastSavedURL().has_value(); }, 30000));
-    const QString clip = *vm->lastSavedURL();
+    ASSERT_TRUE(spinUntil([this] { return vm->status()->lastSavedURL().has_value(); }, 30000));
+    const QString clip = *vm->status()->lastSavedURL();
     EXPECT_TRUE(QFileInfo(clip).absolutePath() == QDir(clips.path()).absolutePath());
     EXPECT_GT(QFileInfo(clip).size(), 1000);
     ASSERT_TRUE(spinUntil([&] { return tray->state() == SystemTray::State::buffering; }));

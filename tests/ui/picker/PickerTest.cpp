@@ -59,7 +59,7 @@ protected:
 
         host = std::make_unique<QWidget>();
         host->setGeometry(40, 40, 320, 80);
-        button = new SourcePickerButton(vm.get(), host.get());
+        button = new SourcePickerButton(vm->models(), host.get());
         button->move(20, 20);
         host->show();
         ASSERT_TRUE(showUnderTheWindowManager(host.get()));

@@ -3,6 +3,7 @@
 #include "app/AppSettings.h"
 #include "app/session/AreaCommands.h"
 #include "app/session/RecorderViewModel.h"
+#include "app/session/SessionStatus.h"
 #include "capture/CaptureEngine.h"
 #include "monitor/AreaMonitor.h"
 #include "recorder/SegmentedRecorder.h"
@@ -142,7 +143,7 @@ TEST_F(RecorderScreen, PressingRecordTwiceSavesAClipAndTheBadgesFollowTheRecorde
         if (exporting) duringExport = badge();
     });
     press(record);
-    ASSERT_TRUE(spinUntil([&] { return vm->lastSavedURL().has_value(); }));
+    ASSERT_TRUE(spinUntil([&] { return vm->status()->lastSavedURL().has_value(); }));
     EXPECT_EQ(duringExport, QStringLiteral("Saving"));
     EXPECT_EQ(QDir(clips.path()).entryList({ QStringLiteral("*.mp4") }, QDir::Files).size(), 1);
     ASSERT_TRUE(spinUntil([this] { return badge() == QStringLiteral("Buffering"); }));
@@ -346,7 +347,7 @@ TEST_F(RecorderScreen, TheStripFollowsTheMonitorFromOffToTriggeredAndBack)
     press(strip->button(QStringLiteral("Stop & disarm")));
     EXPECT_FALSE(monitor->isArmed());
     EXPECT_EQ(strip->chipText(), QStringLiteral("IDLE"));
-    ASSERT_TRUE(spinUntil([&] { return vm->lastSavedURL().has_value(); }));
+    ASSERT_TRUE(spinUntil([&] { return vm->status()->lastSavedURL().has_value(); }));
     EXPECT_FALSE(vm->recorder()->isRecording());
 }
 
@@ -377,7 +378,7 @@ TEST_F(RecorderScreen, TheRecordButtonIsNamedByWhatAPressDoesAndKeepsTheReadersF
     EXPECT_EQ(record->window()->focusWidget(), record);
 
     button->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
-    ASSERT_TRUE(spinUntil([&] { return vm->lastSavedURL().has_value(); }));
+    ASSERT_TRUE(spinUntil([&] { return vm->status()->lastSavedURL().has_value(); }));
     EXPECT_EQ(button->text(QAccessible::Name), QStringLiteral("Record"));
     EXPECT_EQ(button->text(QAccessible::Description), QString());
     EXPECT_EQ(record->window()->focusWidget(), record);

@@ -3,6 +3,7 @@
 #include "app/AppIdentity.h"
 #include "app/AppSettings.h"
 #include "app/session/RecorderViewModel.h"
+#include "app/session/SessionStatus.h"
 #include "capture/CaptureEngine.h"
 #include "core/HotkeyBinding.h"
 #include "devices/MicCapture.h"
@@ -343,7 +344,7 @@ TEST_F(SettingsScreen, ARecordedHotkeySavesClipsAndTheOldOneNoLongerDoes)
     ASSERT_TRUE(spinUntil([this] { return vm->recorder()->isRecording(); }, 5000));
     spinFor(500);
     key(QStringLiteral("ctrl+alt+k"));
-    ASSERT_TRUE(spinUntil([this] { return vm->lastSavedURL().has_value(); }));
+    ASSERT_TRUE(spinUntil([this] { return vm->status()->lastSavedURL().has_value(); }));
     EXPECT_EQ(QDir(clips.path()).entryList({ QStringLiteral("*.mp4") }, QDir::Files).size(), 1);
 
     // Cleared: off, and the cross goes away.

@@ -1,6 +1,7 @@
 #include "DesktopTestMain.h"
 #include "LaunchedWindow.h"
 #include "app/session/RecorderViewModel.h"
+#include "app/session/SessionStatus.h"
 #include "capture/CaptureEngine.h"
 #include "recorder/SegmentedRecorder.h"
 #include "support/EventLoop.h"
@@ -95,7 +96,7 @@ TEST(Keyboard, FromLaunchTabAndSpaceRecordAClipEscapeClosesThePickerASwitchFlips
     ASSERT_TRUE(spinUntil([&] { return vm->recorder()->currentDuration() > 0.5; }));
     EXPECT_EQ(QApplication::focusWidget(), record);
     key("Return");
-    ASSERT_TRUE(spinUntil([&] { return vm->lastSavedURL().has_value(); }));
+    ASSERT_TRUE(spinUntil([&] { return vm->status()->lastSavedURL().has_value(); }));
     EXPECT_EQ(QDir(clips.path()).entryList({ QStringLiteral("*.mp4") }, QDir::Files).size(), 1);
 
     // Settings, its Output group, and a switch, each reached by Tab and pressed by a key.

@@ -8,6 +8,7 @@
 #include "app/AppSettings.h"
 #include "app/session/AreaCommands.h"
 #include "app/session/RecorderViewModel.h"
+#include "app/session/SessionStatus.h"
 #include "capture/CaptureEngine.h"
 #include "journal/ClipMetaStore.h"
 #include "monitor/AreaMonitor.h"
@@ -111,7 +112,7 @@ int recorderStates(AppDelegate& delegate, const TestDesktop& desktop, const QStr
         shoot("recording", appearance);
     vm->stopRecording();
     // The save's toast is not part of these pictures.
-    while (!vm->lastSavedURL() && waited.elapsed() < 20000)
+    while (!vm->status()->lastSavedURL() && waited.elapsed() < 20000)
         settle(100);
     settle(100);
     delegate.contentView()->toast()->setText(std::nullopt);
@@ -244,7 +245,7 @@ QImage pickerShot(AppDelegate& delegate)
         button->setOpen(true);
         popover = button->popover();
     } else {
-        standIn = std::make_unique<SourcePickerPopover>(delegate.viewModel(), std::function<void()> {});
+        standIn = std::make_unique<SourcePickerPopover>(delegate.viewModel()->models(), std::function<void()> {});
         standIn->setWindowFlags(Qt::Popup);
         standIn->move(window->mapToGlobal(QPoint(D1Sidebar::fixedWidth + 36, 110)));
         standIn->show();

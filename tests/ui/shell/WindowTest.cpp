@@ -2,6 +2,7 @@
 #include "LaunchedWindow.h"
 #include "app/AppSettings.h"
 #include "app/session/RecorderViewModel.h"
+#include "app/session/SessionStatus.h"
 #include "capture/CaptureEngine.h"
 #include "recorder/SegmentedRecorder.h"
 #include "support/EventLoop.h"
@@ -168,7 +169,7 @@ TEST_F(Window, TheEmptyStateStartsCaptureTheMenuRecordsAClipAndMinimisingKeepsTh
     ASSERT_TRUE(spinUntil([&] { return recorder->isRecording(); }));
     spinFor(1200);
     item->trigger();
-    ASSERT_TRUE(spinUntil([&] { return delegate->viewModel()->lastSavedURL().has_value(); }));
+    ASSERT_TRUE(spinUntil([&] { return delegate->viewModel()->status()->lastSavedURL().has_value(); }));
     const QStringList saved = QDir(clips.path()).entryList({ QStringLiteral("*.mp4") }, QDir::Files);
     ASSERT_EQ(saved.size(), 1);
     EXPECT_GT(QFileInfo(QDir(clips.path()).filePath(saved.front())).size(), 1000);
