@@ -16,7 +16,8 @@
 #include <optional>
 
 // The platform's screen: what can be captured, a running capture stream, and single grabs.
-// Implementations: X11CaptureBackend (src/platform/x11), NullCaptureBackend (no screen to capture).
+// Implementations: X11CaptureBackend (src/platform/x11), WaylandCaptureBackend (src/platform/wayland),
+// NullCaptureBackend (no screen to capture).
 //
 // Every operation may be called from any thread; the blocking ones say so.
 class CaptureBackend {

@@ -8,6 +8,8 @@
 #include "platform/pulse/PulseMicrophones.h"
 #include "platform/pulse/PulseServerWatch.h"
 #include "platform/pulse/PulseSystemAudio.h"
+#include "platform/wayland/PortalGlobalShortcuts.h"
+#include "platform/wayland/WaylandCaptureBackend.h"
 #include "platform/x11/AreaPickerOverlay.h"
 #include "platform/x11/ArmedAreaOverlay.h"
 #include "platform/x11/X11CaptureBackend.h"
@@ -16,13 +18,28 @@
 #include "platform/x11/X11WindowVisibility.h"
 
 #include <QGuiApplication>
+#include <QSettings>
 
 namespace {
 
-// Until the portal's screen cast is in, a Wayland session is told plainly what works instead.
-const QString waylandNotYet = QStringLiteral(
-    "screen capture in a Wayland session is not supported yet. Log in to an X11 session (\"GNOME on Xorg\", "
-    "\"Plasma (X11)\"), or run 'velotape --backend x11' to record the programs that run under XWayland");
+// The portal's restore token, kept with the other settings: the desktop asks the user once.
+const QString restoreTokenKey = QStringLiteral("vt2.wayland.restoreToken");
+
+WaylandCaptureBackend::TokenStore settingsTokenStore()
+{
+    return {
+        [] {
+            return QSettings(QStringLiteral("Velotape"), QStringLiteral("Velotape")).value(restoreTokenKey).toString();
+        },
+        [](const QString& token) {
+            QSettings settings(QStringLiteral("Velotape"), QStringLiteral("Velotape"));
+            if (token.isEmpty())
+                settings.remove(restoreTokenKey);
+            else
+                settings.setValue(restoreTokenKey, token);
+        },
+    };
+}
 
 bool applicationIsOnXcb()
 {
@@ -64,7 +81,7 @@ Platform::~Platform() = default;
 
 QString Platform::unavailableReason()
 {
-    if (chosen == Backend::wayland) return waylandNotYet;
+    if (chosen == Backend::wayland) return WaylandCaptureBackend::probe();
     return X11CaptureBackend::probe();
 }
 
@@ -74,6 +91,8 @@ std::shared_ptr<CaptureBackend> Platform::screen()
     if (const QString reason = unavailableReason(); !reason.isEmpty()) {
         logLine(QStringLiteral("Screen capture unavailable: ") + reason);
         screenBackend = std::make_shared<NullCaptureBackend>(reason);
+    } else if (chosen == Backend::wayland) {
+        screenBackend = std::make_shared<WaylandCaptureBackend>(settingsTokenStore());
     } else {
         screenBackend = std::make_shared<X11CaptureBackend>();
     }
@@ -143,6 +162,13 @@ std::unique_ptr<GlobalKeyMonitor> Platform::globalKeyMonitor()
 {
     if (chosen != Backend::x11) return nullptr;
     return X11HotkeyMonitor::create();
+}
+
+std::unique_ptr<DesktopShortcuts> Platform::desktopShortcuts()
+{
+    // On X11 the global key monitor hears the keys itself.
+    if (chosen != Backend::wayland || !PortalGlobalShortcuts::available()) return nullptr;
+    return std::make_unique<PortalGlobalShortcuts>();
 }
 
 std::shared_ptr<KeyGrabCheck> Platform::keyGrabCheck()

@@ -5,6 +5,7 @@
 #include "platform/CaptureBackend.h"
 #include "platform/DesktopIntegration.h"
 #include "platform/DesktopNotifications.h"
+#include "platform/DesktopShortcuts.h"
 #include "platform/GlobalKeyMonitor.h"
 #include "platform/KeyGrabCheck.h"
 #include "platform/MicrophoneBackend.h"
@@ -23,7 +24,7 @@
 
 // Everything the desktop provides, for one session: the screen, system audio, microphones, global
 // hotkeys, the area picker and the armed frame, window visibility, the file manager with the trash
-// and the sounds, and OCR. The interfaces live beside this file and the backends below it (x11/,
+// and the sounds, and OCR. The interfaces live beside this file and the backends below it (x11/, wayland/,
 // pulse/, ocr/, desktop/); this class is the one place that knows the backends, so nothing else in
 // the program includes their headers.
 //
@@ -82,6 +83,9 @@ public:
     // A global key monitor; null where the session has none (the hotkeys then work only inside the
     // window, or through `velotape toggle` bound in the desktop's own key settings).
     std::unique_ptr<GlobalKeyMonitor> globalKeyMonitor();
+    // Shortcuts the desktop holds for us (the GlobalShortcuts portal on Wayland); null where the
+    // session has none. Blocking: asks the session bus.
+    std::unique_ptr<DesktopShortcuts> desktopShortcuts();
     // Tells whether another program holds a key combination; null where the session can't tell.
     std::shared_ptr<KeyGrabCheck> keyGrabCheck();
     // Reports when `window` (a native window id of ours) is minimised or wholly covered and when it

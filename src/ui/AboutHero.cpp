@@ -44,14 +44,13 @@ AboutHero::AboutHero(QWidget* parent)
     card->column()->addWidget(
         new V3Text(QStringLiteral("Velotape · %1").arg(version), 15, QFont::DemiBold, V3::fg, card));
     card->column()->addWidget(new V3Text(QStringLiteral("Rolling pre-record buffer + on-demand MP4 saves, with an "
-                                                        "area-monitor auto-recorder. Built with Qt, FFmpeg, X11 "
-                                                        "and PulseAudio."),
+                                                        "area-monitor auto-recorder. Built with Qt, FFmpeg, X11, "
+                                                        "PipeWire and PulseAudio."),
         13, QFont::Normal, V3::fgMute, card));
     column->addWidget(card);
 
-    column->addWidget(new V3Text(QStringLiteral("If recording fails, check that you are in an X11 session: Velotape "
-                                                "captures the screen through the X server, and a Wayland session is "
-                                                "not supported yet."),
+    column->addWidget(new V3Text(QStringLiteral("If recording fails on Wayland, check that xdg-desktop-portal and "
+                                                "PipeWire run; on X11, that the X server answers."),
         12, QFont::Normal, V3::fgMute, this));
     column->addWidget(new V3Text(supportLine(), 12, QFont::Normal, V3::fgMute, this));
     column->addStretch();

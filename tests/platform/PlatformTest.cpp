@@ -1,5 +1,7 @@
 #include "platform/Platform.h"
 
+#include <QTemporaryDir>
+
 #include <gtest/gtest.h>
 
 TEST(Platform, TheFlagWinsOverTheSessionAndOnlyAWaylandSessionLeavesX11)
@@ -13,12 +15,20 @@ TEST(Platform, TheFlagWinsOverTheSessionAndOnlyAWaylandSessionLeavesX11)
     EXPECT_EQ(Platform::chooseBackend(B::x11, "wayland"), B::x11);
     EXPECT_EQ(Platform::chooseBackend(B::wayland, "x11"), B::wayland);
 
-    // Until the portal's capture is in, a Wayland session says what to do instead of capturing black.
+    // A Wayland session without PipeWire (here: a runtime folder without its socket) says what it
+    // lacks instead of capturing black.
+    QTemporaryDir runtime;
+    const QByteArray savedRuntime = qgetenv("XDG_RUNTIME_DIR");
+    qputenv("XDG_RUNTIME_DIR", runtime.path().toUtf8());
+    qunsetenv("PIPEWIRE_RUNTIME_DIR");
+    qunsetenv("PIPEWIRE_REMOTE");
     Platform wayland(B::wayland);
-    EXPECT_TRUE(wayland.unavailableReason().contains(QStringLiteral("--backend x11")));
+    EXPECT_EQ(wayland.unavailableReason(),
+        QStringLiteral("Screen capture on Wayland needs xdg-desktop-portal and PipeWire running"));
     const CaptureBackend::ContentResult listing = wayland.screen()->shareableContent();
     EXPECT_FALSE(listing.content.has_value());
     EXPECT_EQ(listing.error, wayland.unavailableReason());
     EXPECT_EQ(wayland.globalKeyMonitor(), nullptr);
     EXPECT_FALSE(wayland.hasOverlayDisplay());
+    qputenv("XDG_RUNTIME_DIR", savedRuntime);
 }

@@ -40,6 +40,7 @@ AppSession::~AppSession()
     // The socket and the hotkeys go first, so no command reaches a controller that is being torn down.
     server.reset();
     hotkeys.reset();
+    desktopShortcuts.reset();
     notifications.reset();
     commands.reset();
     controller.reset();
@@ -56,6 +57,7 @@ void AppSession::closeForExit()
     ownWindows.reset();
     server.reset();
     hotkeys.reset();
+    desktopShortcuts.reset();
     commands.reset();
     controller.reset();
 }
@@ -108,6 +110,18 @@ bool AppSession::start(QString* error)
     hotkeys->onSaveHotkey = [this] { controller->toggleRecording(); };
     hotkeys->onArmHotkey = [this] { controller->toggleAreaMonitor(); };
     hotkeys->followSettings(settings.get());
+    // On Wayland the desktop holds the keys: it is offered the same two, as the user set them.
+    desktopShortcuts = desktop->desktopShortcuts();
+    if (desktopShortcuts) {
+        desktopShortcuts->bind(
+            { { QStringLiteral("save"), QStringLiteral("Save a clip (start or stop recording)"),
+                  settings->saveHotkey() },
+                { QStringLiteral("arm"), QStringLiteral("Arm or disarm the area monitor"), settings->armHotkey() } },
+            [this](const QString& id) {
+                if (id == QLatin1String("save")) controller->toggleRecording();
+                if (id == QLatin1String("arm")) controller->toggleAreaMonitor();
+            });
+    }
 
     if (options.headless) {
         // Nothing shows the preview.

@@ -9,6 +9,7 @@ class AppSettings;
 class Platform;
 class ControlCommands;
 class ControlServer;
+class DesktopShortcuts;
 class EventNotifications;
 class GlobalHotkeys;
 class OwnWindowTracker;
@@ -64,6 +65,7 @@ private:
     std::unique_ptr<ControlCommands> commands;
     std::unique_ptr<ControlServer> server;
     std::unique_ptr<GlobalHotkeys> hotkeys;
+    std::unique_ptr<DesktopShortcuts> desktopShortcuts; // where the desktop holds the keys (Wayland)
     std::unique_ptr<OwnWindowTracker> ownWindows; // headless on an X display
     std::unique_ptr<EventNotifications> notifications; // headless: no window shows the toast
 };

@@ -1,0 +1,81 @@
+#pragma once
+
+#include "capture/FrameScaler.h"
+#include "platform/CaptureBackend.h"
+
+#include <QImage>
+#include <QRect>
+#include <QSize>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <optional>
+
+struct pw_thread_loop;
+struct pw_context;
+struct pw_core;
+struct pw_stream;
+struct spa_pod;
+struct spa_source;
+
+// One screen stream read from a PipeWire node that the desktop portal shared, on a PipeWire
+// thread loop of its own.
+//
+// Shared memory only (MemFd, MemPtr), in BGRx, BGRA, RGBx or RGBA: whatever the desktop sends is
+// turned into the BGRX pictures of the frame path on this thread, cropped to the region the
+// buffer's crop metadata names, fitted into the output size and handed to the StreamOutput, as the
+// X11 stream does; a region (the configuration's sourceRect) is a crop of that picture. A chunk stride of 0 means width
+// x 4. The desktop sends a buffer only when the screen changed, so a still screen costs nothing here. Buffers that come
+// closer together than the configuration's frame interval are not delivered at once: the newest waits for the
+// interval's end, so the last picture of a burst is never lost.
+class PipeWireCaptureStream : public CaptureStream {
+public:
+    // Called on the PipeWire thread with each picture at the stream's own size, before fitting.
+    using PictureSink = std::function<void(const QImage&)>;
+
+    // Main thread. Connects through `fd` (a PipeWire socket from the portal; taken over, closed
+    // with the stream) to `nodeId`. Fails at once if PipeWire does not answer on it; a node that
+    // never streams, or one that goes away later, ends the stream through the output.
+    static CaptureBackend::StreamStart start(int fd, uint32_t nodeId, const StreamConfiguration& configuration,
+        std::shared_ptr<const StreamOutput> output, PictureSink pictures = {});
+    ~PipeWireCaptureStream() override;
+
+    // Main thread. Disconnects and stops the thread loop; no callback runs after it returns.
+    void stop() override;
+    // Any thread. The stream has ended outside PipeWire (the desktop closed the session): reported
+    // once through the output, and no frame is delivered after it.
+    void end(const QString& reason);
+
+private:
+    PipeWireCaptureStream() = default;
+
+    // All of these run on the PipeWire thread.
+    void stateChanged(int state, const char* error);
+    void formatChanged(const spa_pod* format);
+    void process();
+    void coreError(uint32_t id, int result, const char* message);
+    void deliverPending();
+    void deliver(const QImage& picture, int64_t at);
+
+    StreamConfiguration configuration;
+    std::shared_ptr<const StreamOutput> output;
+    PictureSink pictures;
+    pw_thread_loop* loop = nullptr;
+    pw_context* context = nullptr;
+    pw_core* core = nullptr;
+    pw_stream* stream = nullptr;
+    spa_source* frameTimer = nullptr;
+    struct Listeners;
+    std::unique_ptr<Listeners> listeners;
+
+    // Owned by the PipeWire thread once it runs.
+    QSize size;
+    uint32_t format = 0;
+    bool streamed = false;
+    FrameScaler scaler;
+    int64_t lastDelivered = 0;
+    QImage pending;
+    std::atomic<bool> ended { false };
+    std::atomic<bool> stopped { false };
+};

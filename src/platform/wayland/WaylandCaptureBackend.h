@@ -1,0 +1,64 @@
+#pragma once
+
+#include "platform/CaptureBackend.h"
+
+#include <QDBusConnection>
+#include <QImage>
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+class PipeWireCaptureStream;
+class PortalScreenCast;
+
+// The screen of a Wayland session, through the desktop portal's screen cast and PipeWire.
+//
+// What is captured is what the user chose in the desktop's own dialog, once: the restore token the
+// portal gives is kept (`TokenStore`), and passed the next time, so the desktop does not ask
+// again. The content is therefore one display, "what the desktop shares", at the stream's size;
+// there is no list of windows (a window is chosen in the desktop's dialog), and no application
+// can be left out of the picture.
+//
+// Single grabs (the area monitor, the picker's frozen picture) are read from the newest picture of
+// the running stream, so the monitor needs no second session and no second consent.
+//
+// Thread-safe. shareableContent() blocks while the desktop asks the user.
+class WaylandCaptureBackend : public CaptureBackend {
+public:
+    struct TokenStore {
+        std::function<QString()> load;
+        std::function<void(const QString&)> save;
+    };
+
+    // `bus`: the session bus the desktop portal is on.
+    explicit WaylandCaptureBackend(TokenStore tokens, QDBusConnection bus = QDBusConnection::sessionBus());
+    ~WaylandCaptureBackend() override;
+
+    // Empty when a desktop portal with a screen cast and PipeWire answer on this session; otherwise
+    // why not, in words for the user.
+    static QString probe();
+
+    ContentResult shareableContent() override;
+    WindowListFilter::SystemRules systemWindowRules() const override { return {}; }
+    bool asksCapturePermission() const override { return true; }
+    StreamStart startCapture(const ContentFilter& filter, const StreamConfiguration& configuration,
+        std::shared_ptr<const StreamOutput> output) override;
+    std::optional<QRectF> windowFrame(uint32_t) override { return std::nullopt; }
+    std::optional<QImage> grabRect(const QRectF& globalRect) override;
+    std::optional<QImage> grabWindowRect(uint32_t, const std::optional<QRectF>&) override { return std::nullopt; }
+
+    static const QString cancelledMessage;
+    static const QString missingMessage;
+
+private:
+    struct Shared;
+    // Under `mutex`: a started session, started now if there is none (the cursor as asked). The
+    // reason if there is none.
+    QString ensureSessionLocked(bool showCursor);
+    CaptureDisplay displayLocked() const;
+
+    TokenStore tokens;
+    std::shared_ptr<Shared> shared;
+};

@@ -1,0 +1,639 @@
+// A desktop portal backend for tests: the real xdg-desktop-portal forwards the ScreenCast and
+// GlobalShortcuts calls of the program under test here, as it would to a desktop's own backend.
+//
+// "Start" answers with a PipeWire node of this process whose pictures the test controls over the
+// interface org.velotape.TestPortal: a counter painted as a colour (as the X11 tests paint the root
+// window), filled rectangles, the answer of the "chooser", a closed session, a pressed shortcut.
+// A picture is sent only when it changed, as a compositor sends only damage.
+//
+//   velotape-test-portal [--size WxH] [--format BGRx|BGRA|RGBx|RGBA] [--counter-ms N]
+//
+// The counter goes up every 100 ms unless --counter-ms says otherwise (a benchmark wants a change
+// every frame).
+//
+// The bus name is taken once the node exists, so a harness that waits for the name can start
+// xdg-desktop-portal right after.
+
+#include <QColor>
+#include <QCoreApplication>
+#include <QDBusAbstractAdaptor>
+#include <QDBusArgument>
+#include <QDBusConnection>
+#include <QDBusMetaType>
+#include <QDBusObjectPath>
+#include <QDBusVariant>
+#include <QElapsedTimer>
+#include <QImage>
+#include <QMap>
+#include <QPainter>
+#include <QRect>
+#include <QTimer>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <pipewire/pipewire.h>
+#include <spa/param/video/format-utils.h>
+#include <vector>
+
+struct PortalStream {
+    uint nodeId = 0;
+    QVariantMap properties;
+};
+Q_DECLARE_METATYPE(PortalStream)
+
+QDBusArgument& operator<<(QDBusArgument& a, const PortalStream& s)
+{
+    a.beginStructure();
+    a << s.nodeId << s.properties;
+    a.endStructure();
+    return a;
+}
+
+const QDBusArgument& operator>>(const QDBusArgument& a, PortalStream& s)
+{
+    a.beginStructure();
+    a >> s.nodeId >> s.properties;
+    a.endStructure();
+    return a;
+}
+
+struct RestoreData {
+    QString vendor;
+    uint version = 0;
+    QDBusVariant data;
+};
+Q_DECLARE_METATYPE(RestoreData)
+
+QDBusArgument& operator<<(QDBusArgument& a, const RestoreData& r)
+{
+    a.beginStructure();
+    a << r.vendor << r.version << r.data;
+    a.endStructure();
+    return a;
+}
+
+const QDBusArgument& operator>>(const QDBusArgument& a, RestoreData& r)
+{
+    a.beginStructure();
+    a >> r.vendor >> r.version >> r.data;
+    a.endStructure();
+    return a;
+}
+
+struct Shortcut {
+    QString id;
+    QVariantMap properties;
+};
+Q_DECLARE_METATYPE(Shortcut)
+using Shortcuts = QList<Shortcut>;
+Q_DECLARE_METATYPE(Shortcuts)
+
+QDBusArgument& operator<<(QDBusArgument& a, const Shortcut& s)
+{
+    a.beginStructure();
+    a << s.id << s.properties;
+    a.endStructure();
+    return a;
+}
+
+const QDBusArgument& operator>>(const QDBusArgument& a, Shortcut& s)
+{
+    a.beginStructure();
+    a >> s.id >> s.properties;
+    a.endStructure();
+    return a;
+}
+
+namespace {
+
+const QString restoreVendor = QStringLiteral("velotape-test");
+const QString monitorName = QStringLiteral("TEST-1");
+
+// The pictures: painted on the PipeWire thread when the stream asks, from state the D-Bus side
+// (main thread) changes under the thread loop's lock.
+class Producer {
+public:
+    Producer(QSize size, spa_video_format format, int counterMs)
+        : size(size)
+        , format(format)
+        , counterMs(counterMs)
+    {
+    }
+
+    ~Producer()
+    {
+        if (loop) pw_thread_loop_stop(loop);
+        if (registry) pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry));
+        if (stream) pw_stream_destroy(stream);
+        if (core) pw_core_disconnect(core);
+        if (context) pw_context_destroy(context);
+        if (loop) pw_thread_loop_destroy(loop);
+    }
+
+    // The node id once the stream is ready; 0 on failure.
+    uint32_t start()
+    {
+        loop = pw_thread_loop_new("test-portal", nullptr);
+        context = pw_context_new(pw_thread_loop_get_loop(loop), nullptr, 0);
+        if (!context) return 0;
+        if (pw_thread_loop_start(loop) < 0) return 0;
+        pw_thread_loop_lock(loop);
+        core = pw_context_connect(context, nullptr, 0);
+        if (!core) {
+            pw_thread_loop_unlock(loop);
+            return 0;
+        }
+        stream = pw_stream_new(core, "velotape-test-screen",
+            pw_properties_new(PW_KEY_MEDIA_CLASS, "Video/Source", PW_KEY_NODE_NAME, "velotape-test-screen", nullptr));
+        static const pw_stream_events events = [] {
+            pw_stream_events e {};
+            e.version = PW_VERSION_STREAM_EVENTS;
+            e.state_changed = [](void* self, pw_stream_state, pw_stream_state state, const char*) {
+                static_cast<Producer*>(self)->stateChanged(state);
+            };
+            e.param_changed = [](void* self, uint32_t id, const spa_pod* param) {
+                static_cast<Producer*>(self)->paramChanged(id, param);
+            };
+            return e;
+        }();
+        pw_stream_add_listener(stream, &listener, &events, this);
+        // Each new consumer gets the present picture at once, as a compositor sends a new screen
+        // cast its first frame: a link from our node is a new consumer.
+        registry = pw_core_get_registry(core, PW_VERSION_REGISTRY, 0);
+        static const pw_registry_events registryEvents = [] {
+            pw_registry_events e {};
+            e.version = PW_VERSION_REGISTRY_EVENTS;
+            e.global = [](void* self, uint32_t, uint32_t, const char* type, uint32_t, const spa_dict* props) {
+                auto* producer = static_cast<Producer*>(self);
+                if (!props || std::strcmp(type, PW_TYPE_INTERFACE_Link) != 0) return;
+                const char* output = spa_dict_lookup(props, PW_KEY_LINK_OUTPUT_NODE);
+                if (output && uint32_t(std::atoi(output)) == producer->nodeId) producer->sentKey = -2;
+            };
+            return e;
+        }();
+        pw_registry_add_listener(registry, &registryListener, &registryEvents, this);
+        uint8_t buffer[1024];
+        spa_pod_builder b = SPA_POD_BUILDER_INIT(buffer, sizeof(buffer));
+        const spa_rectangle rect = SPA_RECTANGLE(uint32_t(size.width()), uint32_t(size.height()));
+        const spa_fraction rate = SPA_FRACTION(0, 1);
+        const spa_fraction maxRate = SPA_FRACTION(30, 1);
+        const spa_fraction minRate = SPA_FRACTION(0, 1);
+        const spa_pod* params[1];
+        params[0] = static_cast<const spa_pod*>(spa_pod_builder_add_object(&b, SPA_TYPE_OBJECT_Format,
+            SPA_PARAM_EnumFormat, SPA_FORMAT_mediaType, SPA_POD_Id(SPA_MEDIA_TYPE_video), SPA_FORMAT_mediaSubtype,
+            SPA_POD_Id(SPA_MEDIA_SUBTYPE_raw), SPA_FORMAT_VIDEO_format, SPA_POD_Id(format), SPA_FORMAT_VIDEO_size,
+            SPA_POD_Rectangle(&rect), SPA_FORMAT_VIDEO_framerate, SPA_POD_Fraction(&rate),
+            SPA_FORMAT_VIDEO_maxFramerate, SPA_POD_CHOICE_RANGE_Fraction(&maxRate, &minRate, &maxRate)));
+        pw_stream_connect(stream, PW_DIRECTION_OUTPUT, PW_ID_ANY,
+            pw_stream_flags(PW_STREAM_FLAG_DRIVER | PW_STREAM_FLAG_MAP_BUFFERS), params, 1);
+        timer = pw_loop_add_timer(
+            pw_thread_loop_get_loop(loop), [](void* self, uint64_t) { static_cast<Producer*>(self)->tick(); }, this);
+        timespec value { 0, 1 }, interval { 0, 1000000000 / 60 };
+        pw_loop_update_timer(pw_thread_loop_get_loop(loop), timer, &value, &interval, false);
+        // Ready once the node has an id in the graph.
+        for (int waited = 0; nodeId == SPA_ID_INVALID && waited < 100; ++waited)
+            pw_thread_loop_timed_wait(loop, 1);
+        const uint32_t id = nodeId;
+        pw_thread_loop_unlock(loop);
+        return id == SPA_ID_INVALID ? 0 : id;
+    }
+
+    void startCounter()
+    {
+        std::lock_guard lock(*this);
+        counting.start();
+    }
+
+    int counter()
+    {
+        std::lock_guard lock(*this);
+        return counting.isValid() ? int(counting.elapsed() / counterMs) : -1;
+    }
+
+    void fill(const QRect& rect, const QColor& colour)
+    {
+        std::lock_guard lock(*this);
+        fills.push_back({ rect, colour });
+        ++fillGeneration;
+    }
+
+    QSize pictureSize() const { return size; }
+
+    void lock() { pw_thread_loop_lock(loop); }
+    void unlock() { pw_thread_loop_unlock(loop); }
+
+private:
+    void stateChanged(pw_stream_state state)
+    {
+        if (state == PW_STREAM_STATE_PAUSED || state == PW_STREAM_STATE_STREAMING) {
+            nodeId = pw_stream_get_node_id(stream);
+            pw_thread_loop_signal(loop, false);
+        }
+        if (state == PW_STREAM_STATE_STREAMING) sentKey = -2; // a new consumer gets the present picture
+        streaming = state == PW_STREAM_STATE_STREAMING;
+    }
+
+    void paramChanged(uint32_t id, const spa_pod* param)
+    {
+        if (!param || id != SPA_PARAM_Format) return;
+        const int stride = size.width() * 4;
+        uint8_t buffer[1024];
+        spa_pod_builder b = SPA_POD_BUILDER_INIT(buffer, sizeof(buffer));
+        const spa_pod* params[3];
+        params[0] = static_cast<const spa_pod*>(spa_pod_builder_add_object(&b, SPA_TYPE_OBJECT_ParamBuffers,
+            SPA_PARAM_Buffers, SPA_PARAM_BUFFERS_buffers, SPA_POD_CHOICE_RANGE_Int(4, 2, 8), SPA_PARAM_BUFFERS_blocks,
+            SPA_POD_Int(1), SPA_PARAM_BUFFERS_size, SPA_POD_Int(stride * size.height()), SPA_PARAM_BUFFERS_stride,
+            SPA_POD_Int(stride), SPA_PARAM_BUFFERS_dataType, SPA_POD_CHOICE_FLAGS_Int(1 << SPA_DATA_MemFd)));
+        params[1] = static_cast<const spa_pod*>(
+            spa_pod_builder_add_object(&b, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta, SPA_PARAM_META_type,
+                SPA_POD_Id(SPA_META_Header), SPA_PARAM_META_size, SPA_POD_Int(sizeof(spa_meta_header))));
+        params[2] = static_cast<const spa_pod*>(
+            spa_pod_builder_add_object(&b, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta, SPA_PARAM_META_type,
+                SPA_POD_Id(SPA_META_VideoCrop), SPA_PARAM_META_size, SPA_POD_Int(sizeof(spa_meta_region))));
+        pw_stream_update_params(stream, params, 3);
+    }
+
+    // On the PipeWire thread, 60 times a second: a picture goes out only when it differs from the
+    // last one sent.
+    void tick()
+    {
+        if (!streaming) return;
+        const int count = counting.isValid() ? int(counting.elapsed() / counterMs) : -1;
+        const long key = long(count) * 1000 + fillGeneration;
+        if (key == sentKey) return;
+        pw_buffer* b = pw_stream_dequeue_buffer(stream);
+        if (!b) return;
+        spa_buffer* buf = b->buffer;
+        auto* data = static_cast<uchar*>(buf->datas[0].data);
+        if (!data) {
+            pw_stream_queue_buffer(stream, b);
+            return;
+        }
+        const int stride = size.width() * 4;
+        QImage picture(data, size.width(), size.height(), stride, QImage::Format_RGB32);
+        const int n = std::max(count, 0);
+        picture.fill(QColor((n % 16) * 16 + 8, ((n / 16) % 16) * 16 + 8, 0x80));
+        {
+            QPainter painter(&picture);
+            for (const auto& [rect, colour] : fills)
+                painter.fillRect(rect, colour);
+        }
+        // The painter drew BGRx; the other byte orders are the same picture, swapped in place.
+        if (format == SPA_VIDEO_FORMAT_RGBx || format == SPA_VIDEO_FORMAT_RGBA) {
+            for (int y = 0; y < size.height(); ++y) {
+                uchar* p = data + y * stride;
+                for (int x = 0; x < size.width(); ++x, p += 4)
+                    std::swap(p[0], p[2]);
+            }
+        }
+        if (format == SPA_VIDEO_FORMAT_BGRA || format == SPA_VIDEO_FORMAT_RGBA) {
+            for (int y = 0; y < size.height(); ++y) {
+                uchar* p = data + y * stride;
+                for (int x = 0; x < size.width(); ++x, p += 4)
+                    p[3] = 0xff;
+            }
+        }
+        if (auto* crop = static_cast<spa_meta_region*>(
+                spa_buffer_find_meta_data(buf, SPA_META_VideoCrop, sizeof(spa_meta_region)))) {
+            crop->region.position = SPA_POINT(0, 0);
+            crop->region.size = SPA_RECTANGLE(uint32_t(size.width()), uint32_t(size.height()));
+        }
+        // A stride of 0 means "width times four" to a consumer; saying so here tests that it knows.
+        buf->datas[0].chunk->offset = 0;
+        buf->datas[0].chunk->size = uint32_t(stride * size.height());
+        buf->datas[0].chunk->stride = 0;
+        pw_stream_queue_buffer(stream, b);
+        sentKey = key;
+    }
+
+    const QSize size;
+    const spa_video_format format;
+    const int counterMs;
+    pw_thread_loop* loop = nullptr;
+    pw_context* context = nullptr;
+    pw_core* core = nullptr;
+    pw_stream* stream = nullptr;
+    spa_hook listener {};
+    pw_registry* registry = nullptr;
+    spa_hook registryListener {};
+    spa_source* timer = nullptr;
+    uint32_t nodeId = SPA_ID_INVALID;
+    bool streaming = false;
+    QElapsedTimer counting;
+    std::vector<std::pair<QRect, QColor>> fills;
+    int fillGeneration = 0;
+    long sentKey = -2;
+};
+
+// One session object of the portal: the frontend calls Close on it, and it says Closed when the
+// desktop ends it.
+class SessionAdaptor : public QDBusAbstractAdaptor {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.impl.portal.Session")
+public:
+    explicit SessionAdaptor(QObject* parent)
+        : QDBusAbstractAdaptor(parent)
+    {
+    }
+public slots:
+    void Close() { emit closedByApplication(); }
+signals:
+    void Closed();
+    void closedByApplication();
+};
+
+struct Session {
+    std::unique_ptr<QObject> object;
+    SessionAdaptor* adaptor = nullptr;
+    QString appId;
+    uint persistMode = 0;
+    uint cursorMode = 0;
+    bool restored = false;
+    bool shortcuts = false;
+};
+
+class Backend : public QObject {
+    Q_OBJECT
+public:
+    Backend(Producer& producer)
+        : producer(producer)
+    {
+    }
+
+    Producer& producer;
+    uint nodeId = 0;
+    uint chooserShown = 0;
+    uint chooserAnswer = 0; // 0 chosen, 1 cancelled
+    std::map<QString, Session> sessions;
+    QMap<QString, Shortcuts> boundShortcuts; // by session
+
+    Session& openSession(const QString& path, const QString& appId)
+    {
+        Session& session = sessions[path];
+        session.object = std::make_unique<QObject>();
+        session.adaptor = new SessionAdaptor(session.object.get());
+        session.appId = appId;
+        QDBusConnection::sessionBus().registerObject(path, session.object.get());
+        connect(session.adaptor, &SessionAdaptor::closedByApplication, this, [this, path] { dropSession(path); });
+        return session;
+    }
+
+    void dropSession(const QString& path)
+    {
+        QDBusConnection::sessionBus().unregisterObject(path);
+        sessions.erase(path);
+        boundShortcuts.remove(path);
+    }
+
+    void closeAll()
+    {
+        QStringList paths;
+        for (const auto& [path, session] : sessions)
+            paths << path;
+        for (const QString& path : paths) {
+            emit sessions[path].adaptor->Closed();
+            // The bus connection sends the signal from its own thread, naming the object by its
+            // path: the object stays registered until it surely went out.
+            QTimer::singleShot(1000, this, [this, path] { dropSession(path); });
+        }
+    }
+};
+
+class ScreenCastAdaptor : public QDBusAbstractAdaptor {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.impl.portal.ScreenCast")
+    Q_PROPERTY(uint AvailableSourceTypes READ availableSourceTypes)
+    Q_PROPERTY(uint AvailableCursorModes READ availableCursorModes)
+    Q_PROPERTY(uint version READ version)
+public:
+    ScreenCastAdaptor(Backend* backend)
+        : QDBusAbstractAdaptor(backend)
+        , backend(backend)
+    {
+    }
+    uint availableSourceTypes() const { return 1 | 2; } // monitor, window
+    uint availableCursorModes() const { return 1 | 2; } // hidden, embedded
+    uint version() const { return 4; }
+
+public slots:
+    uint CreateSession(const QDBusObjectPath&, const QDBusObjectPath& session, const QString& appId, const QVariantMap&,
+        QVariantMap& results)
+    {
+        backend->openSession(session.path(), appId);
+        results.insert(QStringLiteral("session_id"), session.path());
+        return 0;
+    }
+
+    uint SelectSources(const QDBusObjectPath&, const QDBusObjectPath& sessionPath, const QString&,
+        const QVariantMap& options, QVariantMap&)
+    {
+        auto it = backend->sessions.find(sessionPath.path());
+        if (it == backend->sessions.end()) return 2;
+        it->second.persistMode = options.value(QStringLiteral("persist_mode")).toUInt();
+        it->second.cursorMode = options.value(QStringLiteral("cursor_mode")).toUInt();
+        it->second.restored = false;
+        if (options.contains(QStringLiteral("restore_data"))) {
+            RestoreData data;
+            qvariant_cast<QDBusArgument>(options.value(QStringLiteral("restore_data"))) >> data;
+            it->second.restored = data.vendor == restoreVendor && data.data.variant().toString() == monitorName;
+        }
+        return 0;
+    }
+
+    uint Start(const QDBusObjectPath&, const QDBusObjectPath& sessionPath, const QString&, const QString&,
+        const QVariantMap&, QVariantMap& results)
+    {
+        auto it = backend->sessions.find(sessionPath.path());
+        if (it == backend->sessions.end()) return 2;
+        if (!it->second.restored) {
+            // Here a desktop shows its chooser; the test has said beforehand what the user picks.
+            ++backend->chooserShown;
+            if (backend->chooserAnswer != 0) return backend->chooserAnswer;
+        }
+        PortalStream stream;
+        stream.nodeId = backend->nodeId;
+        const QSize size = backend->producer.pictureSize();
+        QDBusArgument position, extent;
+        position.beginStructure();
+        position << 0 << 0;
+        position.endStructure();
+        extent.beginStructure();
+        extent << size.width() << size.height();
+        extent.endStructure();
+        stream.properties.insert(QStringLiteral("position"), QVariant::fromValue(position));
+        stream.properties.insert(QStringLiteral("size"), QVariant::fromValue(extent));
+        stream.properties.insert(QStringLiteral("source_type"), 1u);
+        stream.properties.insert(QStringLiteral("id"), monitorName);
+        results.insert(QStringLiteral("streams"), QVariant::fromValue(QList<PortalStream> { stream }));
+        if (it->second.persistMode != 0) {
+            results.insert(QStringLiteral("persist_mode"), it->second.persistMode);
+            results.insert(QStringLiteral("restore_data"),
+                QVariant::fromValue(RestoreData { restoreVendor, 1, QDBusVariant(monitorName) }));
+        }
+        return 0;
+    }
+
+private:
+    Backend* backend;
+};
+
+class GlobalShortcutsAdaptor : public QDBusAbstractAdaptor {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.impl.portal.GlobalShortcuts")
+    Q_PROPERTY(uint version READ version)
+public:
+    GlobalShortcutsAdaptor(Backend* backend)
+        : QDBusAbstractAdaptor(backend)
+        , backend(backend)
+    {
+    }
+    uint version() const { return 1; }
+
+public slots:
+    uint CreateSession(const QDBusObjectPath&, const QDBusObjectPath& session, const QString& appId, const QVariantMap&,
+        QVariantMap& results)
+    {
+        backend->openSession(session.path(), appId).shortcuts = true;
+        results.insert(QStringLiteral("session_id"), session.path());
+        return 0;
+    }
+
+    uint BindShortcuts(const QDBusObjectPath&, const QDBusObjectPath& session, const Shortcuts& shortcuts,
+        const QString&, const QVariantMap&, QVariantMap& results)
+    {
+        if (!backend->sessions.count(session.path())) return 2;
+        Shortcuts bound;
+        for (Shortcut s : shortcuts) {
+            // The user takes the preferred trigger as it is offered.
+            s.properties.insert(QStringLiteral("trigger_description"),
+                s.properties.value(QStringLiteral("preferred_trigger")).toString());
+            bound.append(s);
+        }
+        backend->boundShortcuts[session.path()] = bound;
+        results.insert(QStringLiteral("shortcuts"), QVariant::fromValue(bound));
+        return 0;
+    }
+
+    uint ListShortcuts(const QDBusObjectPath&, const QDBusObjectPath& session, QVariantMap& results)
+    {
+        results.insert(QStringLiteral("shortcuts"), QVariant::fromValue(backend->boundShortcuts.value(session.path())));
+        return 0;
+    }
+
+signals:
+    void Activated(const QDBusObjectPath& session, const QString& id, qulonglong timestamp, const QVariantMap& options);
+    void Deactivated(
+        const QDBusObjectPath& session, const QString& id, qulonglong timestamp, const QVariantMap& options);
+    void ShortcutsChanged(const QDBusObjectPath& session, const Shortcuts& shortcuts);
+
+private:
+    Backend* backend;
+};
+
+// What the test drives.
+class TestControlAdaptor : public QDBusAbstractAdaptor {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.velotape.TestPortal")
+public:
+    TestControlAdaptor(Backend* backend, GlobalShortcutsAdaptor* shortcuts)
+        : QDBusAbstractAdaptor(backend)
+        , backend(backend)
+        , shortcuts(shortcuts)
+    {
+    }
+
+public slots:
+    uint ChooserShown() { return backend->chooserShown; }
+    void SetChooserAnswer(uint response) { backend->chooserAnswer = response; }
+    void StartCounter() { backend->producer.startCounter(); }
+    int Counter() { return backend->producer.counter(); }
+    void Fill(int x, int y, int width, int height, const QString& colour)
+    {
+        backend->producer.fill(QRect(x, y, width, height), QColor(colour));
+    }
+    uint SessionCount() { return uint(backend->sessions.size()); }
+    void CloseSessions() { backend->closeAll(); }
+    QStringList BoundShortcuts()
+    {
+        QStringList ids;
+        for (const Shortcuts& list : std::as_const(backend->boundShortcuts))
+            for (const Shortcut& s : list)
+                ids << s.id + QLatin1Char('=') + s.properties.value(QStringLiteral("trigger_description")).toString();
+        return ids;
+    }
+    // Presses and lets go a bound shortcut; false if no session bound it.
+    bool Trigger(const QString& id)
+    {
+        bool found = false;
+        for (auto it = backend->boundShortcuts.cbegin(); it != backend->boundShortcuts.cend(); ++it) {
+            for (const Shortcut& s : it.value()) {
+                if (s.id != id) continue;
+                const QDBusObjectPath session(it.key());
+                emit shortcuts->Activated(session, id, 0, {});
+                emit shortcuts->Deactivated(session, id, 0, {});
+                found = true;
+            }
+        }
+        return found;
+    }
+
+private:
+    Backend* backend;
+    GlobalShortcutsAdaptor* shortcuts;
+};
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    qDBusRegisterMetaType<PortalStream>();
+    qDBusRegisterMetaType<QList<PortalStream>>();
+    qDBusRegisterMetaType<RestoreData>();
+    qDBusRegisterMetaType<Shortcut>();
+    qDBusRegisterMetaType<Shortcuts>();
+
+    QSize size(640, 360);
+    spa_video_format format = SPA_VIDEO_FORMAT_BGRx;
+    int counterMs = 100;
+    const QStringList args = app.arguments();
+    for (int i = 1; i + 1 < args.size(); i += 2) {
+        if (args[i] == QLatin1String("--size")) {
+            const QStringList wh = args[i + 1].split(QLatin1Char('x'));
+            if (wh.size() == 2) size = QSize(wh[0].toInt(), wh[1].toInt());
+        } else if (args[i] == QLatin1String("--counter-ms")) {
+            counterMs = std::max(1, args[i + 1].toInt());
+        } else if (args[i] == QLatin1String("--format")) {
+            const QString f = args[i + 1];
+            format = f == QLatin1String("BGRA") ? SPA_VIDEO_FORMAT_BGRA
+                : f == QLatin1String("RGBx")    ? SPA_VIDEO_FORMAT_RGBx
+                : f == QLatin1String("RGBA")    ? SPA_VIDEO_FORMAT_RGBA
+                                                : SPA_VIDEO_FORMAT_BGRx;
+        }
+    }
+
+    pw_init(&argc, &argv);
+    Producer producer(size, format, counterMs);
+    const uint32_t node = producer.start();
+    if (node == 0) {
+        std::fprintf(stderr, "velotape-test-portal: no PipeWire node (is pipewire running?)\n");
+        return 1;
+    }
+    Backend backend(producer);
+    backend.nodeId = node;
+    auto* shortcuts = new GlobalShortcutsAdaptor(&backend);
+    new ScreenCastAdaptor(&backend);
+    new TestControlAdaptor(&backend, shortcuts);
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.registerObject(QStringLiteral("/org/freedesktop/portal/desktop"), &backend)
+        || !bus.registerService(QStringLiteral("org.freedesktop.impl.portal.desktop.velotapetest"))) {
+        std::fprintf(stderr, "velotape-test-portal: cannot take the bus name\n");
+        return 1;
+    }
+    return app.exec();
+}
+
+#include "TestPortalBackend.moc"
