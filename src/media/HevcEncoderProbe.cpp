@@ -10,9 +10,10 @@ public:
         : encoder(std::move(encoder))
     {
     }
-    int send(const QImage& image, int64_t pts, bool forceKeyFrame, const PacketSink& sink) override
+    int send(const QImage& image, int64_t pts, bool forceKeyFrame, const PacketSink& sink,
+        const std::vector<QRect>* changed) override
     {
-        return encoder->send(image, pts, forceKeyFrame, sink);
+        return encoder->send(image, pts, forceKeyFrame, sink, changed);
     }
     int finish(const PacketSink& sink) override { return encoder->finish(sink); }
     const AVCodecContext* context() const override { return encoder->context(); }
@@ -55,7 +56,7 @@ QString HevcEncoderProbe::check(const Candidate& candidate, const VideoEncoder::
         picture.fill(i == 0 ? Qt::gray : Qt::darkCyan);
         const int64_t pts
             = int64_t(i) * settings.timeBase.den / (std::max(1, settings.expectedFPS) * settings.timeBase.num);
-        if (const int rc = encoder->send(picture, pts, i == 0, count); rc < 0)
+        if (const int rc = encoder->send(picture, pts, i == 0, count, nullptr); rc < 0)
             return QStringLiteral("opens, but picture %1 fails: %2").arg(i + 1).arg(avErrorText(rc));
     }
     if (const int rc = encoder->finish(count); rc < 0)

@@ -24,7 +24,10 @@ public:
     class Encoder {
     public:
         virtual ~Encoder() = default;
-        virtual int send(const QImage& image, int64_t pts, bool forceKeyFrame, const PacketSink& sink) = 0;
+        // `changed`: see VideoEncoder::send.
+        virtual int send(const QImage& image, int64_t pts, bool forceKeyFrame, const PacketSink& sink,
+            const std::vector<QRect>* changed)
+            = 0;
         virtual int finish(const PacketSink& sink) = 0;
         // What a file's stream is told of the encoder (parameter sets, size, profile).
         virtual const AVCodecContext* context() const = 0;

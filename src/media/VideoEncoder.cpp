@@ -51,7 +51,9 @@ std::unique_ptr<VideoEncoder> VideoEncoder::open(const QString& name, const Sett
     c->pix_fmt = encoder->softwareFormat;
     c->color_primaries = AVCOL_PRI_BT709;
     c->color_trc = AVCOL_TRC_BT709;
-    c->colorspace = AVCOL_SPC_BT709;
+    // The pictures are converted with BT.601's matrix (what libyuv converts with, and what
+    // ffmpeg's own screen grabs use) and tagged so; primaries and transfer are the sRGB screen's.
+    c->colorspace = AVCOL_SPC_SMPTE170M;
     c->color_range = AVCOL_RANGE_MPEG;
     if (s.globalHeader) c->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
 
@@ -65,10 +67,19 @@ std::unique_ptr<VideoEncoder> VideoEncoder::open(const QString& name, const Sett
         setOption(c, "forced-idr", "1");
         // repeat-headers keeps VPS/SPS/PPS in every key frame, so that a segment encoded at another
         // bit rate still decodes after the first segment's hvcC. No B-frames means no reordering.
+        // For screens: the bit rate is a ceiling, not a level to fill. Each picture gets the
+        // quality of CRF 23, capped by a buffer of one second at the bit rate, so a still desktop
+        // with a window moving on it costs neither bits nor encoding time where nothing moved, where
+        // a fixed average would spend both refining what did not change. The cheapest mode decision
+        // (rd=1) takes about a sixth off each picture of a busy screen; adaptive quantisation
+        // (aq-mode=0) would spend time and bits on flat areas that need neither.
+        // bench/README.md has the figures.
+        const int kbps = int(std::max<int64_t>(1, s.averageBitRate / 1000));
         const QByteArray params = QStringLiteral("keyint=%1:min-keyint=1:bframes=0:b-adapt=0:open-gop=0:"
-                                                 "rc-lookahead=0:frame-threads=1:wpp=1:repeat-headers=1:"
-                                                 "log-level=error")
+                                                 "rc-lookahead=0:frame-threads=1:wpp=1:rd=1:aq-mode=0:crf=23:"
+                                                 "vbv-maxrate=%2:vbv-bufsize=%2:repeat-headers=1:log-level=error")
                                       .arg(fps)
+                                      .arg(kbps)
                                       .toUtf8();
         setOption(c, "x265-params", params.constData());
     } else {
@@ -114,32 +125,11 @@ std::unique_ptr<VideoEncoder> VideoEncoder::open(const QString& name, const Sett
 
 VideoEncoder::~VideoEncoder() = default;
 
-int VideoEncoder::convert(const QImage& image, AVFrame* target)
-{
-    const AVPixelFormat source
-        = image.format() == QImage::Format_RGB32 ? AV_PIX_FMT_BGR0 : AV_PIX_FMT_BGRA; // little-endian BGRA
-    if (!scaler || scalerInput != image.size() || scalerFormat != image.format()) {
-        scaler.reset(sws_getContext(image.width(), image.height(), source, target->width, target->height,
-            static_cast<AVPixelFormat>(target->format), SWS_BILINEAR, nullptr, nullptr, nullptr));
-        if (!scaler) return AVERROR(EINVAL);
-        // Screens are sRGB; tag and convert as BT.709 limited range, what players assume for HD.
-        const int* coefficients = sws_getCoefficients(SWS_CS_ITU709);
-        sws_setColorspaceDetails(scaler.get(), coefficients, 1, coefficients, 0, 0, 1 << 16, 1 << 16);
-        scalerInput = image.size();
-        scalerFormat = image.format();
-    }
-    const int rc = av_frame_make_writable(target);
-    if (rc < 0) return rc;
-    const uint8_t* src[1] = { image.constBits() };
-    const int stride[1] = { static_cast<int>(image.bytesPerLine()) };
-    sws_scale(scaler.get(), src, stride, 0, image.height(), target->data, target->linesize);
-    return 0;
-}
-
-int VideoEncoder::send(const QImage& image, int64_t pts, bool forceKeyFrame, const PacketSink& sink)
+int VideoEncoder::send(
+    const QImage& image, int64_t pts, bool forceKeyFrame, const PacketSink& sink, const std::vector<QRect>* changed)
 {
     if (image.isNull() || image.depth() != 32) return AVERROR(EINVAL);
-    int rc = convert(image, softwareFrame.get());
+    int rc = converter.convert(image, softwareFrame.get(), changed);
     if (rc < 0) return rc;
     AVFrame* input = softwareFrame.get();
     FramePtr hwFrame;

@@ -1,15 +1,17 @@
 #pragma once
 
 #include "media/FFmpegHandles.h"
+#include "media/PictureConverter.h"
 
 #include <QImage>
 #include <QString>
 
 #include <functional>
 #include <memory>
+#include <vector>
 
-// One HEVC encoder fed with 32-bit BGRA pictures: converts them (libswscale, scaled to the
-// encoder's size when they differ) into what the encoder takes, uploading to the device for
+// One HEVC encoder fed with 32-bit BGRA pictures: converts them (PictureConverter: libyuv, or
+// libswscale scaled to the encoder's size when they differ) into what the encoder takes, uploading to the device for
 // hardware encoders that work on device frames. Not thread-safe: one owner thread.
 class VideoEncoder {
 public:
@@ -33,8 +35,10 @@ public:
     ~VideoEncoder();
 
     // Encodes `image` at `pts` (in Settings::timeBase); `forceKeyFrame` asks for a key frame here.
-    // Returns 0 or a negative FFmpeg error.
-    int send(const QImage& image, int64_t pts, bool forceKeyFrame, const PacketSink& sink);
+    // `changed`, when given: the only pixels that differ from the picture sent before (see
+    // PictureConverter). Returns 0 or a negative FFmpeg error.
+    int send(const QImage& image, int64_t pts, bool forceKeyFrame, const PacketSink& sink,
+        const std::vector<QRect>* changed = nullptr);
     // Ends the stream and hands over what the encoder still holds.
     int finish(const PacketSink& sink);
 
@@ -42,15 +46,12 @@ public:
 
 private:
     VideoEncoder() = default;
-    int convert(const QImage& image, AVFrame* target);
 
     CodecContextPtr codec;
     BufferRefPtr hwDevice;
     BufferRefPtr hwFrames;
     AVPixelFormat softwareFormat = AV_PIX_FMT_YUV420P;
-    SwsContextPtr scaler;
-    QSize scalerInput;
-    QImage::Format scalerFormat = QImage::Format_Invalid;
+    PictureConverter converter;
     FramePtr softwareFrame;
     PacketPtr packet;
 };

@@ -422,7 +422,7 @@ bool SegmentedRecorder::startNewSegment(const MediaTime& startingAt)
 void SegmentedRecorder::startSegmentWithLastPicture(const MediaTime& at)
 {
     if (!lastFrame || !startNewSegment(at)) return;
-    deliverFrame(VideoFrame { lastFrame->image, at });
+    deliverFrame(VideoFrame { lastFrame->image, at, lastFrame->changes });
 }
 
 void SegmentedRecorder::rotateSegmentAsync(const MediaTime& startingAt)
@@ -717,13 +717,14 @@ void SegmentedRecorder::exportConcatenated(const std::weak_ptr<Anchor>& weak, co
     }
     const ClipExporter::Result result = ClipExporter::exportConcatenated(segments, trimFromPTS, destination);
     if (result.completed) {
-        onQueue(weak, [segments, path = result.path, shortfall](SegmentedRecorder& r) {
-            r.removeExportedSegments(segments);
-            onMain(r.anchor, [path, shortfall](SegmentedRecorder& m) {
-                if (!shortfall.isEmpty() && m.onClipShort) m.onClipShort(path, shortfall);
-                if (m.onFinished) m.onFinished(path);
-                m.setExporting(false);
-            });
+        // The clip is in place: the main thread hears it at once, not behind the pictures queued
+        // for the ring meanwhile. The ring drops the exported segments on its queue, before any
+        // work that the news can start there (a new stop) reaches it.
+        onQueue(weak, [segments](SegmentedRecorder& r) { r.removeExportedSegments(segments); });
+        onMain(weak, [path = result.path, shortfall](SegmentedRecorder& m) {
+            if (!shortfall.isEmpty() && m.onClipShort) m.onClipShort(path, shortfall);
+            if (m.onFinished) m.onFinished(path);
+            m.setExporting(false);
         });
         return;
     }

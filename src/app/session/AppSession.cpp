@@ -4,7 +4,7 @@
 #include "app/AppSettings.h"
 #include "app/control/ControlCommands.h"
 #include "app/control/ControlServer.h"
-#include "app/control/ControlSocketPath.h"
+#include "app/client/ControlSocketPath.h"
 #include "app/hotkeys/GlobalHotkeys.h"
 #include "app/session/EventNotifications.h"
 #include "app/session/OwnWindowTracker.h"

@@ -528,8 +528,7 @@ void SettingsView::buildOutput(QVBoxLayout* column)
     auto* keepInTray = toggleRow(settings, QStringLiteral("Keep running in the tray"),
         QStringLiteral("Closing the window leaves Velotape recording in the tray. Without a tray, closing quits."),
         &AppSettings::keepRunningInTray, &AppSettings::keepRunningInTrayChanged, &AppSettings::setKeepRunningInTray);
-    auto* atLogin
-        = new SetRowStartAtLogin(AutostartEntry(AppIdentity::appId(), QCoreApplication::applicationFilePath()));
+    auto* atLogin = new SetRowStartAtLogin(AutostartEntry(AppIdentity::appId(), AppIdentity::launcherPath()));
     column->addWidget(rowCard(holder, { folder, reveal, sound, autoStop, keepInTray, atLogin }));
 }
 
