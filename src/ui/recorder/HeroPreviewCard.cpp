@@ -5,6 +5,7 @@
 #include "app/session/SessionModels.h"
 #include "app/session/SourceMemory.h"
 #include "capture/CaptureEngine.h"
+#include "devices/CameraCapture.h"
 #include "ui/kit/D1.h"
 #include "ui/kit/KitPaint.h"
 #include "ui/kit/Symbols.h"
@@ -29,8 +30,17 @@ HeroPreviewCard::HeroPreviewCard(const SessionModels& m, QWidget* parent)
     picture = new PreviewSurface(models.monitor, models.sources, this);
     // Over the picture and under the badges.
     bubble = new CameraBubble(models.settings, picture);
-    // Hook: the camera's newest picture (bubble->setFrame) and whether it runs (bubble->setCameraOn)
-    // come from the camera capture once it is wired in; until then the bubble says "Starting camera…".
+    // The camera's newest picture. Until the first one the bubble says "Starting camera…"; a
+    // camera that goes away while it runs says "Camera off" until it runs again.
+    if (CameraCapture* camera = models.camera) {
+        connect(camera, &CameraCapture::latestFrameChanged, bubble,
+            [this, camera] { bubble->setFrame(camera->latestFrame()); });
+        connect(camera, &CameraCapture::isRunningChanged, bubble, [this, camera] {
+            if (camera->isRunning()) bubble->setCameraOn(true);
+        });
+        connect(camera, &CameraCapture::lost, bubble, [this] { bubble->setCameraOn(false); });
+        if (camera->isRunning()) bubble->setFrame(camera->latestFrame());
+    }
     huds = new HudColumn(models.recorder, models.engine, models.settings, models.monitor, this);
     illustration = new EmptyHeroIllustration(this);
     connect(illustration->captureButton(), &QAbstractButton::clicked, this, [this] { models.actions->startPreview(); });

@@ -9,6 +9,7 @@
 #include <vector>
 
 class AppSettings;
+class CameraCapture;
 class HeroCard;
 class KeyGrabCheck;
 class MicCapture;
@@ -36,9 +37,10 @@ public:
     // Asks the user for a folder, starting at `current`; none when cancelled.
     using FolderChooser = std::function<std::optional<QString>(QWidget* parent, const QString& current)>;
 
-    // `keyGrabCheck` may be null: nobody can tell which keys other programs hold.
-    SettingsView(
-        AppSettings* settings, MicCapture* mic, std::shared_ptr<KeyGrabCheck> keyGrabCheck, QWidget* parent = nullptr);
+    // `camera` may be null: no camera is listed. `keyGrabCheck` may be null: nobody can tell which
+    // keys other programs hold.
+    SettingsView(AppSettings* settings, MicCapture* mic, CameraCapture* camera,
+        std::shared_ptr<KeyGrabCheck> keyGrabCheck, QWidget* parent = nullptr);
 
     SettingsGroup group() const { return current; }
     void setGroup(SettingsGroup group);
@@ -81,6 +83,7 @@ private:
 
     AppSettings* settings;
     MicCapture* mic;
+    CameraCapture* cameraCapture; // null: no camera is ever listed
     std::shared_ptr<KeyGrabCheck> keyGrabCheck;
     SettingsGroup current = SettingsGroup::recording;
     std::vector<PremiumSettingsNavRow*> groupButtons;
