@@ -1,5 +1,7 @@
 #include "media/VideoEncoder.h"
 
+#include "media/ScreenQuality.h"
+
 #include <QPainter>
 
 extern "C" {
@@ -71,18 +73,20 @@ std::unique_ptr<VideoEncoder> VideoEncoder::open(const QString& name, const Sett
         // repeat-headers keeps VPS/SPS/PPS in every key frame, so that a segment encoded at another
         // bit rate still decodes after the first segment's hvcC. No B-frames means no reordering.
         // For screens: the bit rate is a ceiling, not a level to fill. Each picture gets the
-        // quality of CRF 23, capped by a buffer of one second at the bit rate, so a still desktop
-        // with a window moving on it costs neither bits nor encoding time where nothing moved, where
-        // a fixed average would spend both refining what did not change. The cheapest mode decision
+        // quality the bit rate buys at this size and rate (ScreenQuality), capped by a buffer of one
+        // second at the bit rate, so a still desktop with a window moving on it costs neither bits
+        // nor encoding time where nothing moved, where a fixed average would spend both refining
+        // what did not change. The cheapest mode decision
         // (rd=1) takes about a sixth off each picture of a busy screen; adaptive quantisation
         // (aq-mode=0) would spend time and bits on flat areas that need neither.
         // bench/README.md has the figures.
         const int kbps = int(std::max<int64_t>(1, s.averageBitRate / 1000));
         const QByteArray params = QStringLiteral("keyint=%1:min-keyint=1:bframes=0:b-adapt=0:open-gop=0:"
-                                                 "rc-lookahead=0:frame-threads=1:wpp=1:rd=1:aq-mode=0:crf=23:"
+                                                 "rc-lookahead=0:frame-threads=1:wpp=1:rd=1:aq-mode=0:crf=%3:"
                                                  "vbv-maxrate=%2:vbv-bufsize=%2:repeat-headers=1:log-level=error")
                                       .arg(fps)
                                       .arg(kbps)
+                                      .arg(ScreenQuality::crf(s.averageBitRate, s.width, s.height, fps), 0, 'f', 1)
                                       .toUtf8();
         setOption(c, "x265-params", params.constData());
     } else {
