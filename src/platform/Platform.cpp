@@ -22,21 +22,28 @@
 
 namespace {
 
-// The portal's restore token, kept with the other settings: the desktop asks the user once.
+// The portal's restore token and the source it restored, kept with the other settings: the desktop
+// asks the user once.
 const QString restoreTokenKey = QStringLiteral("vt2.wayland.restoreToken");
+const QString restoredSourceKey = QStringLiteral("vt2.wayland.restoredSource");
 
 WaylandCaptureBackend::TokenStore settingsTokenStore()
 {
     return {
         [] {
-            return QSettings(QStringLiteral("Velotape"), QStringLiteral("Velotape")).value(restoreTokenKey).toString();
+            const QSettings settings(QStringLiteral("Velotape"), QStringLiteral("Velotape"));
+            return WaylandCaptureBackend::Kept { settings.value(restoreTokenKey).toString(),
+                settings.value(restoredSourceKey).toString() };
         },
-        [](const QString& token) {
+        [](const WaylandCaptureBackend::Kept& kept) {
             QSettings settings(QStringLiteral("Velotape"), QStringLiteral("Velotape"));
-            if (token.isEmpty())
+            if (kept.token.isEmpty()) {
                 settings.remove(restoreTokenKey);
-            else
-                settings.setValue(restoreTokenKey, token);
+                settings.remove(restoredSourceKey);
+            } else {
+                settings.setValue(restoreTokenKey, kept.token);
+                settings.setValue(restoredSourceKey, kept.source);
+            }
         },
     };
 }

@@ -61,7 +61,9 @@ StreamConfiguration configuration(int width, int height)
 class CaptureWayland : public ::testing::Test {
 protected:
     PortalDesktop desktop;
-    QString token;
+    WaylandCaptureBackend::Kept kept;
+    const QString& token = kept.token;
+    Guarded<QStringList> notices;
     std::unique_ptr<WaylandCaptureBackend> backend;
 
     void SetUp() override
@@ -74,9 +76,12 @@ protected:
 
     std::unique_ptr<WaylandCaptureBackend> makeBackend()
     {
-        return std::make_unique<WaylandCaptureBackend>(
-            WaylandCaptureBackend::TokenStore { [this] { return token; }, [this](const QString& t) { token = t; } },
-            desktop.bus());
+        auto made
+            = std::make_unique<WaylandCaptureBackend>(WaylandCaptureBackend::TokenStore { [this] { return kept; },
+                                                          [this](const WaylandCaptureBackend::Kept& k) { kept = k; } },
+                desktop.bus());
+        made->setOnNotice([this](const QString& text) { notices.lock()->append(text); });
+        return made;
     }
 
     uint chooserShown() { return desktop.control(QStringLiteral("ChooserShown")).toUInt(); }
@@ -161,13 +166,44 @@ TEST_F(CaptureWayland, TheDesktopAsksOnceAndThenRestoresFromTheKeptToken)
     ASSERT_TRUE(again.content) << again.error.toStdString();
     EXPECT_EQ(chooserShown(), 1u);
 
-    // A token the desktop no longer knows asks again, and the new one is kept.
+    // A token the desktop no longer knows asks again, and the new one is kept. The same screen
+    // chosen again is nothing to tell the user.
     backend.reset();
-    token = QStringLiteral("0b5e55ed-0000-4000-8000-000000000000");
+    kept.token = QStringLiteral("0b5e55ed-0000-4000-8000-000000000000");
     backend = makeBackend();
     ASSERT_TRUE(backend->shareableContent().content);
     EXPECT_EQ(chooserShown(), 2u);
     EXPECT_NE(token, QStringLiteral("0b5e55ed-0000-4000-8000-000000000000"));
+    EXPECT_TRUE(notices.lock()->isEmpty());
+
+    // The monitor shared last time is unplugged: the desktop asks again, the user hears why, and
+    // what was chosen now is restored the next time without a word.
+    backend.reset();
+    desktop.control(QStringLiteral("ReplaceMonitor"), { QStringLiteral("TEST-2"), false });
+    backend = makeBackend();
+    CaptureBackend::ContentResult replaced = backend->shareableContent();
+    ASSERT_TRUE(replaced.content) << replaced.error.toStdString();
+    EXPECT_EQ(replaced.content->displays.front().name, QStringLiteral("TEST-2"));
+    EXPECT_EQ(chooserShown(), 3u);
+    EXPECT_EQ(*notices.lock(), QStringList { WaylandCaptureBackend::askedAgainNotice });
+    backend.reset();
+    backend = makeBackend();
+    ASSERT_TRUE(backend->shareableContent().content);
+    EXPECT_EQ(chooserShown(), 3u);
+    EXPECT_EQ(notices.lock()->size(), 1);
+
+    // A desktop that answers such a token with an error: asked once more, not a failure.
+    backend.reset();
+    desktop.control(QStringLiteral("ReplaceMonitor"), { QStringLiteral("TEST-3"), true });
+    const QString refusedToken = token;
+    backend = makeBackend();
+    replaced = backend->shareableContent();
+    ASSERT_TRUE(replaced.content) << replaced.error.toStdString();
+    EXPECT_EQ(replaced.content->displays.front().name, QStringLiteral("TEST-3"));
+    EXPECT_EQ(chooserShown(), 4u);
+    EXPECT_EQ(notices.lock()->value(1), WaylandCaptureBackend::refusedNotice);
+    EXPECT_FALSE(token.isEmpty());
+    EXPECT_NE(token, refusedToken);
 }
 
 TEST_F(CaptureWayland, ACancelledChooserSaysSoAndStartsNoStream)

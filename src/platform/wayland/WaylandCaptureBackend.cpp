@@ -10,6 +10,10 @@
 const QString WaylandCaptureBackend::cancelledMessage = QStringLiteral("Screen sharing was cancelled.");
 const QString WaylandCaptureBackend::missingMessage
     = QStringLiteral("Screen capture on Wayland needs xdg-desktop-portal and PipeWire running");
+const QString WaylandCaptureBackend::askedAgainNotice
+    = QStringLiteral("Your desktop asked again which screen to share: the one shared last time is gone.");
+const QString WaylandCaptureBackend::refusedNotice = QStringLiteral(
+    "Your desktop could not share the same screen as last time, so it asked again which screen to share.");
 
 namespace {
 
@@ -26,6 +30,18 @@ bool pipeWireSocketExists()
     QString dir = qEnvironmentVariable("PIPEWIRE_RUNTIME_DIR");
     if (dir.isEmpty()) dir = qEnvironmentVariable("XDG_RUNTIME_DIR");
     return !dir.isEmpty() && QFileInfo::exists(QDir(dir).filePath(remote));
+}
+
+// What names a shared source from one run to the next: the backend's own id where it gives one,
+// else where the source lies and how big it is.
+QString sourceOf(const PortalScreenCast::Stream& stream)
+{
+    if (!stream.id.isEmpty()) return stream.id;
+    return QStringLiteral("%1,%2 %3x%4")
+        .arg(stream.position.x())
+        .arg(stream.position.y())
+        .arg(stream.size.width())
+        .arg(stream.size.height());
 }
 
 // Hands out the stream while the backend keeps a weak hold, to tell it when the desktop ends the
@@ -63,6 +79,8 @@ struct WaylandCaptureBackend::Shared {
     std::mutex latestMutex;
     QImage latest; // guarded by latestMutex: the newest picture at the stream's size
     QPoint latestOrigin; // guarded by latestMutex: where it lies in global space
+
+    std::function<void(const QString&)> notice; // set before the first capture
 };
 
 WaylandCaptureBackend::WaylandCaptureBackend(TokenStore tokens, QDBusConnection bus)
@@ -97,11 +115,26 @@ QString WaylandCaptureBackend::probe()
     return {};
 }
 
+void WaylandCaptureBackend::setOnNotice(std::function<void(const QString&)> callback)
+{
+    shared->notice = std::move(callback);
+}
+
 QString WaylandCaptureBackend::ensureSessionLocked(bool showCursor)
 {
     if (shared->stream && shared->portal.isOpen() && shared->sessionShowsCursor == showCursor) return {};
-    const QString token = tokens.load ? tokens.load() : QString();
-    PortalScreenCast::Started started = shared->portal.start(token, showCursor);
+    const Kept kept = tokens.load ? tokens.load() : Kept {};
+    PortalScreenCast::Started started = shared->portal.start(kept.token, showCursor);
+    QString notice;
+    if (!kept.token.isEmpty() && started.outcome == PortalScreenCast::Outcome::failed) {
+        // Some desktops answer a token they cannot restore (its monitor unplugged) with an error
+        // rather than their chooser: forget it and ask once more.
+        logLine(
+            QStringLiteral("Screen cast: the desktop refused the kept token (%1); asking again").arg(started.error));
+        if (tokens.save) tokens.save({});
+        started = shared->portal.start({}, showCursor);
+        notice = refusedNotice;
+    }
     if (started.outcome == PortalScreenCast::Outcome::cancelled) return cancelledMessage;
     if (started.outcome != PortalScreenCast::Outcome::started) {
         logLine(QStringLiteral("Screen cast: ") + started.error);
@@ -109,13 +142,22 @@ QString WaylandCaptureBackend::ensureSessionLocked(bool showCursor)
     }
     shared->stream = started.stream;
     shared->sessionShowsCursor = showCursor;
+    const QString source = sourceOf(*shared->stream);
+    // Most desktops show their chooser for a token they cannot restore; what comes back is then
+    // another source than the one kept with the token.
+    if (notice.isEmpty() && !kept.token.isEmpty() && !kept.source.isEmpty() && source != kept.source)
+        notice = askedAgainNotice;
     // A new token replaces the old one; a desktop that gave none has nothing to keep.
-    if (tokens.save && started.restoreToken != token) tokens.save(started.restoreToken);
+    if (tokens.save && (started.restoreToken != kept.token || source != kept.source))
+        tokens.save({ started.restoreToken, started.restoreToken.isEmpty() ? QString() : source });
     logLine(QStringLiteral("Screen cast: node %1, %2x%3%4")
                 .arg(shared->stream->nodeId)
                 .arg(shared->stream->size.width())
                 .arg(shared->stream->size.height())
-                .arg(token.isEmpty() ? QString() : QStringLiteral(", restored")));
+                .arg(kept.token.isEmpty()  ? QString()
+                        : notice.isEmpty() ? QStringLiteral(", restored")
+                                           : QStringLiteral(", asked again")));
+    if (!notice.isEmpty() && shared->notice) shared->notice(notice);
     return {};
 }
 

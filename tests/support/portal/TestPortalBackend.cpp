@@ -110,7 +110,6 @@ const QDBusArgument& operator>>(const QDBusArgument& a, Shortcut& s)
 namespace {
 
 const QString restoreVendor = QStringLiteral("velotape-test");
-const QString monitorName = QStringLiteral("TEST-1");
 
 // The pictures: painted on the PipeWire thread when the stream asks, from state the D-Bus side
 // (main thread) changes under the thread loop's lock.
@@ -367,6 +366,9 @@ public:
     uint nodeId = 0;
     uint chooserShown = 0;
     uint chooserAnswer = 0; // 0 chosen, 1 cancelled
+    QString monitorName = QStringLiteral("TEST-1"); // what the chooser offers and restore data names
+    // What a restore naming another monitor gets: the chooser, as most desktops do, or an error.
+    bool refuseUnknownRestore = false;
     std::map<QString, Session> sessions;
     QMap<QString, Shortcuts> boundShortcuts; // by session
 
@@ -438,7 +440,9 @@ public slots:
         if (options.contains(QStringLiteral("restore_data"))) {
             RestoreData data;
             qvariant_cast<QDBusArgument>(options.value(QStringLiteral("restore_data"))) >> data;
-            it->second.restored = data.vendor == restoreVendor && data.data.variant().toString() == monitorName;
+            it->second.restored
+                = data.vendor == restoreVendor && data.data.variant().toString() == backend->monitorName;
+            if (!it->second.restored && backend->refuseUnknownRestore) return 2;
         }
         return 0;
     }
@@ -466,12 +470,12 @@ public slots:
         stream.properties.insert(QStringLiteral("position"), QVariant::fromValue(position));
         stream.properties.insert(QStringLiteral("size"), QVariant::fromValue(extent));
         stream.properties.insert(QStringLiteral("source_type"), 1u);
-        stream.properties.insert(QStringLiteral("id"), monitorName);
+        stream.properties.insert(QStringLiteral("id"), backend->monitorName);
         results.insert(QStringLiteral("streams"), QVariant::fromValue(QList<PortalStream> { stream }));
         if (it->second.persistMode != 0) {
             results.insert(QStringLiteral("persist_mode"), it->second.persistMode);
             results.insert(QStringLiteral("restore_data"),
-                QVariant::fromValue(RestoreData { restoreVendor, 1, QDBusVariant(monitorName) }));
+                QVariant::fromValue(RestoreData { restoreVendor, 1, QDBusVariant(backend->monitorName) }));
         }
         return 0;
     }
@@ -548,6 +552,13 @@ public:
 public slots:
     uint ChooserShown() { return backend->chooserShown; }
     void SetChooserAnswer(uint response) { backend->chooserAnswer = response; }
+    // The monitor shared so far is unplugged and `name` takes its place; `refuse`: restore data
+    // naming the old one is answered with an error instead of the chooser.
+    void ReplaceMonitor(const QString& name, bool refuse)
+    {
+        backend->monitorName = name;
+        backend->refuseUnknownRestore = refuse;
+    }
     void StartCounter() { backend->producer.startCounter(); }
     int Counter() { return backend->producer.counter(); }
     void Fill(int x, int y, int width, int height, const QString& colour)
