@@ -234,3 +234,26 @@ TEST_F(CaptureWayland, TheDesktopEndingTheSessionEndsTheStreamOnceWithAReason)
     EXPECT_EQ(frames.count(), atEnd);
     EXPECT_EQ(*frames.stops.lock(), QStringList { QStringLiteral("the desktop stopped sharing the screen") });
 }
+
+TEST_F(CaptureWayland, APipeWireRestartPausesTheStreamAndItCarriesOnWithoutAskingAgain)
+{
+    ASSERT_TRUE(backend->shareableContent().content);
+    Frames frames;
+    CaptureBackend::StreamStart started = backend->startCapture({}, configuration(640, 360), frames.output);
+    ASSERT_TRUE(started.stream) << started.error.toStdString();
+    fill(QRect(0, 0, 100, 100), red);
+    ASSERT_TRUE(frames.waitFor([](const QImage& i) { return near(i, 50, 50, red); }));
+
+    // The desktop's casts end with the old server; the new session is restored from the token.
+    ASSERT_EQ(desktop.restartPipeWire(), QString());
+    fill(QRect(200, 100, 100, 100), green);
+    EXPECT_TRUE(frames.waitFor([](const QImage& i) { return near(i, 250, 150, green) && near(i, 50, 50, red); }, 10000))
+        << frames.count() << " frames";
+    EXPECT_TRUE(frames.stops.lock()->isEmpty()) << frames.stops.lock()->join(QLatin1Char(';')).toStdString();
+    EXPECT_EQ(chooserShown(), 1u);
+
+    // A later end by the desktop is still reported.
+    desktop.control(QStringLiteral("CloseSessions"));
+    EXPECT_TRUE(spinUntil([&] { return !frames.stops.lock()->isEmpty(); }, 5000));
+    started.stream->stop();
+}

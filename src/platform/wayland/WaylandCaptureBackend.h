@@ -64,11 +64,7 @@ public:
 
 private:
     struct Shared;
-    // Under `mutex`: a started session, started now if there is none (the cursor as asked). The
-    // reason if there is none.
-    QString ensureSessionLocked(bool showCursor);
     CaptureDisplay displayLocked() const;
 
-    TokenStore tokens;
     std::shared_ptr<Shared> shared;
 };
