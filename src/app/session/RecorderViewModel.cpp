@@ -121,6 +121,7 @@ SessionModels RecorderViewModel::models()
     m.journal = journalStore;
     m.desktop = backends.desktop.get();
     m.keyGrabCheck = backends.keyGrabCheck;
+    m.hotkeyBindingNote = backends.hotkeyBindingNote;
     return m;
 }
 
