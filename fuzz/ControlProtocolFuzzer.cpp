@@ -3,7 +3,7 @@
 // same command, one argument each, and a decoded reply says the same after going over the wire
 // again.
 #include "FuzzSupport.h"
-#include "app/control/ControlProtocol.h"
+#include "app/client/ControlProtocol.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <dirent.h>
@@ -87,11 +88,17 @@ inline double runEventLoopFor(double s)
 // window), so that every capture tick sees a change; its own CPU is nobody's capture cost.
 // With `heavy`, it plays FFmpeg's testsrc2 pattern full screen at 30 fps instead: every pixel
 // moves, which is what an encoder finds hard and what a chart full of ticks comes close to.
-inline std::unique_ptr<QProcess> startPainter(bool heavy = false)
+// With `trader`, a 480x320 window moves across a still, detailed desktop 30 times a second: a
+// trader's chart window dragged or scrolled, where most of the screen stays as it was.
+enum class Painting { square, heavy, trader };
+
+inline std::unique_ptr<QProcess> startPainter(Painting painting = Painting::square)
 {
     auto painter = std::make_unique<QProcess>();
-    painter->start(QCoreApplication::applicationFilePath(),
-        { heavy ? QStringLiteral("--paint-heavy") : QStringLiteral("--paint") });
+    const QString mode = painting == Painting::heavy ? QStringLiteral("--paint-heavy")
+        : painting == Painting::trader               ? QStringLiteral("--paint-trader")
+                                                     : QStringLiteral("--paint");
+    painter->start(QCoreApplication::applicationFilePath(), { mode });
     painter->waitForStarted();
     return painter;
 }
@@ -149,6 +156,65 @@ inline int paintTestPatternForever()
     }
     pclose(source);
     return 0;
+}
+
+// A still desktop with fine detail (so that an encoder cannot skip it for being flat) and a 480x320
+// window of its own moving over it 30 times a second. Both windows keep their pictures as
+// background pixmaps, so the server repaints what the moving window uncovers by itself.
+inline int paintTraderForever()
+{
+    xcb_connection_t* c = xcb_connect(nullptr, nullptr);
+    if (xcb_connection_has_error(c)) return 1;
+    xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+    const uint8_t depth = screen->root_depth;
+    auto pixmapOf = [&](int w, int h, auto colourAt) {
+        const xcb_pixmap_t pixmap = xcb_generate_id(c);
+        xcb_create_pixmap(c, depth, pixmap, screen->root, uint16_t(w), uint16_t(h));
+        const xcb_gcontext_t gc = xcb_generate_id(c);
+        xcb_create_gc(c, gc, pixmap, 0, nullptr);
+        std::vector<uint32_t> rows(size_t(w) * 64);
+        for (int y = 0; y < h; y += 64) {
+            const int n = std::min(64, h - y);
+            for (int r = 0; r < n; ++r)
+                for (int x = 0; x < w; ++x)
+                    rows[size_t(r) * w + x] = colourAt(x, y + r);
+            xcb_put_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, pixmap, gc, uint16_t(w), uint16_t(n), 0, int16_t(y), 0, depth,
+                uint32_t(w) * n * 4, reinterpret_cast<const uint8_t*>(rows.data()));
+        }
+        xcb_free_gc(c, gc);
+        return pixmap;
+    };
+    // Grid lines, candles and a noisy price line on a dark ground, like a chart platform's desktop.
+    const xcb_pixmap_t desk = pixmapOf(width, height, [](int x, int y) -> uint32_t {
+        if (x % 96 == 0 || y % 54 == 0) return 0x303840;
+        const int candle = x / 12, top = 300 + (candle * 37 % 400), bottom = top + 40 + (candle * 13 % 120);
+        if (x % 12 < 8 && y >= top && y <= bottom) return (candle % 3 == 0) ? 0xd04040 : 0x30b060;
+        return ((x * 7 + y * 13) % 29 == 0) ? 0x505860 : 0x141820;
+    });
+    const xcb_pixmap_t panel = pixmapOf(480, 320, [](int x, int y) -> uint32_t {
+        if (y < 24) return 0x2a3a5a;
+        if ((y - 24) % 20 < 14 && x > 8 && x < 472) return ((x / 6 + y / 20) % 5 == 0) ? 0xe0e0e0 : 0x9098a0;
+        return 0x1c2230;
+    });
+    auto windowWith = [&](xcb_pixmap_t background, int w, int h) {
+        const xcb_window_t window = xcb_generate_id(c);
+        const uint32_t values[] = { background, 1 };
+        xcb_create_window(c, XCB_COPY_FROM_PARENT, window, screen->root, 0, 0, uint16_t(w), uint16_t(h), 0,
+            XCB_WINDOW_CLASS_INPUT_OUTPUT, screen->root_visual, XCB_CW_BACK_PIXMAP | XCB_CW_OVERRIDE_REDIRECT, values);
+        xcb_map_window(c, window);
+        return window;
+    };
+    windowWith(desk, width, height);
+    const xcb_window_t moving = windowWith(panel, 480, 320);
+    for (int i = 0;; ++i) {
+        // Round and round an ellipse, 6 s a lap.
+        const double a = i * 2 * 3.14159265358979 / 180;
+        const int32_t place[] = { int32_t(720 + 600 * std::cos(a)), int32_t(380 + 300 * std::sin(a)) };
+        xcb_configure_window(c, moving, XCB_CONFIG_WINDOW_X | XCB_CONFIG_WINDOW_Y, place);
+        free(xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr));
+        std::this_thread::sleep_for(std::chrono::microseconds(1'000'000 / 30));
+        if (xcb_connection_has_error(c)) return 0;
+    }
 }
 
 inline int paintForever()

@@ -26,6 +26,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <dirent.h>
 #include <sys/resource.h>
 #include <thread>
@@ -41,6 +42,14 @@ double seconds()
     bool ok = false;
     const double s = qEnvironmentVariable("VELOTAPE_BENCH_SECONDS").toDouble(&ok);
     return ok && s > 0 ? s : 10.0;
+}
+
+// Ours and the peer alternately, this many times each (VELOTAPE_BENCH_ROUNDS, 3 by default).
+int rounds()
+{
+    bool ok = false;
+    const int n = qEnvironmentVariableIntValue("VELOTAPE_BENCH_ROUNDS", &ok);
+    return ok && n > 0 ? n : 3;
 }
 
 struct Measured {
@@ -190,8 +199,8 @@ Measured measureFfmpeg(const QString& display, pid_t server, bool ring)
     return m;
 }
 
-void captureCpu(
-    benchmark::State& state, bool changing, bool previews, bool ring, QSize previewSize = {}, bool heavy = false)
+void captureCpu(benchmark::State& state, bool changing, bool previews, bool ring, QSize previewSize = {},
+    Painting painting = Painting::square)
 {
     TestDesktop desktop;
     if (const QString error = desktop.start({ .width = width, .height = height, .audio = false }); !error.isEmpty()) {
@@ -200,17 +209,61 @@ void captureCpu(
     }
     const pid_t server = childNamed("Xvfb");
     std::unique_ptr<QProcess> painter;
-    if (changing) painter = startPainter(heavy);
+    if (changing) painter = startPainter(painting);
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    Measured ours, ffmpeg;
+    // Ours and the peer in turn, `rounds` times each: drift of a shared machine falls on both alike,
+    // and the ratio of each pair is what survives a load that the absolute figures do not.
+    std::vector<Measured> oursRuns, ffmpegRuns;
     for (auto _ : state) {
-        ffmpeg = measureFfmpeg(desktop.display(), server, ring);
-        ours = measureOurs(server, previews, ring, previewSize);
-        state.SetIterationTime(2 * seconds());
+        for (int round = 0; round < rounds(); ++round) {
+            ffmpegRuns.push_back(measureFfmpeg(desktop.display(), server, ring));
+            oursRuns.push_back(measureOurs(server, previews, ring, previewSize));
+        }
+        state.SetIterationTime(2 * rounds() * seconds());
     }
+    auto median = [](std::vector<double> v) {
+        std::sort(v.begin(), v.end());
+        return v.empty() ? 0.0 : v[v.size() / 2];
+    };
+    auto each = [](const std::vector<Measured>& runs, auto field) {
+        std::vector<double> out;
+        for (const Measured& m : runs)
+            out.push_back(field(m));
+        return out;
+    };
+    auto cpuPerFrame = [ring](const Measured& m) {
+        const double frames = ring ? m.clipFramesPerSecond : m.framesPerSecond;
+        return frames > 0 ? m.cpuPerSecond * 1000 / frames : 0;
+    };
+    std::vector<double> ratios, frameRatios;
+    for (size_t i = 0; i < oursRuns.size(); ++i) {
+        const Measured &o = oursRuns[i], &f = ffmpegRuns[i];
+        ratios.push_back(f.cpuPerSecond > 0 ? o.cpuPerSecond / f.cpuPerSecond : 0);
+        frameRatios.push_back(cpuPerFrame(f) > 0 ? cpuPerFrame(o) / cpuPerFrame(f) : 0);
+    }
+    const Measured ours { median(each(oursRuns, [](const Measured& m) { return m.cpuPerSecond; })),
+        median(each(oursRuns, [](const Measured& m) { return m.serverCpuPerSecond; })),
+        median(each(oursRuns, [](const Measured& m) { return m.framesPerSecond; })),
+        median(each(oursRuns, [](const Measured& m) { return m.clipFramesPerSecond; })),
+        median(each(oursRuns, [](const Measured& m) { return m.longestGapMs; })), 0 };
+    const Measured ffmpeg { median(each(ffmpegRuns, [](const Measured& m) { return m.cpuPerSecond; })),
+        median(each(ffmpegRuns, [](const Measured& m) { return m.serverCpuPerSecond; })),
+        median(each(ffmpegRuns, [](const Measured& m) { return m.framesPerSecond; })),
+        median(each(ffmpegRuns, [](const Measured& m) { return m.clipFramesPerSecond; })),
+        median(each(ffmpegRuns, [](const Measured& m) { return m.longestGapMs; })), 0 };
+    int oursErrors = 0, ffmpegErrors = 0;
+    for (size_t i = 0; i < oursRuns.size(); ++i) {
+        oursErrors += oursRuns[i].decodeErrors;
+        ffmpegErrors += ffmpegRuns[i].decodeErrors;
+    }
+    std::sort(ratios.begin(), ratios.end());
+    std::sort(frameRatios.begin(), frameRatios.end());
+    // Medians of the rounds; the ratios' spread over the rounds beside them.
     state.counters["ours_cpu_%"] = ours.cpuPerSecond * 100;
     state.counters["ffmpeg_cpu_%"] = ffmpeg.cpuPerSecond * 100;
-    state.counters["ours/ffmpeg"] = ffmpeg.cpuPerSecond > 0 ? ours.cpuPerSecond / ffmpeg.cpuPerSecond : 0;
+    state.counters["ours/ffmpeg"] = median(ratios);
+    state.counters["ours/ffmpeg_min"] = ratios.front();
+    state.counters["ours/ffmpeg_max"] = ratios.back();
     state.counters["ours_fps"] = ours.framesPerSecond;
     state.counters["ffmpeg_fps"] = ffmpeg.framesPerSecond;
     state.counters["Xvfb_cpu_%_ours"] = ours.serverCpuPerSecond * 100;
@@ -221,13 +274,21 @@ void captureCpu(
         state.counters["ffmpeg_clip_fps"] = ffmpeg.clipFramesPerSecond;
         state.counters["ours_longest_gap_ms"] = ours.longestGapMs;
         state.counters["ffmpeg_longest_gap_ms"] = ffmpeg.longestGapMs;
-        state.counters["ours_cpu_ms_per_frame"]
-            = ours.clipFramesPerSecond > 0 ? ours.cpuPerSecond * 1000 / ours.clipFramesPerSecond : 0;
-        state.counters["ffmpeg_cpu_ms_per_frame"]
-            = ffmpeg.clipFramesPerSecond > 0 ? ffmpeg.cpuPerSecond * 1000 / ffmpeg.clipFramesPerSecond : 0;
-        state.counters["ours_decode_errors"] = ours.decodeErrors;
-        state.counters["ffmpeg_decode_errors"] = ffmpeg.decodeErrors;
+        state.counters["ours_cpu_ms_per_frame"] = median(each(oursRuns, cpuPerFrame));
+        state.counters["ffmpeg_cpu_ms_per_frame"] = median(each(ffmpegRuns, cpuPerFrame));
+        state.counters["per_frame_ours/ffmpeg"] = median(frameRatios);
+        state.counters["per_frame_ours/ffmpeg_min"] = frameRatios.front();
+        state.counters["per_frame_ours/ffmpeg_max"] = frameRatios.back();
+        state.counters["ours_decode_errors"] = oursErrors;
+        state.counters["ffmpeg_decode_errors"] = ffmpegErrors;
     }
+    // Every round on its own line too, for the record.
+    for (size_t i = 0; i < oursRuns.size(); ++i)
+        std::fprintf(stderr,
+            "round %zu: ours %.1f%% %.1f fps %.1f ms/picture; ffmpeg %.1f%% %.1f fps %.1f ms/picture\n", i + 1,
+            oursRuns[i].cpuPerSecond * 100, ring ? oursRuns[i].clipFramesPerSecond : oursRuns[i].framesPerSecond,
+            cpuPerFrame(oursRuns[i]), ffmpegRuns[i].cpuPerSecond * 100,
+            ring ? ffmpegRuns[i].clipFramesPerSecond : ffmpegRuns[i].framesPerSecond, cpuPerFrame(ffmpegRuns[i]));
     if (painter) {
         painter->kill();
         painter->waitForFinished(1000);
@@ -394,7 +455,11 @@ BENCHMARK_CAPTURE(captureCpu, pipeline_changing, true, false, true)
     ->Iterations(1)
     ->UseManualTime()
     ->Unit(benchmark::kSecond);
-BENCHMARK_CAPTURE(captureCpu, pipeline_heavy, true, false, true, QSize(), true)
+BENCHMARK_CAPTURE(captureCpu, pipeline_heavy, true, false, true, QSize(), Painting::heavy)
+    ->Iterations(1)
+    ->UseManualTime()
+    ->Unit(benchmark::kSecond);
+BENCHMARK_CAPTURE(captureCpu, pipeline_trader, true, false, true, QSize(), Painting::trader)
     ->Iterations(1)
     ->UseManualTime()
     ->Unit(benchmark::kSecond);
@@ -407,6 +472,7 @@ int main(int argc, char** argv)
 {
     if (argc > 1 && QByteArray(argv[1]) == "--paint") return paintForever();
     if (argc > 1 && QByteArray(argv[1]) == "--paint-heavy") return paintTestPatternForever();
+    if (argc > 1 && QByteArray(argv[1]) == "--paint-trader") return paintTraderForever();
     QCoreApplication app(argc, argv);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();

@@ -7,7 +7,7 @@
 // detector reports as disputed (tag by hand) or doesn't find is a miss, not a fault.
 #include "journal/ClipAutoDetect.h"
 #include "platform/ocr/TesseractRecognizer.h"
-#include "support/DrawnTextClip.h"
+#include "support/FigureGrid.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -23,27 +23,6 @@
 
 namespace {
 
-struct Figure {
-    const char* text;
-    double value; // signed; 0 is a break-even
-};
-
-// Every way of writing an amount the detector is meant to take.
-const Figure figures[] = {
-    { "-7.25", -7.25 },
-    { "\u22127.25", -7.25 },
-    { "(7.25)", -7.25 },
-    { "+7.25", 7.25 },
-    { "$1,234.50", 1234.5 },
-    { "-$1,234.50", -1234.5 },
-    { "-\u20AC45.10", -45.1 },
-    { "\u00A312,345.00", 12345 },
-    { "(\u00A5980)", -980 },
-    { "0.00", 0 },
-};
-
-const int sizes[] = { 12, 14, 16, 20, 28, 40 };
-
 struct Font {
     const char* name;
     const char* path;
@@ -58,7 +37,7 @@ const Font fonts[] = {
     { "Noto Sans", "/usr/share/fonts/truetype/noto/NotoSans-Regular.ttf", false },
 };
 
-bool drawable(const Figure& figure, const Font& font)
+bool drawable(const FigureGrid::Figure& figure, const Font& font)
 {
     return font.trueMinus || !QString::fromUtf8(figure.text).contains(QChar(0x2212));
 }
@@ -77,18 +56,6 @@ const Theme themes[] = {
     { "light/green", "0xf6f7f9", "0x1e8e3e" },
     { "light/plain", "0xf6f7f9", "0x202124" },
 };
-
-// One clip a font and theme, the figures in a grid: a row a figure, a column a size.
-const QSize clipSize(1920, 1080);
-constexpr int cellWidth = 320;
-constexpr int rowHeight = 108;
-
-QRectF areaOf(int row, int column, int size)
-{
-    // The watched area around the figure, as a user draws it: a little room on every side.
-    const int top = row * rowHeight + 20;
-    return QRectF(column * cellWidth + 6, top - 10, cellWidth - 12, size * 1.5 + 20);
-}
 
 enum class Verdict { exact, wrongAmount, wrongSign, disputed, none };
 
@@ -143,20 +110,16 @@ int main(int argc, char** argv)
             // Kept between runs: the corpus only changes with this file.
             const QString clip = dir.filePath(QStringLiteral("corpus-%1-%2.mp4").arg(f).arg(t));
             if (!QFile::exists(clip)) {
-                QList<DrawnText> texts;
-                for (int row = 0; row < int(std::size(figures)); ++row)
-                    for (int column = 0; column < int(std::size(sizes)); ++column)
-                        texts << DrawnText { QString::fromUtf8(figures[row].text), QString::fromUtf8(fonts[f].path),
-                            sizes[column], QString::fromUtf8(themes[t].ink), QString::number(column * cellWidth + 16),
-                            QString::number(row * rowHeight + 20), {} };
                 const QString partial = clip + QStringLiteral(".part.mp4");
-                if (!makeDrawnTextClip(partial, clipSize, QString::fromUtf8(themes[t].background), 0.5, texts)
+                if (!FigureGrid::make(partial, QString::fromUtf8(fonts[f].path),
+                        QString::fromUtf8(themes[t].background), QString::fromUtf8(themes[t].ink))
                     || !QFile::rename(partial, clip))
                     return 1;
             }
-            for (int row = 0; row < int(std::size(figures)); ++row)
-                for (int column = 0; column < int(std::size(sizes)); ++column)
-                    if (drawable(figures[row], fonts[f])) jobs.push_back({ clip, f, t, row, column });
+            for (int row = 0; row < int(FigureGrid::figures.size()); ++row)
+                for (int column = 0; column < int(FigureGrid::sizes.size()); ++column)
+                    if (drawable(FigureGrid::figures[size_t(row)], fonts[f]))
+                        jobs.push_back({ clip, f, t, row, column });
         }
     }
     std::fprintf(stderr, "corpus ready in %.1f s\n", made.elapsed() / 1000.0);
@@ -178,14 +141,15 @@ int main(int argc, char** argv)
                 }
                 for (size_t i = next.fetch_add(size_t(stride)); i < jobs.size(); i = next.fetch_add(size_t(stride))) {
                     const Job& j = jobs[i];
-                    const QRectF area = areaOf(j.row, j.column, sizes[j.column]);
-                    const auto d
-                        = ClipAutoDetect::detect(j.clip, area, QSizeF(clipSize), QSizeF(clipSize), *recognizer);
-                    verdicts[i] = judge(d, figures[j.row].value);
+                    const QRectF area = FigureGrid::areaOf(j.row, j.column);
+                    const auto d = ClipAutoDetect::detect(
+                        j.clip, area, QSizeF(FigureGrid::clipSize), QSizeF(FigureGrid::clipSize), *recognizer);
+                    verdicts[i] = judge(d, FigureGrid::figures[size_t(j.row)].value);
                     done[i] = true;
                     if (verbose || verdicts[i] == Verdict::wrongSign) {
                         const QMutexLocker lock(&printing);
-                        std::fprintf(stderr, "%-10s %2dpx %-16s %-11s -> %s%s\n", figures[j.row].text, sizes[j.column],
+                        std::fprintf(stderr, "%-10s %2dpx %-16s %-11s -> %s%s\n",
+                            FigureGrid::figures[size_t(j.row)].text, FigureGrid::sizes[size_t(j.column)],
                             fonts[j.font].name, themes[j.theme].name,
                             d.disputed     ? qPrintable(QStringLiteral("disputed '%1'").arg(*d.disputed))
                                 : d.result ? qPrintable(QStringLiteral("%1 '%2'").arg(
@@ -206,10 +170,10 @@ int main(int argc, char** argv)
         if (!done[i]) continue;
         const Job& j = jobs[i];
         all.add(verdicts[i]);
-        bySize[QStringLiteral("%1 px").arg(sizes[j.column], 2)].add(verdicts[i]);
+        bySize[QStringLiteral("%1 px").arg(FigureGrid::sizes[size_t(j.column)], 2)].add(verdicts[i]);
         byFont[QString::fromUtf8(fonts[j.font].name)].add(verdicts[i]);
         byTheme[QString::fromUtf8(themes[j.theme].name)].add(verdicts[i]);
-        byFigure[QString::fromUtf8(figures[j.row].text)].add(verdicts[i]);
+        byFigure[QString::fromUtf8(FigureGrid::figures[size_t(j.row)].text)].add(verdicts[i]);
     }
     std::printf("%d figures in %.1f s: %d exact (%.1f%%), %d wrong amount, %d WRONG SIGN, %d disputed, %d none\n",
         all.total(), timer.elapsed() / 1000.0, all.counts[0], 100.0 * all.counts[0] / std::max(1, all.total()),

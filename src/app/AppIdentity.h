@@ -8,4 +8,8 @@ namespace AppIdentity {
 // desktop knows its windows, notifications and autostart entry by it.
 QString appId();
 
+// The command that starts Velotape, for the autostart entry: the `velotape` launcher that handed
+// over to this program, or this program itself when it was started directly.
+QString launcherPath();
+
 } // namespace AppIdentity

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 namespace ClipAutoDetect {
 
@@ -85,20 +86,18 @@ QImage upscaleForOCR(const QImage& image, int minHeight, int maxScale)
     return out.copy(0, 0, outWidth, outHeight);
 }
 
-QImage binariseForOCR(const QImage& image)
+namespace {
+
+// Otsu: the threshold with the largest variance between the two classes of gray it makes.
+int twoToneThreshold(const QImage& gray)
 {
-    const QImage gray = image.convertToFormat(QImage::Format_Grayscale8);
-    const int width = gray.width();
-    const int height = gray.height();
-    if (width == 0 || height == 0) return gray;
     std::array<double, 256> histogram {};
-    for (int y = 0; y < height; ++y) {
+    for (int y = 0; y < gray.height(); ++y) {
         const uchar* row = gray.constScanLine(y);
-        for (int x = 0; x < width; ++x)
+        for (int x = 0; x < gray.width(); ++x)
             ++histogram[row[x]];
     }
-    // Otsu: the threshold with the largest variance between the two classes it makes.
-    const double total = double(width) * height;
+    const double total = double(gray.width()) * gray.height();
     double sum = 0;
     for (int i = 0; i < 256; ++i)
         sum += i * histogram[size_t(i)];
@@ -118,7 +117,14 @@ QImage binariseForOCR(const QImage& image)
             threshold = t;
         }
     }
-    // The ground is what the edge of the picture mostly shows.
+    return threshold;
+}
+
+// Whether the ground is the dark tone: what the edge of the picture mostly shows.
+bool hasDarkGround(const QImage& gray, int threshold)
+{
+    const int width = gray.width();
+    const int height = gray.height();
     int darkEdge = 0, edge = 0;
     for (int x = 0; x < width; ++x) {
         darkEdge += (gray.constScanLine(0)[x] <= threshold) + (gray.constScanLine(height - 1)[x] <= threshold);
@@ -128,7 +134,19 @@ QImage binariseForOCR(const QImage& image)
         darkEdge += (gray.constScanLine(y)[0] <= threshold) + (gray.constScanLine(y)[width - 1] <= threshold);
         edge += 2;
     }
-    const bool darkGround = 2 * darkEdge > edge;
+    return 2 * darkEdge > edge;
+}
+
+} // namespace
+
+QImage binariseForOCR(const QImage& image)
+{
+    const QImage gray = image.convertToFormat(QImage::Format_Grayscale8);
+    const int width = gray.width();
+    const int height = gray.height();
+    if (width == 0 || height == 0) return gray;
+    const int threshold = twoToneThreshold(gray);
+    const bool darkGround = hasDarkGround(gray, threshold);
     constexpr int margin = binaryMargin;
     QImage out(width + 2 * margin, height + 2 * margin, QImage::Format_Grayscale8);
     out.fill(255);
@@ -140,6 +158,19 @@ QImage binariseForOCR(const QImage& image)
             row[x] = dark != darkGround ? 0 : 255;
         }
     }
+    return out;
+}
+
+QImage darkOnLightForOCR(const QImage& image)
+{
+    QImage gray = image.convertToFormat(QImage::Format_Grayscale8);
+    if (gray.width() == 0 || gray.height() == 0) return gray;
+    if (hasDarkGround(gray, twoToneThreshold(gray))) gray.invertPixels();
+    QImage out(gray.width() + 2 * binaryMargin, gray.height() + 2 * binaryMargin, QImage::Format_Grayscale8);
+    // The margin in the ground's own tone, as the edge shows it.
+    out.fill(gray.constScanLine(0)[0]);
+    for (int y = 0; y < gray.height(); ++y)
+        std::memcpy(out.scanLine(y + binaryMargin) + binaryMargin, gray.constScanLine(y), size_t(gray.width()));
     return out;
 }
 
@@ -167,7 +198,8 @@ Detection detect(const QString& clip, const QRectF& cropRect, const QSizeF& sour
         return {};
     ClipFrameReader reader(clip);
     if (!reader.isOpen()) return {};
-    // The frame being looked at, black on white, for the second reading.
+    // The frame being looked at, enlarged, and black on white, for the readings after the first.
+    QImage enlarged;
     QImage binary;
     const PnLTextParser::Choice choice = PnLTextParser::choose(
         int(snapshotOffsets.size()),
@@ -175,13 +207,20 @@ Detection detect(const QString& clip, const QRectF& cropRect, const QSizeF& sour
             const auto crop
                 = snapshotCrop(reader, snapshotOffsets[size_t(index)], cropRect, sourcePointSize, recordedPixelSize);
             if (!crop) return std::nullopt;
-            binary = binariseForOCR(upscaleForOCR(*crop));
+            enlarged = upscaleForOCR(*crop);
+            binary = binariseForOCR(enlarged);
             return readingOrder(recognizer.recognize(binary));
         },
         [&](int, const PnLTextParser::Candidate& candidate) {
             // The same picture, but a reader held to the characters of amounts: a thin minus that
             // the first took for a quote or a dash of its own is a minus here, or a dispute.
-            return PnLTextParser::confirms(readingOrder(recognizer.recognizeAmount(binary)), candidate);
+            if (!PnLTextParser::confirms(readingOrder(recognizer.recognizeAmount(binary)), candidate)) return false;
+            // A small minus that touches the next glyph ("-€45.10" at 12 pixels) joins it in the
+            // threshold and vanishes from both readings alike: a win is also read off the gray
+            // picture, which keeps the seam, and a minus seen there makes it a dispute.
+            if (candidate.value <= PnLTextParser::zeroTolerance) return true;
+            return !PnLTextParser::contradicts(
+                readingOrder(recognizer.recognizeAmount(darkOnLightForOCR(enlarged))), candidate);
         });
     return Detection { choice.result, choice.disputed };
 }

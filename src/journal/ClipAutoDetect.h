@@ -23,9 +23,10 @@
 // The crop is enlarged before it is made black and white (so that a minus one pixel thin becomes a
 // bar several pixels thick instead of vanishing in the threshold), and always black text on white,
 // whether the panel is dark or light. A figure is read twice before it counts: once as text, once
-// with only the characters of amounts allowed. When the two readings disagree on the sign or the
-// digits the clip gets no figure: a journal that silently books a loss as a win is worse than one
-// that asks.
+// with only the characters of amounts allowed, and a win once more off the gray picture, where a
+// minus that the threshold joined to the next glyph still stands apart. When the readings disagree
+// on the sign or the digits the clip gets no figure: a journal that silently books a loss as a win
+// is worse than one that asks.
 //
 // Blocking and CPU-heavy: call it on a worker thread, with a recogniser of that thread. No state of
 // its own; touches no file but the clip, which it only reads.
@@ -80,6 +81,9 @@ QImage upscaleForOCR(const QImage& image, int minHeight = ocrMinHeight, int maxS
 // touches the edge is read badly).
 constexpr int binaryMargin = 12;
 QImage binariseForOCR(const QImage& gray);
+// The gray picture as it is, but dark text on a light ground whichever way round it came, with the
+// same margin in the ground's tone: a reading without the threshold's losses and gains.
+QImage darkOnLightForOCR(const QImage& gray);
 
 // The lines' texts top to bottom, and left to right within a row.
 QStringList readingOrder(QList<RecognizedLine> lines);

@@ -7,6 +7,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRandomGenerator>
+#include <QSet>
 
 #include <algorithm>
 #include <array>
@@ -305,9 +306,13 @@ SaveFailure failure(SaveFailure::Reason reason, QString text)
     return { reason, std::move(text) };
 }
 
+// Whether the new file reaches the disk before writeBeside returns, or later with others.
+enum class Flush { now, later };
+
 // Writes `bytes` to a new file beside `path`, with the given permissions (the umask applies),
 // and returns its name, or the failure.
-std::variant<QByteArray, SaveFailure> writeBeside(const QString& path, const QByteArray& bytes, mode_t mode)
+std::variant<QByteArray, SaveFailure> writeBeside(
+    const QString& path, const QByteArray& bytes, mode_t mode, Flush flush = Flush::now)
 {
     const qsizetype slash = path.lastIndexOf(u'/');
     // Hidden, so that a listing of the folder does not take it for anything.
@@ -337,11 +342,57 @@ std::variant<QByteArray, SaveFailure> writeBeside(const QString& path, const QBy
             written += n;
         }
         // On the disk before the name points at it: a crash leaves the old sidecar or the new one.
-        if (::fsync(file.get()) != 0) return discard(errno);
+        if (flush == Flush::now && ::fsync(file.get()) != 0) return discard(errno);
         if (!file.close()) return discard(errno);
         return temporary;
     }
     return failed(EEXIST);
+}
+
+std::optional<SaveFailure> changedMeanwhile(const QString& path)
+{
+    return failure(SaveFailure::Reason::changed, QStringLiteral("%1 was changed meanwhile").arg(shown(path)));
+}
+
+// Gives the written file the sidecar's name, once more looking just before the rename, which
+// replaces whatever has the name by then: what another writer put there while the new file was
+// written is not replaced unseen. The new file is gone when it fails.
+std::optional<SaveFailure> putInPlace(
+    const QByteArray& temporary, const QString& path, const std::optional<ClipMeta>& expected)
+{
+    const Inspected now = inspect(path);
+    std::optional<SaveFailure> refused;
+    if (now.sidecar.state == Sidecar::State::unusable) {
+        refused = failure(SaveFailure::Reason::unusable, now.sidecar.problem);
+    } else if (expected && now.sidecar.meta != *expected) {
+        refused = changedMeanwhile(path);
+    } else if (::rename(temporary.constData(), LocalFileName::encode(path).constData()) != 0) {
+        refused = failure(SaveFailure::Reason::writeFailed,
+            QStringLiteral("%1 could not be written (%2)").arg(shown(path), systemError(errno)));
+    } else {
+        return std::nullopt;
+    }
+    ::unlink(temporary.constData());
+    return refused;
+}
+
+// The permissions for the file that will take the sidecar's place (those of a regular file there,
+// else the usual ones), or why nothing may: the same things inspect() refuses without reading.
+std::variant<mode_t, SaveFailure> glance(const QString& path)
+{
+    struct stat link { };
+    if (::lstat(LocalFileName::encode(path).constData(), &link) != 0) {
+        if (errno == ENOENT || errno == ENOTDIR) return mode_t(0666);
+        return failure(SaveFailure::Reason::unusable,
+            QStringLiteral("%1 cannot be examined (%2)").arg(shown(path), systemError(errno)));
+    }
+    const auto unusable = [&](const QString& why) {
+        return failure(SaveFailure::Reason::unusable, shown(path) + QLatin1Char(' ') + why);
+    };
+    if (S_ISLNK(link.st_mode)) return unusable(QStringLiteral("is a symbolic link"));
+    if (!S_ISREG(link.st_mode)) return unusable(QStringLiteral("is not a regular file"));
+    if (link.st_size > maxSidecarBytes) return unusable(QStringLiteral("is larger than %1 bytes").arg(maxSidecarBytes));
+    return mode_t(link.st_mode & 07777);
 }
 
 } // namespace
@@ -413,10 +464,7 @@ std::optional<SaveFailure> save(const ClipMeta& meta, const QUrl& clip, const st
     if (before.sidecar.state == Sidecar::State::unusable) {
         return failure(SaveFailure::Reason::unusable, before.sidecar.problem);
     }
-    const auto changedMeanwhile = [&] {
-        return failure(SaveFailure::Reason::changed, QStringLiteral("%1 was changed meanwhile").arg(shown(path)));
-    };
-    if (expected && before.sidecar.meta != *expected) return changedMeanwhile();
+    if (expected && before.sidecar.meta != *expected) return changedMeanwhile(path);
 
     if (meta.isEmpty()) {
         // Usually there was no sidecar to remove; that is fine.
@@ -437,24 +485,98 @@ std::optional<SaveFailure> save(const ClipMeta& meta, const QUrl& clip, const st
     const mode_t mode = before.sidecar.state == Sidecar::State::record ? before.mode : 0666;
     auto written = writeBeside(path, *bytes, mode);
     if (SaveFailure* failed = std::get_if<SaveFailure>(&written)) return std::move(*failed);
-    const QByteArray& temporary = std::get<QByteArray>(written);
+    return putInPlace(std::get<QByteArray>(written), path, expected);
+}
 
-    // Once more just before the rename, which replaces whatever has the name by then: what another
-    // writer put there while the new file was written is not replaced unseen.
-    const Inspected now = inspect(path);
-    std::optional<SaveFailure> refused;
-    if (now.sidecar.state == Sidecar::State::unusable) {
-        refused = failure(SaveFailure::Reason::unusable, now.sidecar.problem);
-    } else if (expected && now.sidecar.meta != *expected) {
-        refused = changedMeanwhile();
-    } else if (::rename(temporary.constData(), LocalFileName::encode(path).constData()) != 0) {
-        refused = failure(SaveFailure::Reason::writeFailed,
-            QStringLiteral("%1 could not be written (%2)").arg(shown(path), systemError(errno)));
-    } else {
-        return std::nullopt;
+SavedAll saveAll(const std::vector<Pending>& records)
+{
+    SavedAll result;
+    result.failures.resize(records.size());
+    struct Written {
+        size_t record;
+        QString path;
+        QByteArray temporary;
+    };
+    std::vector<Written> written;
+    written.reserve(records.size());
+    const auto folderOf = [](const QString& path) { return path.left(std::max<qsizetype>(path.lastIndexOf(u'/'), 1)); };
+    // The folders that got new names, each once, flushed at the end.
+    QStringList changedFolders;
+    QSet<QString> changed;
+    const auto folderChanged = [&](const QString& path) {
+        const QString folder = folderOf(path);
+        if (!changed.contains(folder)) {
+            changed.insert(folder);
+            changedFolders << folder;
+        }
+    };
+
+    for (size_t i = 0; i < records.size(); ++i) {
+        const Pending& r = records[i];
+        const QString path = sidecarPath(r.clip);
+        if (r.meta.isEmpty()) {
+            // A removal writes nothing new; it needs no batch.
+            result.failures[i] = save(r.meta, r.clip, r.expected);
+            if (!result.failures[i]) folderChanged(path);
+            continue;
+        }
+        const auto bytes = encode(r.meta);
+        if (!bytes) {
+            result.failures[i] = failure(SaveFailure::Reason::notEncodable,
+                QStringLiteral("%1 was not written: a number in the record is not finite").arg(shown(path)));
+            continue;
+        }
+        // Only a look at what has the name, for the new file's permissions: the record in it is
+        // compared just before the rename, the check that counts.
+        const auto place = glance(path);
+        if (const SaveFailure* refused = std::get_if<SaveFailure>(&place)) {
+            result.failures[i] = *refused;
+            continue;
+        }
+        auto made = writeBeside(path, *bytes, std::get<mode_t>(place), Flush::later);
+        if (SaveFailure* failed = std::get_if<SaveFailure>(&made)) {
+            result.failures[i] = std::move(*failed);
+            continue;
+        }
+        written.push_back({ i, path, std::move(std::get<QByteArray>(made)) });
     }
-    ::unlink(temporary.constData());
-    return refused;
+
+    // Every new file on the disk before any name points at it: one flush of each file system the
+    // files are on, or, when that fails, each file on its own, so that the one that fails is named.
+    QSet<QString> flushedFolders;
+    bool flushed = true;
+    for (const Written& w : written) {
+        const QString folder = folderOf(w.path);
+        if (!flushed || flushedFolders.contains(folder)) continue;
+        flushedFolders.insert(folder);
+        FileDescriptor dir(::open(LocalFileName::encode(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        flushed = dir.get() >= 0 && ::syncfs(dir.get()) == 0;
+    }
+    if (!flushed) {
+        for (Written& w : written) {
+            FileDescriptor file(::open(w.temporary.constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+            if (file.get() >= 0 && ::fsync(file.get()) == 0) continue;
+            result.failures[w.record] = failure(SaveFailure::Reason::writeFailed,
+                QStringLiteral("%1 could not be written (%2)").arg(shown(w.path), systemError(errno)));
+            ::unlink(w.temporary.constData());
+            w.temporary.clear();
+        }
+    }
+
+    for (const Written& w : written) {
+        if (w.temporary.isEmpty()) continue;
+        result.failures[w.record] = putInPlace(w.temporary, w.path, records[w.record].expected);
+        if (!result.failures[w.record]) folderChanged(w.path);
+    }
+    // The new names, which live in the folders.
+    for (const QString& folder : changedFolders) {
+        FileDescriptor dir(::open(LocalFileName::encode(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (dir.get() < 0 || ::fsync(dir.get()) != 0) {
+            result.unflushed
+                = QStringLiteral("%1 could not be flushed to the disk (%2)").arg(shown(folder), systemError(errno));
+        }
+    }
+    return result;
 }
 
 Changed change(const QUrl& clip, const std::function<std::optional<ClipMeta>(const ClipMeta& current)>& change)

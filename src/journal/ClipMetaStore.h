@@ -8,6 +8,7 @@
 
 #include <functional>
 #include <optional>
+#include <vector>
 
 // The sidecar file of a clip: `<folder>/<stem>.clipmeta.json` beside `<folder>/<stem>.<ext>`, a
 // UTF-8 JSON object with sorted keys, pretty printed. This is the one place that knows its format.
@@ -68,6 +69,26 @@ struct SaveFailure {
 // just before the new file takes its place. Nothing is changed on disk when it fails.
 std::optional<SaveFailure> save(
     const ClipMeta& meta, const QUrl& clip, const std::optional<ClipMeta>& expected = std::nullopt);
+
+// Many sidecars at once, as an import writes them, under the same rules as save() each: every new
+// file is written first, then all of them reach the disk together (one flush of the file system
+// instead of one a file), then each takes its sidecar's place if the sidecar still holds
+// `expected`, then each folder's new names reach the disk. A crash at any point leaves every
+// sidecar holding its old record or its new one. A record that can't be saved fails alone; the
+// others go on.
+struct Pending {
+    QUrl clip;
+    ClipMeta meta;
+    std::optional<ClipMeta> expected;
+};
+struct SavedAll {
+    // One for each record given, in their order: nothing when it was saved.
+    std::vector<std::optional<SaveFailure>> failures;
+    // The renames took place but a folder could not be flushed (rare: the disk failed): a crash
+    // before the system writes it may still lose them. Names the folder; empty when all is well.
+    QString unflushed;
+};
+SavedAll saveAll(const std::vector<Pending>& records);
 
 // A read-change-write that cannot lose what someone else wrote in between: `change` makes the new
 // record from the one on disk, or declines with nothing; the result is saved only while the disk

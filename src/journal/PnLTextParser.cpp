@@ -132,7 +132,11 @@ std::optional<Candidate> lastCandidate(const QStringList& lines)
     return candidate;
 }
 
-bool confirms(const QStringList& reread, const Candidate& candidate)
+namespace {
+
+// Whether the last amount of `reread` that begins with the candidate's digits is negative; nothing
+// when none does.
+std::optional<bool> negativeIn(const QStringList& reread, const Candidate& candidate)
 {
     const auto digitsOf = [](const QString& text) {
         QString digits;
@@ -160,9 +164,24 @@ bool confirms(const QStringList& reread, const Candidate& candidate)
                 || text.startsWith(QStringLiteral("(-")) || (first == u'(' && text.endsWith(u')'));
         }
     }
+    return negative;
+}
+
+} // namespace
+
+bool confirms(const QStringList& reread, const Candidate& candidate)
+{
+    const std::optional<bool> negative = negativeIn(reread, candidate);
     if (!negative) return false;
     if (std::fabs(candidate.value) <= zeroTolerance) return true;
     return *negative == (candidate.value < 0);
+}
+
+bool contradicts(const QStringList& reread, const Candidate& candidate)
+{
+    const std::optional<bool> negative = negativeIn(reread, candidate);
+    if (!negative || std::fabs(candidate.value) <= zeroTolerance) return false;
+    return *negative != (candidate.value < 0);
 }
 
 Choice choose(int frameCount, const std::function<std::optional<QStringList>(int frame)>& linesOfFrame,

@@ -41,6 +41,9 @@ std::optional<Candidate> lastCandidate(const QStringList& lines);
 // aside). A zero needs only its digits. Nothing with those digits is a disagreement, as is another
 // sign.
 bool confirms(const QStringList& reread, const Candidate& candidate);
+// Whether `reread` shows the candidate's digits, found as confirms() finds them, with the other
+// sign. Nothing with those digits is no contradiction: a weaker reading may miss the figure.
+bool contradicts(const QStringList& reread, const Candidate& candidate);
 
 struct Result {
     double pnl = 0; // the magnitude; 0 for a break-even

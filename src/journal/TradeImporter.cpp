@@ -87,22 +87,29 @@ Report importBytes(const QByteArray& csv, const QString& folder, const DurationO
                                               : QStringLiteral("%1 trades were").arg(l.trades));
         ++report.failedClips;
     }
+    // Every changed sidecar in one batch, each only over the record the plan was made from: a tag or
+    // a note written since stays, and the clip's trades wait for the next import.
+    std::vector<ClipMetaStore::Pending> pending;
+    pending.reserve(plan.changes.size());
     for (const TradeImport::Plan::Change& change : plan.changes) {
-        const QUrl& url = clips[size_t(change.clip)].url;
-        // Only over the record the plan was made from: a tag or a note written since stays, and the
-        // clip's trades wait for the next import.
-        const std::optional<ClipMetaStore::SaveFailure> failed
-            = ClipMetaStore::save(change.meta, url, clips[size_t(change.clip)].meta);
+        const TradeImport::Clip& clip = clips[size_t(change.clip)];
+        pending.push_back({ clip.url, change.meta, clip.meta });
+    }
+    const ClipMetaStore::SavedAll saved = ClipMetaStore::saveAll(pending);
+    for (size_t i = 0; i < plan.changes.size(); ++i) {
+        const TradeImport::Plan::Change& change = plan.changes[i];
+        const std::optional<ClipMetaStore::SaveFailure>& failed = saved.failures[i];
         if (!failed) {
             report.matched += change.added;
         } else {
             report.notes << QStringLiteral("Couldn't write %1 (%2); its %3 not imported.")
-                                .arg(ClipMetaStore::sidecarPath(url), failed->text,
+                                .arg(ClipMetaStore::sidecarPath(pending[i].clip), failed->text,
                                     change.added == 1 ? QStringLiteral("trade was")
                                                       : QStringLiteral("%1 trades were").arg(change.added));
             ++report.failedClips;
         }
     }
+    if (!saved.unflushed.isEmpty()) report.notes << saved.unflushed + u'.';
     if (!plan.withoutClip.isEmpty()) {
         QString error;
         if (before.unreadable) {

@@ -2,6 +2,8 @@
 
 #include "media/HevcEncoderChoice.h"
 
+#include <QPainter>
+
 namespace {
 
 class RealEncoder : public HevcEncoderProbe::Encoder {
@@ -10,9 +12,15 @@ public:
         : encoder(std::move(encoder))
     {
     }
-    int send(const QImage& image, int64_t pts, bool forceKeyFrame, const PacketSink& sink) override
+    int send(const QImage& image, int64_t pts, bool forceKeyFrame, const PacketSink& sink,
+        const std::vector<QRect>* changed) override
     {
-        return encoder->send(image, pts, forceKeyFrame, sink);
+        return encoder->send(image, pts, forceKeyFrame, sink, changed);
+    }
+    int sendCovered(const QImage& image, const QImage& overlay, QPoint overlayAt, int64_t pts, bool forceKeyFrame,
+        const PacketSink& sink, const std::vector<QRect>* changed) override
+    {
+        return encoder->send(image, pts, forceKeyFrame, sink, changed, overlay, overlayAt);
     }
     int finish(const PacketSink& sink) override { return encoder->finish(sink); }
     const AVCodecContext* context() const override { return encoder->context(); }
@@ -22,6 +30,18 @@ private:
 };
 
 } // namespace
+
+int HevcEncoderProbe::Encoder::sendCovered(const QImage& image, const QImage& overlay, QPoint overlayAt, int64_t pts,
+    bool forceKeyFrame, const PacketSink& sink, const std::vector<QRect>* changed)
+{
+    if (overlay.isNull()) return send(image, pts, forceKeyFrame, sink, changed);
+    QImage covered = image.convertToFormat(QImage::Format_RGB32);
+    QPainter painter(&covered);
+    painter.setCompositionMode(QPainter::CompositionMode_Source);
+    painter.drawImage(overlayAt, overlay);
+    painter.end();
+    return send(covered, pts, forceKeyFrame, sink, nullptr);
+}
 
 std::vector<HevcEncoderProbe::Candidate> HevcEncoderProbe::candidates()
 {
@@ -55,7 +75,7 @@ QString HevcEncoderProbe::check(const Candidate& candidate, const VideoEncoder::
         picture.fill(i == 0 ? Qt::gray : Qt::darkCyan);
         const int64_t pts
             = int64_t(i) * settings.timeBase.den / (std::max(1, settings.expectedFPS) * settings.timeBase.num);
-        if (const int rc = encoder->send(picture, pts, i == 0, count); rc < 0)
+        if (const int rc = encoder->send(picture, pts, i == 0, count, nullptr); rc < 0)
             return QStringLiteral("opens, but picture %1 fails: %2").arg(i + 1).arg(avErrorText(rc));
     }
     if (const int rc = encoder->finish(count); rc < 0)

@@ -24,7 +24,14 @@ public:
     class Encoder {
     public:
         virtual ~Encoder() = default;
-        virtual int send(const QImage& image, int64_t pts, bool forceKeyFrame, const PacketSink& sink) = 0;
+        // `changed`: see VideoEncoder::send.
+        virtual int send(const QImage& image, int64_t pts, bool forceKeyFrame, const PacketSink& sink,
+            const std::vector<QRect>* changed)
+            = 0;
+        // As send, with `overlay` covering the picture at `overlayAt`. By default drawn into a copy
+        // of the picture, converted whole; the real encoder puts it in as it converts, without the copy.
+        virtual int sendCovered(const QImage& image, const QImage& overlay, QPoint overlayAt, int64_t pts,
+            bool forceKeyFrame, const PacketSink& sink, const std::vector<QRect>* changed);
         virtual int finish(const PacketSink& sink) = 0;
         // What a file's stream is told of the encoder (parameter sets, size, profile).
         virtual const AVCodecContext* context() const = 0;

@@ -1,7 +1,10 @@
 #include "media/VideoEncoder.h"
 
+#include <QPainter>
+
 extern "C" {
 #include <libavutil/hwcontext.h>
+#include <libavutil/imgutils.h>
 #include <libavutil/opt.h>
 #include <libavutil/pixdesc.h>
 }
@@ -51,7 +54,9 @@ std::unique_ptr<VideoEncoder> VideoEncoder::open(const QString& name, const Sett
     c->pix_fmt = encoder->softwareFormat;
     c->color_primaries = AVCOL_PRI_BT709;
     c->color_trc = AVCOL_TRC_BT709;
-    c->colorspace = AVCOL_SPC_BT709;
+    // The pictures are converted with BT.601's matrix (what libyuv converts with, and what
+    // ffmpeg's own screen grabs use) and tagged so; primaries and transfer are the sRGB screen's.
+    c->colorspace = AVCOL_SPC_SMPTE170M;
     c->color_range = AVCOL_RANGE_MPEG;
     if (s.globalHeader) c->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
 
@@ -65,10 +70,19 @@ std::unique_ptr<VideoEncoder> VideoEncoder::open(const QString& name, const Sett
         setOption(c, "forced-idr", "1");
         // repeat-headers keeps VPS/SPS/PPS in every key frame, so that a segment encoded at another
         // bit rate still decodes after the first segment's hvcC. No B-frames means no reordering.
+        // For screens: the bit rate is a ceiling, not a level to fill. Each picture gets the
+        // quality of CRF 23, capped by a buffer of one second at the bit rate, so a still desktop
+        // with a window moving on it costs neither bits nor encoding time where nothing moved, where
+        // a fixed average would spend both refining what did not change. The cheapest mode decision
+        // (rd=1) takes about a sixth off each picture of a busy screen; adaptive quantisation
+        // (aq-mode=0) would spend time and bits on flat areas that need neither.
+        // bench/README.md has the figures.
+        const int kbps = int(std::max<int64_t>(1, s.averageBitRate / 1000));
         const QByteArray params = QStringLiteral("keyint=%1:min-keyint=1:bframes=0:b-adapt=0:open-gop=0:"
-                                                 "rc-lookahead=0:frame-threads=1:wpp=1:repeat-headers=1:"
-                                                 "log-level=error")
+                                                 "rc-lookahead=0:frame-threads=1:wpp=1:rd=1:aq-mode=0:crf=23:"
+                                                 "vbv-maxrate=%2:vbv-bufsize=%2:repeat-headers=1:log-level=error")
                                       .arg(fps)
+                                      .arg(kbps)
                                       .toUtf8();
         setOption(c, "x265-params", params.constData());
     } else {
@@ -114,33 +128,93 @@ std::unique_ptr<VideoEncoder> VideoEncoder::open(const QString& name, const Sett
 
 VideoEncoder::~VideoEncoder() = default;
 
-int VideoEncoder::convert(const QImage& image, AVFrame* target)
+bool VideoEncoder::convertOverlay(const QImage& overlay, QPoint at, AVFrame* target)
 {
-    const AVPixelFormat source
-        = image.format() == QImage::Format_RGB32 ? AV_PIX_FMT_BGR0 : AV_PIX_FMT_BGRA; // little-endian BGRA
-    if (!scaler || scalerInput != image.size() || scalerFormat != image.format()) {
-        scaler.reset(sws_getContext(image.width(), image.height(), source, target->width, target->height,
+    const AVPixFmtDescriptor* desc = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(target->format));
+    if (!desc || (desc->flags & AV_PIX_FMT_FLAG_HWACCEL) || overlay.depth() != 32) return false;
+    const int alignX = 1 << desc->log2_chroma_w;
+    const int alignY = 1 << desc->log2_chroma_h;
+    const QRect place(at, overlay.size());
+    if (!QRect(0, 0, target->width, target->height).contains(place) || at.x() % alignX || at.y() % alignY
+        || overlay.width() % alignX || overlay.height() % alignY)
+        return false;
+    const AVPixelFormat source = overlay.format() == QImage::Format_RGB32 ? AV_PIX_FMT_BGR0 : AV_PIX_FMT_BGRA;
+    // Made again only when the overlay's size or format changes (the bubble resized): making one is
+    // far dearer than the conversion itself.
+    if (!overlayScaler || overlayScalerInput != overlay.size() || overlayScalerFormat != overlay.format()
+        || overlayScalerTarget != target->format) {
+        overlayScaler.reset(sws_getContext(overlay.width(), overlay.height(), source, overlay.width(), overlay.height(),
             static_cast<AVPixelFormat>(target->format), SWS_BILINEAR, nullptr, nullptr, nullptr));
-        if (!scaler) return AVERROR(EINVAL);
-        // Screens are sRGB; tag and convert as BT.709 limited range, what players assume for HD.
-        const int* coefficients = sws_getCoefficients(SWS_CS_ITU709);
-        sws_setColorspaceDetails(scaler.get(), coefficients, 1, coefficients, 0, 0, 1 << 16, 1 << 16);
-        scalerInput = image.size();
-        scalerFormat = image.format();
+        if (!overlayScaler) return false;
+        const int* coefficients = sws_getCoefficients(SWS_CS_ITU601);
+        sws_setColorspaceDetails(overlayScaler.get(), coefficients, 1, coefficients, 0, 0, 1 << 16, 1 << 16);
+        overlayScalerInput = overlay.size();
+        overlayScalerFormat = overlay.format();
+        overlayScalerTarget = target->format;
     }
-    const int rc = av_frame_make_writable(target);
-    if (rc < 0) return rc;
-    const uint8_t* src[1] = { image.constBits() };
-    const int stride[1] = { static_cast<int>(image.bytesPerLine()) };
-    sws_scale(scaler.get(), src, stride, 0, image.height(), target->data, target->linesize);
-    return 0;
+    // Converted on its own first: the scaler may write a little past the end of a line, which in
+    // place would run over the picture beside the overlay. Then copied line by line into its place,
+    // colour planes at their own resolution, a step of however many bytes one sample (or an
+    // interleaved pair) takes there.
+    if (!overlayFrame || overlayFrame->width != overlay.width() || overlayFrame->height != overlay.height()
+        || overlayFrame->format != target->format) {
+        overlayFrame.reset(av_frame_alloc());
+        if (!overlayFrame) return false;
+        overlayFrame->format = target->format;
+        overlayFrame->width = overlay.width();
+        overlayFrame->height = overlay.height();
+        if (av_frame_get_buffer(overlayFrame.get(), 0) < 0) {
+            overlayFrame.reset();
+            return false;
+        }
+    }
+    const uint8_t* src[1] = { overlay.constBits() };
+    const int stride[1] = { static_cast<int>(overlay.bytesPerLine()) };
+    sws_scale(overlayScaler.get(), src, stride, 0, overlay.height(), overlayFrame->data, overlayFrame->linesize);
+    const int planeCount = av_pix_fmt_count_planes(static_cast<AVPixelFormat>(target->format));
+    for (int p = 0; p < planeCount && p < 4; ++p) {
+        int step = 0;
+        for (int c = 0; c < desc->nb_components; ++c)
+            if (desc->comp[c].plane == p) step = std::max(step, desc->comp[c].step);
+        const bool colour = p == 1 || p == 2;
+        const int shiftW = colour ? desc->log2_chroma_w : 0;
+        const int shiftH = colour ? desc->log2_chroma_h : 0;
+        uint8_t* to
+            = target->data[p] + ptrdiff_t(at.y() >> shiftH) * target->linesize[p] + ptrdiff_t(at.x() >> shiftW) * step;
+        av_image_copy_plane(to, target->linesize[p], overlayFrame->data[p], overlayFrame->linesize[p],
+            (overlay.width() >> shiftW) * step, overlay.height() >> shiftH);
+    }
+    return true;
 }
 
-int VideoEncoder::send(const QImage& image, int64_t pts, bool forceKeyFrame, const PacketSink& sink)
+int VideoEncoder::send(const QImage& image, int64_t pts, bool forceKeyFrame, const PacketSink& sink,
+    const std::vector<QRect>* changed, const QImage& overlay, QPoint overlayAt)
 {
     if (image.isNull() || image.depth() != 32) return AVERROR(EINVAL);
-    int rc = convert(image, softwareFrame.get());
+    // The kept picture still holds the last overlay where it was: what lay under it comes back from
+    // this picture, whatever the stream says changed.
+    std::vector<QRect> changedAndUncovered;
+    if (changed && !lastOverlay.isEmpty()) {
+        changedAndUncovered = *changed;
+        changedAndUncovered.push_back(lastOverlay);
+        changed = &changedAndUncovered;
+    }
+    int rc = converter.convert(image, softwareFrame.get(), changed);
     if (rc < 0) return rc;
+    lastOverlay = QRect();
+    if (!overlay.isNull()) {
+        if (!convertOverlay(overlay, overlayAt, softwareFrame.get())) {
+            // A layout the overlay can't go into directly: draw it into a copy of the picture instead.
+            QImage covered = image.convertToFormat(QImage::Format_RGB32);
+            QPainter painter(&covered);
+            painter.setCompositionMode(QPainter::CompositionMode_Source);
+            painter.drawImage(overlayAt, overlay);
+            painter.end();
+            rc = converter.convert(covered, softwareFrame.get());
+            if (rc < 0) return rc;
+        }
+        lastOverlay = QRect(overlayAt, overlay.size());
+    }
     AVFrame* input = softwareFrame.get();
     FramePtr hwFrame;
     if (hwFrames) {

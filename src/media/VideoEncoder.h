@@ -1,15 +1,18 @@
 #pragma once
 
 #include "media/FFmpegHandles.h"
+#include "media/PictureConverter.h"
 
 #include <QImage>
+#include <QPoint>
 #include <QString>
 
 #include <functional>
 #include <memory>
+#include <vector>
 
-// One HEVC encoder fed with 32-bit BGRA pictures: converts them (libswscale, scaled to the
-// encoder's size when they differ) into what the encoder takes, uploading to the device for
+// One HEVC encoder fed with 32-bit BGRA pictures: converts them (PictureConverter: libyuv, or
+// libswscale scaled to the encoder's size when they differ) into what the encoder takes, uploading to the device for
 // hardware encoders that work on device frames. Not thread-safe: one owner thread.
 class VideoEncoder {
 public:
@@ -33,8 +36,11 @@ public:
     ~VideoEncoder();
 
     // Encodes `image` at `pts` (in Settings::timeBase); `forceKeyFrame` asks for a key frame here.
+    // `changed`, when given: the only pixels that differ from the picture sent before (see
+    // PictureConverter). `overlay`, when there is one, covers the picture at `overlayAt` (32-bit too).
     // Returns 0 or a negative FFmpeg error.
-    int send(const QImage& image, int64_t pts, bool forceKeyFrame, const PacketSink& sink);
+    int send(const QImage& image, int64_t pts, bool forceKeyFrame, const PacketSink& sink,
+        const std::vector<QRect>* changed = nullptr, const QImage& overlay = {}, QPoint overlayAt = {});
     // Ends the stream and hands over what the encoder still holds.
     int finish(const PacketSink& sink);
 
@@ -42,15 +48,22 @@ public:
 
 private:
     VideoEncoder() = default;
-    int convert(const QImage& image, AVFrame* target);
+    // Converts `overlay` into its place in the converted `target`; false when the target's layout
+    // does not allow it (a size that the encoder scales, a place off the colour planes' grid).
+    bool convertOverlay(const QImage& overlay, QPoint at, AVFrame* target);
 
     CodecContextPtr codec;
     BufferRefPtr hwDevice;
     BufferRefPtr hwFrames;
     AVPixelFormat softwareFormat = AV_PIX_FMT_YUV420P;
-    SwsContextPtr scaler;
-    QSize scalerInput;
-    QImage::Format scalerFormat = QImage::Format_Invalid;
+    PictureConverter converter;
+    SwsContextPtr overlayScaler;
+    QSize overlayScalerInput;
+    QImage::Format overlayScalerFormat = QImage::Format_Invalid;
+    int overlayScalerTarget = -1;
+    FramePtr overlayFrame;
+    // Where the last picture's overlay went in the kept picture; empty: it had none.
+    QRect lastOverlay;
     FramePtr softwareFrame;
     PacketPtr packet;
 };

@@ -2,6 +2,7 @@
 
 #include "core/Log.h"
 #include "platform/NullCaptureBackend.h"
+#include "platform/camera/AvDeviceCameras.h"
 #include "platform/desktop/FreedesktopNotifications.h"
 #include "platform/desktop/QtSystemTray.h"
 #include "platform/ocr/TesseractRecognizer.h"
@@ -116,6 +117,12 @@ std::shared_ptr<MicrophoneBackend> Platform::microphones()
 {
     if (!microphoneBackend) microphoneBackend = std::make_shared<PulseMicrophones>();
     return microphoneBackend;
+}
+
+std::shared_ptr<CameraBackend> Platform::cameras()
+{
+    if (!cameraBackend) cameraBackend = std::make_shared<AvDeviceCameras>(qgetenv("VELOTAPE_FAKE_CAMERA"));
+    return cameraBackend;
 }
 
 std::unique_ptr<SoundServerWatcher> Platform::soundServerWatcher()

@@ -2,6 +2,7 @@
 
 #include "platform/AreaPicker.h"
 #include "platform/ArmedFrame.h"
+#include "platform/CameraBackend.h"
 #include "platform/CaptureBackend.h"
 #include "platform/DesktopIntegration.h"
 #include "platform/DesktopNotifications.h"
@@ -58,6 +59,8 @@ public:
     std::shared_ptr<CaptureBackend> screen();
     std::shared_ptr<SystemAudioBackend> systemAudio();
     std::shared_ptr<MicrophoneBackend> microphones();
+    // The cameras, with the test camera of VELOTAPE_FAKE_CAMERA among them when it is set.
+    std::shared_ptr<CameraBackend> cameras();
     // Says when the sound server goes away and when it is back.
     std::unique_ptr<SoundServerWatcher> soundServerWatcher();
     std::unique_ptr<DesktopIntegration> desktop();
@@ -101,4 +104,5 @@ private:
     std::shared_ptr<CaptureBackend> screenBackend;
     std::shared_ptr<SystemAudioBackend> systemAudioBackend;
     std::shared_ptr<MicrophoneBackend> microphoneBackend;
+    std::shared_ptr<CameraBackend> cameraBackend;
 };

@@ -78,6 +78,9 @@ struct SegmentEncoder::Impl {
         int64_t filePts;
     };
     std::deque<Sent> sentPictures;
+    // The stream's number of the picture the video encoder took last (0: none, or not numbered):
+    // the next one in the stream may be converted where it changed only.
+    uint64_t lastSequence = 0;
     VideoSettings videoEncoderSettings;
     MediaTime videoZero; // capture time of the encoder's time zero
     std::unique_ptr<AudioEncoder> audioEncoder;
@@ -451,6 +454,7 @@ void SegmentEncoder::Impl::encodeVideo(const std::shared_ptr<File>& file, const 
         // Another size or rate: the old encoder gives out what it holds, a new one starts.
         if (videoEncoder) videoEncoder->finish(videoSink());
         sentPictures.clear();
+        lastSequence = 0;
         VideoEncoder::Settings settings;
         settings.width = file->video.width;
         settings.height = file->video.height;
@@ -487,11 +491,23 @@ void SegmentEncoder::Impl::encodeVideo(const std::shared_ptr<File>& file, const 
     file->lastVideoPts = offset;
     const int64_t pts = toTicks(frame.pts - videoZero, videoTicks);
     sentPictures.push_back({ pts, file, offset });
-    const int rc = videoEncoder->send(frame.image, pts, key, videoSink());
+    // The same picture again (the ring starts a segment with the last one) changed nothing; the
+    // stream's next one changed where it says; after a picture that did not come here, all of it.
+    static const std::vector<QRect> nothing;
+    const uint64_t sequence = frame.changes.sequence;
+    const std::vector<QRect>* changed = nullptr;
+    if (sequence != 0 && sequence == lastSequence)
+        changed = &nothing;
+    else if (sequence != 0 && lastSequence != 0 && sequence == lastSequence + 1 && frame.changes.known)
+        changed = &frame.changes.rects;
+    const int rc
+        = videoEncoder->sendCovered(frame.image, frame.overlay, frame.overlayAt, pts, key, videoSink(), changed);
+    lastSequence = sequence;
     if (rc < 0) {
         fail(*file, QStringLiteral("video: ") + avErrorText(rc));
         videoEncoder.reset(); // the next picture starts a fresh one
         sentPictures.clear();
+        lastSequence = 0;
     }
 }
 

@@ -1,6 +1,8 @@
 #include "recorder/SegmentedRecorder.h"
 
 #include "core/Log.h"
+#include "recorder/CameraComposite.h"
+#include "recorder/CameraCompositor.h"
 #include "recorder/ClipExporter.h"
 #include "recorder/SegmentWriter.h"
 
@@ -55,6 +57,7 @@ void SegmentedRecorder::setClock(Clock c)
 SegmentedRecorder::~SegmentedRecorder()
 {
     clockTicker.stop();
+    pictureTicker.stop();
     *anchor->lock() = nullptr;
     // Work from here on finds the recorder gone; what is running now finishes first.
     queue.sync([] {});
@@ -112,6 +115,7 @@ void SegmentedRecorder::configure(int width, int height, double bitrateMbps, dou
         const double bits = std::isnan(bitrateMbps) ? 0.0 : std::clamp(bitrateMbps * 1e6, 0.0, 1e12);
         r.bitrate = std::max<int64_t>(static_cast<int64_t>(bits), 1000000);
         r.expectedFPS = std::max(1, fps);
+        r.pictureRate = r.expectedFPS;
         // A day is more than any screen would want; beyond it the ring would grow without bound
         // and the time arithmetic would overflow.
         r.bufferSeconds = std::isnan(bufferSecs) ? 1.0 : std::clamp(bufferSecs, 1.0, 86400.0);
@@ -126,11 +130,39 @@ void SegmentedRecorder::armBuffering()
         const MediaTime t = c ? c() : MediaTime::invalid();
         if (t.isNumeric()) advanceClock(t);
     });
+    updatePictureTicker();
+}
+
+void SegmentedRecorder::setKeepsFrameRate(bool on)
+{
+    const bool ending = keepsFrameRate && !on;
+    keepsFrameRate = on;
+    updatePictureTicker();
+    // The overlay has gone (the camera switched off or lost): the last picture goes in once more as
+    // it is now, or a still screen would keep the last bubble until the screen changes.
+    const MediaTime t = now();
+    if (ending && buffering && t.isNumeric())
+        onQueue(anchor, [t](SegmentedRecorder& r) { r.repeatLastPicture(t, true); });
+}
+
+void SegmentedRecorder::updatePictureTicker()
+{
+    if (!buffering || !keepsFrameRate || !clock || !now().isNumeric()) return pictureTicker.stop();
+    const auto interval = std::chrono::milliseconds(std::max(1, 1000 / std::max(1, pictureRate.load())));
+    pictureTicker.start(interval, [this, c = clock] {
+        const MediaTime t = c();
+        if (!t.isNumeric() || repeatWaiting.exchange(true)) return;
+        onQueue(anchor, [t](SegmentedRecorder& r) {
+            r.repeatWaiting = false;
+            r.repeatLastPicture(t, false);
+        });
+    });
 }
 
 void SegmentedRecorder::disarmBuffering()
 {
     clockTicker.stop();
+    pictureTicker.stop();
     // What the old ring still has on its way to this thread is stale from here on.
     ++mainGeneration;
     setBuffering(false);
@@ -265,6 +297,7 @@ void SegmentedRecorder::appendFrame(const VideoFrame& frame)
     // No check that time moves forward: the writer gets the frame as it is.
     latestPTS = pts;
     lastFrame = frame;
+    ticksWithoutScreenFrame = 0;
     moveClockTo(pts);
 
     if (!currentWriter) {
@@ -296,6 +329,23 @@ void SegmentedRecorder::advanceClockOnQueue(const MediaTime& time)
     publishClock();
 }
 
+void SegmentedRecorder::repeatLastPicture(const MediaTime& time, bool evenWithoutOverlay)
+{
+    advanceClockOnQueue(time);
+    if (!lastFrame || !currentWriter || !time.isNumeric()) return;
+    if (!evenWithoutOverlay) {
+        // A screen that moves brings the overlay with its own frames: the repeats only fill in once
+        // it has sent nothing for two ticks running. Its frames' own times can't tell: they reach
+        // the ring some way behind the clock, and a repeat made meanwhile would come before them.
+        if (++ticksWithoutScreenFrame < 2) return;
+        // Never closer than about an interval to the last picture (a frame that came late, the
+        // tick's own segment start); the ticker's interval is a whole number of milliseconds.
+        if (currentLastVideoPTS.isNumeric() && (time - currentLastVideoPTS).seconds() < 0.95 / expectedFPS) return;
+        if (!cameraProvider || !cameraProvider()) return;
+    }
+    deliverFrame(VideoFrame { lastFrame->image, time });
+}
+
 void SegmentedRecorder::moveClockTo(const MediaTime& time)
 {
     if (!clockPTS.isNumeric() || time > clockPTS) clockPTS = time;
@@ -313,12 +363,21 @@ void SegmentedRecorder::deliverFrame(const VideoFrame& frame)
         if (currentLastVideoPTS.isNumeric() ? !(taken.pts > floor) : taken.pts < floor)
             taken.pts = floor + MediaTime(1, 1000);
     }
-    // The camera composite belongs here (cameraProvider, drawn into a new picture); until that pass
-    // exists the frame goes in as it came.
     if (!currentWriter || !currentWriter->hasVideoInput()) return countDrop(DropCounters::Cause::noSegment);
-    if (currentWriter->isReadyForMoreMediaData() && currentWriter->append(taken)) {
-        currentLastVideoPTS = taken.pts;
-        return;
+    if (currentWriter->isReadyForMoreMediaData()) {
+        // The overlay is drawn afresh for every frame; a frame it can't be drawn on goes in as it came.
+        if (cameraProvider) {
+            if (const std::optional<CameraComposite> overlay = cameraProvider()) {
+                if (auto drawn = CameraCompositor::composite(taken.image, *overlay, taken.pts)) {
+                    taken.overlay = std::move(drawn->image);
+                    taken.overlayAt = drawn->at;
+                }
+            }
+        }
+        if (currentWriter->append(taken)) {
+            currentLastVideoPTS = taken.pts;
+            return;
+        }
     }
     // A writer that failed (its disk is full, say) takes nothing more until the segment ends, ready
     // or not: say so now, not at the end.
@@ -422,7 +481,7 @@ bool SegmentedRecorder::startNewSegment(const MediaTime& startingAt)
 void SegmentedRecorder::startSegmentWithLastPicture(const MediaTime& at)
 {
     if (!lastFrame || !startNewSegment(at)) return;
-    deliverFrame(VideoFrame { lastFrame->image, at });
+    deliverFrame(VideoFrame { lastFrame->image, at, lastFrame->changes });
 }
 
 void SegmentedRecorder::rotateSegmentAsync(const MediaTime& startingAt)
@@ -717,13 +776,14 @@ void SegmentedRecorder::exportConcatenated(const std::weak_ptr<Anchor>& weak, co
     }
     const ClipExporter::Result result = ClipExporter::exportConcatenated(segments, trimFromPTS, destination);
     if (result.completed) {
-        onQueue(weak, [segments, path = result.path, shortfall](SegmentedRecorder& r) {
-            r.removeExportedSegments(segments);
-            onMain(r.anchor, [path, shortfall](SegmentedRecorder& m) {
-                if (!shortfall.isEmpty() && m.onClipShort) m.onClipShort(path, shortfall);
-                if (m.onFinished) m.onFinished(path);
-                m.setExporting(false);
-            });
+        // The clip is in place: the main thread hears it at once, not behind the pictures queued
+        // for the ring meanwhile. The ring drops the exported segments on its queue, before any
+        // work that the news can start there (a new stop) reaches it.
+        onQueue(weak, [segments](SegmentedRecorder& r) { r.removeExportedSegments(segments); });
+        onMain(weak, [path = result.path, shortfall](SegmentedRecorder& m) {
+            if (!shortfall.isEmpty() && m.onClipShort) m.onClipShort(path, shortfall);
+            if (m.onFinished) m.onFinished(path);
+            m.setExporting(false);
         });
         return;
     }

@@ -164,8 +164,15 @@ public:
     // because the ring lost some of it (a full disk, a segment that failed, its folder removed):
     // the text for the user says how much and why.
     std::function<void(const QString& url, const QString& text)> onClipShort;
-    // Set by the owner before frames flow; called on `queue` (the compositing pass).
+    // Set by the owner before frames flow; called on `queue` for every frame (the compositing
+    // pass, CameraCompositor). What it gives is burnt into the frame; none: the frame goes in as it
+    // came.
     CameraProvider cameraProvider;
+    // Main thread: while on and buffering, the ring does not wait for the screen to change. A still
+    // screen sends no frames, but an overlay that moves by itself (the camera) must still be seen:
+    // when no frame came for a frame interval, the last picture goes in again with the overlay of
+    // that moment, at the configured rate. Only while cameraProvider gives an overlay.
+    void setKeepsFrameRate(bool on);
 
     // Blocks until `queue` has run everything placed on it so far and every closing of a rotated
     // segment has reported back. Any thread but `queue`'s own; for tests and tools, since the
@@ -197,6 +204,11 @@ private:
     void appendFrame(const VideoFrame& frame);
     void appendAudio(const AudioBuffer& buffer);
     void advanceClockOnQueue(const MediaTime& now);
+    // The last picture again at `now`, with the overlay of this moment, unless a frame just came or
+    // there is no overlay; `evenWithoutOverlay`: in any case.
+    void repeatLastPicture(const MediaTime& now, bool evenWithoutOverlay);
+    // Starts or stops the ticks of setKeepsFrameRate for the present state. Main thread.
+    void updatePictureTicker();
     // The ring's present time: the newest of the clock's ticks and the frames.
     void moveClockTo(const MediaTime& time);
     bool startNewSegment(const MediaTime& startingAt);
@@ -257,6 +269,12 @@ private:
     QString problem;
     Clock clock;
     PeriodicTicker clockTicker { QStringLiteral("vt2.recorder.clock") };
+    bool keepsFrameRate = false;
+    PeriodicTicker pictureTicker { QStringLiteral("vt2.recorder.pictures") };
+    // The configured rate, for the picture ticker; written on `queue`, read on the main thread.
+    std::atomic<int> pictureRate { 60 };
+    // A repeat is on its way to `queue`: ticks do not pile up behind a busy queue.
+    std::atomic<bool> repeatWaiting { false };
     // Counts disarms, like ringGeneration on `queue`: values published by an older ring are dropped.
     int mainGeneration = 0;
 
@@ -291,6 +309,8 @@ private:
     MediaTime clockPTS;
     // The last picture, which lasts until something changes.
     std::optional<VideoFrame> lastFrame;
+    // Picture ticks since the screen last sent a frame (setKeepsFrameRate).
+    int ticksWithoutScreenFrame = 0;
     std::optional<MediaTime> recordingStartPTS;
     std::optional<QString> destinationURL;
     // The counts when the running recording started.

@@ -1,7 +1,7 @@
 #include "app/control/ControlServer.h"
 
-#include "app/control/ControlClient.h"
-#include "app/control/ControlSocketPath.h"
+#include "app/client/ControlClient.h"
+#include "app/client/ControlSocketPath.h"
 #include "support/EventLoop.h"
 
 #include <QCoreApplication>

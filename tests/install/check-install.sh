@@ -12,7 +12,7 @@ fail() { echo "check-install: $*" >&2; exit 1; }
 cmake --install "$build" --prefix "$prefix" >/dev/null
 
 share=$prefix/share
-for f in bin/velotape "share/applications/$id.desktop" "share/metainfo/$id.metainfo.xml" \
+for f in bin/velotape libexec/velotape/velotape-app "share/applications/$id.desktop" "share/metainfo/$id.metainfo.xml" \
   "share/icons/hicolor/scalable/apps/$id.svg" "share/icons/hicolor/symbolic/apps/$id-symbolic.svg" \
   share/man/man1/velotape.1 share/bash-completion/completions/velotape; do
   [ -f "$prefix/$f" ] || fail "not installed: $f"
@@ -40,4 +40,20 @@ done
 status=0
 env -u DISPLAY -u WAYLAND_DISPLAY "$prefix/bin/velotape" --frobnicate >/dev/null 2>&1 || status=$?
 [ "$status" = 2 ] || fail "a bad option exits $status, not 2"
+
+# The command answers control commands by itself, without the GUI's libraries, and hands the rest to
+# the installed program: an empty journal is the program's answer.
+runtime=$(mktemp -d)
+status=0
+out=$(env -u DISPLAY -u WAYLAND_DISPLAY XDG_RUNTIME_DIR="$runtime" "$prefix/bin/velotape" status 2>&1) || status=$?
+[ "$status" = 1 ] && grep -q "not running" <<<"$out" || fail "status without an instance: exit $status, '$out'"
+libs=$(env -u DISPLAY -u WAYLAND_DISPLAY XDG_RUNTIME_DIR="$runtime" LD_DEBUG=files "$prefix/bin/velotape" status 2>&1 |
+  grep -o 'file=[^ ]*' | sort -u || true)
+if grep -qE 'Widgets|Gui|libav|libxcb|libpulse|tesseract' <<<"$libs"; then
+  fail "the control command loads the program's libraries: $(tr '\n' ' ' <<<"$libs")"
+fi
+out=$(env -u DISPLAY -u WAYLAND_DISPLAY "$prefix/bin/velotape" journal --folder "$runtime" --json) ||
+  fail "journal through the installed program failed: $out"
+grep -q '"compassScore"' <<<"$out" || fail "journal through the installed program says '$out'"
+rm -rf "$runtime"
 echo "check-install: $prefix passed"

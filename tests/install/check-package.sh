@@ -10,7 +10,7 @@ fail() { echo "check-package: $*" >&2; exit 1; }
 [ -n "$(dpkg-deb -f "$deb" Description)" ] || fail "no description"
 
 contents=$(dpkg-deb -c "$deb" | awk '{print $NF}')
-for f in ./usr/bin/velotape "./usr/share/applications/$id.desktop" "./usr/share/metainfo/$id.metainfo.xml" \
+for f in ./usr/bin/velotape ./usr/libexec/velotape/velotape-app "./usr/share/applications/$id.desktop" "./usr/share/metainfo/$id.metainfo.xml" \
   "./usr/share/icons/hicolor/scalable/apps/$id.svg" "./usr/share/icons/hicolor/symbolic/apps/$id-symbolic.svg" \
   ./usr/share/man/man1/velotape.1 ./usr/share/bash-completion/completions/velotape; do
   grep -qxF "$f" <<<"$contents" || fail "the package lacks $f"

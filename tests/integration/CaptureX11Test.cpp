@@ -4,6 +4,7 @@
 #include "platform/x11/X11CaptureBackend.h"
 #include "support/TestDesktop.h"
 
+#include <QRegion>
 #include <QRegularExpression>
 
 #include <gtest/gtest.h>
@@ -440,6 +441,63 @@ TEST(CaptureX11, FramesKeepToTheRateAndTheLastChangeStillArrives)
             last, [](const QImage& i) { return near(i, 62, 62, green); }, 2000));
     }
     engine.stopStream();
+}
+
+TEST(CaptureX11, EachFrameSaysWhereItChangedSinceTheOneBeforeCursorIncluded)
+{
+    Desktop d;
+    ASSERT_EQ(d.error, QString());
+    X11TestClient client;
+    const xcb_window_t desk
+        = client.create({ .rect = QRect(0, 0, 640, 360), .wmClass = "Desk", .title = QStringLiteral("Desk") });
+    // Detail everywhere, so that any pixel left out of a frame's changes would show as a difference.
+    QImage pattern(640, 360, QImage::Format_RGB32);
+    for (int y = 0; y < 360; ++y)
+        for (int x = 0; x < 640; ++x)
+            pattern.setPixel(x, y, qRgb((x * 7 + y * 3) & 255, (x ^ y) & 255, (y * 5) & 255));
+    client.draw(desk, QPoint(0, 0), pattern);
+    const xcb_window_t mover
+        = client.create({ .rect = QRect(0, 0, 80, 60), .wmClass = "Mover", .title = QStringLiteral("Mover") });
+    client.fill(mover, QRect(0, 0, 80, 60), white);
+    client.fill(mover, QRect(10, 10, 20, 20), red);
+    client.sync();
+
+    CaptureEngine engine(std::make_shared<X11CaptureBackend>());
+    FrameLog log(engine);
+    refresh(engine);
+    engine.startStream(640, 360, 30, true, false, false);
+    ASSERT_TRUE(spinUntil([&] { return log.count() > 0; }, 3000));
+    // The window moves, and the pointer with it now and then (the cursor is painted in).
+    for (int i = 0; i < 40; ++i) {
+        client.configure(mover, QRect(20 + i * 13 % 500, 30 + i * 7 % 280, 80, 60));
+        if (i % 3 == 0) client.warpPointer(QPoint(50 + i * 11, 40 + i * 5));
+        spinFor(40);
+    }
+    spinFor(300);
+    engine.stopStream();
+
+    int checked = 0, small = 0;
+    for (size_t i = 1; i < log.frames.size(); ++i) {
+        const VideoFrame &before = log.frames[i - 1], &now = log.frames[i];
+        // Only frames that follow the one before them in the stream say what changed since it.
+        if (now.changes.sequence != before.changes.sequence + 1 || !now.changes.known) continue;
+        QRegion said;
+        for (const QRect& r : now.changes.rects)
+            said += r;
+        int outside = 0;
+        for (int y = 0; y < 360; ++y)
+            for (int x = 0; x < 640; ++x)
+                outside += before.image.pixel(x, y) != now.image.pixel(x, y) && !said.contains(QPoint(x, y));
+        EXPECT_EQ(outside, 0) << "frame " << i << " changed pixels it did not name";
+        ++checked;
+        qint64 area = 0;
+        for (const QRect& r : said)
+            area += qint64(r.width()) * r.height();
+        small += area < 640 * 360 / 4;
+    }
+    // Most frames are told as the few rectangles the window left and entered, not the screen.
+    EXPECT_GE(checked, 20);
+    EXPECT_GE(small, checked * 3 / 4);
 }
 
 TEST(CaptureX11, AConsumerHoldingEveryPictureHoldsTheGrabsBackAndTheLatestChangeStillComes)

@@ -1,4 +1,5 @@
 #include "X11TestClient.h"
+#include "journal/ClipFrameReader.h"
 #include "journal/ClipJournalStore.h"
 #include "support/TestDesktop.h"
 
@@ -353,4 +354,34 @@ TEST_F(HeadlessEndToEnd, ArmedOverAWindowItRecordsWhileTheWindowLooksDifferent)
     EXPECT_NE(control({ QStringLiteral("area"), QStringLiteral("1"), QStringLiteral("2") }, &status), QString());
     EXPECT_EQ(status, 2);
     EXPECT_EQ(control({ QStringLiteral("status") }, &status).left(9), QStringLiteral("buffering"));
+}
+
+TEST_F(HeadlessEndToEnd, TheCameraLeftOnInTheSettingsIsBurntIntoAHeadlessClip)
+{
+    // A streamer's set-up: the camera on, bottom right, a quarter of the height, the test camera.
+    QFile conf(home.filePath(QStringLiteral("config/Velotape/Velotape.conf")));
+    ASSERT_TRUE(conf.open(QIODevice::Append));
+    conf.write("vt2.camera.enabled=true\nvt2.camera.shape=rect\nvt2.camera.posX=0.75\nvt2.camera.posY=0.7\n"
+               "vt2.camera.size=0.25\nvt2.camera.frameEnabled=false\n");
+    conf.close();
+    env.insert(QStringLiteral("VELOTAPE_FAKE_CAMERA"), QStringLiteral("color=c=0xE61414:size=320x240:rate=30"));
+    ASSERT_NO_FATAL_FAILURE(startInstance());
+    ASSERT_NO_FATAL_FAILURE(waitUntilBuffered(1.0));
+    int status = -1;
+    ASSERT_EQ(control({ QStringLiteral("toggle") }, &status), QStringLiteral("recording"));
+    QThread::msleep(1500);
+    control({ QStringLiteral("toggle") }, &status);
+    ASSERT_EQ(status, 0);
+    const QStringList saved = waitForClips(1);
+    ASSERT_EQ(saved.size(), 1) << instanceOutput.toStdString();
+
+    ClipFrameReader reader(QDir(clips).filePath(saved[0]));
+    const std::optional<QImage> picture = reader.frameAt(reader.duration() - 0.5, QSize(640, 360), 0.2);
+    ASSERT_TRUE(picture);
+    // The rectangle's centre is the camera's red; the top left of the screen is not.
+    const QColor inside = picture->pixelColor(480, 252);
+    const QColor outside = picture->pixelColor(100, 60);
+    EXPECT_GT(inside.red(), 180) << inside.name().toStdString();
+    EXPECT_LT(inside.green(), 70) << inside.name().toStdString();
+    EXPECT_FALSE(outside.red() > 180 && outside.green() < 70) << outside.name().toStdString();
 }

@@ -142,6 +142,12 @@ void X11TestClient::configure(xcb_window_t window, const QRect& rect)
     sync();
 }
 
+void X11TestClient::warpPointer(QPoint at)
+{
+    xcb_warp_pointer(connection, XCB_NONE, screen->root, 0, 0, 0, 0, int16_t(at.x()), int16_t(at.y()));
+    sync();
+}
+
 void X11TestClient::destroy(xcb_window_t window)
 {
     xcb_destroy_window(connection, window);

@@ -37,6 +37,8 @@ public:
     // Puts a picture's pixels into the window with its top left at `at`.
     void draw(xcb_window_t window, QPoint at, const QImage& picture);
     void configure(xcb_window_t window, const QRect& rect);
+    // Moves the pointer to `at` on the screen.
+    void warpPointer(QPoint at);
     void destroy(xcb_window_t window);
     // A round trip: everything sent before has been handled by the server.
     void sync();

@@ -351,6 +351,73 @@ TEST(ClipMetaStore, AChangeIsWrittenOnlyOverTheRecordItWasMadeFrom)
     EXPECT_EQ(ClipMetaStore::load(url), typed);
 }
 
+// The batch an import writes: each record under the rules of a single save, a failure its own.
+TEST(ClipMetaStore, ABatchWritesEveryRecordItCanAndNamesEachOneItCannot)
+{
+    QTemporaryDir dir;
+    ClipMeta old;
+    old.notes = QStringLiteral("entry on the retest");
+    ClipMeta traded = old;
+    traded.outcome = TradeOutcome::loss;
+    traded.pnl = 7.25;
+    traded.tagOrigin = TagOrigin::imported;
+
+    // A new sidecar; one replaced that keeps its permissions and a key of another program's; one
+    // with a name the file system can't hold; one the user edited after the import read it; a link.
+    const QUrl fresh = makeClip(dir, QStringLiteral("fresh.mp4"));
+    const QUrl kept = makeClip(dir, QStringLiteral("kept.mp4"));
+    writeAll(ClipMetaStore::sidecarPath(kept),
+        R"({"outcome":"unset","unit":"dollars","notes":"entry on the retest","mistakes":"","reviewedBy":"coach"})");
+    ASSERT_TRUE(QFile::setPermissions(
+        ClipMetaStore::sidecarPath(kept), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadGroup));
+    const ClipMeta keptBefore = ClipMetaStore::load(kept);
+    ASSERT_EQ(keptBefore.otherFields.value(QStringLiteral("reviewedBy")), QStringLiteral("coach"));
+    ClipMeta keptAfter = keptBefore;
+    keptAfter.outcome = TradeOutcome::win;
+    keptAfter.pnl = 40;
+    // 254 bytes: the sidecar's name fits, the new file's beside it doesn't.
+    const QUrl tooLong = QUrl::fromLocalFile(dir.filePath(QString(240, u'x') + QStringLiteral(".mp4")));
+    const QUrl edited = makeClip(dir, QStringLiteral("edited.mp4"));
+    ClipMeta mine = old;
+    mine.outcome = TradeOutcome::win;
+    mine.pnl = 3;
+    ASSERT_FALSE(ClipMetaStore::save(mine, edited));
+    const QUrl linked = makeClip(dir, QStringLiteral("linked.mp4"));
+    writeAll(dir.filePath(QStringLiteral("elsewhere.txt")), "the user's file");
+    ASSERT_TRUE(QFile::link(dir.filePath(QStringLiteral("elsewhere.txt")), ClipMetaStore::sidecarPath(linked)));
+    const QUrl last = makeClip(dir, QStringLiteral("last.mp4"));
+
+    const ClipMetaStore::SavedAll saved = ClipMetaStore::saveAll(
+        { { fresh, traded, ClipMeta {} }, { kept, keptAfter, keptBefore }, { tooLong, traded, ClipMeta {} },
+            { edited, traded, old }, { linked, traded, ClipMeta {} }, { last, traded, ClipMeta {} } });
+    ASSERT_EQ(saved.failures.size(), 6U);
+    EXPECT_TRUE(saved.unflushed.isEmpty());
+
+    EXPECT_FALSE(saved.failures[0]);
+    EXPECT_EQ(ClipMetaStore::load(fresh), traded);
+    EXPECT_FALSE(saved.failures[1]);
+    EXPECT_EQ(ClipMetaStore::load(kept), keptAfter);
+    struct stat info { };
+    ASSERT_EQ(::stat(QFile::encodeName(ClipMetaStore::sidecarPath(kept)).constData(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0640U);
+    ASSERT_TRUE(saved.failures[2]);
+    EXPECT_EQ(saved.failures[2]->reason, ClipMetaStore::SaveFailure::Reason::writeFailed);
+    EXPECT_TRUE(saved.failures[2]->text.contains(QString(240, u'x') + QStringLiteral(".clipmeta.json")))
+        << saved.failures[2]->text.toStdString();
+    ASSERT_TRUE(saved.failures[3]);
+    EXPECT_EQ(saved.failures[3]->reason, ClipMetaStore::SaveFailure::Reason::changed);
+    EXPECT_EQ(ClipMetaStore::load(edited), mine);
+    ASSERT_TRUE(saved.failures[4]);
+    EXPECT_EQ(saved.failures[4]->reason, ClipMetaStore::SaveFailure::Reason::unusable);
+    EXPECT_EQ(readAll(dir.filePath(QStringLiteral("elsewhere.txt"))), "the user's file");
+    EXPECT_TRUE(QFileInfo(ClipMetaStore::sidecarPath(linked)).isSymLink());
+    // After the failures, the batch went on to its end.
+    EXPECT_FALSE(saved.failures[5]);
+    EXPECT_EQ(ClipMetaStore::load(last), traded);
+    // No new file is left behind beside the sidecars, whether it took its place or not.
+    EXPECT_EQ(QDir(dir.path()).entryList({ QStringLiteral(".*") }, QDir::Files | QDir::Hidden), QStringList());
+}
+
 TEST(ClipNameParser, TickerAndMinuteOrTheModificationTime)
 {
     QTemporaryDir dir;

@@ -133,6 +133,14 @@ TEST(PnLTextParser, ASecondReadingMustShowTheSameDigitsWithTheSameSign)
     // A zero has no sign to lose.
     EXPECT_TRUE(confirms({ QStringLiteral("-0.00") }, read("0.00")));
 
+    // A weaker reading only speaks up when it sees the same digits with the other sign: one that
+    // misses the figure is no contradiction, as one that agrees is none.
+    EXPECT_TRUE(contradicts({ QStringLiteral("-\u20AC45.10") }, read("\u20AC45.10")));
+    EXPECT_TRUE(contradicts({ QStringLiteral("(45.10)") }, read("45.10")));
+    EXPECT_FALSE(contradicts({ QStringLiteral("\u20AC45.10") }, read("\u20AC45.10")));
+    EXPECT_FALSE(contradicts({ QStringLiteral("E"), QStringLiteral("-4") }, read("\u20AC45.10")));
+    EXPECT_FALSE(contradicts({ QStringLiteral("-0.00") }, read("0.00")));
+
     // A disputed frame ends the search: an older frame is no answer for the newest one.
     int asked = 0;
     const QStringList first { QStringLiteral("7.25") };

@@ -19,7 +19,7 @@ public:
         : fault(fault)
     {
     }
-    int send(const QImage&, int64_t, bool, const PacketSink& sink) override
+    int send(const QImage&, int64_t, bool, const PacketSink& sink, const std::vector<QRect>*) override
     {
         ++pictures;
         if ((fault == Fault::firstPicture && pictures == 1) || (fault == Fault::secondPicture && pictures == 2))

@@ -44,9 +44,10 @@ public:
         , tooLarge(tooLarge)
     {
     }
-    int send(const QImage& image, int64_t pts, bool key, const PacketSink& sink) override
+    int send(
+        const QImage& image, int64_t pts, bool key, const PacketSink& sink, const std::vector<QRect>* changed) override
     {
-        return tooLarge ? AVERROR(EIO) : inner->send(image, pts, key, sink);
+        return tooLarge ? AVERROR(EIO) : inner->send(image, pts, key, sink, changed);
     }
     int finish(const PacketSink& sink) override { return inner->finish(sink); }
     const AVCodecContext* context() const override { return inner->context(); }

@@ -143,16 +143,73 @@ TEST(SegmentWriter, ALiveWriterDropsWhatItCannotTakeInsteadOfQueueing)
     ASSERT_TRUE(writer.startWriting());
     writer.startSession(at(0));
     // A burst far faster than a 1080p encoder: the small queue fills and the rest is refused.
-    const QImage picture = IndexedFrames::picture(1, 1920, 1080, true);
+    // Two pictures in turn, so that every one is work for the encoder.
+    const QImage pictures[]
+        = { IndexedFrames::picture(1, 1920, 1080, true), IndexedFrames::picture(2, 1920, 1080, true) };
     int taken = 0, refused = 0;
     for (int i = 0; i < 40; ++i) {
         const bool ready = writer.isReadyForMoreMediaData();
-        const bool appended = writer.append(VideoFrame { picture, at(i / 60.0) });
-        EXPECT_EQ(ready, appended);
+        const bool appended = writer.append(VideoFrame { pictures[i % 2], at(i / 60.0) });
+        // Room only grows between the two calls: the encoder may take one meanwhile.
+        if (ready) {
+            EXPECT_TRUE(appended);
+        }
         (appended ? taken : refused)++;
     }
     EXPECT_GT(refused, 0);
     EXPECT_GE(taken, 3); // the queue's room
     ASSERT_EQ(writer.finishWriting(), SegmentWriter::Status::completed);
     EXPECT_EQ(int(ClipProbe::read(dir.filePath("live.mp4")).frames.size()), taken);
+}
+
+namespace {
+
+// The bounding box of the pixels that differ between two pictures of the same size.
+QRect differenceOf(const QImage& a, const QImage& b)
+{
+    QRect box;
+    for (int y = 0; y < a.height(); ++y)
+        for (int x = 0; x < a.width(); ++x)
+            if (a.pixel(x, y) != b.pixel(x, y)) box |= QRect(x, y, 1, 1);
+    return box;
+}
+
+} // namespace
+
+TEST(SegmentWriter, PicturesThatSayWhatChangedDecodeAsTheWholePictureWouldAfterDropsAndRepeats)
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath("changes.mp4");
+    SegmentWriter writer(path);
+    writer.setExpectsMediaDataInRealTime(false);
+    ASSERT_TRUE(writer.addVideoInput(small()));
+    ASSERT_TRUE(writer.startWriting()) << writer.error().toStdString();
+    writer.startSession(at(0));
+    // A stream numbering its frames and saying what each changed since the one before it. Frames
+    // 10 and 20 never reach the writer (a full queue drops them): the next frame's changes are
+    // about a picture the encoder never saw. Frame 30 is handed over twice, as a new segment does.
+    std::vector<int> written;
+    double t = 0;
+    for (int i = 0; i < 40; ++i) {
+        VideoFrame frame = IndexedFrames::frame(i, 256, 144, at(t));
+        frame.changes.sequence = uint64_t(i + 1);
+        frame.changes.known = i > 0;
+        if (i > 0) frame.changes.rects = { differenceOf(IndexedFrames::picture(i - 1, 256, 144), frame.image) };
+        if (i == 10 || i == 20) continue;
+        ASSERT_TRUE(writer.append(frame));
+        written.push_back(i);
+        t += 1 / 30.0;
+        if (i == 30) {
+            frame.pts = at(t);
+            ASSERT_TRUE(writer.append(frame));
+            written.push_back(i);
+            t += 1 / 30.0;
+        }
+    }
+    writer.markAsFinished();
+    ASSERT_EQ(writer.finishWriting(), SegmentWriter::Status::completed) << writer.error().toStdString();
+    const ClipProbe clip = ClipProbe::read(path);
+    ASSERT_EQ(clip.frames.size(), written.size());
+    for (size_t k = 0; k < written.size(); ++k)
+        EXPECT_EQ(clip.frames[k].index, written[k]) << "picture " << k;
 }

@@ -141,6 +141,8 @@ QJsonObject readingJson(const QString& file, const Reading& r)
     o.insert(QStringLiteral("outcome"), r.result ? QJsonValue(rawValue(r.result->outcome)) : QJsonValue());
     o.insert(QStringLiteral("pnl"), r.result ? QJsonValue(r.result->pnl) : QJsonValue());
     o.insert(QStringLiteral("rawText"), r.result ? QJsonValue(r.result->rawText) : QJsonValue());
+    // The figure as first read when a second reading disagreed: no outcome, tag it by hand.
+    o.insert(QStringLiteral("disputed"), r.disputed ? QJsonValue(*r.disputed) : QJsonValue());
     if (!r.outside.isEmpty()) o.insert(QStringLiteral("error"), r.outside);
     return o;
 }

@@ -1,6 +1,6 @@
 #include "app/control/ControlListener.h"
 
-#include "app/control/ControlProtocol.h"
+#include "app/client/ControlProtocol.h"
 #include "core/Log.h"
 
 #include <QFile>

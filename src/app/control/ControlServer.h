@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/control/ControlProtocol.h"
+#include "app/client/ControlProtocol.h"
 
 #include <QObject>
 #include <QPointer>

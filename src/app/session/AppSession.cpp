@@ -4,7 +4,7 @@
 #include "app/AppSettings.h"
 #include "app/control/ControlCommands.h"
 #include "app/control/ControlServer.h"
-#include "app/control/ControlSocketPath.h"
+#include "app/client/ControlSocketPath.h"
 #include "app/hotkeys/GlobalHotkeys.h"
 #include "app/session/EventNotifications.h"
 #include "app/session/OwnWindowTracker.h"
@@ -68,6 +68,7 @@ bool AppSession::start(QString* error)
     backends.screen = desktop->screen();
     backends.systemAudio = desktop->systemAudio();
     backends.microphones = desktop->microphones();
+    backends.cameras = desktop->cameras();
     backends.soundServer = desktop->soundServerWatcher();
     backends.desktop = desktop->desktop();
     backends.textRecognizer = desktop->textRecognizers();

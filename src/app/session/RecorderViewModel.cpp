@@ -6,11 +6,13 @@
 #include "app/session/AudioRouting.h"
 #include "app/session/AutoPnLDetect.h"
 #include "app/session/BackendAreaGrabber.h"
+#include "app/session/CameraWiring.h"
 #include "app/session/LostWindowWatch.h"
 #include "app/session/SessionStatus.h"
 #include "app/session/SourceMemory.h"
 #include "capture/CaptureEngine.h"
 #include "core/Publisher.h"
+#include "devices/CameraCapture.h"
 #include "devices/MicCapture.h"
 #include "journal/ClipJournalStore.h"
 #include "monitor/AreaMonitor.h"
@@ -43,12 +45,12 @@ RecorderViewModel::RecorderViewModel(AppSettings* settings, Backends b, QObject*
 {
     if (!backends.scheduler) backends.scheduler = std::make_unique<QtTaskScheduler>(this);
 
-    // The objects it owns, in their order. The camera takes its place between the area monitor and
-    // the microphone when it arrives.
+    // The objects it owns, in their order.
     captureEngine = new CaptureEngine(backends.screen, backends.systemAudio, this);
     segmentRecorder = new SegmentedRecorder(this);
     if (!backends.areaGrabber) backends.areaGrabber = std::make_unique<BackendAreaGrabber>(backends.screen);
     monitor = new AreaMonitor(std::move(backends.areaGrabber), {}, this);
+    cameraCapture = new CameraCapture(backends.cameras, this);
     microphone = new MicCapture(backends.microphones, this);
     journalStore = new ClipJournalStore(QUrl::fromLocalFile(appSettings->saveFolderPath()), this);
     sources = std::make_unique<SourceMemory>(*appSettings, *captureEngine);
@@ -70,6 +72,7 @@ RecorderViewModel::RecorderViewModel(AppSettings* settings, Backends b, QObject*
 
     // Every subscription and callback between the settings and the objects the controller owns.
     const auto toast = [this](const QString& text) { showToast(text); };
+    cameraWiring = new CameraWiring(*appSettings, *cameraCapture, *segmentRecorder, toast, this);
     audio = new AudioRouting(
         *appSettings, *segmentRecorder, *microphone, std::move(backends.soundServer), toast,
         [this] { restartStream(); }, this);
@@ -118,6 +121,7 @@ SessionModels RecorderViewModel::models()
     m.areas = areas.get();
     m.sources = sources.get();
     m.mic = microphone;
+    m.camera = cameraCapture;
     m.journal = journalStore;
     m.desktop = backends.desktop.get();
     m.keyGrabCheck = backends.keyGrabCheck;

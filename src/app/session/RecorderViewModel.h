@@ -30,6 +30,9 @@ class ClipJournalStore;
 class KeyGrabCheck;
 class LostWindowWatch;
 class MicCapture;
+class CameraBackend;
+class CameraCapture;
+class CameraWiring;
 class MicrophoneBackend;
 class SegmentedRecorder;
 class SessionStatus;
@@ -56,6 +59,7 @@ public:
         std::shared_ptr<CaptureBackend> screen;
         std::shared_ptr<SystemAudioBackend> systemAudio;
         std::shared_ptr<MicrophoneBackend> microphones; // null: no microphone is ever found
+        std::shared_ptr<CameraBackend> cameras; // null: no camera is ever found
         std::unique_ptr<TaskScheduler> scheduler; // null: timers on the main loop
         std::unique_ptr<DesktopIntegration> desktop; // null: no sound, no reveal
         std::unique_ptr<AreaGrabber> areaGrabber; // null: grabs through `screen`
@@ -86,6 +90,7 @@ public:
     ClipJournalStore* journal() const { return journalStore; }
     AreaMonitor* areaMonitor() const { return monitor; }
     MicCapture* mic() const { return microphone; }
+    CameraCapture* camera() const { return cameraCapture; }
     // Opening, showing and trashing files on the desktop; null without one.
     DesktopIntegration* desktop() const { return backends.desktop.get(); }
     // Which key combinations other programs hold, for the hotkey pills; null where nobody can tell.
@@ -163,6 +168,8 @@ private:
     SegmentedRecorder* segmentRecorder;
     AreaMonitor* monitor;
     MicCapture* microphone;
+    CameraCapture* cameraCapture;
+    CameraWiring* cameraWiring;
     ClipJournalStore* journalStore;
     std::unique_ptr<SourceMemory> sources;
     std::unique_ptr<AreaCommands> areas;

@@ -7,6 +7,7 @@
 class AppSettings;
 class AreaCommands;
 class AreaMonitor;
+class CameraCapture;
 class CaptureEngine;
 class ClipJournalStore;
 class DesktopIntegration;
@@ -30,6 +31,7 @@ struct SessionModels {
     AreaCommands* areas = nullptr; // arming, the watched area, a drawn region as the source
     SourceMemory* sources = nullptr; // the screens' layout, the source's size and name
     MicCapture* mic = nullptr;
+    CameraCapture* camera = nullptr; // its devices, whether it runs, its newest picture
     ClipJournalStore* journal = nullptr;
     DesktopIntegration* desktop = nullptr; // null without a desktop
     std::shared_ptr<KeyGrabCheck> keyGrabCheck; // null where nobody can tell which keys are held

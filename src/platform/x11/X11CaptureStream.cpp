@@ -271,6 +271,8 @@ void X11CaptureStream::look()
     // The frame asked for at the last look comes first: it was grabbed before anything seen now.
     if (pendingFrame) deliverPendingFrame();
     bool pictureChanged = forceFrame;
+    // After a resize or a map the picture is new as a whole.
+    if (forceFrame) changedSinceFrame.known = false;
     if (damagePending) {
         damagePending = false;
         pictureChanged = damageInsideArea() || pictureChanged;
@@ -358,30 +360,44 @@ bool X11CaptureStream::damageInsideArea()
     xcb_connection_t* c = connection->get();
     const std::vector<uint32_t> ours
         = (!windowMode && configuration.ownWindows) ? configuration.ownWindows->get() : std::vector<uint32_t> {};
-    // A whole window, or the whole screen with none of our windows on it: any damage is inside,
-    // and no region need be fetched.
-    if (windowMode || (area == screenRect && ours.empty())) {
-        xcb_damage_subtract(c, damage, XCB_NONE, XCB_NONE);
-        return true;
-    }
     // Taking the damage away re-arms the report, so a change after this grab makes a new frame.
+    // Its rectangles say what the frame changed, so that only those parts are converted again.
     xcb_damage_subtract(c, damage, XCB_NONE, damagedRegion);
     const xcb_xfixes_fetch_region_cookie_t question = xcb_xfixes_fetch_region(c, damagedRegion);
     const std::vector<QRect> ownRects = ours.empty() ? std::vector<QRect> {} : ownWindowArea->uncoveredRects(ours);
     XcbReply<xcb_xfixes_fetch_region_reply_t> region(xcb_xfixes_fetch_region_reply(c, question, nullptr));
-    if (!region) return true;
+    if (!region) {
+        changedSinceFrame.known = false;
+        return true;
+    }
     const xcb_rectangle_t* rects = xcb_xfixes_fetch_region_rectangles(region.get());
     const int count = xcb_xfixes_fetch_region_rectangles_length(region.get());
+    bool inside = false;
     for (int i = 0; i < count; ++i) {
         const QRect damaged = QRect(rects[i].x, rects[i].y, rects[i].width, rects[i].height) & area;
         if (damaged.isEmpty()) continue;
+        noteChanged(damaged);
         // Our own window repainting itself (the preview of this very screen, a toast) changes
         // nothing worth a frame: it is in the next frame that something else causes.
         const bool ownRepaint
             = std::any_of(ownRects.begin(), ownRects.end(), [&](const QRect& own) { return own.contains(damaged); });
-        if (!ownRepaint) return true;
+        if (!ownRepaint) inside = true;
     }
-    return false;
+    return inside;
+}
+
+void X11CaptureStream::noteChanged(const QRect& rect)
+{
+    std::vector<QRect>& rects = changedSinceFrame.rects;
+    rects.push_back(rect.translated(-area.topLeft()));
+    // A screen full of small changes is as well converted in one piece as in hundreds.
+    constexpr size_t mostRects = 64;
+    if (rects.size() > mostRects) {
+        QRect all;
+        for (const QRect& r : rects)
+            all |= r;
+        rects.assign(1, all);
+    }
 }
 
 xcb_query_pointer_cookie_t X11CaptureStream::askPointer()
@@ -432,6 +448,8 @@ void X11CaptureStream::askForFrame(Keep keep)
         return;
     }
     frame.request = *request;
+    // The grab holds every change reported so far; later ones belong to the next frame.
+    frame.changes = std::exchange(changedSinceFrame, FrameChanges { 0, true, {} });
     pendingFrame = frame;
     xcb_flush(connection->get());
 }
@@ -455,6 +473,7 @@ void X11CaptureStream::abandonPendingFrame()
 {
     if (!pendingFrame) return;
     grabber->abandon(pendingFrame->request);
+    changedSinceFrame.known = false;
     if (pendingFrame->pointerQuestion) xcb_discard_reply(connection->get(), pendingFrame->pointerQuestion->sequence);
     pendingFrame.reset();
 }
@@ -466,17 +485,36 @@ void X11CaptureStream::deliverPendingFrame()
     // into it, and at the output size it goes on without a copy.
     std::optional<QImage> picture = grabber->take(frame.request);
     const bool cursorChanged = frame.pointerQuestion && takePointer(*frame.pointerQuestion);
-    if (!picture || (frame.keep == Keep::ifCursorChanged && !cursorChanged)) return;
+    FrameChanges changes = frame.changes;
+    // No frame: what it changed is still to come, with the next one.
+    auto giveBack = [&] {
+        changedSinceFrame.known = changedSinceFrame.known && changes.known;
+        changedSinceFrame.rects.insert(changedSinceFrame.rects.begin(), changes.rects.begin(), changes.rects.end());
+    };
+    if (!picture || (frame.keep == Keep::ifCursorChanged && !cursorChanged)) return giveBack();
     forceFrame = false;
     cursorShownLastFrame = false;
+    // The cursor is painted into the picture: where it was and where it is changed too.
+    if (!lastCursorRect.isEmpty()) changes.rects.push_back(lastCursorRect);
+    lastCursorRect = QRect();
     if (configuration.showsCursor && cursor.hasImage()) {
         const QRect placed = cursor.placement(pointer);
         if (placed.intersects(picture->rect())) {
             cursor.paint(picture->bits(), int(picture->bytesPerLine()), picture->size(), placed.topLeft());
             cursorShownLastFrame = true;
+            lastCursorRect = placed & picture->rect();
+            changes.rects.push_back(lastCursorRect);
         }
     }
     QImage image = scaler.fit(*picture, QSize(configuration.width, configuration.height));
-    if (image.isNull()) return;
-    output->didOutputFrame(VideoFrame { image, MediaTime::fromNanoseconds(frame.grabbedAt) });
+    if (image.isNull()) {
+        lastCursorRect = QRect();
+        changedSinceFrame.known = false;
+        return;
+    }
+    // Scaled, a change spreads over its neighbours: the frame is new as a whole.
+    if (image.size() != picture->size()) changes.known = false;
+    changes.sequence = ++framesDelivered;
+    if (!changes.known) changes.rects.clear();
+    output->didOutputFrame(VideoFrame { image, MediaTime::fromNanoseconds(frame.grabbedAt), std::move(changes) });
 }

@@ -71,7 +71,11 @@ private:
     bool sleepUntil(std::chrono::steady_clock::time_point deadline, bool wakeOnServer);
     // Looks at what changed and delivers a frame if the picture did.
     void look();
+    // Takes the damage reported so far into `changedSinceFrame`; whether any of it lies in the area
+    // and is not only our own windows repainting themselves.
     bool damageInsideArea();
+    // Adds `rect` (in the drawable's coordinates) to what changed since the last frame delivered.
+    void noteChanged(const QRect& rect);
     // Sends the question of where the pointer is; takePointer() reads the answer (and the cursor's
     // picture if it changed) and tells whether the cursor visibly moved or changed.
     xcb_query_pointer_cookie_t askPointer();
@@ -109,6 +113,11 @@ private:
     bool cursorShownLastFrame = false;
     bool damagePending = true;
     bool forceFrame = true; // the first frame, and the first after a resize or a map
+    // What changed in the area (in the picture's coordinates) since the grab of the last frame
+    // asked for: the damage of the frames to come. Unknown after a resize, a map or a failed read.
+    FrameChanges changedSinceFrame;
+    uint64_t framesDelivered = 0;
+    QRect lastCursorRect; // where the cursor was painted into the last frame delivered, if it was
     // Grabs skipped because every picture was still held further on, since the last log line.
     int skippedGrabs = 0;
     std::chrono::steady_clock::time_point lastSkipReport;
@@ -118,6 +127,7 @@ private:
         std::optional<xcb_query_pointer_cookie_t> pointerQuestion;
         int64_t grabbedAt = 0;
         Keep keep = Keep::always;
+        FrameChanges changes; // since the frame before it
     };
     std::optional<PendingFrame> pendingFrame;
     bool readsAnswersAtNextLook = false;

@@ -1,11 +1,14 @@
 #include "ui/recorder/HeroPreviewCard.h"
 
+#include "app/AppSettings.h"
 #include "app/session/SessionActions.h"
 #include "app/session/SessionModels.h"
+#include "app/session/SourceMemory.h"
 #include "capture/CaptureEngine.h"
 #include "ui/kit/D1.h"
 #include "ui/kit/KitPaint.h"
 #include "ui/kit/Symbols.h"
+#include "ui/recorder/CameraBubble.h"
 #include "ui/recorder/CardColours.h"
 #include "ui/recorder/EmptyHeroIllustration.h"
 #include "ui/recorder/HudColumn.h"
@@ -24,13 +27,24 @@ HeroPreviewCard::HeroPreviewCard(const SessionModels& m, QWidget* parent)
 {
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
     picture = new PreviewSurface(models.monitor, models.sources, this);
-    // The camera bubble will stand here, over the picture and under the badges.
+    // Over the picture and under the badges.
+    bubble = new CameraBubble(models.settings, picture);
+    // Hook: the camera's newest picture (bubble->setFrame) and whether it runs (bubble->setCameraOn)
+    // come from the camera capture once it is wired in; until then the bubble says "Starting camera…".
     huds = new HudColumn(models.recorder, models.engine, models.settings, models.monitor, this);
     illustration = new EmptyHeroIllustration(this);
     connect(illustration->captureButton(), &QAbstractButton::clicked, this, [this] { models.actions->startPreview(); });
 
+    onChange(this, models.engine, &CaptureEngine::isStreaming, &CaptureEngine::isStreamingChanged, [this] {
+        if (models.engine->isStreaming()) streamedSinceSelection = true;
+        refresh();
+    });
+    onChange(this, models.engine, &CaptureEngine::selectedSource, &CaptureEngine::selectedSourceChanged, [this] {
+        streamedSinceSelection = models.engine->isStreaming();
+        refresh();
+    });
     onChange(
-        this, models.engine, &CaptureEngine::isStreaming, &CaptureEngine::isStreamingChanged, [this] { refresh(); });
+        this, models.engine, &CaptureEngine::errorMessage, &CaptureEngine::errorMessageChanged, [this] { refresh(); });
     observe(models.engine, &CaptureEngine::latestPreview, &CaptureEngine::latestPreviewChanged)
         .dropFirst()
         .sink(this, [this](const QImage& image) {
@@ -55,7 +69,27 @@ bool HeroPreviewCard::showsEmptyState() const
 
 bool HeroPreviewCard::showsWaitingLine() const
 {
-    return waiting;
+    return waiting || starting;
+}
+
+QString HeroPreviewCard::waitingLine() const
+{
+    if (waiting) return QStringLiteral("Waiting for frames…");
+    if (starting) return QStringLiteral("Preview starting…");
+    return {};
+}
+
+bool HeroPreviewCard::previewIsExpected() const
+{
+    const CaptureEngine* capture = models.engine;
+    const std::optional<CaptureSource> selected = capture->selectedSource();
+    // A stream that failed waits for the user to try again, from the illustration's button.
+    if (!selected || capture->errorMessage()) return false;
+    if (streamedSinceSelection) return true;
+    const std::optional<QString> saved = models.settings->savedSourceDescriptor();
+    if (!saved) return false;
+    const std::optional<CaptureSource> found = models.sources->findSource(*saved);
+    return found && found->id() == selected->id();
 }
 
 QRectF HeroPreviewCard::cardRect() const
@@ -78,7 +112,8 @@ void HeroPreviewCard::refresh()
 {
     const bool streaming = models.engine->isStreaming();
     const bool hasPicture = streaming && !picture->image().isNull();
-    illustration->setVisible(!streaming);
+    starting = !streaming && previewIsExpected();
+    illustration->setVisible(!streaming && !starting);
     picture->setVisible(hasPicture);
     huds->setVisible(streaming);
     waiting = streaming && !hasPicture;
@@ -142,13 +177,13 @@ void HeroPreviewCard::paintEvent(QPaintEvent*)
     p.setPen(QPen(D1::heroCardStroke, 0.5));
     p.setBrush(D1::heroCardFill);
     p.drawRoundedRect(card.adjusted(0.25, 0.25, -0.25, -0.25), cornerRadius, cornerRadius);
-    if (!waiting) return;
+    const QString line = waitingLine();
+    if (line.isEmpty()) return;
     const QColor mute = CardColours::mutedText().dark;
     const QPointF centre = card.center();
     Symbols::paint(p, QRectF(centre.x() - 14, centre.y() - 30, 28, 28),
         QStringLiteral("rectangle.inset.filled.on.rectangle"), mute);
     p.setFont(KitPaint::font(12));
     p.setPen(mute);
-    p.drawText(QRectF(card.left(), centre.y() + 6, card.width(), 20), Qt::AlignHCenter | Qt::AlignTop,
-        QStringLiteral("Waiting for frames…"));
+    p.drawText(QRectF(card.left(), centre.y() + 6, card.width(), 20), Qt::AlignHCenter | Qt::AlignTop, line);
 }

@@ -5,15 +5,17 @@
 #include <QPointer>
 #include <QWidget>
 
+class CameraBubble;
 class CaptureEngine;
 class EmptyHeroIllustration;
 class HudColumn;
 class PreviewSurface;
 
 // The card of the live preview. While a stream runs it shows the picture of the capture, fitted
-// into the card with its aspect kept, or a line while the first frames are awaited; the badges
-// stand over it. While nothing is captured it shows the empty illustration with the button that
-// starts capturing the screen.
+// into the card with its aspect kept, or a line while the first frames are awaited; the camera
+// bubble and the badges stand over it. While the chosen source's stream is on its way (after a
+// restart, say) it says so. While nothing is captured it shows the empty illustration with the
+// button that starts capturing the screen.
 //
 // The card tells the engine the size it shows the picture at, so that each preview is scaled
 // once, on the capture thread, to exactly that size; while the card is hidden or gone it asks for
@@ -32,8 +34,11 @@ public:
 
     bool showsEmptyState() const;
     bool showsWaitingLine() const;
+    // The line shown without a picture: "Waiting for frames…", "Preview starting…", or empty.
+    QString waitingLine() const;
     PreviewSurface* surface() const { return picture; }
     HudColumn* badges() const { return huds; }
+    CameraBubble* cameraBubble() const { return bubble; }
     EmptyHeroIllustration* emptyState() const { return illustration; }
     QRectF cardRect() const;
     // Where the picture may lie, inside the card.
@@ -52,11 +57,17 @@ private:
     void refresh();
     void place();
     void askForPreviewSize(QSize size);
+    // Whether the selected source is one the user has been shown, or chose on an earlier run: its
+    // stream is then on its way, where another source waits for the user's go.
+    bool previewIsExpected() const;
 
     SessionModels models;
     QPointer<CaptureEngine> engine;
     PreviewSurface* picture;
+    CameraBubble* bubble;
     HudColumn* huds;
     EmptyHeroIllustration* illustration;
     bool waiting = false;
+    bool starting = false;
+    bool streamedSinceSelection = false;
 };

@@ -5,8 +5,10 @@
 #include "app/hotkeys/HotkeyRecorder.h"
 #include "app/session/SaveFolder.h"
 #include "core/Publisher.h"
+#include "devices/CameraFrameChrome.h"
 #include "devices/MicCapture.h"
 #include "ui/ArmedStylePreview.h"
+#include "ui/CameraFramePreview.h"
 #include "ui/HeroCard.h"
 #include "ui/kit/D1.h"
 #include "ui/kit/Symbols.h"
@@ -174,19 +176,6 @@ void shownWhile(SetRow* row, AppSettings* settings, Getter governing, Signal cha
 {
     row->setIndented(true);
     observe(settings, governing, changed).sink(row, [row](bool on) { showRow(row, on); });
-}
-
-QString describedFrameStyle(CameraFrameStyle style)
-{
-    switch (style) {
-    case CameraFrameStyle::soft:
-    case CameraFrameStyle::polaroid:
-    case CameraFrameStyle::beveled:
-    case CameraFrameStyle::edge:
-        return QStringLiteral("Static — no per-frame work.");
-    default:
-        return QStringLiteral("Animation runs while armed.");
-    }
 }
 
 template <typename E> std::vector<SetRowMenu::Item> menuItems()
@@ -447,18 +436,16 @@ void SettingsView::setHotkeyBindingNote(const QString& note)
 void SettingsView::buildCameraAndMic(QVBoxLayout* column)
 {
     QWidget* holder = column->parentWidget();
-    // There is no camera capture yet: the camera's rows stand as they will be, switched off, and
-    // say what they will do.
     auto* camera = toggleRow(settings, QStringLiteral("Show camera overlay"),
         QStringLiteral("Adds a draggable camera widget over the preview stage."), &AppSettings::cameraEnabled,
         &AppSettings::cameraEnabledChanged, &AppSettings::setCameraEnabled);
-    camera->setWarning(QStringLiteral("Camera capture isn't in this version yet. This switch will put a webcam "
-                                      "(any Video4Linux camera) in a bubble burnt into your clips."));
-    camera->setDimmed(true);
     auto* cameraPicker = new SetRowDevicePicker(QStringLiteral("Camera"), QStringLiteral("No cameras found"));
     shownWhile(cameraPicker, settings, &AppSettings::cameraEnabled, &AppSettings::cameraEnabledChanged);
+    connect(cameraPicker, &SetRowDevicePicker::deviceChosen, settings,
+        [this](const QString& id) { settings->setCameraDeviceID(id); });
+    // Hook: the camera's device list fills this picker once the camera capture is wired in; until
+    // then it lists none.
     cameraPicker->setDevices({}, settings->cameraDeviceID());
-    cameraPicker->setDimmed(true);
     auto* shape = segmentedRow<CameraShape>(settings, QStringLiteral("Shape"),
         QStringLiteral("Masks the camera into a circle, rounded square, or straight rectangle."),
         &AppSettings::cameraShape, &AppSettings::cameraShapeChanged, &AppSettings::setCameraShape);
@@ -473,12 +460,19 @@ void SettingsView::buildCameraAndMic(QVBoxLayout* column)
         QStringLiteral("Wraps the camera bubble with a styled border."), &AppSettings::cameraFrameEnabled,
         &AppSettings::cameraFrameEnabledChanged, &AppSettings::setCameraFrameEnabled);
     shownWhile(chrome, settings, &AppSettings::cameraEnabled, &AppSettings::cameraEnabledChanged);
+    // The chosen style on a sample bubble of the chosen shape, animated by the live bubble's drawing.
     auto* frameStyle = new SetRowMenu(QStringLiteral("Frame style"), menuItems<CameraFrameStyle>());
+    frameStyle->setObjectName(QStringLiteral("frameStyleRow"));
+    auto* stylePreview = new CameraFramePreview(frameStyle->previewSlot());
+    frameStyle->previewSlot()->layout()->addWidget(stylePreview);
     observe(settings, &AppSettings::cameraFrameStyle, &AppSettings::cameraFrameStyleChanged)
-        .sink(frameStyle, [frameStyle](CameraFrameStyle style) {
+        .sink(frameStyle, [frameStyle, stylePreview](CameraFrameStyle style) {
             frameStyle->setSelection(::rawValue(style));
-            frameStyle->setCaption(describedFrameStyle(style));
+            frameStyle->setCaption(QString::fromUtf8(CameraFrameChrome::caption(style)));
+            stylePreview->setStyle(style);
         });
+    observe(settings, &AppSettings::cameraShape, &AppSettings::cameraShapeChanged)
+        .sink(stylePreview, [stylePreview](CameraShape value) { stylePreview->setShape(value); });
     connect(frameStyle, &SetRowMenu::selectionEdited, settings, [this](const QString& raw) {
         if (const auto style = fromRawValue<CameraFrameStyle>(raw)) settings->setCameraFrameStyle(*style);
     });
@@ -488,8 +482,6 @@ void SettingsView::buildCameraAndMic(QVBoxLayout* column)
     connect(settings, &AppSettings::cameraEnabledChanged, frameStyle, showFrameStyle);
     connect(settings, &AppSettings::cameraFrameEnabledChanged, frameStyle, showFrameStyle);
     showFrameStyle();
-    for (SetRow* r : std::initializer_list<SetRow*> { shape, size, chrome, frameStyle })
-        r->setDimmed(true);
 
     auto* microphone = toggleRow(settings, QStringLiteral("Record microphone"),
         QStringLiteral("Captures your mic with automatic gain control — quiet speech is boosted, loud peaks are "
@@ -521,8 +513,10 @@ void SettingsView::buildCameraAndMic(QVBoxLayout* column)
         QStringLiteral("Drag the camera overlay anywhere on the preview to reposition it. The chosen position, shape, "
                        "and size are persisted across launches.")));
     column->addWidget(noteCard(holder, QStringLiteral("lock.shield"), QStringLiteral("No permission needed"),
-        QStringLiteral("Linux has no privacy switch for the camera or the microphone: Velotape opens the microphone "
-                       "you pick here, through PulseAudio, only while \"Record microphone\" is on.")));
+        QStringLiteral("Linux has no privacy switch for the camera or the microphone: Velotape opens the camera you "
+                       "pick here only while \"Show camera overlay\" is on, and the microphone only while \"Record "
+                       "microphone\" is on. A camera that won't open is often busy in another program, or needs your "
+                       "user in the \"video\" group.")));
 }
 
 void SettingsView::buildOutput(QVBoxLayout* column)
@@ -546,8 +540,7 @@ void SettingsView::buildOutput(QVBoxLayout* column)
     auto* keepInTray = toggleRow(settings, QStringLiteral("Keep running in the tray"),
         QStringLiteral("Closing the window leaves Velotape recording in the tray. Without a tray, closing quits."),
         &AppSettings::keepRunningInTray, &AppSettings::keepRunningInTrayChanged, &AppSettings::setKeepRunningInTray);
-    auto* atLogin
-        = new SetRowStartAtLogin(AutostartEntry(AppIdentity::appId(), QCoreApplication::applicationFilePath()));
+    auto* atLogin = new SetRowStartAtLogin(AutostartEntry(AppIdentity::appId(), AppIdentity::launcherPath()));
     column->addWidget(rowCard(holder, { folder, reveal, sound, autoStop, keepInTray, atLogin }));
 }
 

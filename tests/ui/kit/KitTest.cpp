@@ -7,6 +7,7 @@
 #include "ui/kit/V3.h"
 #include "ui/kit/V3Button.h"
 #include "ui/kit/V3Segmented.h"
+#include "ui/kit/V3Slider.h"
 #include "ui/kit/V3Toggle.h"
 
 #include <QAbstractButton>
@@ -178,4 +179,88 @@ TEST(KitTest, TheRecordGlowBreathesOnlyWhileOnScreen)
     EXPECT_TRUE(button.isPulsing());
     button.setEnabled(false);
     EXPECT_FALSE(button.isPulsing());
+}
+
+namespace {
+
+// Pixels that a viewer tells apart at a glance: the channels together move by more than 90.
+int clearlyChanged(const QImage& a, const QImage& b)
+{
+    if (a.size() != b.size()) return -1;
+    int changed = 0;
+    for (int y = 0; y < a.height(); ++y)
+        for (int x = 0; x < a.width(); ++x) {
+            const QColor p = a.pixelColor(x, y);
+            const QColor q = b.pixelColor(x, y);
+            changed
+                += std::abs(p.red() - q.red()) + std::abs(p.green() - q.green()) + std::abs(p.blue() - q.blue()) > 90;
+        }
+    return changed;
+}
+
+} // namespace
+
+// Every control of the kit that takes the keyboard's focus shows it: a ring that stands out from
+// what the control shows without it, on the dark ground and on the light one. The window's own
+// ground is painted under each control, as on a screen of the program.
+TEST(KitTest, TheFocusRingShowsOnEveryControlInBothAppearances)
+{
+    for (const Appearance appearance : { Appearance::dark, Appearance::light }) {
+        SCOPED_TRACE(appearance == Appearance::dark ? "dark" : "light");
+        QApplication::setPalette(kitPalette(appearance));
+        QWidget window;
+        window.setAutoFillBackground(true);
+        window.resize(420, 300);
+        QWidget away(&window);
+        away.setFocusPolicy(Qt::StrongFocus);
+        away.setGeometry(400, 290, 4, 4);
+        V3Button primary(V3Button::Kind::primary, QStringLiteral("Save"), &window);
+        V3Button secondary(V3Button::Kind::secondary, QStringLiteral("Re-run"), &window);
+        V3Button ghost(V3Button::Kind::ghost, {}, &window);
+        ghost.setSymbol(QStringLiteral("folder"));
+        V3Toggle off(&window);
+        V3Toggle on(&window);
+        on.setChecked(true);
+        V3Segmented segmented(
+            { { QStringLiteral("a"), QStringLiteral("Overview") }, { QStringLiteral("b"), QStringLiteral("Stats") } },
+            &window);
+        segmented.setSelection(QStringLiteral("a"));
+        V3Slider slider(&window);
+        D1RecordButton record(64, &window);
+        const std::pair<const char*, QWidget*> controls[]
+            = { { "primary button", &primary }, { "secondary button", &secondary }, { "ghost button", &ghost },
+                  { "switch off", &off }, { "switch on", &on }, { "segmented control", &segmented },
+                  { "slider", &slider }, { "record button", &record } };
+        int y = 10;
+        for (const auto& [name, control] : controls) {
+            const QSize size = control->sizeHint().expandedTo(QSize(120, 24));
+            control->setGeometry(QRect(QPoint(12, y), size));
+            y += size.height() + 4;
+            if (y > 250) y = 10;
+        }
+        // Side by side where the column is full.
+        record.move(280, 10);
+        slider.move(280, 100);
+        segmented.move(200, 200);
+        showAndWait(window);
+        window.activateWindow();
+        ASSERT_TRUE(spinUntil([&] { return window.isActiveWindow(); }, 5000));
+
+        for (const auto& [name, control] : controls) {
+            SCOPED_TRACE(name);
+            away.setFocus(Qt::TabFocusReason);
+            ASSERT_TRUE(spinUntil([&] { return away.hasFocus(); }, 2000));
+            spinFor(50);
+            const QImage without = window.grab(control->geometry().adjusted(-3, -3, 3, 3)).toImage();
+            // Where Tab stops: the control, or the segmented control's selected item.
+            QWidget* target = control == &segmented ? segmented.buttonFor(QStringLiteral("a")) : control;
+            target->setFocus(Qt::TabFocusReason);
+            ASSERT_TRUE(spinUntil([&] { return target->hasFocus(); }, 2000));
+            spinFor(50);
+            const QImage with = window.grab(control->geometry().adjusted(-3, -3, 3, 3)).toImage();
+            // At least a side's length of the control in plainly different pixels.
+            const int needed = std::min(control->width(), control->height());
+            EXPECT_GE(clearlyChanged(without, with), needed);
+        }
+    }
 }

@@ -16,6 +16,7 @@
 #include "ui/kit/V3.h"
 #include "ui/recorder/AreaMonitorStrip.h"
 #include "ui/recorder/BigRecordCTA.h"
+#include "ui/recorder/CameraBubble.h"
 #include "ui/recorder/EmptyHeroIllustration.h"
 #include "ui/recorder/HeroPreviewCard.h"
 #include "ui/recorder/HudCard.h"
@@ -29,6 +30,7 @@
 #include <QApplication>
 #include <QDir>
 #include <QMainWindow>
+#include <QPainter>
 #include <QRegularExpression>
 #include <QSettings>
 #include <QTemporaryDir>
@@ -180,6 +182,118 @@ TEST_F(RecorderScreen, ThePreviewShowsTheScreenAtTheCardsOwnSizeAndNoneIsMadeOff
     spinFor(600);
     EXPECT_EQ(previews, 0);
     EXPECT_TRUE(engine->isStreaming());
+}
+
+// The camera bubble on the live picture: the size and place the settings give, masked to its
+// shape, the picture showing around it; a drag stores its new centre as fractions of the picture,
+// and never lets it leave. Without a camera picture it says the camera is starting.
+TEST_F(RecorderScreen, TheCameraBubbleStandsWhereTheSettingsPutItAndADragMovesIt)
+{
+    startCapture();
+    HeroPreviewCard* card = hero->previewCard();
+    PreviewSurface* surface = card->surface();
+    ASSERT_TRUE(spinUntil([&] { return vm->engine()->latestPreview().size() == surface->size(); }, 5000));
+    AppSettings* settings = vm->settings();
+    settings->setCameraShape(CameraShape::circle);
+    settings->setCameraSize(0.3);
+    settings->setCameraPositionX(0.3);
+    settings->setCameraPositionY(0.4);
+    settings->setCameraEnabled(true);
+    CameraBubble* bubble = card->cameraBubble();
+    ASSERT_TRUE(spinUntil([&] { return bubble->isVisible(); }));
+    EXPECT_EQ(bubble->state(), CameraBubble::State::starting);
+
+    const double w = surface->width(), h = surface->height();
+    const double d = 0.3 * std::min(w, h);
+    // The placeholder's gradient runs from a mid blue at the top left to a dark one.
+    const auto isPlaceholder = [](QColor c) { return c.blue() > c.red() + 40 && c.blue() > 60; };
+    // What the bubble covers differs from the picture; what it leaves shows the picture exactly.
+    const auto check = [&](QPointF centre, double width, double height, bool cornersCovered) {
+        const QImage shown = surface->grab().toImage();
+        const QImage& picture = surface->image();
+        const auto covered = [&](QPointF at) {
+            const QPoint p = at.toPoint();
+            return shown.pixel(p) != picture.pixel(p) && isPlaceholder(shown.pixelColor(p));
+        };
+        const auto clear = [&](QPointF at) { return shown.pixel(at.toPoint()) == picture.pixel(at.toPoint()); };
+        EXPECT_TRUE(covered(centre + QPointF(0, -height * 0.35)));
+        EXPECT_TRUE(covered(centre + QPointF(-width / 2 + 3, 0)));
+        EXPECT_TRUE(covered(centre + QPointF(width / 2 - 3, 0)));
+        EXPECT_TRUE(clear(centre + QPointF(-width / 2 - 3, 0)));
+        EXPECT_TRUE(clear(centre + QPointF(0, height / 2 + 3)));
+        const QPointF corner = centre + QPointF(-width / 2 + 3, -height / 2 + 3);
+        EXPECT_EQ(covered(corner), cornersCovered);
+        EXPECT_EQ(clear(corner), !cornersCovered);
+    };
+    {
+        SCOPED_TRACE("circle");
+        check(QPointF(0.3 * w, 0.4 * h), d, d, false);
+    }
+    settings->setCameraShape(CameraShape::rect);
+    {
+        SCOPED_TRACE("rectangle");
+        check(QPointF(0.3 * w, 0.4 * h), d * 16 / 9, d, true);
+    }
+
+    // Grabbed at its middle and moved 40 right and 20 up.
+    const QPoint grip = (bubble->bubbleRect().center() - QPointF(bubble->pos())).toPoint();
+    QTest::mousePress(bubble, Qt::LeftButton, {}, grip);
+    QTest::mouseMove(bubble, grip + QPoint(40, -20));
+    QTest::mouseRelease(bubble, Qt::LeftButton, {}, grip + QPoint(40, -20));
+    EXPECT_NEAR(QSettings().value(QStringLiteral("vt2.camera.posX")).toDouble(), 0.3 + 40 / w, 1e-6);
+    EXPECT_NEAR(QSettings().value(QStringLiteral("vt2.camera.posY")).toDouble(), 0.4 - 20 / h, 1e-6);
+    spinFor(100);
+    {
+        SCOPED_TRACE("moved");
+        check(QPointF(0.3 * w + 40, 0.4 * h - 20), d * 16 / 9, d, true);
+    }
+    // Dragged far past the right edge: pinned there, the whole bubble still on the picture.
+    const QPoint again = (bubble->bubbleRect().center() - QPointF(bubble->pos())).toPoint();
+    QTest::mousePress(bubble, Qt::LeftButton, {}, again);
+    QTest::mouseMove(bubble, again + QPoint(2000, 0));
+    QTest::mouseRelease(bubble, Qt::LeftButton, {}, again + QPoint(2000, 0));
+    EXPECT_NEAR(settings->cameraPositionX(), 1 - d * 8 / 9 / w, 1e-6);
+    EXPECT_NEAR(bubble->bubbleRect().right(), w, 1e-6);
+
+    // A camera picture fills the bubble, cut at the sides, not squeezed: of a 4:3 picture with green
+    // edges, a round bubble shows only the blue middle. Once the camera stops, the bubble says so in
+    // grey.
+    QImage camera(640, 480, QImage::Format_RGB32);
+    camera.fill(QColor(30, 60, 220));
+    {
+        QPainter paint(&camera);
+        paint.fillRect(0, 0, 60, 480, QColor(20, 200, 40));
+        paint.fillRect(580, 0, 60, 480, QColor(20, 200, 40));
+    }
+    settings->setCameraShape(CameraShape::circle);
+    bubble->setFrame(camera);
+    EXPECT_EQ(bubble->state(), CameraBubble::State::picture);
+    {
+        const QImage shown = surface->grab().toImage();
+        const QPointF centre = bubble->bubbleRect().center();
+        const QColor middle = shown.pixelColor(centre.toPoint());
+        const QColor leftEdge = shown.pixelColor((centre + QPointF(-d / 2 + 3, 0)).toPoint());
+        EXPECT_TRUE(near(middle, QColor(30, 60, 220))) << middle.name().toStdString();
+        EXPECT_TRUE(near(leftEdge, QColor(30, 60, 220))) << leftEdge.name().toStdString();
+    }
+    bubble->setCameraOn(false);
+    EXPECT_EQ(bubble->state(), CameraBubble::State::off);
+    {
+        const QColor grey
+            = surface->grab().toImage().pixelColor((bubble->bubbleRect().center() + QPointF(0, -d * 0.35)).toPoint());
+        EXPECT_LT(std::abs(grey.blue() - grey.red()), 40) << grey.name().toStdString();
+    }
+
+    // Off: the bubble goes.
+    settings->setCameraEnabled(false);
+    EXPECT_FALSE(bubble->isVisible());
+
+    // The chosen source's stream gone for a moment (a restart, say): the card says the preview is
+    // on its way instead of inviting the user to start one.
+    vm->engine()->stopStream();
+    ASSERT_TRUE(spinUntil([&] { return !vm->engine()->isStreaming(); }));
+    EXPECT_FALSE(card->showsEmptyState());
+    EXPECT_EQ(card->waitingLine(), QStringLiteral("Preview starting…"));
 }
 
 TEST_F(RecorderScreen, TheStripFollowsTheMonitorFromOffToTriggeredAndBack)

@@ -11,6 +11,7 @@
 #include "support/EventLoop.h"
 #include "support/TestDesktop.h"
 #include "ui/AppDelegate.h"
+#include "ui/CameraFramePreview.h"
 #include "ui/ContentView.h"
 #include "ui/kit/V3Button.h"
 #include "ui/kit/V3Segmented.h"
@@ -20,6 +21,7 @@
 #include "ui/settings/SetRowDevicePicker.h"
 #include "ui/settings/SetRowFolder.h"
 #include "ui/settings/SetRowHotkey.h"
+#include "ui/settings/SetRowMenu.h"
 #include "ui/settings/SetRowSlider.h"
 #include "ui/settings/SettingsView.h"
 
@@ -213,10 +215,6 @@ TEST_F(SettingsScreen, RowsWriteTheirSettingsAndTheControllerReactsAsItShould)
 TEST_F(SettingsScreen, TheMicrophonePickerListsTheSoundServersMicrophonesAsTheyComeAndGo)
 {
     open(Group::camera);
-    // Without camera capture the camera's switch is there but can't be turned on.
-    EXPECT_FALSE(row<SetRow>("Show camera overlay")->findChild<V3Toggle*>()->isEnabled());
-    EXPECT_EQ(view->row(QStringLiteral("Shape"))->isVisible(), false);
-
     auto* microphone = row<SetRow>("Microphone");
     ASSERT_NE(microphone, nullptr);
     EXPECT_FALSE(microphone->isVisible());
@@ -251,6 +249,65 @@ TEST_F(SettingsScreen, TheMicrophonePickerListsTheSoundServersMicrophonesAsTheyC
     ASSERT_EQ(testDesktop()->run(QStringLiteral("pactl"), { QStringLiteral("unload-module"), index.trimmed() }), 0);
     ASSERT_TRUE(spinUntil([&] { return picker->help() == QStringLiteral("1 device detected"); }));
     EXPECT_EQ(picker->button()->text(), QStringLiteral("None"));
+}
+
+// The camera's rows come with its switch, write their settings, and the style's preview animates
+// the chosen style on the chosen shape.
+TEST_F(SettingsScreen, TheCameraRowsWriteTheirSettingsAndThePreviewShowsTheChosenStyle)
+{
+    open(Group::camera);
+    EXPECT_FALSE(view->row(QStringLiteral("Shape"))->isVisible());
+    click(row<SetRow>("Show camera overlay")->findChild<V3Toggle*>());
+    EXPECT_EQ(stored("vt2.camera.enabled"), QVariant(true));
+    for (const char* label : { "Camera", "Shape", "Size", "Frame chrome" })
+        EXPECT_TRUE(view->row(QLatin1String(label))->isVisible()) << label;
+    EXPECT_EQ(row<SetRowDevicePicker>("Camera")->help(), QStringLiteral("No cameras found"));
+    EXPECT_FALSE(view->row(QStringLiteral("Frame style"))->isVisible());
+
+    pressSegment("Shape", "circle");
+    EXPECT_EQ(stored("vt2.camera.shape").toString(), QStringLiteral("circle"));
+    auto* size = row<SetRowSlider>("Size");
+    ASSERT_NE(size, nullptr);
+    size->slider()->setFocus();
+    QTest::keyClick(size->slider(), Qt::Key_Right);
+    EXPECT_NEAR(stored("vt2.camera.size").toDouble(), 0.13, 1e-9);
+    EXPECT_EQ(size->valueText(), QStringLiteral("13%"));
+
+    click(row<SetRow>("Frame chrome")->findChild<V3Toggle*>());
+    EXPECT_EQ(stored("vt2.camera.frameEnabled"), QVariant(true));
+    auto* style = row<SetRowMenu>("Frame style");
+    ASSERT_NE(style, nullptr);
+    ASSERT_TRUE(spinUntil([&] { return style->isVisible(); }));
+    auto* preview = style->findChild<CameraFramePreview*>();
+    ASSERT_NE(preview, nullptr);
+    ASSERT_TRUE(spinUntil([&] { return preview->isVisible(); }));
+    // Soft stands still; March moves, so its preview redraws by itself.
+    EXPECT_FALSE(preview->isAnimating());
+    QAction* march = nullptr;
+    for (QAction* item : style->button()->menu()->actions())
+        if (item->text() == QStringLiteral("March")) march = item;
+    ASSERT_NE(march, nullptr);
+    march->trigger();
+    EXPECT_EQ(stored("vt2.camera.frameStyle").toString(), QStringLiteral("march"));
+    EXPECT_EQ(preview->style(), CameraFrameStyle::march);
+    EXPECT_TRUE(preview->isAnimating());
+    const QImage before = preview->grab().toImage();
+    spinFor(400);
+    EXPECT_NE(preview->grab().toImage(), before);
+    // The sample bubble is a circle now: the corner of its square shows the card, not the face.
+    const QImage shown = preview->grab().toImage();
+    const QRectF sample = preview->sampleRect();
+    const QColor corner = shown.pixelColor((sample.topLeft() + QPointF(3, 3)).toPoint() * shown.devicePixelRatio());
+    const QColor middle
+        = shown.pixelColor(QPointF(sample.center().x(), sample.top() + 6).toPoint() * shown.devicePixelRatio());
+    EXPECT_LT(corner.blue(), 60) << corner.name().toStdString();
+    EXPECT_GT(middle.blue(), 80) << middle.name().toStdString();
+
+    // Off: its rows go, their values stay.
+    click(row<SetRow>("Show camera overlay")->findChild<V3Toggle*>());
+    EXPECT_FALSE(view->row(QStringLiteral("Shape"))->isVisible());
+    EXPECT_FALSE(style->isVisible());
+    EXPECT_EQ(stored("vt2.camera.shape").toString(), QStringLiteral("circle"));
 }
 
 TEST_F(SettingsScreen, ARecordedHotkeySavesClipsAndTheOldOneNoLongerDoes)

@@ -9,6 +9,7 @@
 #include "app/session/AreaCommands.h"
 #include "app/session/RecorderViewModel.h"
 #include "app/session/SessionStatus.h"
+#include "capture/CaptureEngine.h"
 #include "journal/ClipMetaStore.h"
 #include "monitor/AreaMonitor.h"
 #include "recorder/SegmentedRecorder.h"
@@ -16,12 +17,15 @@
 #include "ui/AppDelegate.h"
 #include "ui/ContentView.h"
 #include "ui/D1Sidebar.h"
+#include "ui/RecorderHero.h"
 #include "ui/SourcePickerButton.h"
 #include "ui/SourcePickerPopover.h"
 #include "ui/ToastView.h"
 #include "ui/clips/ClipsScreen.h"
 #include "ui/journal/JournalScreen.h"
 #include "ui/kit/Appearance.h"
+#include "ui/recorder/CameraBubble.h"
+#include "ui/recorder/HeroPreviewCard.h"
 #include "ui/settings/SettingsView.h"
 
 #include <QApplication>
@@ -120,6 +124,67 @@ int recorderStates(AppDelegate& delegate, const TestDesktop& desktop, const QStr
         shoot("armed", appearance);
     vm->areaMonitor()->disarm();
     vm->areaMonitor()->setRect(std::nullopt);
+    return written;
+}
+
+// The camera bubble on the streaming preview, in dark at the window's size: as a circle and as the
+// wide rectangle, named recorder-camera-SHAPE-dark-WxH.png; each of the twelve frame styles around
+// a rounded bubble, cut out of the window, named camera-frame-STYLE.png; and the settings' camera
+// rows with the style's preview, settings-camera-rows-dark-WxH.png.
+int cameraShots(AppDelegate& delegate, const QString& outDir)
+{
+    RecorderViewModel* vm = delegate.viewModel();
+    AppSettings* settings = vm->settings();
+    QMainWindow* window = delegate.window();
+    window->resize(AppDelegate::windowSize);
+    QApplication::setPalette(kitPalette(Appearance::dark));
+    delegate.contentView()->showScreen(D1Screen::recorder);
+    if (!vm->engine()->isStreaming()) vm->startPreview();
+    settings->setCameraEnabled(true);
+    settings->setCameraSize(0.24);
+    settings->setCameraPositionX(0.78);
+    settings->setCameraPositionY(0.7);
+    settings->setCameraFrameEnabled(true);
+    settings->setCameraFrameStyle(CameraFrameStyle::glass);
+    settle(800);
+    int written = 0;
+    const auto size = [&] { return QStringLiteral("%1x%2").arg(window->width()).arg(window->height()); };
+    for (const auto& [shape, name] :
+        { std::pair { CameraShape::circle, "circle" }, std::pair { CameraShape::rect, "rect" } }) {
+        settings->setCameraShape(shape);
+        settle(500);
+        const QString file = QStringLiteral("recorder-camera-%1-dark-%2.png").arg(QLatin1String(name), size());
+        if (window->grab().save(QDir(outDir).filePath(file))) ++written;
+    }
+    // The styles on a larger bubble in the middle, where they can be made out.
+    settings->setCameraShape(CameraShape::roundedRect);
+    settings->setCameraSize(0.4);
+    settings->setCameraPositionX(0.5);
+    settings->setCameraPositionY(0.5);
+    settle(300);
+    auto* hero = qobject_cast<RecorderHero*>(delegate.contentView()->screenWidget());
+    CameraBubble* bubble = hero ? hero->previewCard()->cameraBubble() : nullptr;
+    if (bubble && bubble->isVisible()) {
+        for (const auto& style : EnumTable<CameraFrameStyle>::cases) {
+            settings->setCameraFrameStyle(style.value);
+            settle(500);
+            const QRectF around = bubble->bubbleRect().adjusted(-40, -40, 40, 40);
+            const QPoint at = bubble->parentWidget()->mapTo(window, around.topLeft().toPoint());
+            const QString file = QStringLiteral("camera-frame-%1.png").arg(QLatin1String(style.raw));
+            if (window->grab(QRect(at, around.size().toSize())).save(QDir(outDir).filePath(file))) ++written;
+        }
+    }
+    settings->setCameraFrameStyle(CameraFrameStyle::wave);
+    delegate.contentView()->showScreen(D1Screen::settings);
+    if (auto* view = qobject_cast<SettingsView*>(delegate.contentView()->screenWidget())) {
+        view->setGroup(SettingsView::SettingsGroup::camera);
+        settle(600);
+        if (window->grab().save(QDir(outDir).filePath(QStringLiteral("settings-camera-rows-dark-%1.png").arg(size()))))
+            ++written;
+    }
+    delegate.contentView()->showScreen(D1Screen::recorder);
+    settings->setCameraEnabled(false);
+    settle(200);
     return written;
 }
 
@@ -427,6 +492,7 @@ int main(int argc, char** argv)
     written += clipsStates(delegate, outDir);
     written += settingsGroups(delegate, outDir);
     written += recorderStates(delegate, desktop, outDir);
+    written += cameraShots(delegate, outDir);
     written += overlayShots(delegate, desktop, outDir);
     std::printf("%d screenshots in %s\n", written, qPrintable(outDir));
     return 0;

@@ -1,4 +1,4 @@
-#include "app/control/ControlProtocol.h"
+#include "app/client/ControlProtocol.h"
 
 #include <QUrl>
 

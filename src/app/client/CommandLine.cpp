@@ -1,4 +1,4 @@
-#include "app/cli/CommandLine.h"
+#include "app/client/CommandLine.h"
 
 namespace CommandLine {
 

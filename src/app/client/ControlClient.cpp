@@ -1,6 +1,6 @@
-#include "app/control/ControlClient.h"
+#include "app/client/ControlClient.h"
 
-#include "app/control/ControlProtocol.h"
+#include "app/client/ControlProtocol.h"
 
 #include <QElapsedTimer>
 #include <QLocalSocket>

@@ -1,4 +1,4 @@
-#include "app/control/ControlSocketPath.h"
+#include "app/client/ControlSocketPath.h"
 
 #include "core/PrivateDirectory.h"
 
