@@ -99,9 +99,9 @@ int main(int argc, char** argv)
     portal.control(QStringLiteral("StartCounter"));
 
     X11CaptureBackend x11Backend;
-    QString token;
+    WaylandCaptureBackend::Kept kept;
     WaylandCaptureBackend portalBackend(
-        { [&token] { return token; }, [&token](const QString& t) { token = t; } }, portal.bus());
+        { [&kept] { return kept; }, [&kept](const WaylandCaptureBackend::Kept& k) { kept = k; } }, portal.bus());
     const std::vector<pid_t> xServer { childNamed("Xvfb") };
     // The compositor's side: PipeWire and the producer (the test backend paints its pictures too,
     // which a compositor does anyway).

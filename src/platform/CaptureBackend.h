@@ -12,6 +12,7 @@
 #include <QString>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -40,6 +41,9 @@ public:
     // Whether the desktop asks the user's permission before a capture (a screen-sharing portal
     // does; an X server never does), so that a refusal is worth explaining to the user.
     virtual bool asksCapturePermission() const { return false; }
+    // Something the user should hear about that is not a failure (the desktop asked again what to
+    // share, and why). Called on any thread; set before the first capture.
+    virtual void setOnNotice(std::function<void(const QString&)>) { }
 
     // Starts a stream on a thread of its own; frames go to `output->didOutputFrame`, and a stream
     // that dies calls `output->didStopWithError` once. Audio is not the backend's business: the

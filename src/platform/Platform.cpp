@@ -23,21 +23,28 @@
 
 namespace {
 
-// The portal's restore token, kept with the other settings: the desktop asks the user once.
+// The portal's restore token and the source it restored, kept with the other settings: the desktop
+// asks the user once.
 const QString restoreTokenKey = QStringLiteral("vt2.wayland.restoreToken");
+const QString restoredSourceKey = QStringLiteral("vt2.wayland.restoredSource");
 
 WaylandCaptureBackend::TokenStore settingsTokenStore()
 {
     return {
         [] {
-            return QSettings(QStringLiteral("Velotape"), QStringLiteral("Velotape")).value(restoreTokenKey).toString();
+            const QSettings settings(QStringLiteral("Velotape"), QStringLiteral("Velotape"));
+            return WaylandCaptureBackend::Kept { settings.value(restoreTokenKey).toString(),
+                settings.value(restoredSourceKey).toString() };
         },
-        [](const QString& token) {
+        [](const WaylandCaptureBackend::Kept& kept) {
             QSettings settings(QStringLiteral("Velotape"), QStringLiteral("Velotape"));
-            if (token.isEmpty())
+            if (kept.token.isEmpty()) {
                 settings.remove(restoreTokenKey);
-            else
-                settings.setValue(restoreTokenKey, token);
+                settings.remove(restoredSourceKey);
+            } else {
+                settings.setValue(restoreTokenKey, kept.token);
+                settings.setValue(restoredSourceKey, kept.source);
+            }
         },
     };
 }
@@ -176,6 +183,14 @@ std::unique_ptr<DesktopShortcuts> Platform::desktopShortcuts()
     // On X11 the global key monitor hears the keys itself.
     if (chosen != Backend::wayland || !PortalGlobalShortcuts::available()) return nullptr;
     return std::make_unique<PortalGlobalShortcuts>();
+}
+
+QString Platform::hotkeyBindingNote()
+{
+    if (chosen != Backend::wayland || PortalGlobalShortcuts::available()) return {};
+    return QStringLiteral("This desktop lets no program take global keys: bind the commands `velotape toggle` "
+                          "(save a clip) and `velotape arm` (arm the area monitor) to keys in your desktop's own "
+                          "keyboard shortcut settings.");
 }
 
 std::shared_ptr<KeyGrabCheck> Platform::keyGrabCheck()

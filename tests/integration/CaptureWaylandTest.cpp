@@ -61,7 +61,9 @@ StreamConfiguration configuration(int width, int height)
 class CaptureWayland : public ::testing::Test {
 protected:
     PortalDesktop desktop;
-    QString token;
+    WaylandCaptureBackend::Kept kept;
+    const QString& token = kept.token;
+    Guarded<QStringList> notices;
     std::unique_ptr<WaylandCaptureBackend> backend;
 
     void SetUp() override
@@ -74,9 +76,12 @@ protected:
 
     std::unique_ptr<WaylandCaptureBackend> makeBackend()
     {
-        return std::make_unique<WaylandCaptureBackend>(
-            WaylandCaptureBackend::TokenStore { [this] { return token; }, [this](const QString& t) { token = t; } },
-            desktop.bus());
+        auto made
+            = std::make_unique<WaylandCaptureBackend>(WaylandCaptureBackend::TokenStore { [this] { return kept; },
+                                                          [this](const WaylandCaptureBackend::Kept& k) { kept = k; } },
+                desktop.bus());
+        made->setOnNotice([this](const QString& text) { notices.lock()->append(text); });
+        return made;
     }
 
     uint chooserShown() { return desktop.control(QStringLiteral("ChooserShown")).toUInt(); }
@@ -161,13 +166,44 @@ TEST_F(CaptureWayland, TheDesktopAsksOnceAndThenRestoresFromTheKeptToken)
     ASSERT_TRUE(again.content) << again.error.toStdString();
     EXPECT_EQ(chooserShown(), 1u);
 
-    // A token the desktop no longer knows asks again, and the new one is kept.
+    // A token the desktop no longer knows asks again, and the new one is kept. The same screen
+    // chosen again is nothing to tell the user.
     backend.reset();
-    token = QStringLiteral("0b5e55ed-0000-4000-8000-000000000000");
+    kept.token = QStringLiteral("0b5e55ed-0000-4000-8000-000000000000");
     backend = makeBackend();
     ASSERT_TRUE(backend->shareableContent().content);
     EXPECT_EQ(chooserShown(), 2u);
     EXPECT_NE(token, QStringLiteral("0b5e55ed-0000-4000-8000-000000000000"));
+    EXPECT_TRUE(notices.lock()->isEmpty());
+
+    // The monitor shared last time is unplugged: the desktop asks again, the user hears why, and
+    // what was chosen now is restored the next time without a word.
+    backend.reset();
+    desktop.control(QStringLiteral("ReplaceMonitor"), { QStringLiteral("TEST-2"), false });
+    backend = makeBackend();
+    CaptureBackend::ContentResult replaced = backend->shareableContent();
+    ASSERT_TRUE(replaced.content) << replaced.error.toStdString();
+    EXPECT_EQ(replaced.content->displays.front().name, QStringLiteral("TEST-2"));
+    EXPECT_EQ(chooserShown(), 3u);
+    EXPECT_EQ(*notices.lock(), QStringList { WaylandCaptureBackend::askedAgainNotice });
+    backend.reset();
+    backend = makeBackend();
+    ASSERT_TRUE(backend->shareableContent().content);
+    EXPECT_EQ(chooserShown(), 3u);
+    EXPECT_EQ(notices.lock()->size(), 1);
+
+    // A desktop that answers such a token with an error: asked once more, not a failure.
+    backend.reset();
+    desktop.control(QStringLiteral("ReplaceMonitor"), { QStringLiteral("TEST-3"), true });
+    const QString refusedToken = token;
+    backend = makeBackend();
+    replaced = backend->shareableContent();
+    ASSERT_TRUE(replaced.content) << replaced.error.toStdString();
+    EXPECT_EQ(replaced.content->displays.front().name, QStringLiteral("TEST-3"));
+    EXPECT_EQ(chooserShown(), 4u);
+    EXPECT_EQ(notices.lock()->value(1), WaylandCaptureBackend::refusedNotice);
+    EXPECT_FALSE(token.isEmpty());
+    EXPECT_NE(token, refusedToken);
 }
 
 TEST_F(CaptureWayland, ACancelledChooserSaysSoAndStartsNoStream)
@@ -197,4 +233,27 @@ TEST_F(CaptureWayland, TheDesktopEndingTheSessionEndsTheStreamOnceWithAReason)
     spinFor(500);
     EXPECT_EQ(frames.count(), atEnd);
     EXPECT_EQ(*frames.stops.lock(), QStringList { QStringLiteral("the desktop stopped sharing the screen") });
+}
+
+TEST_F(CaptureWayland, APipeWireRestartPausesTheStreamAndItCarriesOnWithoutAskingAgain)
+{
+    ASSERT_TRUE(backend->shareableContent().content);
+    Frames frames;
+    CaptureBackend::StreamStart started = backend->startCapture({}, configuration(640, 360), frames.output);
+    ASSERT_TRUE(started.stream) << started.error.toStdString();
+    fill(QRect(0, 0, 100, 100), red);
+    ASSERT_TRUE(frames.waitFor([](const QImage& i) { return near(i, 50, 50, red); }));
+
+    // The desktop's casts end with the old server; the new session is restored from the token.
+    ASSERT_EQ(desktop.restartPipeWire(), QString());
+    fill(QRect(200, 100, 100, 100), green);
+    EXPECT_TRUE(frames.waitFor([](const QImage& i) { return near(i, 250, 150, green) && near(i, 50, 50, red); }, 10000))
+        << frames.count() << " frames";
+    EXPECT_TRUE(frames.stops.lock()->isEmpty()) << frames.stops.lock()->join(QLatin1Char(';')).toStdString();
+    EXPECT_EQ(chooserShown(), 1u);
+
+    // A later end by the desktop is still reported.
+    desktop.control(QStringLiteral("CloseSessions"));
+    EXPECT_TRUE(spinUntil([&] { return !frames.stops.lock()->isEmpty(); }, 5000));
+    started.stream->stop();
 }

@@ -146,25 +146,7 @@ QString PortalDesktop::start(const Options& options)
     if (!QDBusConnection::connectToBus(address, connectionName).isConnected())
         return QStringLiteral("cannot connect to the private bus");
 
-    if (!launch(QStringLiteral("pipewire"), {}, QStringLiteral("pipewire.log")))
-        return QStringLiteral("pipewire does not start");
-    const QString socket = dir->filePath(QStringLiteral("run/pipewire-0"));
-    for (int waited = 0; !QFileInfo::exists(socket) && waited < 10000; waited += 50)
-        QThread::msleep(50);
-    if (!QFileInfo::exists(socket)) return QStringLiteral("pipewire made no socket");
-    if (!launch(QStringLiteral("wireplumber"), {}, QStringLiteral("wireplumber.log")))
-        return QStringLiteral("wireplumber does not start");
-    // Without the session manager no stream is ever linked: it is ready once it is a client.
-    bool managed = false;
-    for (int waited = 0; !managed && waited < 10000; waited += 100) {
-        QProcess list;
-        list.setProcessEnvironment(env);
-        list.start(QStringLiteral("pw-cli"), { QStringLiteral("ls"), QStringLiteral("Client") });
-        list.waitForFinished(5000);
-        managed = list.readAllStandardOutput().contains("WirePlumber");
-        if (!managed) QThread::msleep(100);
-    }
-    if (!managed) return QStringLiteral("wireplumber did not connect to pipewire");
+    if (QString failed = startPipeWire(); !failed.isEmpty()) return failed;
 
     if (!launch(testBackend(),
             { QStringLiteral("--size"), QStringLiteral("%1x%2").arg(options.size.width()).arg(options.size.height()),
@@ -180,6 +162,45 @@ QString PortalDesktop::start(const Options& options)
     return {};
 }
 
+QString PortalDesktop::startPipeWire()
+{
+    pipeWire = launch(QStringLiteral("pipewire"), {}, QStringLiteral("pipewire.log"));
+    if (!pipeWire) return QStringLiteral("pipewire does not start");
+    const QString socket = dir->filePath(QStringLiteral("run/pipewire-0"));
+    for (int waited = 0; !QFileInfo::exists(socket) && waited < 10000; waited += 50)
+        QThread::msleep(50);
+    if (!QFileInfo::exists(socket)) return QStringLiteral("pipewire made no socket");
+    wirePlumber = launch(QStringLiteral("wireplumber"), {}, QStringLiteral("wireplumber.log"));
+    if (!wirePlumber) return QStringLiteral("wireplumber does not start");
+    // Without the session manager no stream is ever linked: it is ready once it is a client.
+    bool managed = false;
+    for (int waited = 0; !managed && waited < 10000; waited += 100) {
+        QProcess list;
+        list.setProcessEnvironment(env);
+        list.start(QStringLiteral("pw-cli"), { QStringLiteral("ls"), QStringLiteral("Client") });
+        list.waitForFinished(5000);
+        managed = list.readAllStandardOutput().contains("WirePlumber");
+        if (!managed) QThread::msleep(100);
+    }
+    if (!managed) return QStringLiteral("wireplumber did not connect to pipewire");
+    return {};
+}
+
+QString PortalDesktop::restartPipeWire()
+{
+    for (QProcess* process : { wirePlumber, pipeWire }) {
+        if (!process) continue;
+        process->terminate();
+        if (!process->waitForFinished(3000)) {
+            process->kill();
+            process->waitForFinished(1000);
+        }
+        std::erase_if(processes, [process](const std::unique_ptr<QProcess>& p) { return p.get() == process; });
+    }
+    pipeWire = wirePlumber = nullptr;
+    return startPipeWire();
+}
+
 void PortalDesktop::stop()
 {
     // Last started, first ended: the bus goes last, and what it started goes with it.
@@ -193,6 +214,7 @@ void PortalDesktop::stop()
         }
     }
     processes.clear();
+    pipeWire = wirePlumber = nullptr;
     if (!connectionName.isEmpty()) QDBusConnection::disconnectFromBus(connectionName);
     connectionName.clear();
     address.clear();

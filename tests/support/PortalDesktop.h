@@ -38,6 +38,9 @@ public:
     QString start(const Options& options);
     QString start() { return start(Options {}); }
     void stop();
+    // Ends PipeWire and WirePlumber and starts them again, as a package upgrade or a crash and
+    // the user's service manager do. Empty string on success, otherwise what failed.
+    QString restartPipeWire();
 
     // For a program under test: the bus, the runtime directory, a Wayland session type and no X
     // display. HOME and the configuration folders are the desktop's own, unless the caller sets
@@ -54,9 +57,12 @@ public:
 private:
     QProcess* launch(const QString& program, const QStringList& arguments, const QString& logName);
     bool waitForName(const QString& name, int timeoutMs) const;
+    QString startPipeWire();
 
     std::unique_ptr<QTemporaryDir> dir;
     std::vector<std::unique_ptr<QProcess>> processes; // in the order started
+    QProcess* pipeWire = nullptr; // in `processes`
+    QProcess* wirePlumber = nullptr; // in `processes`
     QProcessEnvironment env;
     QString address;
     QString connectionName;

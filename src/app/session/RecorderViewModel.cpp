@@ -79,6 +79,17 @@ RecorderViewModel::RecorderViewModel(AppSettings* settings, Backends b, QObject*
     monitorSync = new AreaMonitorSync(*appSettings, *monitor, std::move(backends.armedFrame), this);
     pnlDetect
         = new AutoPnLDetect(backends.textRecognizer, *monitor, *sources, *captureEngine, *journalStore, toast, this);
+    // What the screen's backend tells the user (the desktop asked again what to share), from
+    // whichever thread waited for the desktop.
+    if (backends.screen)
+        backends.screen->setOnNotice([self = QPointer<RecorderViewModel>(this)](const QString& text) {
+            QMetaObject::invokeMethod(
+                self,
+                [self, text] {
+                    if (self) self->showToast(text);
+                },
+                Qt::QueuedConnection);
+        });
     wireJournal();
     wireAreaMonitor();
     wirePersistence();
@@ -114,6 +125,7 @@ SessionModels RecorderViewModel::models()
     m.journal = journalStore;
     m.desktop = backends.desktop.get();
     m.keyGrabCheck = backends.keyGrabCheck;
+    m.hotkeyBindingNote = backends.hotkeyBindingNote;
     return m;
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QString>
+
 #include <memory>
 
 class AppSettings;
@@ -33,4 +35,5 @@ struct SessionModels {
     ClipJournalStore* journal = nullptr;
     DesktopIntegration* desktop = nullptr; // null without a desktop
     std::shared_ptr<KeyGrabCheck> keyGrabCheck; // null where nobody can tell which keys are held
+    QString hotkeyBindingNote; // where no global key can be taken: how to bind the commands instead
 };

@@ -121,6 +121,8 @@ CaptureBackend::StreamStart PipeWireCaptureStream::start(int fd, uint32_t nodeId
     return { std::move(self), {} };
 }
 
+const QString PipeWireCaptureStream::serverLostReason = QStringLiteral("PipeWire went away");
+
 PipeWireCaptureStream::~PipeWireCaptureStream()
 {
     stop();
@@ -166,7 +168,7 @@ void PipeWireCaptureStream::coreError(uint32_t id, int result, const char* messa
 {
     if (stopped || id != PW_ID_CORE) return;
     if (result == -EPIPE)
-        end(QStringLiteral("PipeWire went away"));
+        end(serverLostReason);
     else
         logLine(QStringLiteral("PipeWire: ") + QString::fromUtf8(message ? message : "error"));
 }

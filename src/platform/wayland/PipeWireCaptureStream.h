@@ -34,14 +34,18 @@ public:
     // Called on the PipeWire thread with each picture at the stream's own size, before fitting.
     using PictureSink = std::function<void(const QImage&)>;
 
-    // Main thread. Connects through `fd` (a PipeWire socket from the portal; taken over, closed
-    // with the stream) to `nodeId`. Fails at once if PipeWire does not answer on it; a node that
-    // never streams, or one that goes away later, ends the stream through the output.
+    // Any thread but a stream's own. Connects through `fd` (a PipeWire socket from the portal;
+    // taken over, closed with the stream) to `nodeId`. Fails at once if PipeWire does not answer
+    // on it; a node that goes away later ends the stream through the output.
     static CaptureBackend::StreamStart start(int fd, uint32_t nodeId, const StreamConfiguration& configuration,
         std::shared_ptr<const StreamOutput> output, PictureSink pictures = {});
     ~PipeWireCaptureStream() override;
 
-    // Main thread. Disconnects and stops the thread loop; no callback runs after it returns.
+    // The reason the stream ends with when the PipeWire server goes away (it may come back).
+    static const QString serverLostReason;
+
+    // Any thread but its own PipeWire thread. Disconnects and stops the thread loop; no callback
+    // runs after it returns.
     void stop() override;
     // Any thread. The stream has ended outside PipeWire (the desktop closed the session): reported
     // once through the output, and no frame is delivered after it.

@@ -4,12 +4,22 @@
 #include "platform/wayland/PipeWireCaptureStream.h"
 #include "platform/wayland/PortalScreenCast.h"
 
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QFileInfo>
+#include <QThread>
+#include <QTimer>
+
+#include <atomic>
+#include <thread>
 
 const QString WaylandCaptureBackend::cancelledMessage = QStringLiteral("Screen sharing was cancelled.");
 const QString WaylandCaptureBackend::missingMessage
     = QStringLiteral("Screen capture on Wayland needs xdg-desktop-portal and PipeWire running");
+const QString WaylandCaptureBackend::askedAgainNotice
+    = QStringLiteral("Your desktop asked again which screen to share: the one shared last time is gone.");
+const QString WaylandCaptureBackend::refusedNotice = QStringLiteral(
+    "Your desktop could not share the same screen as last time, so it asked again which screen to share.");
 
 namespace {
 
@@ -28,28 +38,48 @@ bool pipeWireSocketExists()
     return !dir.isEmpty() && QFileInfo::exists(QDir(dir).filePath(remote));
 }
 
-// Hands out the stream while the backend keeps a weak hold, to tell it when the desktop ends the
-// session.
-class SharedStream : public CaptureStream {
-public:
-    explicit SharedStream(std::shared_ptr<PipeWireCaptureStream> stream)
-        : stream(std::move(stream))
-    {
-    }
-    ~SharedStream() override { stream->stop(); }
-    void stop() override { stream->stop(); }
+// What names a shared source from one run to the next: the backend's own id where it gives one,
+// else where the source lies and how big it is.
+QString sourceOf(const PortalScreenCast::Stream& stream)
+{
+    if (!stream.id.isEmpty()) return stream.id;
+    return QStringLiteral("%1,%2 %3x%4")
+        .arg(stream.position.x())
+        .arg(stream.position.y())
+        .arg(stream.size.width())
+        .arg(stream.size.height());
+}
 
-private:
-    std::shared_ptr<PipeWireCaptureStream> stream;
-};
+class ReconnectingStream;
+
+// Whether PipeWire's socket is surely not there: false where this process does not know where it
+// would be (the socket came from the portal).
+bool pipeWireSocketMissing()
+{
+    const QString remote = qEnvironmentVariable("PIPEWIRE_REMOTE", QStringLiteral("pipewire-0"));
+    if (!QDir::isAbsolutePath(remote) && qEnvironmentVariableIsEmpty("PIPEWIRE_RUNTIME_DIR")
+        && qEnvironmentVariableIsEmpty("XDG_RUNTIME_DIR"))
+        return false;
+    return !pipeWireSocketExists();
+}
 
 } // namespace
 
-struct WaylandCaptureBackend::Shared {
-    explicit Shared(QDBusConnection bus)
-        : portal(std::move(bus))
+struct WaylandCaptureBackend::Shared : std::enable_shared_from_this<Shared> {
+    Shared(TokenStore tokens, QDBusConnection bus)
+        : tokens(std::move(tokens))
+        , portal(std::move(bus))
     {
     }
+
+    // Under `mutex`: a started session, started now if there is none (the cursor as asked). The
+    // reason if there is none.
+    QString ensureSessionLocked(bool showCursor);
+    // Under `mutex`: a new PipeWire stream of the session's node, the session started if needed.
+    CaptureBackend::StreamStart connectLocked(
+        const StreamConfiguration& configuration, std::shared_ptr<const StreamOutput> output);
+
+    const TokenStore tokens;
 
     std::mutex mutex;
     PortalScreenCast portal; // its blocking calls are made under `mutex`
@@ -58,16 +88,190 @@ struct WaylandCaptureBackend::Shared {
     // Its own lock: the desktop may close the session while a call above waits for the desktop
     // with `mutex` held.
     std::mutex runningMutex;
-    std::weak_ptr<PipeWireCaptureStream> running; // guarded by runningMutex
+    std::weak_ptr<ReconnectingStream> running; // guarded by runningMutex
 
     std::mutex latestMutex;
     QImage latest; // guarded by latestMutex: the newest picture at the stream's size
     QPoint latestOrigin; // guarded by latestMutex: where it lies in global space
+
+    std::function<void(const QString&)> notice; // set before the first capture
 };
 
+namespace {
+
+// The stream handed out: PipeWire streams one after another, for as long as the capture runs. When
+// the PipeWire server goes away (restarted by the user's service manager, upgraded, crashed) the
+// frames pause, and once a server answers again the same session's node is read anew, or, when
+// the desktop ended that session with the old server, a new session restored from the kept
+// token. The output sees one stream throughout, so the ring keeps what it had.
+class ReconnectingStream : public std::enable_shared_from_this<ReconnectingStream> {
+public:
+    using Connect = std::function<CaptureBackend::StreamStart(std::shared_ptr<const StreamOutput>)>;
+
+    // `connect`: a new PipeWire stream; `forgetSession`: the next `connect` makes a new session.
+    ReconnectingStream(Connect connect, std::function<void()> forgetSession, std::shared_ptr<const StreamOutput> output)
+        : connect(std::move(connect))
+        , forgetSession(std::move(forgetSession))
+        , output(std::move(output))
+        , inner(std::make_shared<StreamOutput>())
+    {
+        // Raw pointers: every PipeWire stream is stopped before this goes, and none calls back after.
+        // Nothing is delivered after the stream's end was reported.
+        inner->onFrame = [this](const VideoFrame& frame) {
+            framed = true;
+            if (!ended) this->output->didOutputFrame(frame);
+        };
+        inner->onSkipped = [this] {
+            if (!ended) this->output->didSkipFrame();
+        };
+        inner->onStop = [this](const QString& reason) { innerStopped(reason); };
+    }
+    ~ReconnectingStream() { stop(); }
+
+    std::shared_ptr<const StreamOutput> innerOutput() const { return inner; }
+    void setCurrent(std::shared_ptr<PipeWireCaptureStream> stream)
+    {
+        std::lock_guard lock(mutex);
+        current = std::move(stream);
+    }
+
+    // Any thread. No frame is delivered after it returns.
+    void stop()
+    {
+        if (stopped.exchange(true)) return;
+        std::shared_ptr<PipeWireCaptureStream> stream;
+        {
+            std::lock_guard lock(mutex);
+            stream = std::move(current);
+        }
+        if (stream) stream->stop();
+    }
+
+    // Main thread: the desktop ended the session. While PipeWire is away that is the old server's
+    // session going with it, which the reconnection replaces.
+    void desktopClosed()
+    {
+        // The word of the desktop may come a moment before our own connection's end.
+        QTimer::singleShot(closeGraceMs, [weak = weak_from_this()] {
+            const std::shared_ptr<ReconnectingStream> self = weak.lock();
+            if (self && !self->reconnecting) self->finish(QStringLiteral("the desktop stopped sharing the screen"));
+        });
+    }
+
+private:
+    // On the PipeWire thread of the stream that ended.
+    void innerStopped(const QString& reason)
+    {
+        if (stopped) return;
+        if (reason != PipeWireCaptureStream::serverLostReason) {
+            // A stream tried while reconnecting is the reconnection's business.
+            if (!reconnecting) finish(reason);
+            return;
+        }
+        if (reconnecting.exchange(true)) return;
+        logLine(QStringLiteral("Screen stream: PipeWire went away; waiting for it to come back"));
+        // Its own thread: the old stream is stopped from outside its loop, and the portal is
+        // waited for in an event loop of that thread. It holds this object until it is done.
+        std::thread([self = shared_from_this()] { self->reconnect(); }).detach();
+    }
+
+    void reconnect()
+    {
+        std::shared_ptr<PipeWireCaptureStream> old;
+        {
+            std::lock_guard lock(mutex);
+            old = std::move(current);
+        }
+        if (old) old->stop();
+        const QDeadlineTimer deadline(reconnectForMs);
+        while (!stopped && !deadline.hasExpired()) {
+            QThread::msleep(retryMs);
+            if (stopped || pipeWireSocketMissing()) continue;
+            framed = false;
+            CaptureBackend::StreamStart started = connect(inner);
+            if (!started.stream) {
+                logLine(QStringLiteral("Screen stream: not reconnected yet: ") + started.error);
+                if (started.error == WaylandCaptureBackend::cancelledMessage) {
+                    reconnecting = false;
+                    finish(started.error);
+                    return;
+                }
+                forgetSession();
+                continue;
+            }
+            std::shared_ptr<PipeWireCaptureStream> stream(
+                static_cast<PipeWireCaptureStream*>(started.stream.release()));
+            {
+                std::lock_guard lock(mutex);
+                if (!stopped) current = stream;
+            }
+            if (stopped) {
+                stream->stop();
+                return;
+            }
+            // A desktop sends a new reader the present picture: one that sends nothing has no
+            // node behind it any more.
+            const QDeadlineTimer firstFrame(firstFrameMs);
+            while (!framed && !stopped && !firstFrame.hasExpired())
+                QThread::msleep(20);
+            if (framed) {
+                logLine(QStringLiteral("Screen stream: reconnected to PipeWire"));
+                reconnecting = false;
+                return;
+            }
+            {
+                std::lock_guard lock(mutex);
+                if (current == stream) current.reset();
+            }
+            stream->stop();
+            forgetSession();
+        }
+        reconnecting = false;
+        if (!stopped) finish(PipeWireCaptureStream::serverLostReason);
+    }
+
+    void finish(const QString& reason)
+    {
+        if (stopped || ended.exchange(true)) return;
+        output->didStopWithError(reason);
+    }
+
+    static constexpr int closeGraceMs = 300;
+    static constexpr int reconnectForMs = 30 * 1000;
+    static constexpr int retryMs = 200;
+    static constexpr int firstFrameMs = 3000;
+
+    const Connect connect;
+    const std::function<void()> forgetSession;
+    const std::shared_ptr<const StreamOutput> output;
+    const std::shared_ptr<StreamOutput> inner;
+    std::mutex mutex;
+    std::shared_ptr<PipeWireCaptureStream> current; // guarded by mutex
+    std::atomic<bool> stopped { false };
+    std::atomic<bool> reconnecting { false };
+    std::atomic<bool> ended { false };
+    std::atomic<bool> framed { false };
+};
+
+// What the engine holds: stopping or dropping it ends the capture, while a reconnection that may
+// still run keeps its own hold.
+class StreamHandle : public CaptureStream {
+public:
+    explicit StreamHandle(std::shared_ptr<ReconnectingStream> stream)
+        : stream(std::move(stream))
+    {
+    }
+    ~StreamHandle() override { stream->stop(); }
+    void stop() override { stream->stop(); }
+
+private:
+    std::shared_ptr<ReconnectingStream> stream;
+};
+
+} // namespace
+
 WaylandCaptureBackend::WaylandCaptureBackend(TokenStore tokens, QDBusConnection bus)
-    : tokens(std::move(tokens))
-    , shared(std::make_shared<Shared>(std::move(bus)))
+    : shared(std::make_shared<Shared>(std::move(tokens), std::move(bus)))
 {
     // Main thread: the desktop ended the session (the user pressed "Stop sharing", or the
     // compositor went away). The running stream ends with a reason; the ring keeps what it has.
@@ -75,13 +279,13 @@ WaylandCaptureBackend::WaylandCaptureBackend(TokenStore tokens, QDBusConnection 
     shared->portal.setOnClosed([weak = std::weak_ptr<Shared>(shared)] {
         const std::shared_ptr<Shared> s = weak.lock();
         if (!s) return;
-        std::shared_ptr<PipeWireCaptureStream> running;
+        std::shared_ptr<ReconnectingStream> running;
         {
             std::lock_guard lock(s->runningMutex);
             running = s->running.lock();
         }
         logLine(QStringLiteral("The desktop closed the screen-cast session"));
-        if (running) running->end(QStringLiteral("the desktop stopped sharing the screen"));
+        if (running) running->desktopClosed();
     });
 }
 
@@ -97,25 +301,49 @@ QString WaylandCaptureBackend::probe()
     return {};
 }
 
-QString WaylandCaptureBackend::ensureSessionLocked(bool showCursor)
+void WaylandCaptureBackend::setOnNotice(std::function<void(const QString&)> callback)
 {
-    if (shared->stream && shared->portal.isOpen() && shared->sessionShowsCursor == showCursor) return {};
-    const QString token = tokens.load ? tokens.load() : QString();
-    PortalScreenCast::Started started = shared->portal.start(token, showCursor);
-    if (started.outcome == PortalScreenCast::Outcome::cancelled) return cancelledMessage;
+    shared->notice = std::move(callback);
+}
+
+QString WaylandCaptureBackend::Shared::ensureSessionLocked(bool showCursor)
+{
+    if (stream && portal.isOpen() && sessionShowsCursor == showCursor) return {};
+    const Kept kept = tokens.load ? tokens.load() : Kept {};
+    PortalScreenCast::Started started = portal.start(kept.token, showCursor);
+    QString toTell;
+    if (!kept.token.isEmpty() && started.outcome == PortalScreenCast::Outcome::failed) {
+        // Some desktops answer a token they cannot restore (its monitor unplugged) with an error
+        // rather than their chooser: forget it and ask once more.
+        logLine(
+            QStringLiteral("Screen cast: the desktop refused the kept token (%1); asking again").arg(started.error));
+        if (tokens.save) tokens.save({});
+        started = portal.start({}, showCursor);
+        toTell = WaylandCaptureBackend::refusedNotice;
+    }
+    if (started.outcome == PortalScreenCast::Outcome::cancelled) return WaylandCaptureBackend::cancelledMessage;
     if (started.outcome != PortalScreenCast::Outcome::started) {
         logLine(QStringLiteral("Screen cast: ") + started.error);
         return started.error;
     }
-    shared->stream = started.stream;
-    shared->sessionShowsCursor = showCursor;
+    stream = started.stream;
+    sessionShowsCursor = showCursor;
+    const QString source = sourceOf(*stream);
+    // Most desktops show their chooser for a token they cannot restore; what comes back is then
+    // another source than the one kept with the token.
+    if (toTell.isEmpty() && !kept.token.isEmpty() && !kept.source.isEmpty() && source != kept.source)
+        toTell = WaylandCaptureBackend::askedAgainNotice;
     // A new token replaces the old one; a desktop that gave none has nothing to keep.
-    if (tokens.save && started.restoreToken != token) tokens.save(started.restoreToken);
+    if (tokens.save && (started.restoreToken != kept.token || source != kept.source))
+        tokens.save({ started.restoreToken, started.restoreToken.isEmpty() ? QString() : source });
     logLine(QStringLiteral("Screen cast: node %1, %2x%3%4")
-                .arg(shared->stream->nodeId)
-                .arg(shared->stream->size.width())
-                .arg(shared->stream->size.height())
-                .arg(token.isEmpty() ? QString() : QStringLiteral(", restored")));
+                .arg(stream->nodeId)
+                .arg(stream->size.width())
+                .arg(stream->size.height())
+                .arg(kept.token.isEmpty()  ? QString()
+                        : toTell.isEmpty() ? QStringLiteral(", restored")
+                                           : QStringLiteral(", asked again")));
+    if (!toTell.isEmpty() && notice) notice(toTell);
     return {};
 }
 
@@ -135,10 +363,28 @@ CaptureBackend::ContentResult WaylandCaptureBackend::shareableContent()
 {
     std::lock_guard lock(shared->mutex);
     const bool cursor = shared->stream ? shared->sessionShowsCursor : true;
-    if (QString error = ensureSessionLocked(cursor); !error.isEmpty()) return { std::nullopt, error };
+    if (QString error = shared->ensureSessionLocked(cursor); !error.isEmpty()) return { std::nullopt, error };
     ShareableContent content;
     content.displays.push_back(displayLocked());
     return { content, {} };
+}
+
+CaptureBackend::StreamStart WaylandCaptureBackend::Shared::connectLocked(
+    const StreamConfiguration& configuration, std::shared_ptr<const StreamOutput> output)
+{
+    if (QString error = ensureSessionLocked(configuration.showsCursor); !error.isEmpty()) return { nullptr, error };
+    QString error;
+    const int fd = portal.openPipeWireRemote(&error);
+    if (fd < 0) return { nullptr, error };
+    const QPoint origin = stream->position;
+    auto keepLatest = [weak = weak_from_this(), origin](const QImage& picture) {
+        if (const std::shared_ptr<Shared> s = weak.lock()) {
+            std::lock_guard latestLock(s->latestMutex);
+            s->latest = picture;
+            s->latestOrigin = origin;
+        }
+    };
+    return PipeWireCaptureStream::start(fd, stream->nodeId, configuration, std::move(output), keepLatest);
 }
 
 CaptureBackend::StreamStart WaylandCaptureBackend::startCapture(
@@ -146,27 +392,32 @@ CaptureBackend::StreamStart WaylandCaptureBackend::startCapture(
 {
     if (filter.kind == ContentFilter::Kind::window)
         return { nullptr, QStringLiteral("on Wayland a window is chosen in the desktop's own dialog") };
-    std::lock_guard lock(shared->mutex);
-    if (QString error = ensureSessionLocked(configuration.showsCursor); !error.isEmpty()) return { nullptr, error };
-    QString error;
-    const int fd = shared->portal.openPipeWireRemote(&error);
-    if (fd < 0) return { nullptr, error };
-
-    const QPoint origin = shared->stream->position;
-    auto keepLatest = [weak = std::weak_ptr<Shared>(shared), origin](const QImage& picture) {
-        if (const std::shared_ptr<Shared> s = weak.lock()) {
-            std::lock_guard latestLock(s->latestMutex);
-            s->latest = picture;
-            s->latestOrigin = origin;
-        }
-    };
-    CaptureBackend::StreamStart started
-        = PipeWireCaptureStream::start(fd, shared->stream->nodeId, configuration, output, keepLatest);
-    if (!started.stream) return started;
-    std::shared_ptr<PipeWireCaptureStream> stream(static_cast<PipeWireCaptureStream*>(started.stream.release()));
+    const std::weak_ptr<Shared> weak = shared;
+    auto reconnecting = std::make_shared<ReconnectingStream>(
+        [weak, configuration](std::shared_ptr<const StreamOutput> inner) -> CaptureBackend::StreamStart {
+            const std::shared_ptr<Shared> s = weak.lock();
+            if (!s) return { nullptr, QStringLiteral("the screen capture has ended") };
+            std::lock_guard lock(s->mutex);
+            return s->connectLocked(configuration, std::move(inner));
+        },
+        [weak] {
+            if (const std::shared_ptr<Shared> s = weak.lock()) {
+                std::lock_guard lock(s->mutex);
+                s->portal.close();
+                s->stream.reset();
+            }
+        },
+        std::move(output));
+    {
+        std::lock_guard lock(shared->mutex);
+        CaptureBackend::StreamStart started = shared->connectLocked(configuration, reconnecting->innerOutput());
+        if (!started.stream) return started;
+        reconnecting->setCurrent(
+            std::shared_ptr<PipeWireCaptureStream>(static_cast<PipeWireCaptureStream*>(started.stream.release())));
+    }
     std::lock_guard runningLock(shared->runningMutex);
-    shared->running = stream;
-    return { std::make_unique<SharedStream>(stream), {} };
+    shared->running = reconnecting;
+    return { std::make_unique<StreamHandle>(reconnecting), {} };
 }
 
 std::optional<QImage> WaylandCaptureBackend::grabRect(const QRectF& globalRect)

@@ -27,9 +27,15 @@ class PortalScreenCast;
 // Thread-safe. shareableContent() blocks while the desktop asks the user.
 class WaylandCaptureBackend : public CaptureBackend {
 public:
+    // What is kept between runs: the portal's token, and which source it restored the last time
+    // (the stream's id, or its place and size), to tell the user when the desktop shares another.
+    struct Kept {
+        QString token;
+        QString source;
+    };
     struct TokenStore {
-        std::function<QString()> load;
-        std::function<void(const QString&)> save;
+        std::function<Kept()> load;
+        std::function<void(const Kept&)> save;
     };
 
     // `bus`: the session bus the desktop portal is on.
@@ -49,16 +55,16 @@ public:
     std::optional<QImage> grabRect(const QRectF& globalRect) override;
     std::optional<QImage> grabWindowRect(uint32_t, const std::optional<QRectF>&) override { return std::nullopt; }
 
+    void setOnNotice(std::function<void(const QString&)> callback) override;
+
     static const QString cancelledMessage;
     static const QString missingMessage;
+    static const QString askedAgainNotice;
+    static const QString refusedNotice;
 
 private:
     struct Shared;
-    // Under `mutex`: a started session, started now if there is none (the cursor as asked). The
-    // reason if there is none.
-    QString ensureSessionLocked(bool showCursor);
     CaptureDisplay displayLocked() const;
 
-    TokenStore tokens;
     std::shared_ptr<Shared> shared;
 };

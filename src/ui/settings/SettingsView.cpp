@@ -419,8 +419,20 @@ void SettingsView::buildRecording(QVBoxLayout* column)
                        "Works system-wide."),
         armRecorder);
 
-    column->addWidget(
-        rowCard(holder, { buffer, quality, resolution, frameRate, bitrate, cursor, saveHotkey, armHotkey }));
+    hotkeyNoteRow = new SetRow(QStringLiteral("Hotkeys"), QString());
+    hotkeyNoteRow->hide();
+    hotkeyRows = { saveHotkey, armHotkey };
+    column->addWidget(rowCard(
+        holder, { buffer, quality, resolution, frameRate, bitrate, cursor, saveHotkey, armHotkey, hotkeyNoteRow }));
+}
+
+void SettingsView::setHotkeyBindingNote(const QString& note)
+{
+    if (!hotkeyNoteRow) return;
+    hotkeyNoteRow->setHelp(note);
+    hotkeyNoteRow->setVisible(!note.isEmpty());
+    for (SetRow* row : hotkeyRows)
+        row->setVisible(note.isEmpty());
 }
 
 void SettingsView::buildCameraAndMic(QVBoxLayout* column)

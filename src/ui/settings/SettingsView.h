@@ -42,6 +42,10 @@ public:
     SettingsView(AppSettings* settings, MicCapture* mic, CameraCapture* camera,
         std::shared_ptr<KeyGrabCheck> keyGrabCheck, QWidget* parent = nullptr);
 
+    // Where the program can take no global keys: the hotkey rows give way to `note`, which says
+    // how to bind the commands in the desktop's own settings. Empty: the hotkey rows.
+    void setHotkeyBindingNote(const QString& note);
+
     SettingsGroup group() const { return current; }
     void setGroup(SettingsGroup group);
     static QString title(SettingsGroup group);
@@ -85,6 +89,8 @@ private:
     MicCapture* mic;
     CameraCapture* cameraCapture; // null: no camera is ever listed
     std::shared_ptr<KeyGrabCheck> keyGrabCheck;
+    std::vector<SetRow*> hotkeyRows;
+    SetRow* hotkeyNoteRow = nullptr;
     SettingsGroup current = SettingsGroup::recording;
     std::vector<PremiumSettingsNavRow*> groupButtons;
     QBoxLayout* frame;

@@ -29,9 +29,11 @@
 #include <QRect>
 #include <QTimer>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <pipewire/pipewire.h>
@@ -110,7 +112,6 @@ const QDBusArgument& operator>>(const QDBusArgument& a, Shortcut& s)
 namespace {
 
 const QString restoreVendor = QStringLiteral("velotape-test");
-const QString monitorName = QStringLiteral("TEST-1");
 
 // The pictures: painted on the PipeWire thread when the stream asks, from state the D-Bus side
 // (main thread) changes under the thread loop's lock.
@@ -123,7 +124,12 @@ public:
     {
     }
 
-    ~Producer()
+    ~Producer() { tearDown(); }
+
+    // Called on the PipeWire thread when the server goes away.
+    std::function<void()> onLost;
+
+    void tearDown()
     {
         if (loop) pw_thread_loop_stop(loop);
         if (registry) pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry));
@@ -131,6 +137,14 @@ public:
         if (core) pw_core_disconnect(core);
         if (context) pw_context_destroy(context);
         if (loop) pw_thread_loop_destroy(loop);
+        registry = nullptr;
+        stream = nullptr;
+        core = nullptr;
+        context = nullptr;
+        loop = nullptr;
+        timer = nullptr;
+        nodeId = SPA_ID_INVALID;
+        streaming = false;
     }
 
     // The node id once the stream is ready; 0 on failure.
@@ -146,6 +160,16 @@ public:
             pw_thread_loop_unlock(loop);
             return 0;
         }
+        static const pw_core_events coreEvents = [] {
+            pw_core_events e {};
+            e.version = PW_VERSION_CORE_EVENTS;
+            e.error = [](void* self, uint32_t id, int, int result, const char*) {
+                auto* producer = static_cast<Producer*>(self);
+                if (id == PW_ID_CORE && result == -EPIPE && producer->onLost) producer->onLost();
+            };
+            return e;
+        }();
+        pw_core_add_listener(core, &coreListener, &coreEvents, this);
         stream = pw_stream_new(core, "velotape-test-screen",
             pw_properties_new(PW_KEY_MEDIA_CLASS, "Video/Source", PW_KEY_NODE_NAME, "velotape-test-screen", nullptr));
         static const pw_stream_events events = [] {
@@ -317,6 +341,7 @@ private:
     pw_core* core = nullptr;
     pw_stream* stream = nullptr;
     spa_hook listener {};
+    spa_hook coreListener {};
     pw_registry* registry = nullptr;
     spa_hook registryListener {};
     spa_source* timer = nullptr;
@@ -367,6 +392,9 @@ public:
     uint nodeId = 0;
     uint chooserShown = 0;
     uint chooserAnswer = 0; // 0 chosen, 1 cancelled
+    QString monitorName = QStringLiteral("TEST-1"); // what the chooser offers and restore data names
+    // What a restore naming another monitor gets: the chooser, as most desktops do, or an error.
+    bool refuseUnknownRestore = false;
     std::map<QString, Session> sessions;
     QMap<QString, Shortcuts> boundShortcuts; // by session
 
@@ -388,11 +416,12 @@ public:
         boundShortcuts.remove(path);
     }
 
-    void closeAll()
+    // `screenCastsOnly`: the shortcut sessions stay, as when only the screen casts' streams died.
+    void closeAll(bool screenCastsOnly = false)
     {
         QStringList paths;
         for (const auto& [path, session] : sessions)
-            paths << path;
+            if (!screenCastsOnly || !session.shortcuts) paths << path;
         for (const QString& path : paths) {
             emit sessions[path].adaptor->Closed();
             // The bus connection sends the signal from its own thread, naming the object by its
@@ -438,7 +467,9 @@ public slots:
         if (options.contains(QStringLiteral("restore_data"))) {
             RestoreData data;
             qvariant_cast<QDBusArgument>(options.value(QStringLiteral("restore_data"))) >> data;
-            it->second.restored = data.vendor == restoreVendor && data.data.variant().toString() == monitorName;
+            it->second.restored
+                = data.vendor == restoreVendor && data.data.variant().toString() == backend->monitorName;
+            if (!it->second.restored && backend->refuseUnknownRestore) return 2;
         }
         return 0;
     }
@@ -466,12 +497,12 @@ public slots:
         stream.properties.insert(QStringLiteral("position"), QVariant::fromValue(position));
         stream.properties.insert(QStringLiteral("size"), QVariant::fromValue(extent));
         stream.properties.insert(QStringLiteral("source_type"), 1u);
-        stream.properties.insert(QStringLiteral("id"), monitorName);
+        stream.properties.insert(QStringLiteral("id"), backend->monitorName);
         results.insert(QStringLiteral("streams"), QVariant::fromValue(QList<PortalStream> { stream }));
         if (it->second.persistMode != 0) {
             results.insert(QStringLiteral("persist_mode"), it->second.persistMode);
             results.insert(QStringLiteral("restore_data"),
-                QVariant::fromValue(RestoreData { restoreVendor, 1, QDBusVariant(monitorName) }));
+                QVariant::fromValue(RestoreData { restoreVendor, 1, QDBusVariant(backend->monitorName) }));
         }
         return 0;
     }
@@ -548,6 +579,13 @@ public:
 public slots:
     uint ChooserShown() { return backend->chooserShown; }
     void SetChooserAnswer(uint response) { backend->chooserAnswer = response; }
+    // The monitor shared so far is unplugged and `name` takes its place; `refuse`: restore data
+    // naming the old one is answered with an error instead of the chooser.
+    void ReplaceMonitor(const QString& name, bool refuse)
+    {
+        backend->monitorName = name;
+        backend->refuseUnknownRestore = refuse;
+    }
     void StartCounter() { backend->producer.startCounter(); }
     int Counter() { return backend->producer.counter(); }
     void Fill(int x, int y, int width, int height, const QString& colour)
@@ -624,6 +662,27 @@ int main(int argc, char** argv)
     }
     Backend backend(producer);
     backend.nodeId = node;
+    // PipeWire went away: like a compositor, end the screen casts at once (their node is gone) and
+    // offer the screen again under a new node once PipeWire is back.
+    auto* waitForPipeWire = new QTimer(&backend);
+    waitForPipeWire->setInterval(100);
+    QObject::connect(waitForPipeWire, &QTimer::timeout, &backend, [&backend, &producer, waitForPipeWire] {
+        producer.tearDown();
+        if (const uint32_t id = producer.start()) {
+            backend.nodeId = id;
+            waitForPipeWire->stop();
+        }
+    });
+    producer.onLost = [&backend, waitForPipeWire] {
+        QMetaObject::invokeMethod(
+            &backend,
+            [&backend, waitForPipeWire] {
+                if (waitForPipeWire->isActive()) return;
+                backend.closeAll(true);
+                waitForPipeWire->start();
+            },
+            Qt::QueuedConnection);
+    };
     auto* shortcuts = new GlobalShortcutsAdaptor(&backend);
     new ScreenCastAdaptor(&backend);
     new TestControlAdaptor(&backend, shortcuts);
