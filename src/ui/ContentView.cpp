@@ -71,7 +71,7 @@ QWidget* ContentView::makeScreen(D1Screen screen)
     case D1Screen::journal:
         return new JournalScreen(models.journal);
     case D1Screen::settings:
-        return new SettingsView(models.settings, models.mic, models.keyGrabCheck);
+        return new SettingsView(models.settings, models.mic, models.camera, models.keyGrabCheck);
     case D1Screen::about:
         return new AboutHero;
     }

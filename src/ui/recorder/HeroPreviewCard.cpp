@@ -5,6 +5,7 @@
 #include "app/session/SessionModels.h"
 #include "app/session/SourceMemory.h"
 #include "capture/CaptureEngine.h"
+#include "devices/CameraCapture.h"
 #include "ui/kit/D1.h"
 #include "ui/kit/KitPaint.h"
 #include "ui/kit/Symbols.h"
@@ -29,8 +30,18 @@ HeroPreviewCard::HeroPreviewCard(const SessionModels& m, QWidget* parent)
     picture = new PreviewSurface(models.monitor, models.sources, this);
     // Over the picture and under the badges.
     bubble = new CameraBubble(models.settings, picture);
-    // Hook: the camera's newest picture (bubble->setFrame) and whether it runs (bubble->setCameraOn)
-    // come from the camera capture once it is wired in; until then the bubble says "Starting camera…".
+    if (CameraCapture* camera = models.camera) {
+        // The newest picture; until the first, "Starting camera…", and "Camera off" once it failed
+        // or went away.
+        auto showCamera = [this, camera] {
+            bubble->setCameraOn(camera->isRunning() || !camera->errorMessage());
+            bubble->setFrame(camera->latestFrame());
+        };
+        connect(camera, &CameraCapture::latestFrameChanged, bubble, showCamera);
+        connect(camera, &CameraCapture::isRunningChanged, bubble, showCamera);
+        connect(camera, &CameraCapture::errorMessageChanged, bubble, showCamera);
+        showCamera();
+    }
     huds = new HudColumn(models.recorder, models.engine, models.settings, models.monitor, this);
     illustration = new EmptyHeroIllustration(this);
     connect(illustration->captureButton(), &QAbstractButton::clicked, this, [this] { models.actions->startPreview(); });

@@ -5,6 +5,7 @@
 #include "app/hotkeys/HotkeyRecorder.h"
 #include "app/session/SaveFolder.h"
 #include "core/Publisher.h"
+#include "devices/CameraCapture.h"
 #include "devices/CameraFrameChrome.h"
 #include "devices/MicCapture.h"
 #include "ui/ArmedStylePreview.h"
@@ -188,11 +189,12 @@ template <typename E> std::vector<SetRowMenu::Item> menuItems()
 
 } // namespace
 
-SettingsView::SettingsView(
-    AppSettings* appSettings, MicCapture* microphone, std::shared_ptr<KeyGrabCheck> grabs, QWidget* parent)
+SettingsView::SettingsView(AppSettings* appSettings, MicCapture* microphone, CameraCapture* cameraCapture,
+    std::shared_ptr<KeyGrabCheck> grabs, QWidget* parent)
     : QWidget(parent)
     , settings(appSettings)
     , mic(microphone)
+    , camera(cameraCapture)
     , keyGrabCheck(std::move(grabs))
 {
     setAccessibleName(QStringLiteral("Settings"));
@@ -431,9 +433,18 @@ void SettingsView::buildCameraAndMic(QVBoxLayout* column)
     shownWhile(cameraPicker, settings, &AppSettings::cameraEnabled, &AppSettings::cameraEnabledChanged);
     connect(cameraPicker, &SetRowDevicePicker::deviceChosen, settings,
         [this](const QString& id) { settings->setCameraDeviceID(id); });
-    // Hook: the camera's device list fills this picker once the camera capture is wired in; until
-    // then it lists none.
-    cameraPicker->setDevices({}, settings->cameraDeviceID());
+    auto showCameras = [this, cameraPicker] {
+        std::vector<SetRowDevicePicker::Device> devices;
+        if (this->camera)
+            for (const CameraDevice& device : this->camera->availableDevices())
+                devices.push_back({ device.uniqueID, device.name });
+        cameraPicker->setDevices(devices, settings->cameraDeviceID());
+    };
+    if (this->camera) connect(this->camera, &CameraCapture::availableDevicesChanged, cameraPicker, showCameras);
+    connect(settings, &AppSettings::cameraDeviceIDChanged, cameraPicker, showCameras);
+    showCameras();
+    // A camera plugged in since the last look shows up as the row appears.
+    if (this->camera) this->camera->refreshDevices();
     auto* shape = segmentedRow<CameraShape>(settings, QStringLiteral("Shape"),
         QStringLiteral("Masks the camera into a circle, rounded square, or straight rectangle."),
         &AppSettings::cameraShape, &AppSettings::cameraShapeChanged, &AppSettings::setCameraShape);

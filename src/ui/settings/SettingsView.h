@@ -11,6 +11,7 @@
 class AppSettings;
 class HeroCard;
 class KeyGrabCheck;
+class CameraCapture;
 class MicCapture;
 class PremiumSettingsNavRow;
 class QBoxLayout;
@@ -37,8 +38,8 @@ public:
     using FolderChooser = std::function<std::optional<QString>(QWidget* parent, const QString& current)>;
 
     // `keyGrabCheck` may be null: nobody can tell which keys other programs hold.
-    SettingsView(
-        AppSettings* settings, MicCapture* mic, std::shared_ptr<KeyGrabCheck> keyGrabCheck, QWidget* parent = nullptr);
+    SettingsView(AppSettings* settings, MicCapture* mic, CameraCapture* camera,
+        std::shared_ptr<KeyGrabCheck> keyGrabCheck, QWidget* parent = nullptr);
 
     SettingsGroup group() const { return current; }
     void setGroup(SettingsGroup group);
@@ -81,6 +82,8 @@ private:
 
     AppSettings* settings;
     MicCapture* mic;
+    // Null without camera capture: the camera's list is then empty.
+    CameraCapture* camera;
     std::shared_ptr<KeyGrabCheck> keyGrabCheck;
     SettingsGroup current = SettingsGroup::recording;
     std::vector<PremiumSettingsNavRow*> groupButtons;
