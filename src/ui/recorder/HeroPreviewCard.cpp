@@ -30,17 +30,16 @@ HeroPreviewCard::HeroPreviewCard(const SessionModels& m, QWidget* parent)
     picture = new PreviewSurface(models.monitor, models.sources, this);
     // Over the picture and under the badges.
     bubble = new CameraBubble(models.settings, picture);
+    // The camera's newest picture. Until the first one the bubble says "Starting camera…"; a
+    // camera that goes away while it runs says "Camera off" until it runs again.
     if (CameraCapture* camera = models.camera) {
-        // The newest picture; until the first, "Starting camera…", and "Camera off" once it failed
-        // or went away.
-        auto showCamera = [this, camera] {
-            bubble->setCameraOn(camera->isRunning() || !camera->errorMessage());
-            bubble->setFrame(camera->latestFrame());
-        };
-        connect(camera, &CameraCapture::latestFrameChanged, bubble, showCamera);
-        connect(camera, &CameraCapture::isRunningChanged, bubble, showCamera);
-        connect(camera, &CameraCapture::errorMessageChanged, bubble, showCamera);
-        showCamera();
+        connect(camera, &CameraCapture::latestFrameChanged, bubble,
+            [this, camera] { bubble->setFrame(camera->latestFrame()); });
+        connect(camera, &CameraCapture::isRunningChanged, bubble, [this, camera] {
+            if (camera->isRunning()) bubble->setCameraOn(true);
+        });
+        connect(camera, &CameraCapture::lost, bubble, [this] { bubble->setCameraOn(false); });
+        if (camera->isRunning()) bubble->setFrame(camera->latestFrame());
     }
     huds = new HudColumn(models.recorder, models.engine, models.settings, models.monitor, this);
     illustration = new EmptyHeroIllustration(this);

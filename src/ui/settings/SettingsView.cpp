@@ -189,12 +189,12 @@ template <typename E> std::vector<SetRowMenu::Item> menuItems()
 
 } // namespace
 
-SettingsView::SettingsView(AppSettings* appSettings, MicCapture* microphone, CameraCapture* cameraCapture,
+SettingsView::SettingsView(AppSettings* appSettings, MicCapture* microphone, CameraCapture* cameras,
     std::shared_ptr<KeyGrabCheck> grabs, QWidget* parent)
     : QWidget(parent)
     , settings(appSettings)
     , mic(microphone)
-    , camera(cameraCapture)
+    , cameraCapture(cameras)
     , keyGrabCheck(std::move(grabs))
 {
     setAccessibleName(QStringLiteral("Settings"));
@@ -435,16 +435,16 @@ void SettingsView::buildCameraAndMic(QVBoxLayout* column)
         [this](const QString& id) { settings->setCameraDeviceID(id); });
     auto showCameras = [this, cameraPicker] {
         std::vector<SetRowDevicePicker::Device> devices;
-        if (this->camera)
-            for (const CameraDevice& device : this->camera->availableDevices())
+        if (cameraCapture)
+            for (const CameraDevice& device : cameraCapture->availableDevices())
                 devices.push_back({ device.uniqueID, device.name });
         cameraPicker->setDevices(devices, settings->cameraDeviceID());
     };
-    if (this->camera) connect(this->camera, &CameraCapture::availableDevicesChanged, cameraPicker, showCameras);
+    if (cameraCapture) connect(cameraCapture, &CameraCapture::availableDevicesChanged, cameraPicker, showCameras);
     connect(settings, &AppSettings::cameraDeviceIDChanged, cameraPicker, showCameras);
     showCameras();
     // A camera plugged in since the last look shows up as the row appears.
-    if (this->camera) this->camera->refreshDevices();
+    if (cameraCapture) cameraCapture->refreshDevices();
     auto* shape = segmentedRow<CameraShape>(settings, QStringLiteral("Shape"),
         QStringLiteral("Masks the camera into a circle, rounded square, or straight rectangle."),
         &AppSettings::cameraShape, &AppSettings::cameraShapeChanged, &AppSettings::setCameraShape);

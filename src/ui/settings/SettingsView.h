@@ -9,9 +9,9 @@
 #include <vector>
 
 class AppSettings;
+class CameraCapture;
 class HeroCard;
 class KeyGrabCheck;
-class CameraCapture;
 class MicCapture;
 class PremiumSettingsNavRow;
 class QBoxLayout;
@@ -37,7 +37,8 @@ public:
     // Asks the user for a folder, starting at `current`; none when cancelled.
     using FolderChooser = std::function<std::optional<QString>(QWidget* parent, const QString& current)>;
 
-    // `keyGrabCheck` may be null: nobody can tell which keys other programs hold.
+    // `camera` may be null: no camera is listed. `keyGrabCheck` may be null: nobody can tell which
+    // keys other programs hold.
     SettingsView(AppSettings* settings, MicCapture* mic, CameraCapture* camera,
         std::shared_ptr<KeyGrabCheck> keyGrabCheck, QWidget* parent = nullptr);
 
@@ -82,8 +83,7 @@ private:
 
     AppSettings* settings;
     MicCapture* mic;
-    // Null without camera capture: the camera's list is then empty.
-    CameraCapture* camera;
+    CameraCapture* cameraCapture; // null: no camera is ever listed
     std::shared_ptr<KeyGrabCheck> keyGrabCheck;
     SettingsGroup current = SettingsGroup::recording;
     std::vector<PremiumSettingsNavRow*> groupButtons;

@@ -14,6 +14,7 @@
 #include "ui/RecorderHero.h"
 #include "ui/kit/D1RecordButton.h"
 #include "ui/kit/V3.h"
+#include "ui/kit/V3Button.h"
 #include "ui/recorder/AreaMonitorStrip.h"
 #include "ui/recorder/BigRecordCTA.h"
 #include "ui/recorder/CameraBubble.h"
@@ -23,6 +24,8 @@
 #include "ui/recorder/HudColumn.h"
 #include "ui/recorder/InfoChip.h"
 #include "ui/recorder/PreviewSurface.h"
+#include "ui/settings/SetRowDevicePicker.h"
+#include "ui/settings/SettingsView.h"
 
 #include <QAbstractButton>
 #include <QAccessible>
@@ -30,6 +33,7 @@
 #include <QApplication>
 #include <QDir>
 #include <QMainWindow>
+#include <QMenu>
 #include <QPainter>
 #include <QRegularExpression>
 #include <QSettings>
@@ -182,6 +186,50 @@ TEST_F(RecorderScreen, ThePreviewShowsTheScreenAtTheCardsOwnSizeAndNoneIsMadeOff
     spinFor(600);
     EXPECT_EQ(previews, 0);
     EXPECT_TRUE(engine->isStreaming());
+}
+
+// With a camera (the test camera, a red picture): switched on in the settings, its picture fills
+// the bubble on the preview, and the settings' camera row lists it.
+class RecorderScreenWithCamera : public RecorderScreen {
+protected:
+    void SetUp() override
+    {
+        qputenv("VELOTAPE_FAKE_CAMERA", "color=c=0xE61414:size=320x240:rate=30");
+        RecorderScreen::SetUp();
+    }
+    void TearDown() override
+    {
+        RecorderScreen::TearDown();
+        qunsetenv("VELOTAPE_FAKE_CAMERA");
+    }
+};
+
+TEST_F(RecorderScreenWithCamera, TheCamerasPictureFillsTheBubbleAndTheSettingsListTheCamera)
+{
+    startCapture();
+    vm->settings()->setCameraShape(CameraShape::roundedRect);
+    vm->settings()->setCameraSize(0.4);
+    vm->settings()->setCameraEnabled(true);
+    CameraBubble* bubble = hero->previewCard()->cameraBubble();
+    ASSERT_TRUE(
+        spinUntil([&] { return bubble->isVisible() && bubble->state() == CameraBubble::State::picture; }, 15000));
+    const QImage shown = hero->previewCard()->surface()->grab().toImage();
+    const QColor centre = shown.pixelColor((bubble->bubbleRect().center() * shown.devicePixelRatio()).toPoint());
+    EXPECT_GT(centre.red(), 180) << centre.name().toStdString();
+    EXPECT_LT(centre.green(), 80) << centre.name().toStdString();
+
+    delegate->contentView()->showScreen(D1Screen::settings);
+    auto* view = qobject_cast<SettingsView*>(delegate->contentView()->screenWidget());
+    ASSERT_NE(view, nullptr);
+    view->setGroup(SettingsView::SettingsGroup::camera);
+    auto* picker = qobject_cast<SetRowDevicePicker*>(view->row(QStringLiteral("Camera")));
+    ASSERT_NE(picker, nullptr);
+    ASSERT_TRUE(spinUntil([&] { return picker->help() == QStringLiteral("1 device detected"); }))
+        << picker->help().toStdString();
+    QStringList listed;
+    for (QAction* item : picker->button()->menu()->actions())
+        listed << item->text();
+    EXPECT_TRUE(listed.contains(QStringLiteral("Test camera"))) << listed.join(", ").toStdString();
 }
 
 // The camera bubble on the live picture: the size and place the settings give, masked to its
