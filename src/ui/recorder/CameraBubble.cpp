@@ -60,14 +60,13 @@ void CameraBubble::setCameraOn(bool on)
 {
     if (on == cameraOn) return;
     cameraOn = on;
-    if (!on) frame = QImage();
     update();
 }
 
 CameraBubble::State CameraBubble::state() const
 {
-    if (!frame.isNull()) return State::picture;
-    return cameraOn ? State::starting : State::off;
+    if (!cameraOn) return State::off;
+    return frame.isNull() ? State::starting : State::picture;
 }
 
 QRectF CameraBubble::bubbleRect() const
@@ -157,7 +156,7 @@ void CameraBubble::paintEvent(QPaintEvent*)
     const QRectF bubble = bubbleRect().translated(-QPointF(pos()));
     const CameraShape shape = settings->cameraShape();
     const QPainterPath outline = cameraBubblePath(bubble, shape);
-    if (frame.isNull()) {
+    if (state() != State::picture) {
         paintPlaceholder(p, bubble);
     } else {
         // The picture fills the bubble, cut at the sides or top and bottom, never stretched: as
