@@ -146,7 +146,13 @@ int cameraShots(AppDelegate& delegate, const QString& outDir)
     settings->setCameraPositionY(0.7);
     settings->setCameraFrameEnabled(true);
     settings->setCameraFrameStyle(CameraFrameStyle::glass);
-    settle(800);
+    // The camera's first picture, or a while without one.
+    auto* hero = qobject_cast<RecorderHero*>(delegate.contentView()->screenWidget());
+    for (int waited = 0; waited < 5000; waited += 100) {
+        if (hero && hero->previewCard()->cameraBubble()->state() == CameraBubble::State::picture) break;
+        settle(100);
+    }
+    settle(300);
     int written = 0;
     const auto size = [&] { return QStringLiteral("%1x%2").arg(window->width()).arg(window->height()); };
     for (const auto& [shape, name] :
@@ -162,7 +168,6 @@ int cameraShots(AppDelegate& delegate, const QString& outDir)
     settings->setCameraPositionX(0.5);
     settings->setCameraPositionY(0.5);
     settle(300);
-    auto* hero = qobject_cast<RecorderHero*>(delegate.contentView()->screenWidget());
     CameraBubble* bubble = hero ? hero->previewCard()->cameraBubble() : nullptr;
     if (bubble && bubble->isVisible()) {
         for (const auto& style : EnumTable<CameraFrameStyle>::cases) {
@@ -404,6 +409,9 @@ int main(int argc, char** argv)
     writeSampleSettings(QDir(home.path()));
     writeSampleTrades(QDir(home.filePath(QStringLiteral("clips"))));
     qputenv("XDG_CONFIG_HOME", home.filePath(QStringLiteral("config")).toUtf8());
+    // A moving test picture in the camera bubble, where no camera is plugged in.
+    if (qEnvironmentVariableIsEmpty("VELOTAPE_FAKE_CAMERA"))
+        qputenv("VELOTAPE_FAKE_CAMERA", "testsrc2=size=640x480:rate=30");
     qputenv("HOME", home.path().toUtf8());
     qputenv("TMPDIR", home.path().toUtf8());
     TestDesktop desktop;
