@@ -1,9 +1,8 @@
 #include "app/AppIdentity.h"
-#include "app/client/CommandLine.h"
 #include "app/cli/DetectCommand.h"
 #include "app/cli/JournalCommand.h"
+#include "app/client/CommandLine.h"
 #include "app/client/ControlClient.h"
-#include "app/client/ControlSocketPath.h"
 #include "app/session/AppSession.h"
 #include "core/LocalFileName.h"
 #include "platform/Platform.h"
@@ -217,12 +216,7 @@ int main(int argc, char** argv)
         return 2;
     case Invocation::Kind::control: {
         QCoreApplication app(argc, argv);
-        const ControlSocketPath::Location socket = ControlSocketPath::forThisUser(false);
-        if (!socket.error.isEmpty()) {
-            err << "velotape: " << socket.error << '\n';
-            return 1;
-        }
-        return ControlClient::send(socket.path, invocation.command, out, err);
+        return ControlClient::sendToOwnInstance(invocation.command, out, err);
     }
     case Invocation::Kind::journal: {
         QCoreApplication app(argc, argv);

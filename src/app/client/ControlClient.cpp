@@ -1,6 +1,7 @@
 #include "app/client/ControlClient.h"
 
 #include "app/client/ControlProtocol.h"
+#include "app/client/ControlSocketPath.h"
 
 #include <QElapsedTimer>
 #include <QLocalSocket>
@@ -53,6 +54,16 @@ int send(const QString& socketPath, const QStringList& command, QTextStream& out
     }
     err << reply.text << '\n';
     return 2;
+}
+
+int sendToOwnInstance(const QStringList& command, QTextStream& out, QTextStream& err)
+{
+    const ControlSocketPath::Location socket = ControlSocketPath::forThisUser(false);
+    if (!socket.error.isEmpty()) {
+        err << "velotape: " << socket.error << '\n';
+        return 1;
+    }
+    return send(socket.path, command, out, err);
 }
 
 } // namespace ControlClient

@@ -18,4 +18,8 @@ namespace ControlClient {
 int send(const QString& socketPath, const QStringList& command, QTextStream& out, QTextStream& err,
     int timeoutMs = 5000, std::optional<uint32_t> ownerUid = std::nullopt);
 
+// The same, to the instance of the user running this process, at its usual socket; 1 with the reason
+// when that user has no private place for one.
+int sendToOwnInstance(const QStringList& command, QTextStream& out, QTextStream& err);
+
 } // namespace ControlClient

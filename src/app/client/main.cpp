@@ -6,7 +6,6 @@
 
 #include "app/client/CommandLine.h"
 #include "app/client/ControlClient.h"
-#include "app/client/ControlSocketPath.h"
 #include "core/LocalFileName.h"
 
 #include <QByteArray>
@@ -81,12 +80,7 @@ int main(int argc, char** argv)
         out << "velotape " << VELOTAPE_VERSION << '\n';
         return 0;
     case Invocation::Kind::control: {
-        const ControlSocketPath::Location socket = ControlSocketPath::forThisUser(false);
-        if (!socket.error.isEmpty()) {
-            err << "velotape: " << socket.error << '\n';
-            return 1;
-        }
-        return ControlClient::send(socket.path, invocation.command, out, err);
+        return ControlClient::sendToOwnInstance(invocation.command, out, err);
     }
     case Invocation::Kind::invalid:
         err << "velotape: " << invocation.error << "\n\n" << CommandLine::usage();
