@@ -1,6 +1,7 @@
 #include "X11TestClient.h"
 #include "journal/ClipFrameReader.h"
 #include "journal/ClipJournalStore.h"
+#include "support/HeadlessRun.h"
 #include "support/TestDesktop.h"
 
 #include <QColor>
@@ -152,68 +153,25 @@ protected:
         return f.readAll().toInt();
     }
 
-    void startInstance()
-    {
-        instance.setProcessEnvironment(env);
-        // The instance's log lines land in the test's output, where a failure can be read.
-        instance.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        instance.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
-        instance.start(QStringLiteral(VELOTAPE_BINARY), { QStringLiteral("--headless") });
-        ASSERT_TRUE(instance.waitForStarted());
-    }
+    void startInstance() { ASSERT_TRUE(HeadlessRun::start(instance, QStringLiteral(VELOTAPE_BINARY), env)); }
 
     // Waits until the ring holds `seconds` of the screen.
     void waitUntilBuffered(double seconds)
     {
-        const QRegularExpression buffering(QStringLiteral("^buffering (\\d+\\.\\d) s"));
-        QElapsedTimer waited;
-        waited.start();
-        for (;;) {
-            int status = -1;
-            const QString answer = control({ QStringLiteral("status") }, &status);
-            const auto m = buffering.match(answer);
-            if (status == 0 && m.hasMatch() && m.captured(1).toDouble() >= seconds) return;
-            ASSERT_LT(waited.elapsed(), 30000)
-                << "never buffered " << seconds << " s; last status: " << answer.toStdString() << "\n"
-                << instance.readAll().toStdString();
-            QThread::msleep(250);
-        }
+        const QString problem = HeadlessRun::waitUntilBuffered(QStringLiteral(VELOTAPE_BINARY), env, seconds);
+        ASSERT_EQ(problem, QString()) << instance.readAll().toStdString();
     }
 
     // What the instance printed so far, waiting up to `ms` for `text` to be among it.
-    bool instanceSaid(const QString& text, int ms)
-    {
-        QElapsedTimer waited;
-        waited.start();
-        while (!instanceOutput.contains(text) && waited.elapsed() < ms) {
-            instance.waitForReadyRead(100);
-            instanceOutput += QString::fromUtf8(instance.readAllStandardOutput());
-        }
-        return instanceOutput.contains(text);
-    }
+    bool instanceSaid(const QString& text, int ms) { return HeadlessRun::said(instance, instanceOutput, text, ms); }
 
-    QStringList waitForClips(int count)
-    {
-        QStringList saved;
-        QElapsedTimer waited;
-        waited.start();
-        while (saved.size() < count && waited.elapsed() < 30000) {
-            QThread::msleep(200);
-            saved = QDir(clips).entryList({ QStringLiteral("*.mp4") }, QDir::Files);
-        }
-        return saved;
-    }
+    QStringList waitForClips(int count) { return HeadlessRun::waitForClips(clips, count); }
 
     QString instanceOutput;
 
     QString control(const QStringList& command, int* status)
     {
-        QProcess p;
-        p.setProcessEnvironment(env);
-        p.start(QStringLiteral(VELOTAPE_BINARY), command);
-        p.waitForFinished(10000);
-        *status = p.exitCode();
-        return QString::fromUtf8(p.readAllStandardOutput() + p.readAllStandardError()).trimmed();
+        return HeadlessRun::control(QStringLiteral(VELOTAPE_BINARY), env, command, status);
     }
 };
 

@@ -1,11 +1,11 @@
 #include "support/FirstShownPicture.h"
+#include "support/HeadlessRun.h"
 #include "support/PortalDesktop.h"
 
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
-#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QThread>
 
@@ -52,72 +52,28 @@ protected:
 
     void TearDown() override { stopInstance(); }
 
-    void stopInstance()
-    {
-        if (instance.state() == QProcess::NotRunning) return;
-        instance.terminate();
-        if (!instance.waitForFinished(5000)) instance.kill();
-        instance.waitForFinished(2000);
-    }
+    void stopInstance() { HeadlessRun::stop(instance); }
 
     void startInstance()
     {
         instanceOutput.clear();
-        instance.setProcessEnvironment(env);
-        instance.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        instance.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
-        instance.start(QStringLiteral(VELOTAPE_BINARY), { QStringLiteral("--headless") });
-        ASSERT_TRUE(instance.waitForStarted());
+        ASSERT_TRUE(HeadlessRun::start(instance, QStringLiteral(VELOTAPE_BINARY), env));
     }
 
     QString control(const QStringList& command, int* status)
     {
-        QProcess p;
-        p.setProcessEnvironment(env);
-        p.start(QStringLiteral(VELOTAPE_BINARY), command);
-        p.waitForFinished(10000);
-        *status = p.exitCode();
-        return QString::fromUtf8(p.readAllStandardOutput() + p.readAllStandardError()).trimmed();
+        return HeadlessRun::control(QStringLiteral(VELOTAPE_BINARY), env, command, status);
     }
 
     void waitUntilBuffered(double seconds)
     {
-        const QRegularExpression buffering(QStringLiteral("^buffering (\\d+\\.\\d) s"));
-        QElapsedTimer waited;
-        waited.start();
-        for (;;) {
-            int status = -1;
-            const QString answer = control({ QStringLiteral("status") }, &status);
-            const auto m = buffering.match(answer);
-            if (status == 0 && m.hasMatch() && m.captured(1).toDouble() >= seconds) return;
-            ASSERT_LT(waited.elapsed(), 30000)
-                << "never buffered " << seconds << " s; last status: " << answer.toStdString();
-            QThread::msleep(250);
-        }
+        const QString problem = HeadlessRun::waitUntilBuffered(QStringLiteral(VELOTAPE_BINARY), env, seconds);
+        ASSERT_EQ(problem, QString()) << instance.readAll().toStdString();
     }
 
-    bool instanceSaid(const QString& text, int ms)
-    {
-        QElapsedTimer waited;
-        waited.start();
-        while (!instanceOutput.contains(text) && waited.elapsed() < ms) {
-            instance.waitForReadyRead(100);
-            instanceOutput += QString::fromUtf8(instance.readAllStandardOutput());
-        }
-        return instanceOutput.contains(text);
-    }
+    bool instanceSaid(const QString& text, int ms) { return HeadlessRun::said(instance, instanceOutput, text, ms); }
 
-    QStringList waitForClips(int count)
-    {
-        QStringList saved;
-        QElapsedTimer waited;
-        waited.start();
-        while (saved.size() < count && waited.elapsed() < 30000) {
-            QThread::msleep(200);
-            saved = QDir(clips).entryList({ QStringLiteral("*.mp4") }, QDir::Files);
-        }
-        return saved;
-    }
+    QStringList waitForClips(int count) { return HeadlessRun::waitForClips(clips, count); }
 
     int counterNow() const { return desktop.control(QStringLiteral("Counter")).toInt(); }
     uint chooserShown() const { return desktop.control(QStringLiteral("ChooserShown")).toUInt(); }
