@@ -100,7 +100,7 @@ private:
     bool timerArmed = false;
     struct Cursor {
         bool visible = false;
-        QPoint position; // of the hotspot, in the stream's picture
+        QPoint position; // of the hotspot, in the picture as the desktop cropped it
         QPoint hotspot; // within the bitmap
         QImage bitmap; // premultiplied ARGB; null: nothing to draw
     } cursor;

@@ -32,6 +32,7 @@
 #include <QTimer>
 
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -266,6 +267,19 @@ public:
         ++cursorGeneration;
     }
 
+    // The cursor goes round an ellipse, a step each tick, as a hand on a mouse would (for benchmarks).
+    void wanderCursor(bool on)
+    {
+        std::lock_guard lock(*this);
+        wandering = on;
+    }
+
+    void stopCounter()
+    {
+        std::lock_guard lock(*this);
+        counting.invalidate();
+    }
+
     QSize pictureSize() const { return size; }
 
     void lock() { pw_thread_loop_lock(loop); }
@@ -311,6 +325,12 @@ private:
     void tick()
     {
         if (!streaming) return;
+        if (wandering) {
+            const double angle = ++wanderStep * 0.05;
+            cursorPosition = QPoint(size.width() / 2 + int(size.width() / 3 * std::cos(angle)),
+                size.height() / 2 + int(size.height() / 3 * std::sin(angle)));
+            ++cursorGeneration;
+        }
         const int count = counting.isValid() ? int(counting.elapsed() / counterMs) : -1;
         const long key = long(count) * 1000 + fillGeneration;
         if (sentKey == -2) sentBitmap = -1; // a new reader gets the bitmap too
@@ -419,6 +439,8 @@ private:
     QPoint cursorPosition, cursorHotspot;
     int bitmapGeneration = 0, sentBitmap = -1;
     int cursorGeneration = 0, sentCursor = 0;
+    bool wandering = false;
+    int wanderStep = 0;
 };
 
 // One session object of the portal: the frontend calls Close on it, and it says Closed when the
@@ -657,6 +679,7 @@ public slots:
         backend->refuseUnknownRestore = refuse;
     }
     void StartCounter() { backend->producer.startCounter(); }
+    void StopCounter() { backend->producer.stopCounter(); }
     int Counter() { return backend->producer.counter(); }
     void Fill(int x, int y, int width, int height, const QString& colour)
     {
@@ -679,6 +702,7 @@ public slots:
         backend->producer.setCursor(QPoint(x, y), QPoint(hotX, hotY), QSize(width, height), QColor(colour));
     }
     void MoveCursor(int x, int y) { backend->producer.moveCursor(QPoint(x, y)); }
+    void WanderCursor(bool on) { backend->producer.wanderCursor(on); }
     void CloseSessions() { backend->closeAll(); }
     QStringList BoundShortcuts()
     {
