@@ -315,6 +315,16 @@ TEST_F(CaptureWayland, TheCursorFromMetadataIsDrawnAtItsHotspotWhenShownWithoutA
     desktop.control(QStringLiteral("MoveCursor"), { 400, 200 });
     spinFor(500);
     EXPECT_EQ(hidden.count(), before);
+    started.stream->stop();
+
+    // Shown again, from a desktop that sends the bitmap only when the shape changes: the shape
+    // seen on the session's earlier streams is drawn at the new place.
+    desktop.control(QStringLiteral("ResendCursorBitmap"), { false });
+    Frames again;
+    started = backend->startCapture({}, configuration(640, 360), again.output);
+    ASSERT_TRUE(started.stream) << started.error.toStdString();
+    EXPECT_TRUE(again.waitFor([](const QImage& i) { return near(i, 397, 195, red) && near(i, 404, 195, blue); }))
+        << again.count() << " frames";
     EXPECT_EQ(chooserShown(), 1u);
     EXPECT_EQ(desktop.control(QStringLiteral("ScreenCastSessionsMade")).toUInt(), 1u);
     started.stream->stop();

@@ -93,15 +93,16 @@ struct PipeWireCaptureStream::Listeners {
 };
 
 CaptureBackend::StreamStart PipeWireCaptureStream::start(int fd, uint32_t nodeId,
-    const StreamConfiguration& configuration, bool cursorAsMetadata, std::shared_ptr<const StreamOutput> output,
-    PictureSink pictures)
+    const StreamConfiguration& configuration, std::shared_ptr<CursorMemory> cursorMemory,
+    std::shared_ptr<const StreamOutput> output, PictureSink pictures)
 {
     static std::once_flag initialised;
     std::call_once(initialised, [] { pw_init(nullptr, nullptr); });
 
     std::unique_ptr<PipeWireCaptureStream> self(new PipeWireCaptureStream);
     self->configuration = configuration;
-    self->cursorAsMetadata = cursorAsMetadata;
+    self->cursorMemory = std::move(cursorMemory);
+    if (self->cursorMemory) static_cast<CursorShape&>(self->cursor) = *self->cursorMemory->lock();
     self->output = std::move(output);
     self->pictures = std::move(pictures);
     self->listeners = std::make_unique<Listeners>();
@@ -243,7 +244,7 @@ void PipeWireCaptureStream::formatChanged(const spa_pod* param)
         spa_pod_builder_add_object(&b, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta, SPA_PARAM_META_type,
             SPA_POD_Id(SPA_META_VideoCrop), SPA_PARAM_META_size, SPA_POD_Int(sizeof(spa_meta_region))));
     uint32_t count = 3;
-    if (cursorAsMetadata)
+    if (cursorMemory)
         params[count++] = static_cast<const spa_pod*>(spa_pod_builder_add_object(&b, SPA_TYPE_OBJECT_ParamMeta,
             SPA_PARAM_Meta, SPA_PARAM_META_type, SPA_POD_Id(SPA_META_Cursor), SPA_PARAM_META_size,
             SPA_POD_CHOICE_RANGE_Int(cursorMetaSize(64), cursorMetaSize(1), cursorMetaSize(256))));
@@ -256,7 +257,7 @@ void PipeWireCaptureStream::process()
     pw_buffer* newest = nullptr;
     bool cursorChanged = false;
     while (pw_buffer* next = pw_stream_dequeue_buffer(stream)) {
-        if (cursorAsMetadata && readCursor(next->buffer)) cursorChanged = true;
+        if (cursorMemory && readCursor(next->buffer)) cursorChanged = true;
         const spa_data& data = next->buffer->datas[0];
         const auto* header = static_cast<const spa_meta_header*>(
             spa_buffer_find_meta_data(next->buffer, SPA_META_Header, sizeof(spa_meta_header)));
@@ -325,6 +326,7 @@ bool PipeWireCaptureStream::readCursor(const spa_buffer* buffer)
         if (bitmap->format != 0) {
             cursor.bitmap = cursorBitmap(bitmap, meta->size - found->bitmap_offset);
             cursor.hotspot = QPoint(found->hotspot.x, found->hotspot.y);
+            *cursorMemory->lock() = cursor;
             changed = true;
         }
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "capture/FrameScaler.h"
+#include "core/Guarded.h"
 #include "platform/CaptureBackend.h"
 
 #include <QImage>
@@ -42,13 +43,22 @@ class PipeWireCaptureStream : public CaptureStream {
 public:
     // Called on the PipeWire thread with each picture at the stream's own size, before fitting.
     using PictureSink = std::function<void(const QImage&)>;
+    // The cursor's shape, kept for a session beyond any one of its streams: a desktop sends the
+    // bitmap when the shape changes, and need not send it again to a new reader of the same node.
+    struct CursorShape {
+        QImage bitmap; // premultiplied ARGB; null: nothing to draw
+        QPoint hotspot; // within the bitmap
+    };
+    using CursorMemory = Guarded<CursorShape>;
 
     // Any thread but a stream's own. Connects through `fd` (a PipeWire socket from the portal;
     // taken over, closed with the stream) to `nodeId`. Fails at once if PipeWire does not answer
     // on it; a node that goes away later ends the stream through the output.
-    // `cursorAsMetadata`: the session sends the cursor beside the pictures.
+    // `cursorMemory`: the session sends the cursor beside the pictures, and its last shape is kept
+    // there; null when it does not.
     static CaptureBackend::StreamStart start(int fd, uint32_t nodeId, const StreamConfiguration& configuration,
-        bool cursorAsMetadata, std::shared_ptr<const StreamOutput> output, PictureSink pictures = {});
+        std::shared_ptr<CursorMemory> cursorMemory, std::shared_ptr<const StreamOutput> output,
+        PictureSink pictures = {});
     ~PipeWireCaptureStream() override;
 
     // The reason the stream ends with when the PipeWire server goes away (it may come back).
@@ -91,18 +101,16 @@ private:
     QSize size;
     uint32_t format = 0;
     bool streamed = false;
-    bool cursorAsMetadata = false;
+    std::shared_ptr<CursorMemory> cursorMemory;
     FrameScaler scaler;
     int64_t lastDelivered = 0;
     QImage clean; // the newest picture at the stream's size, without the cursor
     bool pictureChanged = false; // since the last frame handed on
     bool owed = false; // something to hand on: a new picture, or a shown cursor that changed
     bool timerArmed = false;
-    struct Cursor {
+    struct Cursor : CursorShape {
         bool visible = false;
         QPoint position; // of the hotspot, in the picture as the desktop cropped it
-        QPoint hotspot; // within the bitmap
-        QImage bitmap; // premultiplied ARGB; null: nothing to draw
     } cursor;
     QRect deliveredCursor; // where the last frame handed on shows the cursor, before fitting
     uint64_t framesDelivered = 0;

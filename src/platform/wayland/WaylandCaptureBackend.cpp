@@ -86,8 +86,8 @@ struct WaylandCaptureBackend::Shared : std::enable_shared_from_this<Shared> {
     std::optional<PortalScreenCast::Stream> stream; // guarded by mutex: the session's, while it runs
     bool sessionShowsCursor = true; // guarded by mutex
     // Guarded by mutex: the session sends the cursor beside the pictures, so showing or hiding it
-    // needs no new session.
-    bool sessionCursorAsMetadata = false;
+    // needs no new session; its last shape, for each new stream of the session. Null otherwise.
+    std::shared_ptr<PipeWireCaptureStream::CursorMemory> cursorMemory;
     // Its own lock: the desktop may close the session while a call above waits for the desktop
     // with `mutex` held.
     std::mutex runningMutex;
@@ -311,7 +311,7 @@ void WaylandCaptureBackend::setOnNotice(std::function<void(const QString&)> call
 
 QString WaylandCaptureBackend::Shared::ensureSessionLocked(bool showCursor)
 {
-    if (stream && portal.isOpen() && (sessionCursorAsMetadata || sessionShowsCursor == showCursor)) return {};
+    if (stream && portal.isOpen() && (cursorMemory || sessionShowsCursor == showCursor)) return {};
     const Kept kept = tokens.load ? tokens.load() : Kept {};
     PortalScreenCast::Started started = portal.start(kept.token, showCursor);
     QString toTell;
@@ -331,7 +331,7 @@ QString WaylandCaptureBackend::Shared::ensureSessionLocked(bool showCursor)
     }
     stream = started.stream;
     sessionShowsCursor = showCursor;
-    sessionCursorAsMetadata = started.cursorAsMetadata;
+    cursorMemory = started.cursorAsMetadata ? std::make_shared<PipeWireCaptureStream::CursorMemory>() : nullptr;
     const QString source = sourceOf(*stream);
     // Most desktops show their chooser for a token they cannot restore; what comes back is then
     // another source than the one kept with the token.
@@ -388,8 +388,7 @@ CaptureBackend::StreamStart WaylandCaptureBackend::Shared::connectLocked(
             s->latestOrigin = origin;
         }
     };
-    return PipeWireCaptureStream::start(
-        fd, stream->nodeId, configuration, sessionCursorAsMetadata, std::move(output), keepLatest);
+    return PipeWireCaptureStream::start(fd, stream->nodeId, configuration, cursorMemory, std::move(output), keepLatest);
 }
 
 CaptureBackend::StreamStart WaylandCaptureBackend::startCapture(

@@ -274,6 +274,13 @@ public:
         wandering = on;
     }
 
+    // Whether a new reader gets the cursor's bitmap at once, or only when it next changes.
+    void resendCursorBitmap(bool on)
+    {
+        std::lock_guard lock(*this);
+        resendBitmap = on;
+    }
+
     void stopCounter()
     {
         std::lock_guard lock(*this);
@@ -333,7 +340,7 @@ private:
         }
         const int count = counting.isValid() ? int(counting.elapsed() / counterMs) : -1;
         const long key = long(count) * 1000 + fillGeneration;
-        if (sentKey == -2) sentBitmap = -1; // a new reader gets the bitmap too
+        if (sentKey == -2 && resendBitmap) sentBitmap = -1; // a new reader gets the bitmap too
         if (key == sentKey && cursorGeneration == sentCursor) return;
         pw_buffer* b = pw_stream_dequeue_buffer(stream);
         if (!b) return;
@@ -441,6 +448,7 @@ private:
     int cursorGeneration = 0, sentCursor = 0;
     bool wandering = false;
     int wanderStep = 0;
+    bool resendBitmap = true;
 };
 
 // One session object of the portal: the frontend calls Close on it, and it says Closed when the
@@ -703,6 +711,7 @@ public slots:
     }
     void MoveCursor(int x, int y) { backend->producer.moveCursor(QPoint(x, y)); }
     void WanderCursor(bool on) { backend->producer.wanderCursor(on); }
+    void ResendCursorBitmap(bool on) { backend->producer.resendCursorBitmap(on); }
     void CloseSessions() { backend->closeAll(); }
     QStringList BoundShortcuts()
     {
