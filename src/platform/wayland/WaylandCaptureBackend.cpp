@@ -85,6 +85,9 @@ struct WaylandCaptureBackend::Shared : std::enable_shared_from_this<Shared> {
     PortalScreenCast portal; // its blocking calls are made under `mutex`
     std::optional<PortalScreenCast::Stream> stream; // guarded by mutex: the session's, while it runs
     bool sessionShowsCursor = true; // guarded by mutex
+    // The user asked to choose again: the next session is started without the kept token. Not
+    // under `mutex`, which is held while the desktop asks.
+    std::atomic<bool> chooseAgain { false };
     // Its own lock: the desktop may close the session while a call above waits for the desktop
     // with `mutex` held.
     std::mutex runningMutex;
@@ -301,6 +304,25 @@ QString WaylandCaptureBackend::probe()
     return {};
 }
 
+QString WaylandCaptureBackend::labelFor(uint32_t sourceType, const QString& id)
+{
+    // A window's id names nothing the user would know; a monitor's usually is its connector.
+    switch (sourceType) {
+    case 1:
+        return id.isEmpty() ? QStringLiteral("Shared screen") : QStringLiteral("Screen ") + id;
+    case 2:
+        return QStringLiteral("Shared window");
+    case 4:
+        return QStringLiteral("Virtual screen");
+    }
+    return id.isEmpty() ? QStringLiteral("Shared screen") : id;
+}
+
+void WaylandCaptureBackend::chooseSourceAgain()
+{
+    shared->chooseAgain = true;
+}
+
 void WaylandCaptureBackend::setOnNotice(std::function<void(const QString&)> callback)
 {
     shared->notice = std::move(callback);
@@ -308,11 +330,16 @@ void WaylandCaptureBackend::setOnNotice(std::function<void(const QString&)> call
 
 QString WaylandCaptureBackend::Shared::ensureSessionLocked(bool showCursor)
 {
-    if (stream && portal.isOpen() && sessionShowsCursor == showCursor) return {};
+    const bool asking = chooseAgain.exchange(false);
+    if (!asking && stream && portal.isOpen() && sessionShowsCursor == showCursor) return {};
     const Kept kept = tokens.load ? tokens.load() : Kept {};
-    PortalScreenCast::Started started = portal.start(kept.token, showCursor);
+    PortalScreenCast::Started started = portal.start(asking ? QString() : kept.token, showCursor);
     QString toTell;
-    if (!kept.token.isEmpty() && started.outcome == PortalScreenCast::Outcome::failed) {
+    if (asking && started.outcome == PortalScreenCast::Outcome::cancelled && !kept.token.isEmpty()) {
+        // The user closed the dialog: what was shared before is shared again, without asking.
+        logLine(QStringLiteral("Screen cast: the choice was cancelled; restoring the one before"));
+        started = portal.start(kept.token, showCursor);
+    } else if (!asking && !kept.token.isEmpty() && started.outcome == PortalScreenCast::Outcome::failed) {
         // Some desktops answer a token they cannot restore (its monitor unplugged) with an error
         // rather than their chooser: forget it and ask once more.
         logLine(
@@ -331,7 +358,7 @@ QString WaylandCaptureBackend::Shared::ensureSessionLocked(bool showCursor)
     const QString source = sourceOf(*stream);
     // Most desktops show their chooser for a token they cannot restore; what comes back is then
     // another source than the one kept with the token.
-    if (toTell.isEmpty() && !kept.token.isEmpty() && !kept.source.isEmpty() && source != kept.source)
+    if (!asking && toTell.isEmpty() && !kept.token.isEmpty() && !kept.source.isEmpty() && source != kept.source)
         toTell = WaylandCaptureBackend::askedAgainNotice;
     // A new token replaces the old one; a desktop that gave none has nothing to keep.
     if (tokens.save && (started.restoreToken != kept.token || source != kept.source))
@@ -340,9 +367,10 @@ QString WaylandCaptureBackend::Shared::ensureSessionLocked(bool showCursor)
                 .arg(stream->nodeId)
                 .arg(stream->size.width())
                 .arg(stream->size.height())
-                .arg(kept.token.isEmpty()  ? QString()
-                        : toTell.isEmpty() ? QStringLiteral(", restored")
-                                           : QStringLiteral(", asked again")));
+                .arg(asking                    ? QStringLiteral(", chosen anew")
+                        : kept.token.isEmpty() ? QString()
+                        : toTell.isEmpty()     ? QStringLiteral(", restored")
+                                               : QStringLiteral(", asked again")));
     if (!toTell.isEmpty() && notice) notice(toTell);
     return {};
 }
@@ -355,7 +383,7 @@ CaptureDisplay WaylandCaptureBackend::displayLocked() const
     display.width = stream.size.width();
     display.height = stream.size.height();
     display.frame = QRect(stream.position, stream.size);
-    display.name = stream.id.isEmpty() ? QStringLiteral("Screen or window (your desktop asks)") : stream.id;
+    display.name = labelFor(stream.sourceType, stream.id);
     return display;
 }
 

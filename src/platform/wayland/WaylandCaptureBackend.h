@@ -49,6 +49,10 @@ public:
     ContentResult shareableContent() override;
     WindowListFilter::SystemRules systemWindowRules() const override { return {}; }
     bool asksCapturePermission() const override { return true; }
+    bool desktopChoosesSource() const override { return true; }
+    // The kept token is passed no more until the user chose anew; closing the desktop's dialog
+    // keeps what was shared.
+    void chooseSourceAgain() override;
     StreamStart startCapture(const ContentFilter& filter, const StreamConfiguration& configuration,
         std::shared_ptr<const StreamOutput> output) override;
     std::optional<QRectF> windowFrame(uint32_t) override { return std::nullopt; }
@@ -61,6 +65,9 @@ public:
     static const QString missingMessage;
     static const QString askedAgainNotice;
     static const QString refusedNotice;
+
+    // What the desktop shares, named from what its stream says of itself.
+    static QString labelFor(uint32_t sourceType, const QString& id);
 
 private:
     struct Shared;
