@@ -297,9 +297,10 @@ void SourcePickerPopover::choose(const CaptureSource& source)
 
 void SourcePickerPopover::askDesktopAgain()
 {
+    // The popover is gone by the time the desktop asks: the call is the engine's business.
     if (dismiss) dismiss();
     QMetaObject::invokeMethod(
-        this, [actions = models.actions] { actions->askDesktopForSource(); }, Qt::QueuedConnection);
+        models.engine, [actions = models.actions] { actions->askDesktopForSource(); }, Qt::QueuedConnection);
 }
 
 void SourcePickerPopover::pickRegion()
