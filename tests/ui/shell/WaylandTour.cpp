@@ -41,9 +41,11 @@ void paintTestCard(const PortalDesktop& desktop)
     };
     fill(0, 0, streamSize.width(), streamSize.height(), "#1d2433");
     const char* bars[] = { "#c0c0c0", "#c0c000", "#00c0c0", "#00c000", "#c000c0", "#c00000", "#0000c0" };
-    const int barWidth = streamSize.width() / 7;
-    for (int i = 0; i < 7; ++i)
-        fill(i * barWidth, 0, barWidth, streamSize.height() * 2 / 3, bars[i]);
+    // Edge to edge: the last bar takes what the division leaves over.
+    for (int i = 0; i < 7; ++i) {
+        const int left = streamSize.width() * i / 7;
+        fill(left, 0, streamSize.width() * (i + 1) / 7 - left, streamSize.height() * 2 / 3, bars[i]);
+    }
     fill(80, streamSize.height() * 2 / 3 + 40, 360, 140, "#ffffff");
     fill(520, streamSize.height() * 2 / 3 + 90, 680, 40, "#f0a020");
 }
