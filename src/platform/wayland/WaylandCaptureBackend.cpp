@@ -50,6 +50,22 @@ QString sourceOf(const PortalScreenCast::Stream& stream)
         .arg(stream.size.height());
 }
 
+// What the desktop shares, named from what its stream says of itself.
+QString labelOf(const PortalScreenCast::Stream& stream)
+{
+    // A window's id names nothing the user would know; a monitor's is shown as the desktop gave it.
+    const QString& id = stream.id;
+    switch (stream.sourceType) {
+    case 1:
+        return id.isEmpty() ? QStringLiteral("Shared screen") : QStringLiteral("Screen ") + id;
+    case 2:
+        return QStringLiteral("Shared window");
+    case 4:
+        return QStringLiteral("Virtual screen");
+    }
+    return id.isEmpty() ? QStringLiteral("Shared screen") : id;
+}
+
 class ReconnectingStream;
 
 // Whether PipeWire's socket is surely not there: false where this process does not know where it
@@ -304,20 +320,6 @@ QString WaylandCaptureBackend::probe()
     return {};
 }
 
-QString WaylandCaptureBackend::labelFor(uint32_t sourceType, const QString& id)
-{
-    // A window's id names nothing the user would know; a monitor's usually is its connector.
-    switch (sourceType) {
-    case 1:
-        return id.isEmpty() ? QStringLiteral("Shared screen") : QStringLiteral("Screen ") + id;
-    case 2:
-        return QStringLiteral("Shared window");
-    case 4:
-        return QStringLiteral("Virtual screen");
-    }
-    return id.isEmpty() ? QStringLiteral("Shared screen") : id;
-}
-
 void WaylandCaptureBackend::chooseSourceAgain()
 {
     shared->chooseAgain = true;
@@ -383,7 +385,7 @@ CaptureDisplay WaylandCaptureBackend::displayLocked() const
     display.width = stream.size.width();
     display.height = stream.size.height();
     display.frame = QRect(stream.position, stream.size);
-    display.name = labelFor(stream.sourceType, stream.id);
+    display.name = labelOf(stream);
     return display;
 }
 

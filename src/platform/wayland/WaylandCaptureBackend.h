@@ -66,9 +66,6 @@ public:
     static const QString askedAgainNotice;
     static const QString refusedNotice;
 
-    // What the desktop shares, named from what its stream says of itself.
-    static QString labelFor(uint32_t sourceType, const QString& id);
-
 private:
     struct Shared;
     CaptureDisplay displayLocked() const;
