@@ -9,6 +9,7 @@
 #include "platform/pulse/PulseMicrophones.h"
 #include "platform/pulse/PulseServerWatch.h"
 #include "platform/pulse/PulseSystemAudio.h"
+#include "platform/wayland/FrozenPicturePicker.h"
 #include "platform/wayland/PortalGlobalShortcuts.h"
 #include "platform/wayland/WaylandCaptureBackend.h"
 #include "platform/x11/AreaPickerOverlay.h"
@@ -162,6 +163,11 @@ bool Platform::hasOverlayDisplay()
 
 std::unique_ptr<AreaPicker> Platform::areaPicker()
 {
+    // On Wayland the picker is a window of the application's own, over a still of the shared stream.
+    if (chosen == Backend::wayland)
+        return qobject_cast<QGuiApplication*>(QCoreApplication::instance())
+            ? std::make_unique<FrozenPicturePicker>(screen())
+            : nullptr;
     if (!showsOverlayWindows()) return nullptr;
     return std::make_unique<AreaPickerOverlay>(screen());
 }

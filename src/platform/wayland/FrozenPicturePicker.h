@@ -1,0 +1,45 @@
+#pragma once
+
+#include "platform/AreaPicker.h"
+
+#include <QImage>
+#include <QRect>
+
+#include <memory>
+
+class CaptureBackend;
+class QWindow;
+
+// The area picker where no window may lie over the desktop's own (a Wayland desktop without the
+// layer shell): one full-screen window of ours showing, still, the newest picture of the screen
+// stream, on which the user drags out the rectangle. The picture is fitted into the window with its
+// aspect kept, and the rectangle comes back in the stream's coordinates, which are also what the
+// area monitor reads, since it crops the same stream.
+//
+// Esc, a right click or a drag too small cancels; the completion runs once, after the window is
+// gone. With no picture of the screen yet (no stream running) the pick ends at once with none.
+//
+// Main thread; needs a QGuiApplication.
+class FrozenPicturePicker final : public AreaPicker {
+public:
+    // `screen` says where the stream lies and gives its newest picture.
+    explicit FrozenPicturePicker(std::shared_ptr<CaptureBackend> screen);
+    ~FrozenPicturePicker() override;
+
+    // Ends a pick already running without telling its caller, then starts one.
+    void pick(Completion completion) override;
+    // Takes the window of a pick down without calling its completion.
+    void dismiss();
+
+    // The window of the present pick; null when no pick runs.
+    QWindow* window() const;
+
+    // Where `picture` (of `pictureSize`) lies when fitted into `bounds`: centred, aspect kept.
+    static QRectF fitted(QSize pictureSize, const QRectF& bounds);
+
+private:
+    class PickerWindow;
+
+    std::shared_ptr<CaptureBackend> screen;
+    PickerWindow* live = nullptr;
+};
