@@ -10,6 +10,7 @@
 #include "platform/pulse/PulseServerWatch.h"
 #include "platform/pulse/PulseSystemAudio.h"
 #include "platform/wayland/FrozenPicturePicker.h"
+#include "platform/wayland/LayerShellArmedFrame.h"
 #include "platform/wayland/PortalGlobalShortcuts.h"
 #include "platform/wayland/WaylandCaptureBackend.h"
 #include "platform/x11/AreaPickerOverlay.h"
@@ -174,6 +175,9 @@ std::unique_ptr<AreaPicker> Platform::areaPicker()
 
 std::unique_ptr<ArmedFrame> Platform::armedFrame()
 {
+    // A surface of our own on the compositor's overlay layer, where it has the layer shell: Qt need
+    // not even run on Wayland.
+    if (chosen == Backend::wayland) return LayerShellArmedFrame::connect();
     if (!showsOverlayWindows()) return nullptr;
     return std::make_unique<ArmedAreaOverlay>(screen());
 }

@@ -1,0 +1,168 @@
+#include "monitor/ArmedFrameDrawing.h"
+#include "platform/wayland/LayerShellArmedFrame.h"
+#include "support/EventLoop.h"
+#include "support/HeadlessSway.h"
+
+#include <QColor>
+#include <QFile>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <csignal>
+#include <sys/prctl.h>
+#include <wayland-client.h>
+
+// The armed frame as a layer-shell surface, on a real wlroots compositor (sway, headless, pixman),
+// checked on the compositor's own screenshots (grim): the frame's pixels stand around the watched
+// rectangle, none inside it and none far from it.
+
+namespace {
+
+const QColor background(0x20, 0x40, 0x60);
+
+int distance(QRgb pixel, const QColor& colour)
+{
+    return std::abs(qRed(pixel) - colour.red()) + std::abs(qGreen(pixel) - colour.green())
+        + std::abs(qBlue(pixel) - colour.blue());
+}
+
+// The pixels of `shot` in `rect` that are not the background.
+int painted(const QImage& shot, const QRect& rect)
+{
+    int count = 0;
+    for (int y = rect.top(); y <= rect.bottom(); ++y)
+        for (int x = rect.left(); x <= rect.right(); ++x)
+            if (shot.valid(x, y) && distance(shot.pixel(x, y), background) > 24) ++count;
+    return count;
+}
+
+class ArmedFrameWayland : public ::testing::Test {
+protected:
+    HeadlessSway sway;
+    QByteArray savedRuntime, savedDisplay;
+
+    void SetUp() override
+    {
+        if (const QString missing = HeadlessSway::missingProgram(); !missing.isEmpty())
+            GTEST_SKIP() << missing.toStdString() << " is not installed: run scripts/deps";
+        ASSERT_EQ(sway.start({ .size = QSize(640, 360), .background = background }), QString());
+        savedRuntime = qgetenv("XDG_RUNTIME_DIR");
+        savedDisplay = qgetenv("WAYLAND_DISPLAY");
+        qputenv("XDG_RUNTIME_DIR", sway.runtimeDir().toUtf8());
+        qputenv("WAYLAND_DISPLAY", sway.displayName().toUtf8());
+    }
+
+    void TearDown() override
+    {
+        qputenv("XDG_RUNTIME_DIR", savedRuntime);
+        qputenv("WAYLAND_DISPLAY", savedDisplay);
+    }
+
+    // The newest screenshot once `test` holds for it.
+    QImage shotWhere(const std::function<bool(const QImage&)>& test)
+    {
+        QImage shot;
+        spinUntil(
+            [&] {
+                shot = sway.screenshot();
+                return !shot.isNull() && test(shot);
+            },
+            5000);
+        return shot;
+    }
+};
+
+} // namespace
+
+TEST_F(ArmedFrameWayland, TheFrameStandsAroundTheWatchedAreaOnTheOverlayLayerAndGoesAgain)
+{
+    std::unique_ptr<LayerShellArmedFrame> frame = LayerShellArmedFrame::connect();
+    ASSERT_NE(frame, nullptr) << "sway has the layer shell";
+    const QRect watched(200, 100, 160, 120);
+    const QRect around = ArmedFrameDrawing::paintedRegion(watched).boundingRect();
+
+    frame->show(watched, AreaOverlayStyle::outline);
+    EXPECT_EQ(frame->placement(), around);
+    const QImage shot = shotWhere([&](const QImage& s) { return painted(s, around) > 200; });
+    ASSERT_EQ(shot.size(), QSize(640, 360));
+    // The line runs `gap` outside the watched rectangle on all four sides.
+    const int g = ArmedFrameDrawing::gap;
+    EXPECT_GT(painted(shot, QRect(watched.left() - g - 2, watched.center().y() - 5, 5, 10)), 0) << "left";
+    EXPECT_GT(painted(shot, QRect(watched.right() + g - 2, watched.center().y() - 5, 5, 10)), 0) << "right";
+    EXPECT_GT(painted(shot, QRect(watched.center().x() - 5, watched.top() - g - 2, 10, 5)), 0) << "top";
+    EXPECT_GT(painted(shot, QRect(watched.center().x() - 5, watched.bottom() + g - 2, 10, 5)), 0) << "bottom";
+    // Nothing inside, where the monitor reads, and nothing beyond the surface.
+    EXPECT_EQ(painted(shot, watched), 0);
+    EXPECT_EQ(painted(shot, QRect(0, 0, 640, around.top())), 0);
+    EXPECT_EQ(painted(shot, QRect(0, around.bottom() + 1, 640, 360)), 0);
+    EXPECT_EQ(painted(shot, QRect(0, 0, around.left(), 360)), 0);
+    EXPECT_EQ(painted(shot, QRect(around.right() + 1, 0, 640, 360)), 0);
+
+    // Marching ants move: the band changes from one picture to the next, the inside never.
+    frame->show(watched, AreaOverlayStyle::march);
+    const QImage first = shotWhere([&](const QImage& s) { return painted(s, around) > 200; });
+    spinFor(300);
+    const QImage later = shotWhere([&](const QImage& s) { return s != first; });
+    EXPECT_NE(later.copy(around), first.copy(around)) << "the ants should have marched";
+    EXPECT_EQ(painted(later, watched), 0);
+
+    // Taken down: the output is the background again.
+    frame->dismiss();
+    EXPECT_FALSE(frame->isAnimating());
+    EXPECT_EQ(frame->placement(), QRect());
+    const QImage cleared = shotWhere([&](const QImage& s) { return painted(s, s.rect()) == 0; });
+    EXPECT_EQ(painted(cleared, cleared.rect()), 0);
+
+    // Near the output's corner the surface is cut to the output, and the part that shows is drawn.
+    const QRect corner(560, 290, 120, 100);
+    frame->show(corner, AreaOverlayStyle::bracket);
+    EXPECT_EQ(
+        frame->placement(), ArmedFrameDrawing::paintedRegion(corner).boundingRect().intersected(QRect(0, 0, 640, 360)));
+    const QImage cut = shotWhere([&](const QImage& s) { return painted(s, s.rect()) > 50; });
+    EXPECT_GT(painted(cut, QRect(540, 270, 20, 90)), 0);
+    EXPECT_EQ(painted(cut, corner.intersected(cut.rect())), 0);
+    EXPECT_EQ(painted(cut, QRect(0, 0, 500, 360)), 0);
+
+    // The compositor goes away: the frame is gone, and showing it again does nothing.
+    sway.stop();
+    spinFor(200);
+    frame->show(watched, AreaOverlayStyle::outline);
+    EXPECT_EQ(frame->placement(), QRect());
+    EXPECT_FALSE(frame->isAnimating());
+}
+
+TEST(ArmedFrameWaylandWithoutLayerShell, WestonGetsNoFrame)
+{
+    if (QStandardPaths::findExecutable(QStringLiteral("weston")).isEmpty()) GTEST_SKIP() << "weston is not installed";
+    QTemporaryDir runtime;
+    ASSERT_TRUE(runtime.isValid());
+    QProcess weston;
+    weston.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
+    QProcessEnvironment env;
+    env.insert(QStringLiteral("PATH"), qEnvironmentVariable("PATH"));
+    env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime.path());
+    weston.setProcessEnvironment(env);
+    weston.setProcessChannelMode(QProcess::MergedChannels);
+    weston.start(QStringLiteral("weston"),
+        { QStringLiteral("--backend=headless-backend.so"), QStringLiteral("--use-pixman"),
+            QStringLiteral("--socket=wayland-velotape") });
+    ASSERT_TRUE(weston.waitForStarted(5000));
+    ASSERT_TRUE(spinUntil([&] { return QFile::exists(runtime.filePath(QStringLiteral("wayland-velotape"))); }, 10000))
+        << weston.readAll().toStdString();
+    const QByteArray savedRuntime = qgetenv("XDG_RUNTIME_DIR"), savedDisplay = qgetenv("WAYLAND_DISPLAY");
+    qputenv("XDG_RUNTIME_DIR", runtime.path().toUtf8());
+    qputenv("WAYLAND_DISPLAY", "wayland-velotape");
+    // The compositor answers, but has no layer shell: the window and the tray show the armed state.
+    wl_display* answers = wl_display_connect(nullptr);
+    ASSERT_NE(answers, nullptr);
+    wl_display_disconnect(answers);
+    EXPECT_EQ(LayerShellArmedFrame::connect(), nullptr);
+    qputenv("XDG_RUNTIME_DIR", savedRuntime);
+    qputenv("WAYLAND_DISPLAY", savedDisplay);
+    weston.terminate();
+    weston.waitForFinished(3000);
+}
