@@ -51,6 +51,15 @@ WaylandCaptureBackend::TokenStore settingsTokenStore()
     };
 }
 
+// Whether the application's windows reach a screen (not Qt's offscreen or minimal platforms, on
+// which a headless run only paints).
+bool showsWindows()
+{
+    if (!qobject_cast<QGuiApplication*>(QCoreApplication::instance())) return false;
+    const QString name = QGuiApplication::platformName();
+    return name != QLatin1String("offscreen") && name != QLatin1String("minimal");
+}
+
 bool applicationIsOnXcb()
 {
     return qobject_cast<QGuiApplication*>(QCoreApplication::instance())
@@ -159,16 +168,14 @@ bool Platform::showsOverlayWindows() const
 
 bool Platform::hasOverlayDisplay()
 {
-    return chosen == Backend::x11 && X11CaptureBackend::probe().isEmpty();
+    if (chosen == Backend::wayland) return LayerShellArmedFrame::available();
+    return X11CaptureBackend::probe().isEmpty();
 }
 
 std::unique_ptr<AreaPicker> Platform::areaPicker()
 {
     // On Wayland the picker is a window of the application's own, over a still of the shared stream.
-    if (chosen == Backend::wayland)
-        return qobject_cast<QGuiApplication*>(QCoreApplication::instance())
-            ? std::make_unique<FrozenPicturePicker>(screen())
-            : nullptr;
+    if (chosen == Backend::wayland) return showsWindows() ? std::make_unique<FrozenPicturePicker>(screen()) : nullptr;
     if (!showsOverlayWindows()) return nullptr;
     return std::make_unique<AreaPickerOverlay>(screen());
 }

@@ -77,7 +77,9 @@ public:
     // picker and the armed frame over it.
     bool showsOverlayWindows() const;
     // Whether the session's display answers, so that even a run without the window can show the
-    // picker and the frame on it (the caller then makes the application speak to it).
+    // picker and the frame on it (the caller then makes the application speak to it). On Wayland:
+    // whether the compositor has the layer shell, for the frame alone, which needs Qt's fonts but
+    // not Qt's display. Blocking: asks the compositor.
     bool hasOverlayDisplay();
     // The picker: on X11 a window over each display; on Wayland a full-screen window of ours over a
     // still of the shared stream. Null where the application shows no windows.

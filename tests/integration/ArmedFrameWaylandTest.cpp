@@ -1,9 +1,12 @@
 #include "monitor/ArmedFrameDrawing.h"
 #include "platform/wayland/LayerShellArmedFrame.h"
 #include "support/EventLoop.h"
+#include "support/HeadlessRun.h"
 #include "support/HeadlessSway.h"
+#include "support/PortalDesktop.h"
 
 #include <QColor>
+#include <QDir>
 #include <QFile>
 #include <QProcess>
 #include <QStandardPaths>
@@ -165,4 +168,70 @@ TEST(ArmedFrameWaylandWithoutLayerShell, WestonGetsNoFrame)
     qputenv("WAYLAND_DISPLAY", savedDisplay);
     weston.terminate();
     weston.waitForFinished(3000);
+}
+
+// The whole program: `velotape --headless` capturing through the portal, on a session whose
+// compositor has the layer shell. Arming the monitor puts the frame (in the style of the settings, one
+// with a text pill) around the area on the compositor's screen; disarming takes it away.
+TEST(ArmedFrameWaylandEndToEnd, ArmingTheHeadlessInstanceShowsTheFrameOnTheCompositor)
+{
+    if (const QString missing = PortalDesktop::missingProgram(); !missing.isEmpty())
+        GTEST_SKIP() << missing.toStdString() << " is not installed: run scripts/deps";
+    if (const QString missing = HeadlessSway::missingProgram(); !missing.isEmpty())
+        GTEST_SKIP() << missing.toStdString() << " is not installed: run scripts/deps";
+    PortalDesktop desktop;
+    ASSERT_EQ(desktop.start({ .size = QSize(640, 360) }), QString());
+    HeadlessSway sway;
+    ASSERT_EQ(sway.start({ .size = QSize(640, 360), .background = background }), QString());
+    QTemporaryDir home;
+    QProcessEnvironment env = desktop.environment();
+    env.insert(QStringLiteral("WAYLAND_DISPLAY"), QDir(sway.runtimeDir()).filePath(sway.displayName()));
+    env.insert(QStringLiteral("TMPDIR"), home.path());
+    const QString config = env.value(QStringLiteral("XDG_CONFIG_HOME")) + QStringLiteral("/Velotape");
+    QDir().mkpath(config);
+    QFile conf(config + QStringLiteral("/Velotape.conf"));
+    ASSERT_TRUE(conf.open(QIODevice::WriteOnly));
+    conf.write(QStringLiteral("[General]\nvt2.bufferSeconds=4\nvt2.playSound=false\nvt2.savePath=%1\n"
+                              "vt2.areaOverlayStyle=tactical\nvt2.areaOverlayEnabled=true\n")
+                   .arg(home.path())
+                   .toUtf8());
+    conf.close();
+
+    const QString binary = QStringLiteral(VELOTAPE_BINARY);
+    QProcess instance;
+    ASSERT_TRUE(HeadlessRun::start(instance, binary, env));
+    ASSERT_EQ(HeadlessRun::waitUntilBuffered(binary, env, 0.5), QString());
+    int status = -1;
+    QString answer = HeadlessRun::control(binary, env,
+        { QStringLiteral("area"), QStringLiteral("200"), QStringLiteral("100"), QStringLiteral("160"),
+            QStringLiteral("120") },
+        &status);
+    ASSERT_EQ(status, 0) << answer.toStdString();
+    const QRect watched(200, 100, 160, 120);
+    const QRect around = ArmedFrameDrawing::paintedRegion(watched).boundingRect();
+
+    answer = HeadlessRun::control(binary, env, { QStringLiteral("arm") }, &status);
+    ASSERT_EQ(status, 0) << answer.toStdString();
+    QImage shot;
+    EXPECT_TRUE(spinUntil(
+        [&] {
+            shot = sway.screenshot();
+            return !shot.isNull() && painted(shot, around) > 200;
+        },
+        5000))
+        << "no frame on the compositor's screen";
+    EXPECT_EQ(painted(shot, watched), 0);
+    EXPECT_EQ(painted(shot, QRect(0, 0, 640, 360)), painted(shot, around));
+    EXPECT_EQ(instance.state(), QProcess::Running);
+
+    answer = HeadlessRun::control(binary, env, { QStringLiteral("disarm") }, &status);
+    ASSERT_EQ(status, 0) << answer.toStdString();
+    EXPECT_TRUE(spinUntil(
+        [&] {
+            shot = sway.screenshot();
+            return !shot.isNull() && painted(shot, shot.rect()) == 0;
+        },
+        5000))
+        << "the frame stayed";
+    HeadlessRun::stop(instance);
 }

@@ -300,7 +300,7 @@ const wl_buffer_listener LayerShellArmedFrame::Surface::bufferListener = {
     },
 };
 
-std::unique_ptr<LayerShellArmedFrame> LayerShellArmedFrame::connect()
+std::unique_ptr<LayerShellArmedFrame::Connection> LayerShellArmedFrame::open()
 {
     if (qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) return nullptr;
     auto c = std::make_unique<Connection>();
@@ -311,6 +311,18 @@ std::unique_ptr<LayerShellArmedFrame> LayerShellArmedFrame::connect()
     // The globals, then what the outputs say of themselves.
     if (wl_display_roundtrip(c->display) < 0 || wl_display_roundtrip(c->display) < 0) return nullptr;
     if (!c->layerShell || !c->compositor || !c->shm) return nullptr;
+    return c;
+}
+
+bool LayerShellArmedFrame::available()
+{
+    return open() != nullptr;
+}
+
+std::unique_ptr<LayerShellArmedFrame> LayerShellArmedFrame::connect()
+{
+    std::unique_ptr<Connection> c = open();
+    if (!c) return nullptr;
     return std::unique_ptr<LayerShellArmedFrame>(new LayerShellArmedFrame(std::move(c)));
 }
 

@@ -32,6 +32,8 @@ class LayerShellArmedFrame final : public QObject, public ArmedFrame {
 public:
     // Null when no compositor answers on WAYLAND_DISPLAY, or when it has no layer shell.
     static std::unique_ptr<LayerShellArmedFrame> connect();
+    // Whether connect() would give a frame; needs no application object.
+    static bool available();
     ~LayerShellArmedFrame() override;
 
     void show(const QRectF& globalRect, AreaOverlayStyle style) override;
@@ -46,6 +48,7 @@ private:
     struct Connection;
     struct Surface;
 
+    static std::unique_ptr<Connection> open();
     explicit LayerShellArmedFrame(std::unique_ptr<Connection> connection);
     void tick();
     void readEvents();
