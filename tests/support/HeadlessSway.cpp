@@ -104,6 +104,12 @@ void HeadlessSway::stop()
     dir.reset();
 }
 
+qint64 HeadlessSway::pid() const
+{
+    // setpriv replaces itself with sway: the same process.
+    return sway ? sway->processId() : 0;
+}
+
 QImage HeadlessSway::screenshot() const
 {
     if (socket.isEmpty()) return {};

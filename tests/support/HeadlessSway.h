@@ -38,6 +38,8 @@ public:
     QString runtimeDir() const;
     // The socket's name, for WAYLAND_DISPLAY.
     QString displayName() const { return socket; }
+    // The compositor's process id (0 when it does not run).
+    qint64 pid() const;
     // What the output shows now, taken by grim; a null image on failure.
     QImage screenshot() const;
 
