@@ -2,7 +2,7 @@
 
 #include "monitor/AreaSignature.h"
 
-#include <QTimer>
+#include <QMetaObject>
 
 AreaMonitor::AreaMonitor(std::unique_ptr<AreaGrabber> grabber, Clock clock, QObject* parent)
     : QObject(parent)
@@ -22,9 +22,9 @@ void AreaMonitor::setSensitivity(AreaSensitivity value)
 
 void AreaMonitor::setRect(const std::optional<QRectF>& value)
 {
-    ++pollGeneration;
     const std::optional<QRectF> old = rectValue;
     rectValue = value;
+    retarget();
     const bool same = (!old && !value) || (old && value && *old == *value);
     if (!same) emit rectChanged();
     if (hydrating || same) return;
@@ -36,7 +36,6 @@ void AreaMonitor::setRect(const std::optional<QRectF>& value)
 
 void AreaMonitor::setRect(const QRectF& value, std::optional<uint32_t> scopedTo, std::optional<QRectF> windowFrame)
 {
-    ++pollGeneration;
     if (!scopedTo || !windowFrame) {
         clearWindowScope();
     } else {
@@ -51,6 +50,7 @@ void AreaMonitor::clearWindowScope()
 {
     scopedWindowIDValue.reset();
     windowLocalRectValue.reset();
+    retarget();
 }
 
 std::optional<AreaMonitor::ArmFailure> AreaMonitor::arm()
@@ -61,15 +61,17 @@ std::optional<AreaMonitor::ArmFailure> AreaMonitor::arm()
     setPhase(MonitorPhase::matching);
     matchStreakStartValue.reset();
     selfTriggeredRecordingValue = false;
-    startTimer();
+    retarget();
+    // Arming twice leaves one poll.
+    poller.start(std::chrono::milliseconds(static_cast<int>(pollInterval * 1000)), [this] { poll(); });
     return std::nullopt;
 }
 
 void AreaMonitor::disarm()
 {
-    ++pollGeneration;
-    stopTimer();
+    poller.stop();
     setIsArmed(false);
+    retarget();
     setPhase(MonitorPhase::idle);
     if (selfTriggeredRecordingValue) {
         if (onShouldStopRecording) onShouldStopRecording();
@@ -108,8 +110,8 @@ bool AreaMonitor::captureReferenceOf(
 
 void AreaMonitor::adoptReference(QImage image, const QByteArray& signature)
 {
-    ++pollGeneration;
     referenceSignatureValue = signature;
+    retarget();
     setReferenceThumbnail(std::move(image));
     setPhase(isArmedValue ? MonitorPhase::matching : MonitorPhase::idle);
     if (onReferenceChanged) onReferenceChanged(signature);
@@ -117,8 +119,8 @@ void AreaMonitor::adoptReference(QImage image, const QByteArray& signature)
 
 void AreaMonitor::clearReference()
 {
-    ++pollGeneration;
     referenceSignatureValue.reset();
+    retarget();
     setReferenceThumbnail(std::nullopt);
     if (onReferenceChanged) onReferenceChanged(std::nullopt);
 }
@@ -130,6 +132,7 @@ void AreaMonitor::hydrate(const std::optional<QRectF>& rect, const std::optional
     hydrating = false;
     if (!signatureData || !AreaSignature::isValid(*signatureData)) return;
     referenceSignatureValue = signatureData;
+    retarget();
     if (!rectValue) return;
     // The thumbnail shows the screen at launch, not the moment of the reference: that picture
     // was never stored.
@@ -145,30 +148,56 @@ void AreaMonitor::monitorReset()
 void AreaMonitor::tick()
 {
     if (!rectValue || !referenceSignatureValue) return;
-    compare(liveSignature());
+    compare(liveSignature(), clock());
+}
+
+void AreaMonitor::retarget()
+{
+    ++pollGeneration;
+    std::optional<PollTarget> target;
+    if (isArmedValue && rectValue && referenceSignatureValue && grabber) {
+        const bool scoped = scopedWindowIDValue && windowLocalRectValue;
+        target = PollTarget { *rectValue, scoped ? scopedWindowIDValue : std::nullopt,
+            scoped ? windowLocalRectValue : std::nullopt, pollGeneration };
+    }
+    *pollTarget.lock() = target;
 }
 
 void AreaMonitor::poll()
 {
-    if (!rectValue || !referenceSignatureValue || !grabber || pollInFlight) return;
-    pollInFlight = true;
-    const bool scoped = scopedWindowIDValue && windowLocalRectValue;
-    const QRectF area = rectValue.value_or(QRectF());
-    const std::optional<uint32_t> windowID = scoped ? scopedWindowIDValue : std::nullopt;
-    const std::optional<QRectF> windowLocal = scoped ? windowLocalRectValue : std::nullopt;
-    // The grabber outlives the queue's tasks (see `grabs`), and a result posted to a monitor that
-    // has gone is discarded with its other posted events.
-    grabs.async([this, g = grabber.get(), area, windowID, windowLocal, generation = pollGeneration] {
-        std::optional<QByteArray> live = signatureOf(*g, area, windowID, windowLocal);
+    const std::optional<PollTarget> target = *pollTarget.lock();
+    if (!target) return;
+    // The moment of the look, before the grab: a slow grab shows the area as it was when it began.
+    const auto at = clock();
+    Sighting seen { signatureOf(*grabber, target->area, target->windowID, target->windowLocal), at,
+        target->generation };
+    bool post = false;
+    {
+        auto locked = sightings.lock();
+        if (locked->waiting.size() >= sightingsWaitingLimit) locked->waiting.pop_front();
+        locked->waiting.push_back(std::move(seen));
+        post = !std::exchange(locked->posted, true);
+    }
+    // A call posted to a monitor that has gone is discarded with its other posted events; the poll
+    // is stopped before anything it uses is destroyed.
+    if (post)
         QMetaObject::invokeMethod(
-            this,
-            [this, live = std::move(live), generation] {
-                pollInFlight = false;
-                if (generation != pollGeneration || !isArmedValue || !rectValue || !referenceSignatureValue) return;
-                compare(live);
-            },
-            Qt::QueuedConnection);
-    });
+            this, [this] { takeSightings(); }, Qt::QueuedConnection);
+}
+
+void AreaMonitor::takeSightings()
+{
+    std::deque<Sighting> taken;
+    {
+        auto locked = sightings.lock();
+        taken.swap(locked->waiting);
+        locked->posted = false;
+    }
+    for (const Sighting& seen : taken) {
+        // A callback may disarm or move the area: what follows is then about something else.
+        if (seen.generation != pollGeneration || !isArmedValue || !rectValue || !referenceSignatureValue) continue;
+        compare(seen.live, seen.at);
+    }
 }
 
 std::optional<QByteArray> AreaMonitor::signatureOf(AreaGrabber& grabber, const QRectF& area,
@@ -182,7 +211,7 @@ std::optional<QByteArray> AreaMonitor::signatureOf(AreaGrabber& grabber, const Q
         *windowID, QRectF(frame->topLeft() + windowLocal->topLeft(), windowLocal->size()));
 }
 
-void AreaMonitor::compare(const std::optional<QByteArray>& live)
+void AreaMonitor::compare(const std::optional<QByteArray>& live, std::chrono::steady_clock::time_point seenAt)
 {
     // A tick that can't see the area leaves everything as it was; the streak is timed by the
     // clock, so a failed tick neither breaks nor extends it.
@@ -196,19 +225,20 @@ void AreaMonitor::compare(const std::optional<QByteArray>& live)
         // One divergence episode asks for exactly one recording.
         if (!selfTriggeredRecordingValue) {
             selfTriggeredRecordingValue = true;
-            if (onShouldStartRecording) onShouldStartRecording();
+            if (onShouldStartRecording)
+                onShouldStartRecording(std::max(std::chrono::nanoseconds(0),
+                    std::chrono::duration_cast<std::chrono::nanoseconds>(clock() - seenAt)));
         }
         return;
     }
 
     setPhase(MonitorPhase::matching);
     if (!selfTriggeredRecordingValue) return;
-    const auto now = clock();
     if (!matchStreakStartValue) {
-        matchStreakStartValue = now;
+        matchStreakStartValue = seenAt;
         return;
     }
-    if (std::chrono::duration<double>(now - *matchStreakStartValue).count() >= stopDebounce) {
+    if (std::chrono::duration<double>(seenAt - *matchStreakStartValue).count() >= stopDebounce) {
         selfTriggeredRecordingValue = false;
         matchStreakStartValue.reset();
         if (onShouldStopRecording) onShouldStopRecording();
@@ -257,25 +287,6 @@ std::optional<QByteArray> AreaMonitor::liveSignature()
     if (!target) return std::nullopt;
     return target->windowID ? grabber->signatureOfWindowRect(*target->windowID, target->area)
                             : grabber->signatureOfRect(target->area);
-}
-
-void AreaMonitor::startTimer()
-{
-    // Arming twice leaves one timer.
-    stopTimer();
-    timer = new QTimer(this);
-    timer->setInterval(std::chrono::milliseconds(static_cast<int>(pollInterval * 1000)));
-    connect(timer, &QTimer::timeout, this, &AreaMonitor::poll);
-    timer->start();
-}
-
-void AreaMonitor::stopTimer()
-{
-    if (!timer) return;
-    // disarm() may be reached from inside the timer's own timeout.
-    timer->stop();
-    timer->deleteLater();
-    timer = nullptr;
 }
 
 void AreaMonitor::setPhase(MonitorPhase value)

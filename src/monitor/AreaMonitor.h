@@ -1,6 +1,7 @@
 #pragma once
 
-#include "core/SerialQueue.h"
+#include "core/Guarded.h"
+#include "core/PeriodicTicker.h"
 #include "core/SettingsEnums.h"
 #include "monitor/AreaGrabber.h"
 
@@ -11,11 +12,10 @@
 
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
-
-class QTimer;
 
 // Watches one rectangle of the screen and asks for a recording for as long as it looks different
 // from a stored reference picture. Four times a second while armed it grabs the rectangle, reduces
@@ -26,11 +26,13 @@ class QTimer;
 // the screen only through an AreaGrabber.
 //
 // Threads: the state and every method are the main thread's, and so are the callbacks, which are
-// called synchronously from tick(), disarm() and the poll's results. The poll's grabs (the window's
-// present place and the area's signature) run on the monitor's own thread ("vt2.monitor.grabs"),
-// one at a time: a slow grab never holds up the window, and a poll that finds the last grab still
-// running is skipped. Its result comes back to the main thread by a queued call; one that finds the
-// area or its reference changed since it was asked for is thrown away.
+// called synchronously from tick(), disarm() and the poll's results. The poll runs on the monitor's
+// own thread ("vt2.monitor.poll"): its clock, the window's present place and the area's signature,
+// one grab at a time, so a window that is busy keeps neither the polls nor their moments from
+// happening. What each poll saw, and when, waits for the main thread in a bounded line and drives
+// the state table there in order, timed by when it was seen: a change that came and went while the
+// window was busy still asks for a recording, and says how long ago it was seen. A sighting from
+// before the area or its reference changed is thrown away.
 
 class AreaMonitor : public QObject {
     Q_OBJECT
@@ -57,9 +59,10 @@ public:
     // Seconds between ticks while armed.
     static constexpr double pollInterval = 0.25;
 
-    // A null grabber makes every grab fail. Without a clock, the steady clock is used. The grabber
-    // is called on the main thread and on the monitor's thread, never on both at once for a poll,
-    // but a reference may be taken while a poll's grab runs: it must be safe for that.
+    // A null grabber makes every grab fail. Without a clock, the steady clock is used; the poll reads
+    // it on the monitor's thread. The grabber is called on the main thread and on the monitor's
+    // thread, never on both at once for a poll, but a reference may be taken while a poll's grab
+    // runs: it must be safe for that.
     explicit AreaMonitor(std::unique_ptr<AreaGrabber> grabber, Clock clock = {}, QObject* parent = nullptr);
     ~AreaMonitor() override;
 
@@ -92,8 +95,8 @@ public:
     // True while the monitor has asked for a recording and still owes it a stop.
     bool selfTriggeredRecording() const { return selfTriggeredRecordingValue; }
     std::optional<std::chrono::steady_clock::time_point> matchStreakStart() const { return matchStreakStartValue; }
-    // True from arm() to disarm(): the poll timer runs.
-    bool isPolling() const { return timer != nullptr; }
+    // True from arm() to disarm(): the poll runs.
+    bool isPolling() const { return poller.isRunning(); }
 
     // Starts watching. Captures a reference first only if there is none (a restored one is kept).
     // None on success; the first comparison comes one poll interval later.
@@ -115,11 +118,15 @@ public:
     void monitorReset();
 
     // One comparison, grabbing here and now; public so that a test can drive the state table with
-    // its own clock. The poll timer does the same with the grab on the monitor's thread.
+    // its own clock. The poll does the same with the grab on the monitor's thread.
     void tick();
 
-    // Called when a tick first finds the area changed, and when it has matched again for 3 s.
-    std::function<void()> onShouldStartRecording;
+    // Polls whose sightings may wait for the main thread; older ones give way (a minute's worth).
+    static constexpr size_t sightingsWaitingLimit = 240;
+
+    // Called when a tick first finds the area changed, with how long before the call it saw the
+    // change (a busy window holds the call back), and when it has matched again for 3 s.
+    std::function<void(std::chrono::nanoseconds seenAgo)> onShouldStartRecording;
     std::function<void()> onShouldStopRecording;
     // Every change of the reference (none when dropped), for persistence. Not called by hydrate().
     std::function<void(const std::optional<QByteArray>&)> onReferenceChanged;
@@ -152,12 +159,31 @@ private:
     // The signature of the area as it is now (none when it can't be seen), on any thread.
     static std::optional<QByteArray> signatureOf(AreaGrabber& grabber, const QRectF& area,
         std::optional<uint32_t> windowID, const std::optional<QRectF>& windowLocal);
-    // The poll timer: places a grab on `grabs` unless one is still running.
+    // What a poll grabs, as the main thread last set it; none while there is nothing to compare.
+    struct PollTarget {
+        QRectF area;
+        std::optional<uint32_t> windowID;
+        std::optional<QRectF> windowLocal;
+        uint64_t generation = 0;
+    };
+    // What a poll saw, and when.
+    struct Sighting {
+        std::optional<QByteArray> live;
+        std::chrono::steady_clock::time_point at;
+        uint64_t generation = 0;
+    };
+    struct Sightings {
+        std::deque<Sighting> waiting;
+        // A call to takeSightings is on its way to the main thread.
+        bool posted = false;
+    };
+    // Marks every sighting so far as about something else and tells the poll what to grab now.
+    void retarget();
+    // On the monitor's thread: one grab, handed to the main thread.
     void poll();
-    // The state table, on the signature a tick found.
-    void compare(const std::optional<QByteArray>& live);
-    void startTimer();
-    void stopTimer();
+    void takeSightings();
+    // The state table, on the signature a tick found at `seenAt`.
+    void compare(const std::optional<QByteArray>& live, std::chrono::steady_clock::time_point seenAt);
     void setPhase(MonitorPhase value);
     void setCurrentDiff(double value);
     void setIsArmed(bool value);
@@ -165,7 +191,6 @@ private:
 
     std::unique_ptr<AreaGrabber> grabber;
     Clock clock;
-    QTimer* timer = nullptr;
 
     MonitorPhase phaseValue = MonitorPhase::idle;
     double currentDiffValue = 0.0;
@@ -179,11 +204,11 @@ private:
     std::optional<std::chrono::steady_clock::time_point> matchStreakStartValue;
     bool selfTriggeredRecordingValue = false;
     bool hydrating = false;
-    // A poll's grab is on its way; the next poll waits for it.
-    bool pollInFlight = false;
-    // Raised whenever the area or its reference changes or the monitor disarms: a poll's result
-    // from before is about something else.
+    // Raised whenever the area or its reference changes or the monitor disarms: a sighting from
+    // before is about something else.
     uint64_t pollGeneration = 0;
-    // Last: destroyed first, so that a grab still running finishes while the grabber exists.
-    SerialQueue grabs { QStringLiteral("vt2.monitor.grabs") };
+    Guarded<std::optional<PollTarget>> pollTarget;
+    Guarded<Sightings> sightings;
+    // Last: stopped first, so that a grab still running finishes while the grabber exists.
+    PeriodicTicker poller { QStringLiteral("vt2.monitor.poll") };
 };

@@ -247,10 +247,12 @@ void SegmentedRecorder::setAudioEnabled(bool enabled)
     onQueue(anchor, [enabled](SegmentedRecorder& r) { r.audioEnabled = enabled; });
 }
 
-void SegmentedRecorder::startRecording(const QString& destination)
+void SegmentedRecorder::startRecording(const QString& destination, std::chrono::nanoseconds earlier)
 {
     // The mark is the moment of the press, taken here: the ring may be a few frames behind.
-    const MediaTime pressedAt = now();
+    MediaTime pressedAt = now();
+    if (pressedAt.isNumeric() && earlier.count() > 0)
+        pressedAt = pressedAt - MediaTime::fromNanoseconds(earlier.count());
     setRecording(true);
     setCurrentDuration(0);
     setDroppedFrames(0);

@@ -20,6 +20,7 @@
 #include <QThreadPool>
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -142,9 +143,10 @@ public:
     void advanceClock(const MediaTime& now);
     // Any thread: whether segments opened from now on get an audio track.
     void setAudioEnabled(bool enabled);
-    // Main thread: marks the present moment of the clock as the start of a recording that goes to
-    // `destination`. isRecording changes at once.
-    void startRecording(const QString& destination);
+    // Main thread: marks the present moment of the clock, or the one `earlier` than that (when a
+    // change was seen that the window could only answer later), as the start of a recording that
+    // goes to `destination`. isRecording changes at once.
+    void startRecording(const QString& destination, std::chrono::nanoseconds earlier = {});
     // Main thread: closes the open segment at the present moment and joins the span into the
     // destination clip. isRecording changes at once.
     void stopRecording();

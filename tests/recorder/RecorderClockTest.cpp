@@ -191,3 +191,26 @@ TEST(RecorderClock, SoundGoesOnThroughAStillScreenAndStaysWithThePicture)
     // is never quiet for longer than it is at a zero crossing.
     EXPECT_LT(probe.longestQuietStretch(0.02f), 0.001);
 }
+
+TEST(RecorderClock, ARecordingAnsweredLateBeginsWhenItWasAskedFor)
+{
+    QTemporaryDir out;
+    auto recorder = pacedRecorder(30, 3);
+    Timeline time(*recorder, 100);
+    int next = time.frames(0, 100, 110);
+    // Asked for at 108 s (a change the area monitor saw), answered at 110 s by a busy window.
+    Clip clip;
+    recorder->onFinished = [&clip](const QString& path) { clip.path = path; };
+    recorder->onError = [&clip](const QString& text) { clip.error = text; };
+    recorder->startRecording(out.filePath("late.mp4"), std::chrono::seconds(2));
+    next = time.frames(next, 110, 112);
+    recorder->stopRecording();
+    ASSERT_TRUE(waitForClip(*recorder, clip));
+    ASSERT_EQ(clip.error, "");
+    const ClipProbe probe = ClipProbe::read(clip.path);
+    EXPECT_EQ(probe.decodeErrors, 0);
+    // The buffer before the moment asked for: from 105 s, not 107 s, to the press at 112 s.
+    ASSERT_FALSE(probe.frames.empty());
+    EXPECT_NEAR(probe.frames.front().index, 150, 1);
+    EXPECT_NEAR(probe.videoEnd - probe.frames.front().seconds, 7.0, 2 * frameInterval);
+}

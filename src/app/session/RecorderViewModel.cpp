@@ -155,10 +155,17 @@ void RecorderViewModel::wireAreaMonitor()
         };
     };
 
-    // The watched area changed: record, unless a recording already runs.
-    monitor->onShouldStartRecording = queued([](RecorderViewModel& vm) {
-        return AreaMonitorActions::startRequested(vm.segmentRecorder->isRecording(), [&] { vm.startRecording(); });
-    });
+    // The watched area changed: record, unless a recording already runs. The recording begins when
+    // the change was seen, however long the window took to get round to it.
+    monitor->onShouldStartRecording = [queued](std::chrono::nanoseconds seenAgo) {
+        const auto seen = std::chrono::steady_clock::now() - seenAgo;
+        queued([seen](RecorderViewModel& vm) {
+            return AreaMonitorActions::startRequested(vm.segmentRecorder->isRecording(), [&] {
+                vm.startRecording(
+                    std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now() - seen));
+            });
+        })();
+    };
 
     // It has looked like the reference for long enough: save the recording, if one runs.
     monitor->onShouldStopRecording = queued([](RecorderViewModel& vm) {
@@ -339,7 +346,7 @@ void RecorderViewModel::sourceSelected(const std::optional<CaptureSource>& sourc
     if (!suppressPersistence) sources->saveSourceDescriptor(source);
 }
 
-void RecorderViewModel::startRecording()
+void RecorderViewModel::startRecording(std::chrono::nanoseconds earlier)
 {
     const QString folder = appSettings->saveFolderPath();
     // The stored folder was refused at start: say where the clip goes instead, every time until
@@ -352,7 +359,7 @@ void RecorderViewModel::startRecording()
     // The size the running stream was set up with; bit rate and buffer length of this moment.
     segmentRecorder->configure(captureEngine->outputWidth(), captureEngine->outputHeight(), appSettings->bitrateMbps(),
         appSettings->bufferSeconds(), framesPerSecond(appSettings->frameRate()));
-    segmentRecorder->startRecording(destination);
+    segmentRecorder->startRecording(destination, earlier);
     scheduleAutoStopIfNeeded();
 }
 

@@ -14,6 +14,7 @@
 #include <QObject>
 #include <QString>
 
+#include <chrono>
 #include <map>
 #include <memory>
 #include <optional>
@@ -107,7 +108,8 @@ public:
 
     // Configures the ring for the selected source and starts the stream; nothing without a source.
     void startPreview() override;
-    void startRecording();
+    // `earlier`: the recording begins that long before now (a change the area monitor saw).
+    void startRecording(std::chrono::nanoseconds earlier = {});
     void stopRecording();
     // What the save hotkey, the record button and the menu item do: stop a running recording,
     // start one otherwise.

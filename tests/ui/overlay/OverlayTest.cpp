@@ -162,7 +162,7 @@ TEST(ArmedAreaOverlay, TheMonitorNeverTriggersOnItsOwnFrame)
     monitor.setRect(watched);
     ASSERT_TRUE(monitor.captureReference());
     int starts = 0;
-    monitor.onShouldStartRecording = [&] { ++starts; };
+    monitor.onShouldStartRecording = [&](std::chrono::nanoseconds) { ++starts; };
     ASSERT_EQ(monitor.arm(), std::nullopt);
 
     ArmedAreaOverlay frame(backend);
