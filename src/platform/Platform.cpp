@@ -184,7 +184,13 @@ std::unique_ptr<ArmedFrame> Platform::armedFrame()
 {
     // A surface of our own on the compositor's overlay layer, where it has the layer shell: Qt need
     // not even run on Wayland.
-    if (chosen == Backend::wayland) return LayerShellArmedFrame::connect();
+    if (chosen == Backend::wayland) {
+        const std::weak_ptr<CaptureBackend> shared = screen();
+        return LayerShellArmedFrame::connect([shared] {
+            const auto wayland = std::dynamic_pointer_cast<WaylandCaptureBackend>(shared.lock());
+            return !wayland || !wayland->sharesWindow();
+        });
+    }
     if (!showsOverlayWindows()) return nullptr;
     return std::make_unique<ArmedAreaOverlay>(screen());
 }

@@ -172,7 +172,8 @@ TEST(ArmedFrameWaylandWithoutLayerShell, WestonGetsNoFrame)
 
 // The whole program: `velotape --headless` capturing through the portal, on a session whose
 // compositor has the layer shell. Arming the monitor puts the frame (in the style of the settings, one
-// with a text pill) around the area on the compositor's screen; disarming takes it away.
+// with a text pill) around the area on the compositor's screen; disarming takes it away. Where the
+// desktop shares a window instead of a screen no frame is put anywhere.
 TEST(ArmedFrameWaylandEndToEnd, ArmingTheHeadlessInstanceShowsTheFrameOnTheCompositor)
 {
     if (const QString missing = PortalDesktop::missingProgram(); !missing.isEmpty())
@@ -233,5 +234,23 @@ TEST(ArmedFrameWaylandEndToEnd, ArmingTheHeadlessInstanceShowsTheFrameOnTheCompo
         },
         5000))
         << "the frame stayed";
+    HeadlessRun::stop(instance);
+
+    // The desktop shares a window the next time: its pictures lie nowhere on the screen in
+    // particular, so arming puts no frame anywhere, and the monitor is armed all the same.
+    desktop.control(QStringLiteral("ShareWindow"), { true });
+    ASSERT_TRUE(HeadlessRun::start(instance, binary, env));
+    ASSERT_EQ(HeadlessRun::waitUntilBuffered(binary, env, 0.5), QString());
+    answer = HeadlessRun::control(binary, env, { QStringLiteral("arm") }, &status);
+    ASSERT_EQ(status, 0) << answer.toStdString();
+    EXPECT_FALSE(spinUntil(
+        [&] {
+            shot = sway.screenshot();
+            return !shot.isNull() && painted(shot, shot.rect()) > 0;
+        },
+        1500))
+        << "a frame was put on the screen for a shared window";
+    answer = HeadlessRun::control(binary, env, { QStringLiteral("arm") }, &status);
+    EXPECT_EQ(answer, QStringLiteral("already armed"));
     HeadlessRun::stop(instance);
 }

@@ -333,15 +333,16 @@ bool LayerShellArmedFrame::available()
     return open() != nullptr;
 }
 
-std::unique_ptr<LayerShellArmedFrame> LayerShellArmedFrame::connect()
+std::unique_ptr<LayerShellArmedFrame> LayerShellArmedFrame::connect(std::function<bool()> sharesScreen)
 {
     std::unique_ptr<Connection> c = open();
     if (!c) return nullptr;
-    return std::unique_ptr<LayerShellArmedFrame>(new LayerShellArmedFrame(std::move(c)));
+    return std::unique_ptr<LayerShellArmedFrame>(new LayerShellArmedFrame(std::move(c), std::move(sharesScreen)));
 }
 
-LayerShellArmedFrame::LayerShellArmedFrame(std::unique_ptr<Connection> connection)
+LayerShellArmedFrame::LayerShellArmedFrame(std::unique_ptr<Connection> connection, std::function<bool()> screen)
     : wayland(std::move(connection))
+    , sharesScreen(std::move(screen))
 {
     ticker.setTimerType(Qt::PreciseTimer);
     ticker.setSingleShot(true);
@@ -391,6 +392,11 @@ void LayerShellArmedFrame::show(const QRectF& globalRect, AreaOverlayStyle style
 {
     dismiss();
     if (!ArmedFrameDrawing::isFramable(globalRect) || !wayland->readable->isEnabled()) return;
+    if (sharesScreen && !sharesScreen()) {
+        logLine(QStringLiteral("Armed frame: the desktop shares a window, which lies nowhere on the screen in "
+                               "particular; no frame"));
+        return;
+    }
     surface = std::make_unique<Surface>(*wayland);
     if (!surface->create(globalRect, style, wayland->outputFor(globalRect))) {
         surface.reset();

@@ -7,6 +7,7 @@
 #include <QRect>
 #include <QTimer>
 
+#include <functional>
 #include <memory>
 
 // The armed frame on a Wayland desktop that has the wlroots layer shell (sway and other wlroots
@@ -31,7 +32,10 @@ class LayerShellArmedFrame final : public QObject, public ArmedFrame {
     Q_OBJECT
 public:
     // Null when no compositor answers on WAYLAND_DISPLAY, or when it has no layer shell.
-    static std::unique_ptr<LayerShellArmedFrame> connect();
+    // `sharesScreen` says whether the stream the rectangles are taken from is a screen's: a
+    // window's pictures lie nowhere on the screen in particular, and then no frame is shown (the
+    // window and the tray still say that the monitor is armed). Without it, always.
+    static std::unique_ptr<LayerShellArmedFrame> connect(std::function<bool()> sharesScreen = {});
     // Whether connect() would give a frame; needs no application object.
     static bool available();
     ~LayerShellArmedFrame() override;
@@ -49,11 +53,12 @@ private:
     struct Surface;
 
     static std::unique_ptr<Connection> open();
-    explicit LayerShellArmedFrame(std::unique_ptr<Connection> connection);
+    LayerShellArmedFrame(std::unique_ptr<Connection> connection, std::function<bool()> sharesScreen);
     void tick();
     void readEvents();
 
     std::unique_ptr<Connection> wayland;
+    std::function<bool()> sharesScreen;
     std::unique_ptr<Surface> surface;
     QTimer ticker;
     QElapsedTimer clock;

@@ -95,6 +95,9 @@ struct WaylandCaptureBackend::Shared : std::enable_shared_from_this<Shared> {
     QPoint latestOrigin; // guarded by latestMutex: where it lies in global space
 
     std::function<void(const QString&)> notice; // set before the first capture
+    // What the present (or last) session shares, as the portal says (1 monitor, 2 window, 0 unsaid);
+    // read without `mutex`, which a call waiting for the desktop's chooser may hold.
+    std::atomic<uint32_t> sharedSourceType { 0 };
 };
 
 namespace {
@@ -301,6 +304,11 @@ QString WaylandCaptureBackend::probe()
     return {};
 }
 
+bool WaylandCaptureBackend::sharesWindow() const
+{
+    return shared->sharedSourceType == 2;
+}
+
 void WaylandCaptureBackend::setOnNotice(std::function<void(const QString&)> callback)
 {
     shared->notice = std::move(callback);
@@ -327,6 +335,7 @@ QString WaylandCaptureBackend::Shared::ensureSessionLocked(bool showCursor)
         return started.error;
     }
     stream = started.stream;
+    sharedSourceType = stream->sourceType;
     sessionShowsCursor = showCursor;
     const QString source = sourceOf(*stream);
     // Most desktops show their chooser for a token they cannot restore; what comes back is then

@@ -56,6 +56,9 @@ public:
     std::optional<QImage> grabWindowRect(uint32_t, const std::optional<QRectF>&) override { return std::nullopt; }
 
     void setOnNotice(std::function<void(const QString&)> callback) override;
+    // Whether the desktop shares one window rather than a screen: its pictures then lie nowhere on
+    // the screen in particular. Any thread; never waits for the desktop.
+    bool sharesWindow() const;
 
     static const QString cancelledMessage;
     static const QString missingMessage;
