@@ -138,6 +138,29 @@ TEST_F(ArmedFrameWayland, TheFrameStandsAroundTheWatchedAreaOnTheOverlayLayerAnd
     EXPECT_FALSE(frame->isAnimating());
 }
 
+TEST_F(ArmedFrameWayland, OnAScaledOutputTheFrameStandsAroundTheAreaInTheOutputsPixels)
+{
+    // The output shows 1280x720 pixels at scale 2; the stream, and so the watched area, counts them.
+    sway.stop();
+    ASSERT_EQ(sway.start({ .size = QSize(1280, 720), .background = background, .scale = 2 }), QString());
+    qputenv("XDG_RUNTIME_DIR", sway.runtimeDir().toUtf8());
+    qputenv("WAYLAND_DISPLAY", sway.displayName().toUtf8());
+    std::unique_ptr<LayerShellArmedFrame> frame = LayerShellArmedFrame::connect();
+    ASSERT_NE(frame, nullptr);
+    const QRect watched(400, 200, 320, 240);
+    const QRect around = ArmedFrameDrawing::paintedRegion(watched).boundingRect();
+    frame->show(watched, AreaOverlayStyle::outline);
+    const QImage shot = shotWhere([&](const QImage& s) { return painted(s, around) > 400; });
+    ASSERT_EQ(shot.size(), QSize(1280, 720));
+    const int g = ArmedFrameDrawing::gap;
+    EXPECT_GT(painted(shot, QRect(watched.left() - g - 2, watched.center().y() - 5, 5, 10)), 0) << "left";
+    EXPECT_GT(painted(shot, QRect(watched.right() + g - 2, watched.center().y() - 5, 5, 10)), 0) << "right";
+    EXPECT_GT(painted(shot, QRect(watched.center().x() - 5, watched.top() - g - 2, 10, 5)), 0) << "top";
+    EXPECT_GT(painted(shot, QRect(watched.center().x() - 5, watched.bottom() + g - 2, 10, 5)), 0) << "bottom";
+    EXPECT_EQ(painted(shot, watched), 0);
+    EXPECT_EQ(painted(shot, shot.rect()), painted(shot, around));
+}
+
 TEST(ArmedFrameWaylandWithoutLayerShell, WestonGetsNoFrame)
 {
     if (QStandardPaths::findExecutable(QStringLiteral("weston")).isEmpty()) GTEST_SKIP() << "weston is not installed";

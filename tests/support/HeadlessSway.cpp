@@ -34,10 +34,11 @@ QString HeadlessSway::start(const Options& options)
     if (!dir->isValid()) return QStringLiteral("no temporary directory");
     QFile config(dir->filePath(QStringLiteral("config")));
     if (!config.open(QIODevice::WriteOnly)) return QStringLiteral("cannot write the compositor's configuration");
-    config.write(QStringLiteral("output HEADLESS-1 resolution %1x%2 position 0 0 bg %3 solid_color\n"
+    config.write(QStringLiteral("output HEADLESS-1 resolution %1x%2 position 0 0 scale %3 bg %4 solid_color\n"
                                 "default_border none\n")
                      .arg(options.size.width())
                      .arg(options.size.height())
+                     .arg(options.scale)
                      .arg(options.background.name())
                      .toUtf8());
     config.close();

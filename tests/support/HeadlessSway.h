@@ -23,6 +23,7 @@ public:
     struct Options {
         QSize size { 640, 360 };
         QColor background { 0x20, 0x40, 0x60 };
+        int scale = 1; // the output's scale: `size` is its pixels, the desktop's layout has 1/scale of them
     };
 
     HeadlessSway() = default;
