@@ -147,9 +147,13 @@ TEST_F(ArmedFrameWayland, OnAScaledOutputTheFrameStandsAroundTheAreaInTheOutputs
     qputenv("WAYLAND_DISPLAY", sway.displayName().toUtf8());
     std::unique_ptr<LayerShellArmedFrame> frame = LayerShellArmedFrame::connect();
     ASSERT_NE(frame, nullptr);
-    const QRect watched(400, 200, 320, 240);
+    // Odd pixels: the surface, in whole points of the output, must still hold all of the band.
+    const QRect watched(401, 201, 321, 239);
     const QRect around = ArmedFrameDrawing::paintedRegion(watched).boundingRect();
     frame->show(watched, AreaOverlayStyle::outline);
+    EXPECT_TRUE(frame->placement().contains(around)) << around.left() << "," << around.top();
+    EXPECT_EQ(frame->placement().left() % 2, 0);
+    EXPECT_EQ(frame->placement().width() % 2, 0);
     const QImage shot = shotWhere([&](const QImage& s) { return painted(s, around) > 400; });
     ASSERT_EQ(shot.size(), QSize(1280, 720));
     const int g = ArmedFrameDrawing::gap;

@@ -4,11 +4,6 @@
 #include "monitor/ArmedFrameDrawing.h"
 #include "monitor/ArmedFramePicture.h"
 
-// The protocol names an argument `namespace`, a C++ keyword.
-#define namespace surfaceNamespace
-#include "wlr-layer-shell-unstable-v1-client-protocol.h"
-#undef namespace
-
 #include <QImage>
 #include <QSemaphore>
 #include <QSocketNotifier>
@@ -23,6 +18,11 @@
 #include <unistd.h>
 #include <vector>
 #include <wayland-client.h>
+
+// The protocol names an argument `namespace`, a C++ keyword; wayland-client.h is in already.
+#define namespace surfaceNamespace
+#include "wlr-layer-shell-unstable-v1-client-protocol.h"
+#undef namespace
 
 namespace {
 
@@ -180,10 +180,13 @@ struct LayerShellArmedFrame::Surface {
         QRect reach = ArmedFrameDrawing::paintedRegion(watched).boundingRect();
         if (output) reach &= origin;
         if (reach.isEmpty()) return false;
-        // Whole surface points, so that the buffer's pixels are a whole multiple of them.
-        reach = QRect(reach.topLeft() / scale * scale,
-            QSize((reach.width() + scale - 1) / scale * scale, (reach.height() + scale - 1) / scale * scale));
-        placement = reach.translated(-origin.topLeft());
+        // Grown to whole surface points of the output, so that the buffer is a whole number of them.
+        const auto down = [this](int v) { return int(std::floor(double(v) / scale)) * scale; };
+        const auto up = [this](int v) { return int(std::ceil(double(v) / scale)) * scale; };
+        const QRect local = reach.translated(-origin.topLeft());
+        placement = QRect(QPoint(down(local.left()), down(local.top())),
+            QPoint(up(local.right() + 1) - 1, up(local.bottom() + 1) - 1));
+        reach = placement.translated(origin.topLeft());
         const QSize size = reach.size();
 
         const int stride = size.width() * 4;
