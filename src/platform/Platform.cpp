@@ -175,7 +175,17 @@ bool Platform::hasOverlayDisplay()
 std::unique_ptr<AreaPicker> Platform::areaPicker()
 {
     // On Wayland the picker is a window of the application's own, over a still of the shared stream.
-    if (chosen == Backend::wayland) return showsWindows() ? std::make_unique<FrozenPicturePicker>(screen()) : nullptr;
+    if (chosen == Backend::wayland) {
+        const auto wayland = std::dynamic_pointer_cast<WaylandCaptureBackend>(screen());
+        if (!wayland || !showsWindows()) return nullptr;
+        return std::make_unique<FrozenPicturePicker>(
+            [weak = std::weak_ptr<WaylandCaptureBackend>(wayland)]() -> std::optional<FrozenPicturePicker::Still> {
+                const auto backend = weak.lock();
+                const auto still = backend ? backend->newestPicture() : std::nullopt;
+                if (!still) return std::nullopt;
+                return FrozenPicturePicker::Still { still->origin, still->picture };
+            });
+    }
     if (!showsOverlayWindows()) return nullptr;
     return std::make_unique<AreaPickerOverlay>(screen());
 }

@@ -59,7 +59,11 @@ protected:
             desktop.bus());
         RecorderViewModel::Backends backends;
         backends.screen = screen;
-        auto made = std::make_unique<FrozenPicturePicker>(screen);
+        auto made = std::make_unique<FrozenPicturePicker>([this]() -> std::optional<FrozenPicturePicker::Still> {
+            const auto still = screen->newestPicture();
+            if (!still) return std::nullopt;
+            return FrozenPicturePicker::Still { still->origin, still->picture };
+        });
         picker = made.get();
         backends.areaPicker = std::move(made);
         vm = std::make_unique<RecorderViewModel>(settings.get(), std::move(backends));
@@ -97,6 +101,12 @@ TEST_F(AreaPickerWayland, TheDragOnTheStillPictureBecomesTheWatchedAreaInStreamP
     fill(QRect(0, 0, 320, 360), red);
     fill(QRect(320, 0, 320, 360), blue);
     fill(QRect(480, 40, 80, 80), green);
+    // Before any stream there is nothing to pick on: the pick ends at once, and the desktop is not
+    // made to ask what to share.
+    ASSERT_TRUE(vm->areaCommands()->pickWatchArea());
+    EXPECT_EQ(picker->window(), nullptr);
+    EXPECT_EQ(desktop.control(QStringLiteral("ChooserShown")).toUInt(), 0u);
+
     bool started = false;
     vm->startUp([&] { started = true; });
     ASSERT_TRUE(spinUntil([&] { return started; }));

@@ -2,7 +2,6 @@
 
 #include "core/Log.h"
 #include "monitor/AreaPickerGeometry.h"
-#include "platform/CaptureBackend.h"
 
 #include <QKeyEvent>
 #include <QMouseEvent>
@@ -80,8 +79,8 @@ private:
     std::optional<QPointF> current;
 };
 
-FrozenPicturePicker::FrozenPicturePicker(std::shared_ptr<CaptureBackend> screen)
-    : screen(std::move(screen))
+FrozenPicturePicker::FrozenPicturePicker(std::function<std::optional<Still>()> newest)
+    : newestPicture(std::move(newest))
 {
 }
 
@@ -101,23 +100,17 @@ QRectF FrozenPicturePicker::fitted(QSize pictureSize, const QRectF& bounds)
 void FrozenPicturePicker::pick(Completion completion)
 {
     dismiss();
-    const auto content = screen->shareableContent();
-    if (!content.content || content.content->displays.empty()) {
-        logLine(QStringLiteral("Area picker: nothing to pick on: ") + content.error);
-        if (completion) completion(std::nullopt);
-        return;
-    }
     // What the stream shares is one display; its newest picture is what the user picks on.
-    const QRect stream = content.content->displays.front().frame;
-    std::optional<QImage> picture = screen->grabRect(stream);
-    if (!picture) {
+    std::optional<Still> still = newestPicture ? newestPicture() : std::nullopt;
+    if (!still) {
         logLine(QStringLiteral("Area picker: the screen stream has sent no picture yet"));
         if (completion) completion(std::nullopt);
         return;
     }
+    const QRect stream(still->origin, still->picture.size());
     const auto finish
         = AreaPickerGeometry::firstResultWins<std::optional<QRectF>>(std::move(completion), [this] { dismiss(); });
-    live = new PickerWindow(stream, std::move(*picture), finish);
+    live = new PickerWindow(stream, std::move(still->picture), finish);
     live->showFullScreen();
     live->requestActivate();
 }

@@ -5,9 +5,9 @@
 #include <QImage>
 #include <QRect>
 
-#include <memory>
+#include <functional>
+#include <optional>
 
-class CaptureBackend;
 class QWindow;
 
 // The area picker where no window may lie over the desktop's own (a Wayland desktop without the
@@ -17,13 +17,19 @@ class QWindow;
 // area monitor reads, since it crops the same stream.
 //
 // Esc, a right click or a drag too small cancels; the completion runs once, after the window is
-// gone. With no picture of the screen yet (no stream running) the pick ends at once with none.
+// gone. With no picture of the screen yet (no stream running) the pick ends at once with none: it
+// never makes the desktop ask what to share.
 //
 // Main thread; needs a QGuiApplication.
 class FrozenPicturePicker final : public AreaPicker {
 public:
-    // `screen` says where the stream lies and gives its newest picture.
-    explicit FrozenPicturePicker(std::shared_ptr<CaptureBackend> screen);
+    // A picture of the screen and where it lies in global space.
+    struct Still {
+        QPoint origin;
+        QImage picture;
+    };
+    // `newestPicture` gives the stream's newest picture, or none before the first; main thread.
+    explicit FrozenPicturePicker(std::function<std::optional<Still>()> newestPicture);
     ~FrozenPicturePicker() override;
 
     // Ends a pick already running without telling its caller, then starts one.
@@ -40,6 +46,6 @@ public:
 private:
     class PickerWindow;
 
-    std::shared_ptr<CaptureBackend> screen;
+    std::function<std::optional<Still>()> newestPicture;
     PickerWindow* live = nullptr;
 };

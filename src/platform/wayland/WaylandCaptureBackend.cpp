@@ -304,6 +304,13 @@ QString WaylandCaptureBackend::probe()
     return {};
 }
 
+std::optional<WaylandCaptureBackend::Still> WaylandCaptureBackend::newestPicture() const
+{
+    std::lock_guard lock(shared->latestMutex);
+    if (shared->latest.isNull()) return std::nullopt;
+    return Still { shared->latestOrigin, shared->latest.copy() };
+}
+
 bool WaylandCaptureBackend::sharesWindow() const
 {
     return shared->sharedSourceType == 2;
