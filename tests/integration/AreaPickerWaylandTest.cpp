@@ -6,9 +6,14 @@
 #include "platform/wayland/FrozenPicturePicker.h"
 #include "platform/wayland/WaylandCaptureBackend.h"
 #include "support/EventLoop.h"
+#include "support/HeadlessRun.h"
+#include "support/HeadlessSway.h"
 #include "support/PortalDesktop.h"
 
 #include <QColor>
+#include <QDir>
+#include <QFile>
+#include <QLibraryInfo>
 #include <QScreen>
 #include <QSettings>
 #include <QTemporaryDir>
@@ -17,7 +22,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <csignal>
+#include <sys/prctl.h>
 
 // The area picker of a Wayland desktop without the layer shell, on the real portal and PipeWire: a
 // full-screen window of ours over a still of the shared stream. The window here is larger than the
@@ -169,4 +177,77 @@ TEST_F(AreaPickerWayland, TheDragOnTheStillPictureBecomesTheWatchedAreaInStreamP
     spinFor(int(AreaCommands::pickerLeavesScreen.count()) + 200);
     EXPECT_EQ(settings->areaMonitorRect(), picked);
     EXPECT_EQ(settings->areaReferenceSignature(), reference);
+}
+
+// The program with its window on Qt's Wayland platform, on a real compositor (sway, headless): the
+// picker is a full-screen window showing the still, dimmed, over everything else.
+TEST(AreaPickerWaylandWindow, OnARealCompositorThePickerFillsTheScreenWithTheStill)
+{
+    if (const QString missing = PortalDesktop::missingProgram(); !missing.isEmpty())
+        GTEST_SKIP() << missing.toStdString() << " is not installed: run scripts/deps";
+    if (const QString missing = HeadlessSway::missingProgram(); !missing.isEmpty())
+        GTEST_SKIP() << missing.toStdString() << " is not installed: run scripts/deps";
+    if (!QFile::exists(
+            QLibraryInfo::path(QLibraryInfo::PluginsPath) + QStringLiteral("/platforms/libqwayland-generic.so")))
+        GTEST_SKIP() << "Qt's Wayland platform (qt6-wayland) is not installed: run scripts/deps";
+    PortalDesktop desktop;
+    ASSERT_EQ(desktop.start({ .size = QSize(640, 360) }), QString());
+    const auto fill = [&](const QRect& r, const QColor& c) {
+        desktop.control(QStringLiteral("Fill"), { r.x(), r.y(), r.width(), r.height(), c.name() });
+    };
+    fill(QRect(0, 0, 320, 360), red);
+    fill(QRect(320, 0, 320, 360), blue);
+    fill(QRect(480, 40, 80, 80), green);
+    HeadlessSway sway;
+    const QColor background(0x20, 0x40, 0x60);
+    ASSERT_EQ(sway.start({ .size = QSize(640, 360), .background = background }), QString());
+
+    QTemporaryDir home;
+    QProcessEnvironment env = desktop.environment();
+    env.insert(QStringLiteral("WAYLAND_DISPLAY"), QDir(sway.runtimeDir()).filePath(sway.displayName()));
+    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("wayland"));
+    env.insert(QStringLiteral("TMPDIR"), home.path());
+    const QString config = env.value(QStringLiteral("XDG_CONFIG_HOME")) + QStringLiteral("/Velotape");
+    QDir().mkpath(config);
+    QFile conf(config + QStringLiteral("/Velotape.conf"));
+    ASSERT_TRUE(conf.open(QIODevice::WriteOnly));
+    conf.write(QStringLiteral("[General]\nvt2.bufferSeconds=4\nvt2.playSound=false\nvt2.savePath=%1\n")
+                   .arg(home.path())
+                   .toUtf8());
+    conf.close();
+
+    const QString binary = QStringLiteral(VELOTAPE_BINARY);
+    QProcess app;
+    app.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
+    app.setProcessEnvironment(env);
+    app.setProcessChannelMode(QProcess::ForwardedChannels);
+    app.start(binary, { QStringLiteral("--source"), QStringLiteral("display:1") });
+    ASSERT_TRUE(app.waitForStarted(5000));
+    ASSERT_EQ(HeadlessRun::waitUntilBuffered(binary, env, 0.3), QString());
+    int status = -1;
+    const QString answer
+        = HeadlessRun::control(binary, env, { QStringLiteral("area"), QStringLiteral("--pick") }, &status);
+    ASSERT_EQ(status, 0) << answer.toStdString();
+
+    // The whole output is the still, dimmed: red left, blue right, the green square where it was.
+    QImage shot;
+    const auto dimmed = [](const QImage& s, int x, int y, const QColor& c) {
+        const QColor got = QColor::fromRgb(s.pixel(x, y));
+        const int channel[3] = { got.red(), got.green(), got.blue() };
+        const int wanted[3] = { c.red(), c.green(), c.blue() };
+        const int strongest = int(std::max_element(wanted, wanted + 3) - wanted);
+        for (int i = 0; i < 3; ++i)
+            if (i != strongest && channel[strongest] < 2 * channel[i] + 40) return false;
+        return true;
+    };
+    EXPECT_TRUE(spinUntil(
+        [&] {
+            shot = sway.screenshot();
+            return !shot.isNull() && dimmed(shot, 40, 300, red) && dimmed(shot, 600, 300, blue)
+                && dimmed(shot, 520, 80, green) && dimmed(shot, 5, 355, red) && dimmed(shot, 635, 5, blue);
+        },
+        10000))
+        << "the picker did not fill the screen with the still";
+    app.terminate();
+    if (!app.waitForFinished(5000)) app.kill();
 }
