@@ -113,6 +113,8 @@ public:
 
     // The screen, for single grabs (area monitor, thumbnails). Any thread.
     const std::shared_ptr<CaptureBackend>& backend() const { return screen; }
+    // Whether the desktop's dialog chooses the one source there is, instead of lists to pick from.
+    bool sourceChosenByDesktop() const { return screen->desktopChoosesSource(); }
 
     // Main thread: a frame that the capture thread has already handed to the recorder, on its way
     // to frameSink; a preview made for it on the capture thread (null when none was due) becomes

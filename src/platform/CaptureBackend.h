@@ -41,6 +41,12 @@ public:
     // Whether the desktop asks the user's permission before a capture (a screen-sharing portal
     // does; an X server never does), so that a refusal is worth explaining to the user.
     virtual bool asksCapturePermission() const { return false; }
+    // Whether the desktop's own dialog chooses what is captured (a screen-sharing portal): there
+    // are no lists of displays and windows to pick from, only the one source the desktop shares.
+    virtual bool desktopChoosesSource() const { return false; }
+    // The next listing or capture has the desktop ask the user again what to share, even where it
+    // could restore the last choice without asking. Any thread.
+    virtual void chooseSourceAgain() { }
     // Something the user should hear about that is not a failure (the desktop asked again what to
     // share, and why). Called on any thread; set before the first capture.
     virtual void setOnNotice(std::function<void(const QString&)>) { }

@@ -133,6 +133,9 @@ SourcePickerPopover::SourcePickerPopover(const SessionModels& m, std::function<v
     controls->addWidget(filterField, 1);
     column->addLayout(controls);
     column->addSpacing(6);
+    const bool desktopChooses = models.engine->sourceChosenByDesktop();
+    tabs->setVisible(!desktopChooses);
+    filterField->setVisible(!desktopChooses);
 
     // The rows of the tab, scrolling.
     auto* scroll = new QScrollArea(this);
@@ -157,6 +160,20 @@ SourcePickerPopover::SourcePickerPopover(const SessionModels& m, std::function<v
     column->addSpacing(8);
     column->addWidget(new Divider(this));
     column->addSpacing(8);
+    if (desktopChooses) {
+        askDesktop
+            = new SourcePickerRow({ .title = QStringLiteral("Screen or window (your desktop asks)"),
+                                      .detail = QStringLiteral("Your desktop's own dialog chooses what to share."),
+                                      .detailSymbol = {},
+                                      .elideDetailInMiddle = false,
+                                      .symbol = QStringLiteral("rectangle.inset.filled.on.rectangle"),
+                                      .isAction = true,
+                                      .trailingSymbol = QStringLiteral("arrow.up.right") },
+                this);
+        connect(askDesktop, &QAbstractButton::clicked, this, &SourcePickerPopover::askDesktopAgain);
+        column->addWidget(askDesktop);
+        column->addSpacing(4);
+    }
     region = new SourcePickerRow(
         { .title = QStringLiteral("Select custom region"),
             .detail = QStringLiteral("Drag any rectangle on screen — even just a corner of a chart."),
@@ -276,6 +293,14 @@ void SourcePickerPopover::choose(const CaptureSource& source)
     QMetaObject::invokeMethod(
         this, [actions = models.actions] { actions->restartStream(); }, Qt::QueuedConnection);
     if (dismiss) dismiss();
+}
+
+void SourcePickerPopover::askDesktopAgain()
+{
+    // The popover is gone by the time the desktop asks: the call is the engine's business.
+    if (dismiss) dismiss();
+    QMetaObject::invokeMethod(
+        models.engine, [actions = models.actions] { actions->askDesktopForSource(); }, Qt::QueuedConnection);
 }
 
 void SourcePickerPopover::pickRegion()

@@ -19,6 +19,9 @@ class V3Segmented;
 // and windows with a filter, the rows of the tab with their thumbnails, and a row for drawing a
 // custom region. Choosing a row makes it the source at once and restarts the stream on it.
 //
+// Where the desktop's own dialog chooses what is shared (Wayland), there are no tabs: the one
+// source it shares, and a row that has the desktop ask again.
+//
 // The sources are listed afresh whenever a popover is made, so a window opened since the last
 // one can be picked. Its tab, filter and thumbnails live as long as it does.
 //
@@ -40,6 +43,8 @@ public:
     // The row of a source id ("display-…", "window-…") on the tab on show, or null.
     SourcePickerRow* row(const QString& sourceId) const;
     SourcePickerRow* regionRow() const { return region; }
+    // Null where the engine lists displays and windows itself.
+    SourcePickerRow* askDesktopRow() const { return askDesktop; }
     SourceThumbnailer* thumbnailer() const { return thumbnails; }
 
 signals:
@@ -62,6 +67,7 @@ private:
     SourcePickerRow* addSourceRow(const CaptureSource& source, SourcePickerRow::Content content);
     void choose(const CaptureSource& source);
     void pickRegion();
+    void askDesktopAgain();
 
     SessionModels models;
     std::function<void()> dismiss;
@@ -75,6 +81,7 @@ private:
     QWidget* list;
     QVBoxLayout* listColumn;
     EmptyHint* emptyHint;
+    SourcePickerRow* askDesktop = nullptr;
     SourcePickerRow* region;
     std::vector<SourcePickerRow*> sourceRows;
     std::vector<QString> rowIds;

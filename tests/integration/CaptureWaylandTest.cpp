@@ -183,7 +183,7 @@ TEST_F(CaptureWayland, TheDesktopAsksOnceAndThenRestoresFromTheKeptToken)
     backend = makeBackend();
     CaptureBackend::ContentResult replaced = backend->shareableContent();
     ASSERT_TRUE(replaced.content) << replaced.error.toStdString();
-    EXPECT_EQ(replaced.content->displays.front().name, QStringLiteral("TEST-2"));
+    EXPECT_EQ(replaced.content->displays.front().name, QStringLiteral("Screen TEST-2"));
     EXPECT_EQ(chooserShown(), 3u);
     EXPECT_EQ(*notices.lock(), QStringList { WaylandCaptureBackend::askedAgainNotice });
     backend.reset();
@@ -199,11 +199,51 @@ TEST_F(CaptureWayland, TheDesktopAsksOnceAndThenRestoresFromTheKeptToken)
     backend = makeBackend();
     replaced = backend->shareableContent();
     ASSERT_TRUE(replaced.content) << replaced.error.toStdString();
-    EXPECT_EQ(replaced.content->displays.front().name, QStringLiteral("TEST-3"));
+    EXPECT_EQ(replaced.content->displays.front().name, QStringLiteral("Screen TEST-3"));
     EXPECT_EQ(chooserShown(), 4u);
     EXPECT_EQ(notices.lock()->value(1), WaylandCaptureBackend::refusedNotice);
     EXPECT_FALSE(token.isEmpty());
     EXPECT_NE(token, refusedToken);
+}
+
+TEST_F(CaptureWayland, ChoosingAgainShowsTheDialogOnceMoreAndItsTokenReplacesTheKeptOne)
+{
+    ASSERT_TRUE(backend->shareableContent().content);
+    ASSERT_EQ(chooserShown(), 1u);
+    const QString first = token;
+    ASSERT_FALSE(first.isEmpty());
+
+    // The kept token would restore without asking: asked for, the dialog shows all the same.
+    backend->chooseSourceAgain();
+    const CaptureBackend::ContentResult chosen = backend->shareableContent();
+    ASSERT_TRUE(chosen.content) << chosen.error.toStdString();
+    EXPECT_EQ(chooserShown(), 2u);
+    EXPECT_FALSE(token.isEmpty());
+    EXPECT_NE(token, first);
+    EXPECT_TRUE(notices.lock()->isEmpty()); // the user asked: nothing to explain
+    // Once only: the capture that follows runs on the session just chosen.
+    fill(QRect(0, 0, 640, 360), green);
+    Frames frames;
+    CaptureBackend::StreamStart started = backend->startCapture({}, configuration(640, 360), frames.output);
+    ASSERT_TRUE(started.stream) << started.error.toStdString();
+    EXPECT_TRUE(frames.waitFor([](const QImage& i) { return near(i, 320, 180, green); }));
+    EXPECT_EQ(chooserShown(), 2u);
+    started.stream->stop();
+
+    // The dialog closed without a choice: what was shared is restored from the kept token.
+    const QString second = token;
+    desktop.control(QStringLiteral("SetChooserAnswer"), { 1u });
+    backend->chooseSourceAgain();
+    const CaptureBackend::ContentResult kept = backend->shareableContent();
+    ASSERT_TRUE(kept.content) << kept.error.toStdString();
+    EXPECT_EQ(chooserShown(), 3u);
+    EXPECT_EQ(token, second);
+
+    // The next run restores the new choice without asking.
+    backend.reset();
+    backend = makeBackend();
+    ASSERT_TRUE(backend->shareableContent().content);
+    EXPECT_EQ(chooserShown(), 3u);
 }
 
 TEST_F(CaptureWayland, ACancelledChooserSaysSoAndStartsNoStream)

@@ -338,6 +338,27 @@ void RecorderViewModel::restartStream()
     startPreview();
 }
 
+void RecorderViewModel::askDesktopForSource()
+{
+    // The old choice's stream ends before the desktop replaces it, so that its end is no failure.
+    segmentRecorder->disarmBuffering();
+    captureEngine->stopStream();
+    captureEngine->backend()->chooseSourceAgain();
+    // The listing opens the dialog; with nothing listed (the dialog closed and nothing to go back
+    // to) the stream stays stopped rather than asking a second time.
+    auto listed = std::make_shared<bool>(false);
+    auto watch = std::make_shared<QMetaObject::Connection>(
+        connect(captureEngine, &CaptureEngine::availableDisplaysChanged, this, [listed] { *listed = true; }));
+    QPointer<RecorderViewModel> self(this);
+    captureEngine->refreshAvailableContent([self, listed, watch] {
+        QObject::disconnect(*watch);
+        if (!self || !*listed) return;
+        const std::vector<CaptureDisplay>& displays = self->captureEngine->availableDisplays();
+        if (!displays.empty()) self->captureEngine->setSelectedSource(CaptureSource::display(displays.front()));
+        self->startPreview();
+    });
+}
+
 void RecorderViewModel::sourceSelected(const std::optional<CaptureSource>& source)
 {
     // A stand-in for a closed window, or the window back: the user's choice stays what is saved.

@@ -124,6 +124,7 @@ public:
 
     // The stream restart: throw the ring away, stop the stream, start the preview again.
     void restartStream() override;
+    void askDesktopForSource() override;
 
     // On the way out: stops a running recording and waits, without the event loop, until its clip
     // (and one whose export was already under way) is written. The clip is only reported in a

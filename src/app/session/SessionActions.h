@@ -16,6 +16,9 @@ public:
     virtual void startPreview() = 0;
     // Throw the ring away, stop the stream and start it again (a new source, new stream settings).
     virtual void restartStream() = 0;
+    // Where the desktop chooses what is shared: open its dialog again, and restart on what the
+    // user picks there (on what was shared before, if the dialog is closed).
+    virtual void askDesktopForSource() = 0;
     // Disarm an armed area monitor, arm a disarmed one; gives the toast it showed.
     virtual QString toggleAreaMonitor() = 0;
     // The window's visibility as the user sees it: the preview only runs while it can be seen, and a

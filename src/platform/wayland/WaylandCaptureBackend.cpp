@@ -50,6 +50,22 @@ QString sourceOf(const PortalScreenCast::Stream& stream)
         .arg(stream.size.height());
 }
 
+// What the desktop shares, named from what its stream says of itself.
+QString labelOf(const PortalScreenCast::Stream& stream)
+{
+    // A window's id names nothing the user would know; a monitor's is shown as the desktop gave it.
+    const QString& id = stream.id;
+    switch (stream.sourceType) {
+    case 1:
+        return id.isEmpty() ? QStringLiteral("Shared screen") : QStringLiteral("Screen ") + id;
+    case 2:
+        return QStringLiteral("Shared window");
+    case 4:
+        return QStringLiteral("Virtual screen");
+    }
+    return id.isEmpty() ? QStringLiteral("Shared screen") : id;
+}
+
 class ReconnectingStream;
 
 // Whether PipeWire's socket is surely not there: false where this process does not know where it
@@ -85,6 +101,9 @@ struct WaylandCaptureBackend::Shared : std::enable_shared_from_this<Shared> {
     PortalScreenCast portal; // its blocking calls are made under `mutex`
     std::optional<PortalScreenCast::Stream> stream; // guarded by mutex: the session's, while it runs
     bool sessionShowsCursor = true; // guarded by mutex
+    // The user asked to choose again: the next session is started without the kept token. Not
+    // under `mutex`, which is held while the desktop asks.
+    std::atomic<bool> chooseAgain { false };
     // Its own lock: the desktop may close the session while a call above waits for the desktop
     // with `mutex` held.
     std::mutex runningMutex;
@@ -316,6 +335,11 @@ bool WaylandCaptureBackend::sharesWindow() const
     return shared->sharedSourceType == 2;
 }
 
+void WaylandCaptureBackend::chooseSourceAgain()
+{
+    shared->chooseAgain = true;
+}
+
 void WaylandCaptureBackend::setOnNotice(std::function<void(const QString&)> callback)
 {
     shared->notice = std::move(callback);
@@ -323,11 +347,16 @@ void WaylandCaptureBackend::setOnNotice(std::function<void(const QString&)> call
 
 QString WaylandCaptureBackend::Shared::ensureSessionLocked(bool showCursor)
 {
-    if (stream && portal.isOpen() && sessionShowsCursor == showCursor) return {};
+    const bool asking = chooseAgain.exchange(false);
+    if (!asking && stream && portal.isOpen() && sessionShowsCursor == showCursor) return {};
     const Kept kept = tokens.load ? tokens.load() : Kept {};
-    PortalScreenCast::Started started = portal.start(kept.token, showCursor);
+    PortalScreenCast::Started started = portal.start(asking ? QString() : kept.token, showCursor);
     QString toTell;
-    if (!kept.token.isEmpty() && started.outcome == PortalScreenCast::Outcome::failed) {
+    if (asking && started.outcome == PortalScreenCast::Outcome::cancelled && !kept.token.isEmpty()) {
+        // The user closed the dialog: what was shared before is shared again, without asking.
+        logLine(QStringLiteral("Screen cast: the choice was cancelled; restoring the one before"));
+        started = portal.start(kept.token, showCursor);
+    } else if (!asking && !kept.token.isEmpty() && started.outcome == PortalScreenCast::Outcome::failed) {
         // Some desktops answer a token they cannot restore (its monitor unplugged) with an error
         // rather than their chooser: forget it and ask once more.
         logLine(
@@ -347,7 +376,7 @@ QString WaylandCaptureBackend::Shared::ensureSessionLocked(bool showCursor)
     const QString source = sourceOf(*stream);
     // Most desktops show their chooser for a token they cannot restore; what comes back is then
     // another source than the one kept with the token.
-    if (toTell.isEmpty() && !kept.token.isEmpty() && !kept.source.isEmpty() && source != kept.source)
+    if (!asking && toTell.isEmpty() && !kept.token.isEmpty() && !kept.source.isEmpty() && source != kept.source)
         toTell = WaylandCaptureBackend::askedAgainNotice;
     // A new token replaces the old one; a desktop that gave none has nothing to keep.
     if (tokens.save && (started.restoreToken != kept.token || source != kept.source))
@@ -356,9 +385,10 @@ QString WaylandCaptureBackend::Shared::ensureSessionLocked(bool showCursor)
                 .arg(stream->nodeId)
                 .arg(stream->size.width())
                 .arg(stream->size.height())
-                .arg(kept.token.isEmpty()  ? QString()
-                        : toTell.isEmpty() ? QStringLiteral(", restored")
-                                           : QStringLiteral(", asked again")));
+                .arg(asking                    ? QStringLiteral(", chosen anew")
+                        : kept.token.isEmpty() ? QString()
+                        : toTell.isEmpty()     ? QStringLiteral(", restored")
+                                               : QStringLiteral(", asked again")));
     if (!toTell.isEmpty() && notice) notice(toTell);
     return {};
 }
@@ -371,7 +401,7 @@ CaptureDisplay WaylandCaptureBackend::displayLocked() const
     display.width = stream.size.width();
     display.height = stream.size.height();
     display.frame = QRect(stream.position, stream.size);
-    display.name = stream.id.isEmpty() ? QStringLiteral("Screen or window (your desktop asks)") : stream.id;
+    display.name = labelOf(stream);
     return display;
 }
 

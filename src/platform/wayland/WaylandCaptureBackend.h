@@ -49,6 +49,10 @@ public:
     ContentResult shareableContent() override;
     WindowListFilter::SystemRules systemWindowRules() const override { return {}; }
     bool asksCapturePermission() const override { return true; }
+    bool desktopChoosesSource() const override { return true; }
+    // The kept token is passed no more until the user chose anew; closing the desktop's dialog
+    // keeps what was shared.
+    void chooseSourceAgain() override;
     StreamStart startCapture(const ContentFilter& filter, const StreamConfiguration& configuration,
         std::shared_ptr<const StreamOutput> output) override;
     std::optional<QRectF> windowFrame(uint32_t) override { return std::nullopt; }

@@ -4,8 +4,11 @@
 #include "app/AppSettings.h"
 #include "app/session/RecorderViewModel.h"
 #include "capture/SourceThumbnailer.h"
+#include "platform/wayland/WaylandCaptureBackend.h"
 #include "platform/x11/X11CaptureBackend.h"
+#include "recorder/SegmentedRecorder.h"
 #include "support/EventLoop.h"
+#include "support/PortalDesktop.h"
 #include "support/TestDesktop.h"
 #include "ui/SourcePickerButton.h"
 #include "ui/SourcePickerPopover.h"
@@ -231,4 +234,66 @@ TEST_F(Picker, OneFilterServesBothTabsAndTheRegionRowDrawsTheSource)
     ASSERT_TRUE(spinUntil([&] { return vm->engine()->selectedSource()->kind() == CaptureSource::Kind::region; }, 3000));
     EXPECT_FALSE(openWhileDrawing);
     EXPECT_EQ(button->text(), QStringLiteral("Region · 320×200"));
+}
+
+// The picker over the Wayland backend, against the real xdg-desktop-portal and PipeWire of the
+// portal harness (the popover itself shows on the Xvfb): the desktop's dialog is the only chooser.
+TEST(PickerOnWayland, TheDesktopAsksEntryShowsTheDialogOnceMoreAndTheNewChoiceIsKept)
+{
+    if (const QString missing = PortalDesktop::missingProgram(); !missing.isEmpty())
+        GTEST_SKIP() << missing.toStdString() << " is not installed: run scripts/deps";
+    PortalDesktop desktop;
+    ASSERT_EQ(desktop.start(), QString());
+    const auto chooserShown = [&] { return desktop.control(QStringLiteral("ChooserShown")).toUInt(); };
+    QTemporaryDir dir;
+    AppSettings settings(
+        std::make_unique<QSettings>(dir.filePath(QStringLiteral("Velotape.conf")), QSettings::IniFormat));
+    settings.setSaveFolderPath(dir.filePath(QStringLiteral("clips")));
+    settings.setSystemAudioEnabled(false);
+    WaylandCaptureBackend::Kept kept;
+    RecorderViewModel::Backends backends;
+    backends.screen
+        = std::make_shared<WaylandCaptureBackend>(WaylandCaptureBackend::TokenStore { [&] { return kept; },
+                                                      [&](const WaylandCaptureBackend::Kept& k) { kept = k; } },
+            desktop.bus());
+    auto vm = std::make_unique<RecorderViewModel>(&settings, std::move(backends));
+    bool started = false;
+    vm->startUp([&] { started = true; });
+    ASSERT_TRUE(spinUntil([&] { return started; }, 10000));
+    vm->startPreview();
+    ASSERT_TRUE(spinUntil([&] { return vm->engine()->isStreaming(); }, 5000));
+    ASSERT_EQ(chooserShown(), 1u);
+    const QString firstToken = kept.token;
+    ASSERT_FALSE(firstToken.isEmpty());
+
+    QWidget host;
+    host.setGeometry(40, 40, 320, 80);
+    auto* button = new SourcePickerButton(vm->models(), &host);
+    button->move(20, 20);
+    host.show();
+    ASSERT_TRUE(showUnderTheWindowManager(&host));
+    EXPECT_EQ(button->text(), QStringLiteral("Screen TEST-1"));
+    QTest::mouseClick(button, Qt::LeftButton);
+    ASSERT_TRUE(spinUntil([&] { return button->isOpen(); }, 3000));
+    SourcePickerPopover* popover = button->popover();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(popover));
+    // No tabs of displays and windows to pick from: the shared source and the desktop's entry.
+    EXPECT_FALSE(popover->findChild<V3Segmented*>()->isVisible());
+    ASSERT_TRUE(spinUntil([&] { return popover->rows().size() == 1; }, 5000));
+    EXPECT_EQ(popover->rows().front()->title(), QStringLiteral("Screen TEST-1"));
+    ASSERT_NE(popover->askDesktopRow(), nullptr);
+
+    // In the dialog the user shares another monitor: the kept token would have restored the old
+    // one without asking.
+    desktop.control(QStringLiteral("ReplaceMonitor"), { QStringLiteral("TEST-2"), false });
+    QTest::mouseClick(popover->askDesktopRow(), Qt::LeftButton);
+    EXPECT_TRUE(spinUntil([&] { return !button->isOpen(); }, 3000));
+    ASSERT_TRUE(spinUntil([&] { return chooserShown() == 2u && vm->engine()->isStreaming(); }, 10000));
+    EXPECT_TRUE(spinUntil([&] { return button->text() == QStringLiteral("Screen TEST-2"); }, 5000))
+        << button->text().toStdString();
+    EXPECT_FALSE(kept.token.isEmpty());
+    EXPECT_NE(kept.token, firstToken);
+    EXPECT_TRUE(spinUntil([&] { return vm->recorder()->bufferedSeconds() > 0.5; }, 10000));
+    EXPECT_EQ(chooserShown(), 2u); // the stream runs on the session just chosen
+    vm.reset();
 }

@@ -1,10 +1,13 @@
 // The screenshot tour: the real window on a private Xvfb, with fixed sample settings, and a PNG of
 // every screen in dark and in light at the window's size and at its minimum, named
-// SCREEN-APPEARANCE-WxH.png. Run by scripts/screenshots; a test runs it too, so it keeps working.
+// SCREEN-APPEARANCE-WxH.png; then the recorder on Wayland (WaylandTour.h), in a second process.
+// Run by scripts/screenshots; a test runs it too, so it keeps working.
 //
 //     screenshot_tour OUTDIR
+//     screenshot_tour --wayland OUTDIR    (the Wayland pictures alone)
 
 #include "SampleClip.h"
+#include "WaylandTour.h"
 #include "app/AppSettings.h"
 #include "app/session/AreaCommands.h"
 #include "app/session/RecorderViewModel.h"
@@ -33,6 +36,7 @@
 #include <QElapsedTimer>
 #include <QMainWindow>
 #include <QPainter>
+#include <QProcess>
 #include <QScreen>
 #include <QTemporaryDir>
 
@@ -396,15 +400,17 @@ int settingsGroups(AppDelegate& delegate, const QString& outDir)
 
 int main(int argc, char** argv)
 {
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: screenshot_tour OUTDIR\n");
+    const bool waylandOnly = argc == 3 && QByteArray(argv[1]) == "--wayland";
+    if (argc != 2 && !waylandOnly) {
+        std::fprintf(stderr, "usage: screenshot_tour [--wayland] OUTDIR\n");
         return 2;
     }
-    const QString outDir = QString::fromLocal8Bit(argv[1]);
+    const QString outDir = QString::fromLocal8Bit(argv[argc - 1]);
     if (!QDir().mkpath(outDir)) {
-        std::fprintf(stderr, "screenshot_tour: cannot make %s\n", argv[1]);
+        std::fprintf(stderr, "screenshot_tour: cannot make %s\n", argv[argc - 1]);
         return 1;
     }
+    if (waylandOnly) return waylandTour(argc, argv, QDir(outDir).absolutePath());
     QTemporaryDir home;
     writeSampleSettings(QDir(home.path()));
     writeSampleTrades(QDir(home.filePath(QStringLiteral("clips"))));
@@ -503,5 +509,15 @@ int main(int argc, char** argv)
     written += cameraShots(delegate, outDir);
     written += overlayShots(delegate, desktop, outDir);
     std::printf("%d screenshots in %s\n", written, qPrintable(outDir));
+    std::fflush(stdout);
+
+    QProcess wayland;
+    wayland.setProcessChannelMode(QProcess::ForwardedChannels);
+    wayland.start(
+        QCoreApplication::applicationFilePath(), { QStringLiteral("--wayland"), QDir(outDir).absolutePath() });
+    if (!wayland.waitForFinished(120000) || wayland.exitStatus() != QProcess::NormalExit || wayland.exitCode() != 0) {
+        std::fprintf(stderr, "screenshot_tour: the pictures on Wayland failed\n");
+        return 1;
+    }
     return 0;
 }
