@@ -34,7 +34,7 @@ double median(std::vector<double> values)
     return values.empty() ? 0 : values[values.size() / 2];
 }
 
-Run measure(CaptureBackend& backend, const std::vector<pid_t>& serverSide, double seconds)
+Run measure(CaptureBackend& backend, const std::vector<pid_t>& serverSide, double seconds, bool showsCursor = false)
 {
     auto output = std::make_shared<StreamOutput>();
     std::atomic<int> pictures { 0 };
@@ -43,7 +43,7 @@ Run measure(CaptureBackend& backend, const std::vector<pid_t>& serverSide, doubl
     configuration.width = width;
     configuration.height = height;
     configuration.minimumFrameInterval = MediaTime(1, 30);
-    configuration.showsCursor = false;
+    configuration.showsCursor = showsCursor;
     ContentFilter filter;
     const CaptureBackend::ContentResult content = backend.shareableContent();
     if (content.content && !content.content->displays.empty()) filter.display = content.content->displays.front();
@@ -97,6 +97,7 @@ int main(int argc, char** argv)
         return 1;
     }
     portal.control(QStringLiteral("StartCounter"));
+    portal.control(QStringLiteral("SetCursor"), { width / 2, height / 2, 0, 0, 32, 32, QStringLiteral("#ffffff") });
 
     X11CaptureBackend x11Backend;
     WaylandCaptureBackend::Kept kept;
@@ -107,7 +108,8 @@ int main(int argc, char** argv)
     // which a compositor does anyway).
     const std::vector<pid_t> portalServer { childNamed("pipewire"), childNamed("velotape-test-p") };
 
-    std::vector<double> x11Own, x11Server, x11Rate, portalOwn, portalServerMs, portalRate;
+    std::vector<double> x11Own, x11Server, x11Rate, portalOwn, portalServerMs, portalRate, cursorOwn, cursorServer,
+        cursorRate;
     for (int round = 0; round < rounds; ++round) {
         const Run a = measure(x11Backend, xServer, seconds);
         x11Own.push_back(a.ownMsPerPicture);
@@ -117,10 +119,20 @@ int main(int argc, char** argv)
         portalOwn.push_back(b.ownMsPerPicture);
         portalServerMs.push_back(b.serverMsPerPicture);
         portalRate.push_back(b.picturesPerSecond);
-        std::printf(
-            "round %d: x11 %.2f ms + server %.2f ms at %.1f fps | portal %.2f ms + server %.2f ms at %.1f fps\n",
+        // A still screen under a cursor that moves 60 times a second, sent beside the pictures.
+        portal.control(QStringLiteral("StopCounter"));
+        portal.control(QStringLiteral("WanderCursor"), { true });
+        const Run c = measure(portalBackend, portalServer, seconds, true);
+        portal.control(QStringLiteral("WanderCursor"), { false });
+        portal.control(QStringLiteral("StartCounter"));
+        portal.control(QStringLiteral("SetCursor"), { width / 2, height / 2, 0, 0, 32, 32, QStringLiteral("#ffffff") });
+        cursorOwn.push_back(c.ownMsPerPicture);
+        cursorServer.push_back(c.serverMsPerPicture);
+        cursorRate.push_back(c.picturesPerSecond);
+        std::printf("round %d: x11 %.2f ms + server %.2f ms at %.1f fps | portal %.2f ms + server %.2f ms at %.1f fps"
+                    " | cursor only %.2f ms + server %.2f ms at %.1f fps\n",
             round + 1, a.ownMsPerPicture, a.serverMsPerPicture, a.picturesPerSecond, b.ownMsPerPicture,
-            b.serverMsPerPicture, b.picturesPerSecond);
+            b.serverMsPerPicture, b.picturesPerSecond, c.ownMsPerPicture, c.serverMsPerPicture, c.picturesPerSecond);
         std::fflush(stdout);
     }
     std::printf("median CPU per picture, 1920x1080 at 30 fps, %d rounds of %.0f s:\n", rounds, seconds);
@@ -128,6 +140,8 @@ int main(int argc, char** argv)
         median(x11Rate));
     std::printf("  portal: ours %.2f ms, PipeWire + producer %.2f ms, %.1f pictures/s\n", median(portalOwn),
         median(portalServerMs), median(portalRate));
+    std::printf("  portal, only the cursor moving: ours %.2f ms, PipeWire + producer %.2f ms, %.1f pictures/s\n",
+        median(cursorOwn), median(cursorServer), median(cursorRate));
     painter->kill();
     painter->waitForFinished(2000);
     return 0;

@@ -3,6 +3,8 @@
 #include "core/Log.h"
 #include "core/MediaTime.h"
 
+#include <QPainter>
+
 #include <cerrno>
 #include <cstdlib>
 #include <mutex>
@@ -44,6 +46,43 @@ const spa_pod* formatParam(spa_pod_builder* b, spa_video_format format)
         SPA_POD_CHOICE_RANGE_Fraction(&defaultMax, &minMax, &maxMax)));
 }
 
+// Room for the cursor's metadata with a bitmap of `side` x `side` pixels.
+constexpr int cursorMetaSize(int side)
+{
+    return int(sizeof(spa_meta_cursor) + sizeof(spa_meta_bitmap)) + side * side * 4;
+}
+
+// The cursor's bitmap as metadata sends it, `available` bytes from `bitmap` on; null when it is
+// empty (an invisible cursor), in a format we do not read, or larger than its room.
+QImage cursorBitmap(const spa_meta_bitmap* bitmap, size_t available)
+{
+    if (bitmap->offset < sizeof(spa_meta_bitmap) || bitmap->size.width == 0 || bitmap->size.height == 0) return {};
+    const int width = int(bitmap->size.width), height = int(bitmap->size.height);
+    if (width > 1024 || height > 1024) return {};
+    const int stride = bitmap->stride != 0 ? std::abs(bitmap->stride) : width * 4;
+    if (stride < width * 4 || uint64_t(bitmap->offset) + uint64_t(stride) * uint64_t(height) > available) return {};
+    QImage::Format format;
+    switch (bitmap->format) {
+    case SPA_VIDEO_FORMAT_BGRA:
+        format = QImage::Format_ARGB32;
+        break;
+    case SPA_VIDEO_FORMAT_BGRx:
+        format = QImage::Format_RGB32;
+        break;
+    case SPA_VIDEO_FORMAT_RGBA:
+        format = QImage::Format_RGBA8888;
+        break;
+    case SPA_VIDEO_FORMAT_RGBx:
+        format = QImage::Format_RGBX8888;
+        break;
+    default:
+        return {};
+    }
+    const QImage view(SPA_PTROFF(bitmap, bitmap->offset, const uchar), width, height, stride, format);
+    // A copy: the metadata goes back with its buffer.
+    return view.convertToFormat(QImage::Format_ARGB32_Premultiplied);
+}
+
 } // namespace
 
 struct PipeWireCaptureStream::Listeners {
@@ -54,13 +93,16 @@ struct PipeWireCaptureStream::Listeners {
 };
 
 CaptureBackend::StreamStart PipeWireCaptureStream::start(int fd, uint32_t nodeId,
-    const StreamConfiguration& configuration, std::shared_ptr<const StreamOutput> output, PictureSink pictures)
+    const StreamConfiguration& configuration, std::shared_ptr<CursorMemory> cursorMemory,
+    std::shared_ptr<const StreamOutput> output, PictureSink pictures)
 {
     static std::once_flag initialised;
     std::call_once(initialised, [] { pw_init(nullptr, nullptr); });
 
     std::unique_ptr<PipeWireCaptureStream> self(new PipeWireCaptureStream);
     self->configuration = configuration;
+    self->cursorMemory = std::move(cursorMemory);
+    if (self->cursorMemory) static_cast<CursorShape&>(self->cursor) = *self->cursorMemory->lock();
     self->output = std::move(output);
     self->pictures = std::move(pictures);
     self->listeners = std::make_unique<Listeners>();
@@ -191,7 +233,7 @@ void PipeWireCaptureStream::formatChanged(const spa_pod* param)
 
     uint8_t buffer[1024];
     spa_pod_builder b = SPA_POD_BUILDER_INIT(buffer, sizeof(buffer));
-    const spa_pod* params[3];
+    const spa_pod* params[4];
     // Shared memory: the pictures are read by the processor, never by a GPU here.
     params[0]
         = static_cast<const spa_pod*>(spa_pod_builder_add_object(&b, SPA_TYPE_OBJECT_ParamBuffers, SPA_PARAM_Buffers,
@@ -201,32 +243,99 @@ void PipeWireCaptureStream::formatChanged(const spa_pod* param)
     params[2] = static_cast<const spa_pod*>(
         spa_pod_builder_add_object(&b, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta, SPA_PARAM_META_type,
             SPA_POD_Id(SPA_META_VideoCrop), SPA_PARAM_META_size, SPA_POD_Int(sizeof(spa_meta_region))));
-    pw_stream_update_params(stream, params, 3);
+    uint32_t count = 3;
+    if (cursorMemory)
+        params[count++] = static_cast<const spa_pod*>(spa_pod_builder_add_object(&b, SPA_TYPE_OBJECT_ParamMeta,
+            SPA_PARAM_Meta, SPA_PARAM_META_type, SPA_POD_Id(SPA_META_Cursor), SPA_PARAM_META_size,
+            SPA_POD_CHOICE_RANGE_Int(cursorMetaSize(64), cursorMetaSize(1), cursorMetaSize(256))));
+    pw_stream_update_params(stream, params, count);
 }
 
 void PipeWireCaptureStream::process()
 {
-    // Only the newest picture matters; older ones still queued go straight back.
+    // Every queued buffer's cursor counts, in order; of the pictures only the newest matters.
     pw_buffer* newest = nullptr;
+    bool cursorChanged = false;
     while (pw_buffer* next = pw_stream_dequeue_buffer(stream)) {
+        if (cursorMemory && readCursor(next->buffer)) cursorChanged = true;
+        const spa_data& data = next->buffer->datas[0];
+        const auto* header = static_cast<const spa_meta_header*>(
+            spa_buffer_find_meta_data(next->buffer, SPA_META_Header, sizeof(spa_meta_header)));
+        // A desktop that has only moved the cursor sends an empty chunk, or one marked corrupted.
+        const bool hasPicture = data.data && data.chunk && data.chunk->size > 0
+            && !(data.chunk->flags & SPA_CHUNK_FLAG_CORRUPTED)
+            && !(header && (header->flags & SPA_META_HEADER_FLAG_CORRUPTED));
+        if (!hasPicture) {
+            pw_stream_queue_buffer(stream, next);
+            continue;
+        }
         if (newest) pw_stream_queue_buffer(stream, newest);
         newest = next;
     }
-    if (!newest || ended || size.isEmpty()) {
+    if (ended || size.isEmpty()) {
         if (newest) pw_stream_queue_buffer(stream, newest);
         return;
     }
-    spa_buffer* buffer = newest->buffer;
-    const spa_data& data = buffer->datas[0];
-    const auto* header = static_cast<const spa_meta_header*>(
-        spa_buffer_find_meta_data(buffer, SPA_META_Header, sizeof(spa_meta_header)));
-    const bool usable = data.data && data.chunk && data.chunk->size > 0
-        && !(data.chunk->flags & SPA_CHUNK_FLAG_CORRUPTED)
-        && !(header && (header->flags & SPA_META_HEADER_FLAG_CORRUPTED));
-    if (!usable) {
+    if (newest) {
+        const bool taken = takePicture(newest->buffer);
+        // The buffer goes back to the desktop at once: the picture is ours from here.
         pw_stream_queue_buffer(stream, newest);
+        if (taken) {
+            pictureChanged = true;
+            owed = true;
+            if (pictures) pictures(clean);
+        }
+    }
+    if (cursorChanged && configuration.showsCursor) owed = true;
+    if (!owed || clean.isNull()) return;
+
+    const int64_t at = monotonicNanoseconds();
+    const int64_t interval = configuration.minimumFrameInterval.isValid()
+        ? int64_t(configuration.minimumFrameInterval.seconds() * 1e9)
+        : 0;
+    if (lastDelivered != 0 && at - lastDelivered < interval) {
+        // Too soon: what is newest then goes at the end of the interval.
+        if (!timerArmed) {
+            const int64_t due = lastDelivered + interval;
+            timespec value { time_t(due / 1000000000), long(due % 1000000000) };
+            pw_loop_update_timer(pw_thread_loop_get_loop(loop), frameTimer, &value, nullptr, true);
+            timerArmed = true;
+        }
         return;
     }
+    deliver(at);
+}
+
+bool PipeWireCaptureStream::readCursor(const spa_buffer* buffer)
+{
+    const spa_meta* meta = spa_buffer_find_meta(buffer, SPA_META_Cursor);
+    if (!meta || !meta->data || meta->size < sizeof(spa_meta_cursor)) return false;
+    const auto* found = static_cast<const spa_meta_cursor*>(meta->data);
+    if (!spa_meta_cursor_is_valid(found)) {
+        // No cursor over what is shared (it left the monitor or the window).
+        return std::exchange(cursor.visible, false);
+    }
+    bool changed = !std::exchange(cursor.visible, true);
+    const QPoint position(found->position.x, found->position.y);
+    changed = changed || position != cursor.position;
+    cursor.position = position;
+    // Without a bitmap of its own the buffer keeps the last one.
+    if (found->bitmap_offset >= sizeof(spa_meta_cursor)
+        && size_t(found->bitmap_offset) + sizeof(spa_meta_bitmap) <= meta->size) {
+        const auto* bitmap = SPA_PTROFF(found, found->bitmap_offset, const spa_meta_bitmap);
+        if (bitmap->format != 0) {
+            cursor.bitmap = cursorBitmap(bitmap, meta->size - found->bitmap_offset);
+            cursor.hotspot = QPoint(found->hotspot.x, found->hotspot.y);
+            *cursorMemory->lock() = cursor;
+            changed = true;
+        }
+    }
+    return changed;
+}
+
+bool PipeWireCaptureStream::takePicture(const spa_buffer* buffer)
+{
+    const spa_data& data = buffer->datas[0];
     const int stride = data.chunk->stride != 0 ? std::abs(data.chunk->stride) : size.width() * 4;
     QRect area(QPoint(0, 0), size);
     if (const auto* crop = static_cast<const spa_meta_region*>(
@@ -235,50 +344,54 @@ void PipeWireCaptureStream::process()
         area &= QRect(crop->region.position.x, crop->region.position.y, int(crop->region.size.width),
             int(crop->region.size.height));
     }
-    const int64_t at = monotonicNanoseconds();
-    if (area.isEmpty() || int64_t(data.chunk->offset) + int64_t(stride) * size.height() > int64_t(data.maxsize)) {
-        pw_stream_queue_buffer(stream, newest);
-        return;
-    }
+    if (area.isEmpty() || int64_t(data.chunk->offset) + int64_t(stride) * size.height() > int64_t(data.maxsize))
+        return false;
     const auto* bits = static_cast<const uchar*>(data.data) + data.chunk->offset;
     const QImage view(bits, size.width(), size.height(), stride,
         swapsRedAndBlue(format) ? QImage::Format_RGBX8888 : QImage::Format_RGB32);
-    // The buffer goes back to the desktop at once: the picture is ours from here.
-    QImage picture = view.copy(area);
-    pw_stream_queue_buffer(stream, newest);
-    if (swapsRedAndBlue(format)) picture = std::move(picture).convertToFormat(QImage::Format_RGB32);
-
-    const int64_t interval = configuration.minimumFrameInterval.isValid()
-        ? int64_t(configuration.minimumFrameInterval.seconds() * 1e9)
-        : 0;
-    if (lastDelivered != 0 && at - lastDelivered < interval) {
-        // Too soon: the newest waits for the end of the interval.
-        const bool waiting = !pending.isNull();
-        pending = std::move(picture);
-        if (!waiting) {
-            const int64_t due = lastDelivered + interval;
-            timespec value { time_t(due / 1000000000), long(due % 1000000000) };
-            pw_loop_update_timer(pw_thread_loop_get_loop(loop), frameTimer, &value, nullptr, true);
-        }
-        return;
-    }
-    deliver(picture, at);
+    clean = view.copy(area);
+    if (swapsRedAndBlue(format)) clean = std::move(clean).convertToFormat(QImage::Format_RGB32);
+    return true;
 }
 
 void PipeWireCaptureStream::deliverPending()
 {
-    if (pending.isNull() || ended || stopped) return;
-    deliver(std::exchange(pending, QImage()), monotonicNanoseconds());
+    timerArmed = false;
+    if (!owed || ended || stopped) return;
+    deliver(monotonicNanoseconds());
 }
 
-void PipeWireCaptureStream::deliver(const QImage& picture, int64_t at)
+void PipeWireCaptureStream::deliver(int64_t at)
 {
-    pending = QImage();
-    lastDelivered = at;
-    if (pictures) pictures(picture);
-    // A region is a crop of the shared picture, in its own pixels.
-    const QImage shown = configuration.sourceRect ? picture.copy(configuration.sourceRect->toAlignedRect()) : picture;
-    QImage image = scaler.fit(shown, QSize(configuration.width, configuration.height));
+    owed = false;
+    // A region is a crop of the shared picture, in its own pixels; so is the cursor's place.
+    const QRect region = configuration.sourceRect ? configuration.sourceRect->toAlignedRect() : clean.rect();
+    QImage shown = configuration.sourceRect ? clean.copy(region) : clean;
+    QRect cursorRect;
+    if (configuration.showsCursor && cursor.visible && !cursor.bitmap.isNull()) {
+        const QRect placed(cursor.position - cursor.hotspot - region.topLeft(), cursor.bitmap.size());
+        cursorRect = placed & shown.rect();
+        if (!cursorRect.isEmpty()) {
+            // On a copy: the clean picture is still shared with the grabs.
+            QPainter painter(&shown);
+            painter.drawImage(placed.topLeft(), cursor.bitmap);
+        }
+    }
+    // The cursor moved where the region does not show it, and nothing else changed.
+    if (!pictureChanged && cursorRect.isEmpty() && deliveredCursor.isEmpty()) return;
+    const QImage image = scaler.fit(shown, QSize(configuration.width, configuration.height));
     if (image.isNull()) return;
-    output->didOutputFrame(VideoFrame { image, MediaTime::fromNanoseconds(at) });
+    lastDelivered = at;
+    FrameChanges changes;
+    changes.sequence = ++framesDelivered;
+    // Only the cursor moved: where it was and where it is. Scaled, a change spreads over its
+    // neighbours, and a new picture may differ anywhere.
+    changes.known = !pictureChanged && framesDelivered > 1 && image.size() == shown.size();
+    if (changes.known) {
+        for (const QRect& rect : { deliveredCursor, cursorRect })
+            if (!rect.isEmpty()) changes.rects.push_back(rect);
+    }
+    deliveredCursor = cursorRect;
+    pictureChanged = false;
+    output->didOutputFrame(VideoFrame { image, MediaTime::fromNanoseconds(at), std::move(changes) });
 }

@@ -1,9 +1,11 @@
 #pragma once
 
 #include "capture/FrameScaler.h"
+#include "core/Guarded.h"
 #include "platform/CaptureBackend.h"
 
 #include <QImage>
+#include <QPoint>
 #include <QRect>
 #include <QSize>
 
@@ -16,6 +18,7 @@ struct pw_thread_loop;
 struct pw_context;
 struct pw_core;
 struct pw_stream;
+struct spa_buffer;
 struct spa_pod;
 struct spa_source;
 
@@ -29,16 +32,33 @@ struct spa_source;
 // x 4. The desktop sends a buffer only when the screen changed, so a still screen costs nothing here. Buffers that come
 // closer together than the configuration's frame interval are not delivered at once: the newest waits for the
 // interval's end, so the last picture of a burst is never lost.
+//
+// With the cursor sent beside the pictures (the session's cursor mode "metadata"), each buffer may
+// carry the cursor's place and, when it changed, its bitmap; the cursor is drawn into the pictures
+// handed on when the configuration shows it, at its place within the region. A buffer that brings
+// only a cursor move (no picture: a chunk of size 0, or one marked corrupted) hands on the last
+// picture again with the cursor at its new place, its changes the old and the new cursor's
+// rectangles. The pictures for single grabs never carry the cursor.
 class PipeWireCaptureStream : public CaptureStream {
 public:
     // Called on the PipeWire thread with each picture at the stream's own size, before fitting.
     using PictureSink = std::function<void(const QImage&)>;
+    // The cursor's shape, kept for a session beyond any one of its streams: a desktop sends the
+    // bitmap when the shape changes, and need not send it again to a new reader of the same node.
+    struct CursorShape {
+        QImage bitmap; // premultiplied ARGB; null: nothing to draw
+        QPoint hotspot; // within the bitmap
+    };
+    using CursorMemory = Guarded<CursorShape>;
 
     // Any thread but a stream's own. Connects through `fd` (a PipeWire socket from the portal;
     // taken over, closed with the stream) to `nodeId`. Fails at once if PipeWire does not answer
     // on it; a node that goes away later ends the stream through the output.
+    // `cursorMemory`: the session sends the cursor beside the pictures, and its last shape is kept
+    // there; null when it does not.
     static CaptureBackend::StreamStart start(int fd, uint32_t nodeId, const StreamConfiguration& configuration,
-        std::shared_ptr<const StreamOutput> output, PictureSink pictures = {});
+        std::shared_ptr<CursorMemory> cursorMemory, std::shared_ptr<const StreamOutput> output,
+        PictureSink pictures = {});
     ~PipeWireCaptureStream() override;
 
     // The reason the stream ends with when the PipeWire server goes away (it may come back).
@@ -59,8 +79,12 @@ private:
     void formatChanged(const spa_pod* format);
     void process();
     void coreError(uint32_t id, int result, const char* message);
+    // Whether the buffer's cursor metadata changed what a shown cursor looks like or where it is.
+    bool readCursor(const spa_buffer* buffer);
+    // The buffer's picture becomes `clean`; false if it has none that can be read.
+    bool takePicture(const spa_buffer* buffer);
     void deliverPending();
-    void deliver(const QImage& picture, int64_t at);
+    void deliver(int64_t at);
 
     StreamConfiguration configuration;
     std::shared_ptr<const StreamOutput> output;
@@ -77,9 +101,19 @@ private:
     QSize size;
     uint32_t format = 0;
     bool streamed = false;
+    std::shared_ptr<CursorMemory> cursorMemory;
     FrameScaler scaler;
     int64_t lastDelivered = 0;
-    QImage pending;
+    QImage clean; // the newest picture at the stream's size, without the cursor
+    bool pictureChanged = false; // since the last frame handed on
+    bool owed = false; // something to hand on: a new picture, or a shown cursor that changed
+    bool timerArmed = false;
+    struct Cursor : CursorShape {
+        bool visible = false;
+        QPoint position; // of the hotspot, in the picture as the desktop cropped it
+    } cursor;
+    QRect deliveredCursor; // where the last frame handed on shows the cursor, before fitting
+    uint64_t framesDelivered = 0;
     std::atomic<bool> ended { false };
     std::atomic<bool> stopped { false };
 };

@@ -1,12 +1,18 @@
 #include "platform/wayland/PortalRequest.h"
 
+#include "core/Log.h"
+
+#include <QDBusError>
 #include <QDBusMessage>
 #include <QDBusObjectPath>
 #include <QEventLoop>
+#include <QGuiApplication>
 #include <QObject>
+#include <QSet>
 #include <QTimer>
 
 #include <atomic>
+#include <mutex>
 
 const QString PortalRequest::service = QStringLiteral("org.freedesktop.portal.Desktop");
 const QString PortalRequest::path = QStringLiteral("/org/freedesktop/portal/desktop");
@@ -37,6 +43,38 @@ public slots:
     }
 };
 
+// Once for each connection, before its first request: a portal with the host registry
+// (xdg-desktop-portal 1.19 and later) learns from us which desktop entry this program is, rather
+// than guessing it from the process, and shows that name in its dialogs and settings. An older
+// portal has no such interface, and then nothing changes.
+void registerHostOnce(const QDBusConnection& bus)
+{
+    static std::mutex mutex;
+    static QSet<QString> registered; // by the connection's unique name
+    {
+        std::lock_guard lock(mutex);
+        if (registered.contains(bus.baseService())) return;
+        registered.insert(bus.baseService());
+    }
+    const QString appId = QGuiApplication::desktopFileName();
+    if (appId.isEmpty()) return;
+    QDBusMessage registration = QDBusMessage::createMethodCall(PortalRequest::service, PortalRequest::path,
+        QStringLiteral("org.freedesktop.host.portal.Registry"), QStringLiteral("Register"));
+    registration.setArguments({ appId, QVariantMap {} });
+    const QDBusMessage reply = bus.call(registration, QDBus::Block, 5000);
+    if (reply.type() == QDBusMessage::ReplyMessage) {
+        logLine(QStringLiteral("Desktop portal: registered as ") + appId);
+        return;
+    }
+    const QDBusError::ErrorType error = QDBusError(reply).type();
+    if (error == QDBusError::UnknownMethod || error == QDBusError::UnknownInterface
+        || error == QDBusError::UnknownObject) {
+        logLine(QStringLiteral("Desktop portal: no host registry; the desktop knows this program by its process"));
+        return;
+    }
+    logLine(QStringLiteral("Desktop portal: not registered as %1: %2").arg(appId, reply.errorMessage()));
+}
+
 } // namespace
 
 QString PortalRequest::newToken()
@@ -61,6 +99,7 @@ PortalRequest::Answer PortalRequest::call(
         answer.error = QStringLiteral("no options");
         return answer;
     }
+    registerHostOnce(bus);
     const QString token = newToken();
     QVariantMap options = arguments.last().toMap();
     options.insert(QStringLiteral("handle_token"), token);

@@ -156,9 +156,10 @@ PortalScreenCast::Started PortalScreenCast::start(const QString& restoreToken, b
         { QStringLiteral("multiple"), false },
         { QStringLiteral("persist_mode"), persistUntilRevoked },
     };
-    // The cursor drawn into the pictures when it is to be seen, left out when not; a desktop that
-    // offers neither choice does what it does.
-    const uint wanted = showCursor ? embedded : hidden;
+    // The cursor beside the pictures where the desktop can send it so: shown or hidden is then
+    // decided here, frame by frame, and a moving cursor costs no whole picture. Otherwise drawn in
+    // when it is to be seen, left out when not; a desktop that offers neither does what it does.
+    const uint wanted = (cursorModes & metadata) ? metadata : showCursor ? embedded : hidden;
     if (cursorModes & wanted) selection.insert(QStringLiteral("cursor_mode"), wanted);
     if (!restoreToken.isEmpty()) selection.insert(QStringLiteral("restore_token"), restoreToken);
     const PortalRequest::Answer selected = PortalRequest::call(bus, screenCast, QStringLiteral("SelectSources"),
@@ -175,6 +176,7 @@ PortalScreenCast::Started PortalScreenCast::start(const QString& restoreToken, b
         return started;
     }
     started.outcome = Outcome::started;
+    started.cursorAsMetadata = wanted == metadata;
     started.restoreToken = begun.results.value(QStringLiteral("restore_token")).toString();
     return started;
 }

@@ -35,6 +35,9 @@ public:
         std::optional<Stream> stream;
         QString restoreToken; // empty when the desktop gave none
         QString error; // Outcome::failed: what went wrong
+        // The desktop sends the cursor beside the pictures (its place and bitmap on each buffer),
+        // so whether it is seen is this program's choice, not the session's.
+        bool cursorAsMetadata = false;
     };
 
     explicit PortalScreenCast(QDBusConnection bus = QDBusConnection::sessionBus());
@@ -47,8 +50,8 @@ public:
     static bool available(QDBusConnection bus = QDBusConnection::sessionBus());
 
     // Blocking. Creates a session, selects sources (a monitor or a window, as the desktop offers;
-    // the cursor drawn in or left out; kept until revoked) and starts it. A running session is
-    // closed first.
+    // the cursor beside the pictures where the desktop can, else drawn in or left out as
+    // `showCursor` says; kept until revoked) and starts it. A running session is closed first.
     Started start(const QString& restoreToken, bool showCursor);
     // Blocking. A socket to PipeWire that sees the session's streams; -1 with *error on failure.
     // The caller owns the descriptor.

@@ -101,6 +101,9 @@ struct WaylandCaptureBackend::Shared : std::enable_shared_from_this<Shared> {
     PortalScreenCast portal; // its blocking calls are made under `mutex`
     std::optional<PortalScreenCast::Stream> stream; // guarded by mutex: the session's, while it runs
     bool sessionShowsCursor = true; // guarded by mutex
+    // Guarded by mutex: the session sends the cursor beside the pictures, so showing or hiding it
+    // needs no new session; its last shape, for each new stream of the session. Null otherwise.
+    std::shared_ptr<PipeWireCaptureStream::CursorMemory> cursorMemory;
     // The user asked to choose again: the next session is started without the kept token. Not
     // under `mutex`, which is held while the desktop asks.
     std::atomic<bool> chooseAgain { false };
@@ -348,7 +351,7 @@ void WaylandCaptureBackend::setOnNotice(std::function<void(const QString&)> call
 QString WaylandCaptureBackend::Shared::ensureSessionLocked(bool showCursor)
 {
     const bool asking = chooseAgain.exchange(false);
-    if (!asking && stream && portal.isOpen() && sessionShowsCursor == showCursor) return {};
+    if (!asking && stream && portal.isOpen() && (cursorMemory || sessionShowsCursor == showCursor)) return {};
     const Kept kept = tokens.load ? tokens.load() : Kept {};
     PortalScreenCast::Started started = portal.start(asking ? QString() : kept.token, showCursor);
     QString toTell;
@@ -373,6 +376,7 @@ QString WaylandCaptureBackend::Shared::ensureSessionLocked(bool showCursor)
     stream = started.stream;
     sharedSourceType = stream->sourceType;
     sessionShowsCursor = showCursor;
+    cursorMemory = started.cursorAsMetadata ? std::make_shared<PipeWireCaptureStream::CursorMemory>() : nullptr;
     const QString source = sourceOf(*stream);
     // Most desktops show their chooser for a token they cannot restore; what comes back is then
     // another source than the one kept with the token.
@@ -430,7 +434,7 @@ CaptureBackend::StreamStart WaylandCaptureBackend::Shared::connectLocked(
             s->latestOrigin = origin;
         }
     };
-    return PipeWireCaptureStream::start(fd, stream->nodeId, configuration, std::move(output), keepLatest);
+    return PipeWireCaptureStream::start(fd, stream->nodeId, configuration, cursorMemory, std::move(output), keepLatest);
 }
 
 CaptureBackend::StreamStart WaylandCaptureBackend::startCapture(

@@ -3,8 +3,10 @@
 //
 // "Start" answers with a PipeWire node of this process whose pictures the test controls over the
 // interface org.velotape.TestPortal: a counter painted as a colour (as the X11 tests paint the root
-// window), filled rectangles, the answer of the "chooser", a closed session, a pressed shortcut.
-// A picture is sent only when it changed, as a compositor sends only damage.
+// window), filled rectangles, the answer of the "chooser", a closed session, a pressed shortcut,
+// and the cursor, which goes beside the pictures as metadata when the reader asked for it.
+// A picture is sent only when it changed, as a compositor sends only damage; a cursor that only
+// moved goes out on a buffer without a picture, as compositors send it.
 //
 //   velotape-test-portal [--size WxH] [--format BGRx|BGRA|RGBx|RGBA] [--counter-ms N]
 //
@@ -30,6 +32,7 @@
 #include <QTimer>
 
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -244,6 +247,46 @@ public:
         ++fillGeneration;
     }
 
+    // The cursor's bitmap: `colour` on its left half, transparent on its right.
+    void setCursor(QPoint position, QPoint hotspot, QSize bitmapSize, const QColor& colour)
+    {
+        std::lock_guard lock(*this);
+        cursorBitmap = QImage(bitmapSize, QImage::Format_ARGB32);
+        cursorBitmap.fill(Qt::transparent);
+        QPainter(&cursorBitmap).fillRect(QRect(0, 0, bitmapSize.width() / 2, bitmapSize.height()), colour);
+        cursorHotspot = hotspot;
+        cursorPosition = position;
+        ++bitmapGeneration;
+        ++cursorGeneration;
+    }
+
+    void moveCursor(QPoint position)
+    {
+        std::lock_guard lock(*this);
+        cursorPosition = position;
+        ++cursorGeneration;
+    }
+
+    // The cursor goes round an ellipse, a step each tick, as a hand on a mouse would (for benchmarks).
+    void wanderCursor(bool on)
+    {
+        std::lock_guard lock(*this);
+        wandering = on;
+    }
+
+    // Whether a new reader gets the cursor's bitmap at once, or only when it next changes.
+    void resendCursorBitmap(bool on)
+    {
+        std::lock_guard lock(*this);
+        resendBitmap = on;
+    }
+
+    void stopCounter()
+    {
+        std::lock_guard lock(*this);
+        counting.invalidate();
+    }
+
     QSize pictureSize() const { return size; }
 
     void lock() { pw_thread_loop_lock(loop); }
@@ -266,7 +309,7 @@ private:
         const int stride = size.width() * 4;
         uint8_t buffer[1024];
         spa_pod_builder b = SPA_POD_BUILDER_INIT(buffer, sizeof(buffer));
-        const spa_pod* params[3];
+        const spa_pod* params[4];
         params[0] = static_cast<const spa_pod*>(spa_pod_builder_add_object(&b, SPA_TYPE_OBJECT_ParamBuffers,
             SPA_PARAM_Buffers, SPA_PARAM_BUFFERS_buffers, SPA_POD_CHOICE_RANGE_Int(4, 2, 8), SPA_PARAM_BUFFERS_blocks,
             SPA_POD_Int(1), SPA_PARAM_BUFFERS_size, SPA_POD_Int(stride * size.height()), SPA_PARAM_BUFFERS_stride,
@@ -277,7 +320,11 @@ private:
         params[2] = static_cast<const spa_pod*>(
             spa_pod_builder_add_object(&b, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta, SPA_PARAM_META_type,
                 SPA_POD_Id(SPA_META_VideoCrop), SPA_PARAM_META_size, SPA_POD_Int(sizeof(spa_meta_region))));
-        pw_stream_update_params(stream, params, 3);
+        // Only a reader that asks for the cursor's metadata gets it on its buffers.
+        params[3]
+            = static_cast<const spa_pod*>(spa_pod_builder_add_object(&b, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta,
+                SPA_PARAM_META_type, SPA_POD_Id(SPA_META_Cursor), SPA_PARAM_META_size, SPA_POD_Int(cursorMetaSize)));
+        pw_stream_update_params(stream, params, 4);
     }
 
     // On the PipeWire thread, 60 times a second: a picture goes out only when it differs from the
@@ -285,9 +332,16 @@ private:
     void tick()
     {
         if (!streaming) return;
+        if (wandering) {
+            const double angle = ++wanderStep * 0.05;
+            cursorPosition = QPoint(size.width() / 2 + int(size.width() / 3 * std::cos(angle)),
+                size.height() / 2 + int(size.height() / 3 * std::sin(angle)));
+            ++cursorGeneration;
+        }
         const int count = counting.isValid() ? int(counting.elapsed() / counterMs) : -1;
         const long key = long(count) * 1000 + fillGeneration;
-        if (key == sentKey) return;
+        if (sentKey == -2 && resendBitmap) sentBitmap = -1; // a new reader gets the bitmap too
+        if (key == sentKey && cursorGeneration == sentCursor) return;
         pw_buffer* b = pw_stream_dequeue_buffer(stream);
         if (!b) return;
         spa_buffer* buf = b->buffer;
@@ -296,6 +350,16 @@ private:
             pw_stream_queue_buffer(stream, b);
             return;
         }
+        writeCursor(buf);
+        sentCursor = cursorGeneration;
+        if (key == sentKey) {
+            // Only the cursor moved: no picture, as a compositor sends it.
+            buf->datas[0].chunk->size = 0;
+            buf->datas[0].chunk->flags = SPA_CHUNK_FLAG_CORRUPTED;
+            pw_stream_queue_buffer(stream, b);
+            return;
+        }
+        buf->datas[0].chunk->flags = SPA_CHUNK_FLAG_NONE;
         const int stride = size.width() * 4;
         QImage picture(data, size.width(), size.height(), stride, QImage::Format_RGB32);
         const int n = std::max(count, 0);
@@ -333,6 +397,33 @@ private:
         sentKey = key;
     }
 
+    // The cursor's place on every buffer that has room for it; its bitmap only when it changed.
+    void writeCursor(spa_buffer* buf)
+    {
+        spa_meta* meta = spa_buffer_find_meta(buf, SPA_META_Cursor);
+        if (!meta || meta->size < sizeof(spa_meta_cursor)) return;
+        auto* cursor = static_cast<spa_meta_cursor*>(meta->data);
+        cursor->id = cursorBitmap.isNull() ? 0 : 1;
+        cursor->flags = 0;
+        cursor->position = SPA_POINT(cursorPosition.x(), cursorPosition.y());
+        cursor->hotspot = SPA_POINT(cursorHotspot.x(), cursorHotspot.y());
+        cursor->bitmap_offset = 0;
+        const size_t bytes = size_t(cursorBitmap.sizeInBytes());
+        if (cursorBitmap.isNull() || bitmapGeneration == sentBitmap
+            || sizeof(spa_meta_cursor) + sizeof(spa_meta_bitmap) + bytes > meta->size)
+            return;
+        cursor->bitmap_offset = sizeof(spa_meta_cursor);
+        auto* bitmap = SPA_PTROFF(cursor, cursor->bitmap_offset, spa_meta_bitmap);
+        bitmap->format = SPA_VIDEO_FORMAT_BGRA;
+        bitmap->size = SPA_RECTANGLE(uint32_t(cursorBitmap.width()), uint32_t(cursorBitmap.height()));
+        bitmap->stride = int32_t(cursorBitmap.bytesPerLine());
+        bitmap->offset = sizeof(spa_meta_bitmap);
+        std::memcpy(SPA_PTROFF(bitmap, bitmap->offset, void), cursorBitmap.constBits(), bytes);
+        sentBitmap = bitmapGeneration;
+    }
+
+    static constexpr int cursorMetaSize = int(sizeof(spa_meta_cursor) + sizeof(spa_meta_bitmap)) + 64 * 64 * 4;
+
     const QSize size;
     const spa_video_format format;
     const int counterMs;
@@ -351,6 +442,13 @@ private:
     std::vector<std::pair<QRect, QColor>> fills;
     int fillGeneration = 0;
     long sentKey = -2;
+    QImage cursorBitmap; // BGRA; null: no cursor over the screen
+    QPoint cursorPosition, cursorHotspot;
+    int bitmapGeneration = 0, sentBitmap = -1;
+    int cursorGeneration = 0, sentCursor = 0;
+    bool wandering = false;
+    int wanderStep = 0;
+    bool resendBitmap = true;
 };
 
 // One session object of the portal: the frontend calls Close on it, and it says Closed when the
@@ -391,6 +489,7 @@ public:
     Producer& producer;
     uint nodeId = 0;
     uint chooserShown = 0;
+    uint screenCastSessions = 0; // made since the start
     uint chooserAnswer = 0; // 0 chosen, 1 cancelled
     QString monitorName = QStringLiteral("TEST-1"); // what the chooser offers and restore data names
     uint sourceType = 1; // what the user shares: 1 a monitor, 2 a window
@@ -445,7 +544,7 @@ public:
     {
     }
     uint availableSourceTypes() const { return 1 | 2; } // monitor, window
-    uint availableCursorModes() const { return 1 | 2; } // hidden, embedded
+    uint availableCursorModes() const { return 1 | 2 | 4; } // hidden, embedded, metadata
     uint version() const { return 4; }
 
 public slots:
@@ -453,6 +552,7 @@ public slots:
         QVariantMap& results)
     {
         backend->openSession(session.path(), appId);
+        ++backend->screenCastSessions;
         results.insert(QStringLiteral("session_id"), session.path());
         return 0;
     }
@@ -592,12 +692,31 @@ public slots:
     // What the user shares from the next start on: a window rather than a monitor.
     void ShareWindow(bool window) { backend->sourceType = window ? 2 : 1; }
     void StartCounter() { backend->producer.startCounter(); }
+    void StopCounter() { backend->producer.stopCounter(); }
     int Counter() { return backend->producer.counter(); }
     void Fill(int x, int y, int width, int height, const QString& colour)
     {
         backend->producer.fill(QRect(x, y, width, height), QColor(colour));
     }
     uint SessionCount() { return uint(backend->sessions.size()); }
+    uint ScreenCastSessionsMade() { return backend->screenCastSessions; }
+    // The cursor mode an open screen cast asked for (1 hidden, 2 embedded, 4 metadata; 0 none).
+    uint CursorMode()
+    {
+        uint mode = 0;
+        for (const auto& [path, session] : backend->sessions)
+            if (!session.shortcuts) mode = session.cursorMode;
+        return mode;
+    }
+    // A cursor `colour` on the left half of a `width` x `height` bitmap, its hotspot at `hotX`,
+    // `hotY` in it, at `x`, `y`; then MoveCursor moves it without sending the bitmap again.
+    void SetCursor(int x, int y, int hotX, int hotY, int width, int height, const QString& colour)
+    {
+        backend->producer.setCursor(QPoint(x, y), QPoint(hotX, hotY), QSize(width, height), QColor(colour));
+    }
+    void MoveCursor(int x, int y) { backend->producer.moveCursor(QPoint(x, y)); }
+    void WanderCursor(bool on) { backend->producer.wanderCursor(on); }
+    void ResendCursorBitmap(bool on) { backend->producer.resendCursorBitmap(on); }
     void CloseSessions() { backend->closeAll(); }
     QStringList BoundShortcuts()
     {
