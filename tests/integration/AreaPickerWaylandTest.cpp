@@ -162,7 +162,8 @@ TEST_F(AreaPickerWayland, TheDragOnTheStillPictureBecomesTheWatchedAreaInStreamP
     EXPECT_EQ(vm->areaMonitor()->rect(), picked);
     EXPECT_TRUE(settings->areaReferenceSignature().has_value());
 
-    // Esc, and a click that is no rectangle, each end a pick with nothing changed.
+    // Esc, a click that is no rectangle, and the desktop closing the window each end a pick with
+    // nothing changed.
     const std::optional<QByteArray> reference = settings->areaReferenceSignature();
     ASSERT_TRUE(vm->areaCommands()->pickWatchArea());
     window = picker->window();
@@ -173,6 +174,13 @@ TEST_F(AreaPickerWayland, TheDragOnTheStillPictureBecomesTheWatchedAreaInStreamP
     window = picker->window();
     ASSERT_NE(window, nullptr);
     QTest::mouseClick(window, Qt::LeftButton, {}, toWindow(300, 200));
+    EXPECT_EQ(picker->window(), nullptr);
+    // So does the desktop closing the window: the pick is over, and a new one can start.
+    bool answered = false;
+    picker->pick([&](std::optional<QRectF> rect) { answered = !rect.has_value(); });
+    ASSERT_NE(picker->window(), nullptr);
+    picker->window()->close();
+    EXPECT_TRUE(answered);
     EXPECT_EQ(picker->window(), nullptr);
     spinFor(int(AreaCommands::pickerLeavesScreen.count()) + 200);
     EXPECT_EQ(settings->areaMonitorRect(), picked);

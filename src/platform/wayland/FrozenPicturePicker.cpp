@@ -66,6 +66,14 @@ protected:
         if (event->key() == Qt::Key_Escape) finish(std::nullopt);
     }
 
+    // The desktop may close a full-screen window itself (its close key): that cancels too, rather
+    // than leaving the caller waiting.
+    bool event(QEvent* event) override
+    {
+        if (event->type() == QEvent::Close) finish(std::nullopt);
+        return QRasterWindow::event(event);
+    }
+
 private:
     QRectF pictureRect() const { return fitted(stream.size(), QRectF(QPointF(), size())); }
     double scale() const { return stream.width() > 0 ? pictureRect().width() / stream.width() : 1; }

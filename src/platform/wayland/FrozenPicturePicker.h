@@ -16,9 +16,9 @@ class QWindow;
 // aspect kept, and the rectangle comes back in the stream's coordinates, which are also what the
 // area monitor reads, since it crops the same stream.
 //
-// Esc, a right click or a drag too small cancels; the completion runs once, after the window is
-// gone. With no picture of the screen yet (no stream running) the pick ends at once with none: it
-// never makes the desktop ask what to share.
+// Esc, a right click, a drag too small or the desktop closing the window cancels; the completion runs once, after the
+// window is gone. With no picture of the screen yet (no stream running) the pick ends at once with none: it never makes
+// the desktop ask what to share.
 //
 // Main thread; needs a QGuiApplication.
 class FrozenPicturePicker final : public AreaPicker {
