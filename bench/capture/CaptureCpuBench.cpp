@@ -60,13 +60,16 @@ struct Measured {
     double clipFramesPerSecond = 0;
     double longestGapMs = 0;
     int decodeErrors = 0;
+    // Key frames a second in the files; and ours: pictures the encoder was still too busy to take.
+    double keysPerSecond = 0;
+    double busyDropsPerMinute = 0;
 };
 
 // Frames a second, the longest time between two pictures, and decode errors over the last
 // `span` seconds of the given files, read as a player would.
 void measureFiles(const QStringList& files, double span, Measured& m)
 {
-    int frames = 0;
+    int frames = 0, keys = 0;
     double covered = 0;
     for (const QString& file : files) {
         const ClipProbe probe = ClipProbe::read(file);
@@ -76,6 +79,7 @@ void measureFiles(const QStringList& files, double span, Measured& m)
         for (const ClipProbe::Frame& frame : probe.frames) {
             if (frame.seconds < from) continue;
             ++frames;
+            keys += frame.key ? 1 : 0;
             if (previous >= 0) m.longestGapMs = std::max(m.longestGapMs, (frame.seconds - previous) * 1000);
             previous = frame.seconds;
         }
@@ -83,6 +87,7 @@ void measureFiles(const QStringList& files, double span, Measured& m)
         if (covered >= span) break;
     }
     m.clipFramesPerSecond = covered > 0 ? frames / covered : 0;
+    m.keysPerSecond = covered > 0 ? keys / covered : 0;
 }
 
 // The size the recorder screen's card shows the preview at in the window's default size.
@@ -121,10 +126,14 @@ Measured measureOurs(pid_t server, bool previews, bool ring, QSize previewSize =
     const int framesBefore = frames;
     const double cpuBefore = ownCpu();
     const double serverBefore = processCpu(server);
+    const int64_t busyBefore = recorder ? recorder->dropCounters()->count(DropCounters::Cause::encoderBusy) : 0;
     const double s = runEventLoopFor(seconds());
     const double refused = recorder ? double(recorder->droppedFrames()) : 0;
     Measured m { (ownCpu() - cpuBefore) / s, (processCpu(server) - serverBefore) / s,
         (frames - framesBefore - refused) / s };
+    if (recorder)
+        m.busyDropsPerMinute
+            = double(recorder->dropCounters()->count(DropCounters::Cause::encoderBusy) - busyBefore) * 60 / s;
     if (recorder) {
         QString clip;
         recorder->onFinished = [&clip](const QString& path) { clip = path; };
@@ -279,16 +288,23 @@ void captureCpu(benchmark::State& state, bool changing, bool previews, bool ring
         state.counters["per_frame_ours/ffmpeg"] = median(frameRatios);
         state.counters["per_frame_ours/ffmpeg_min"] = frameRatios.front();
         state.counters["per_frame_ours/ffmpeg_max"] = frameRatios.back();
+        state.counters["ours_keys_per_s"] = median(each(oursRuns, [](const Measured& m) { return m.keysPerSecond; }));
+        state.counters["ffmpeg_keys_per_s"]
+            = median(each(ffmpegRuns, [](const Measured& m) { return m.keysPerSecond; }));
+        state.counters["ours_encoder_busy_per_min"]
+            = median(each(oursRuns, [](const Measured& m) { return m.busyDropsPerMinute; }));
         state.counters["ours_decode_errors"] = oursErrors;
         state.counters["ffmpeg_decode_errors"] = ffmpegErrors;
     }
     // Every round on its own line too, for the record.
     for (size_t i = 0; i < oursRuns.size(); ++i)
         std::fprintf(stderr,
-            "round %zu: ours %.1f%% %.1f fps %.1f ms/picture; ffmpeg %.1f%% %.1f fps %.1f ms/picture\n", i + 1,
-            oursRuns[i].cpuPerSecond * 100, ring ? oursRuns[i].clipFramesPerSecond : oursRuns[i].framesPerSecond,
-            cpuPerFrame(oursRuns[i]), ffmpegRuns[i].cpuPerSecond * 100,
-            ring ? ffmpegRuns[i].clipFramesPerSecond : ffmpegRuns[i].framesPerSecond, cpuPerFrame(ffmpegRuns[i]));
+            "round %zu: ours %.1f%% %.1f fps %.1f ms/picture %.2f keys/s %.0f busy/min; ffmpeg %.1f%% %.1f fps %.1f "
+            "ms/picture %.2f keys/s\n",
+            i + 1, oursRuns[i].cpuPerSecond * 100, ring ? oursRuns[i].clipFramesPerSecond : oursRuns[i].framesPerSecond,
+            cpuPerFrame(oursRuns[i]), oursRuns[i].keysPerSecond, oursRuns[i].busyDropsPerMinute,
+            ffmpegRuns[i].cpuPerSecond * 100, ring ? ffmpegRuns[i].clipFramesPerSecond : ffmpegRuns[i].framesPerSecond,
+            cpuPerFrame(ffmpegRuns[i]), ffmpegRuns[i].keysPerSecond);
     if (painter) {
         painter->kill();
         painter->waitForFinished(1000);

@@ -148,17 +148,18 @@ void ffmpegSegmentPeer(benchmark::State& state, int width, int height, double me
     const int frames = int(mediaSeconds * fps);
     for (auto _ : state) {
         QTemporaryDir dir;
-        const QString command = QStringLiteral(
-            "ffmpeg -hide_banner -loglevel error -f rawvideo -pix_fmt bgra -s %1x%2 -r %3 -i - "
-            "-sws_flags bilinear -pix_fmt yuv420p -c:v libx265 -preset ultrafast -b:v %4M -g %3 "
-            "-x265-params keyint=%3:min-keyint=1:bframes=0:open-gop=0:repeat-headers=1:log-level=error "
-            "-f segment -segment_time 6 -segment_format mp4 -reset_timestamps 1 "
-            "-segment_wrap 4 '%5/seg")
-                                    .arg(width)
-                                    .arg(height)
-                                    .arg(fps)
-                                    .arg(bitrateMbps)
-                                    .arg(dir.path())
+        const QString command
+            = QStringLiteral(
+                  "ffmpeg -hide_banner -loglevel error -f rawvideo -pix_fmt bgra -s %1x%2 -r %3 -i - "
+                  "-sws_flags bilinear -pix_fmt yuv420p -c:v libx265 -preset ultrafast -b:v %4M -g %3 "
+                  "-x265-params keyint=%3:min-keyint=1:bframes=0:open-gop=0:repeat-headers=1:log-level=error "
+                  "-f segment -segment_time 6 -segment_format mp4 -reset_timestamps 1 "
+                  "-segment_wrap 4 '%5/seg")
+                  .arg(width)
+                  .arg(height)
+                  .arg(fps)
+                  .arg(bitrateMbps)
+                  .arg(dir.path())
             + QStringLiteral("%03d.mp4'"); // not through arg(), which would take %03 for a placeholder
         const double cpu0 = childrenCpuSeconds(), wall0 = now();
         FILE* pipe = popen(command.toUtf8().constData(), "w");
@@ -183,6 +184,54 @@ void ffmpegSegmentPeer(benchmark::State& state, int width, int height, double me
     }
 }
 
+// What the ring's queue spends to open the next segment's file at 1080p, once the ring's encoders
+// run (they live across segments): a writer made, its input added, the file opened, its span
+// begun, and then ended with one picture so that the encoder's thread writes its header and trailer
+// too. Thread CPU and wall time of the opening alone, a segment at a time.
+void segmentOpen(benchmark::State& state)
+{
+    QTemporaryDir dir;
+    auto encoder = std::make_shared<SegmentEncoder>();
+    const QImage picture = source(1920, 1080).front();
+    SegmentWriter::VideoSettings video;
+    video.width = 1920;
+    video.height = 1080;
+    video.averageBitRate = int64_t(bitrateMbps * 1e6);
+    video.expectedFPS = fps;
+    auto threadCpu = [] {
+        timespec ts {};
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+        return ts.tv_sec + ts.tv_nsec / 1e9;
+    };
+    int n = 0;
+    double openCpu = 0, openWall = 0;
+    for (auto _ : state) {
+        const MediaTime start = MediaTime::fromSeconds(n, 600);
+        const double cpu0 = threadCpu(), wall0 = now();
+        auto writer = std::make_unique<SegmentWriter>(dir.filePath(QStringLiteral("seg-%1.mp4").arg(n++)), encoder);
+        writer->setExpectsMediaDataInRealTime(false);
+        writer->addVideoInput(video);
+        const bool opened = writer->startWriting();
+        writer->startSession(start);
+        const double wall = now() - wall0;
+        openCpu += threadCpu() - cpu0;
+        openWall += wall;
+        state.SetIterationTime(wall);
+        if (!opened) {
+            state.SkipWithError("the segment did not open");
+            return;
+        }
+        writer->append(VideoFrame { picture, start });
+        writer->endSession(start + MediaTime(1, 60));
+        if (writer->finishWriting() != SegmentWriter::Status::completed) {
+            state.SkipWithError("the segment did not complete");
+            return;
+        }
+    }
+    state.counters["open_cpu_ms"] = openCpu * 1000 / std::max(1, n);
+    state.counters["open_wall_ms"] = openWall * 1000 / std::max(1, n);
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -192,6 +241,10 @@ int main(int argc, char** argv)
     const double seconds = qEnvironmentVariableIsSet("VELOTAPE_BENCH_SECONDS")
         ? qEnvironmentVariable("VELOTAPE_BENCH_SECONDS").toDouble()
         : 10.0;
+    benchmark::RegisterBenchmark("Ring/segment_open/1920x1080", segmentOpen)
+        ->Iterations(30)
+        ->UseManualTime()
+        ->Unit(benchmark::kMillisecond);
     // In this order: the 1080p ring run leaves 30 s of segments behind for the export.
     benchmark::RegisterBenchmark("Ring/encode/1280x720", ringThroughput, 1280, 720, seconds, false)
         ->Iterations(1)

@@ -46,6 +46,7 @@ struct SegmentEncoder::Impl {
         std::shared_ptr<File> file;
         VideoFrame frame;
         AudioBuffer audio;
+        bool key = false; // a video picture that is to be a key frame
     };
     // What the callers and the encoder's thread share: the work waiting for the thread. Every
     // file's shared progress (File::Shared) is under the same lock.
@@ -88,7 +89,7 @@ struct SegmentEncoder::Impl {
     MediaTime soundEncodedUntil; // capture time up to which the sound has left the encoder
 
     void run();
-    void encodeVideo(const std::shared_ptr<File>& file, const VideoFrame& frame);
+    void encodeVideo(const std::shared_ptr<File>& file, const VideoFrame& frame, bool key);
     void encodeAudio(const AudioBuffer& buffer);
     int writeVideoPacket(AVPacket* packet);
     int writeAudioPacket(AVPacket* packet);
@@ -113,6 +114,38 @@ struct SegmentEncoder::Impl {
     }
 };
 
+// Where a file's key frames fall: first in the file, every expectedFPS pictures, and, when pictures
+// come slower than expected, on the picture after which the next one would be more than a second
+// after the last key frame. Decided as pictures are handed in, in their order, so that a caller
+// can see a key frame coming (keyFrameDue) before the encoder's thread gets to it.
+namespace {
+struct KeyCadence {
+    int64_t lastPts = INT64_MIN; // in videoTicks from the file's start
+    int64_t lastKeyPts = INT64_MIN;
+    int framesSinceKey = 0;
+
+    // Whether a picture at `offset` is taken at all: the muxer needs times that move forward.
+    bool takes(int64_t offset) const { return offset >= 0 && offset > lastPts; }
+    bool keyAt(int64_t offset, int fps) const
+    {
+        const int64_t interval = lastPts == INT64_MIN ? 0 : offset - lastPts;
+        return lastKeyPts == INT64_MIN || framesSinceKey >= fps || offset - lastKeyPts + interval > videoTicks;
+    }
+    // Takes the picture at `offset` into the rhythm; true when it is a key frame.
+    bool take(int64_t offset, int fps)
+    {
+        const bool key = keyAt(offset, fps);
+        if (key) {
+            lastKeyPts = offset;
+            framesSinceKey = 0;
+        }
+        ++framesSinceKey;
+        lastPts = offset;
+        return key;
+    }
+};
+} // namespace
+
 struct SegmentEncoder::File {
     QString path;
     VideoSettings video;
@@ -127,6 +160,7 @@ struct SegmentEncoder::File {
         bool ended = false; // no more pictures come
         bool awaitSound = true;
         bool forced = false; // complete now, with what sound there is
+        KeyCadence keys; // of the pictures handed in so far
     };
     // Only with the encoder's lock held, which the caller shows by passing it.
     Shared& shared(Impl::Locked&) { return sharedState; }
@@ -141,8 +175,6 @@ struct SegmentEncoder::File {
     PacketPtr heldVideo; // written once the next packet, or the end, tells its duration
     int64_t lastVideoPts = INT64_MIN; // in videoTicks from start
     int64_t lastVideoInterval = 0;
-    int64_t lastKeyPts = INT64_MIN;
-    int framesSinceKey = 0;
     bool endReached = false; // the thread has taken every picture queued before the end
 
 private:
@@ -253,8 +285,12 @@ bool SegmentEncoder::Impl::push(Item item, bool video)
         if (!locked->realTime) locked.wait(room, [&](const Queue& q) { return q.stopping || q.hasRoom(video); });
         if (locked->stopping || !locked->hasRoom(video)) return false;
         if (item.file) {
-            const File::Shared& f = item.file->shared(locked);
+            File::Shared& f = item.file->shared(locked);
             if (f.status != Status::writing || f.ended || !f.start.isValid()) return false;
+            if (item.kind == Item::Kind::video) {
+                const int64_t offset = toTicks(item.frame.pts - f.start, videoTicks);
+                if (f.keys.takes(offset)) item.key = f.keys.take(offset, std::max(1, item.file->video.expectedFPS));
+            }
         }
         locked->items.push_back(std::move(item));
         (video ? locked->videoQueued : locked->audioQueued)++;
@@ -281,6 +317,16 @@ bool SegmentEncoder::isReadyForMoreAudioData() const
     auto locked = impl->queue.lock();
     if (!locked->realTime) locked.wait(impl->room, [](const Impl::Queue& q) { return q.stopping || q.hasRoom(false); });
     return !locked->stopping && locked->hasRoom(false);
+}
+
+bool SegmentEncoder::keyFrameDue(const std::shared_ptr<File>& file, const MediaTime& pts) const
+{
+    if (!file || !pts.isNumeric()) return false;
+    auto locked = impl->queue.lock();
+    const File::Shared& f = file->shared(locked);
+    if (f.status != Status::writing || f.ended || !f.start.isValid()) return false;
+    const int64_t offset = toTicks(pts - f.start, videoTicks);
+    return f.keys.takes(offset) && f.keys.keyAt(offset, std::max(1, file->video.expectedFPS));
 }
 
 bool SegmentEncoder::append(const std::shared_ptr<File>& file, const VideoFrame& frame)
@@ -367,7 +413,7 @@ void SegmentEncoder::Impl::run()
         room.notify_all();
         switch (item.kind) {
         case Item::Kind::video:
-            encodeVideo(item.file, item.frame);
+            encodeVideo(item.file, item.frame, item.key);
             break;
         case Item::Kind::audio:
             encodeAudio(item.audio);
@@ -441,7 +487,7 @@ bool SegmentEncoder::Impl::writeHeader(File& file)
     return true;
 }
 
-void SegmentEncoder::Impl::encodeVideo(const std::shared_ptr<File>& file, const VideoFrame& frame)
+void SegmentEncoder::Impl::encodeVideo(const std::shared_ptr<File>& file, const VideoFrame& frame, bool key)
 {
     if (statusOf(*file) != Status::writing) return;
     // The sound may need its encoder before the first picture makes the header.
@@ -474,19 +520,9 @@ void SegmentEncoder::Impl::encodeVideo(const std::shared_ptr<File>& file, const 
 
     const int64_t offset = toTicks(frame.pts - file->origin, videoTicks);
     // Before the file's start, or a time that does not move forward: it cannot be muxed, and that
-    // one picture goes rather than the file.
+    // one picture goes rather than the file (the key frame rhythm passed over it too).
     if (offset < 0 || offset <= file->lastVideoPts) return;
-    const int fps = std::max(1, file->video.expectedFPS);
-    // A key frame first in every file, every expectedFPS frames, and, when frames come slower than
-    // expected, on the frame after which the next one would be more than a second after the last.
     const int64_t interval = file->lastVideoPts == INT64_MIN ? 0 : offset - file->lastVideoPts;
-    const bool key = file->lastKeyPts == INT64_MIN || file->framesSinceKey >= fps
-        || offset - file->lastKeyPts + interval > videoTicks;
-    if (key) {
-        file->lastKeyPts = offset;
-        file->framesSinceKey = 0;
-    }
-    ++file->framesSinceKey;
     if (interval > 0) file->lastVideoInterval = interval;
     file->lastVideoPts = offset;
     const int64_t pts = toTicks(frame.pts - videoZero, videoTicks);

@@ -55,6 +55,10 @@ public:
     bool isReadyForMoreAudioData() const;
     // A picture for `file`. False (and nothing queued) when not ready or the file no longer takes any.
     bool append(const std::shared_ptr<File>& file, const VideoFrame& frame);
+    // Whether a picture at `pts`, appended next for `file`, would be one of its key frames: the
+    // first picture, one every expectedFPS pictures, and whatever keeps key frames at most a second
+    // apart when pictures come slower than expected.
+    bool keyFrameDue(const std::shared_ptr<File>& file, const MediaTime& pts) const;
     // Sound, in the order of its times; it goes into the files whose spans it falls in.
     bool appendAudio(const AudioBuffer& buffer);
     // The file's span ends at `end`; its last picture lasts until then. The file is complete once

@@ -76,6 +76,11 @@ bool SegmentWriter::isReadyForMoreAudioData() const
     return file && audio && status() == Status::writing && encoder->isReadyForMoreAudioData();
 }
 
+bool SegmentWriter::isKeyFrameDue(const MediaTime& pts) const
+{
+    return file && !finished && encoder->keyFrameDue(file, pts);
+}
+
 bool SegmentWriter::append(const VideoFrame& frame)
 {
     return file && !finished && encoder->append(file, frame);

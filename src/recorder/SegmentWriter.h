@@ -54,6 +54,8 @@ public:
 
     bool isReadyForMoreMediaData() const; // the video input
     bool isReadyForMoreAudioData() const; // the audio input
+    // Whether a frame at `pts`, appended next, would be a key frame of this file.
+    bool isKeyFrameDue(const MediaTime& pts) const;
     // Queue a frame / audio buffer; false (and nothing queued) when not ready or not writing.
     // Sound goes to the encoder, which puts it into the file whose span it falls in.
     bool append(const VideoFrame& frame);

@@ -304,8 +304,16 @@ void SegmentedRecorder::appendFrame(const VideoFrame& frame)
 
     if (!currentWriter) {
         startNewSegment(pts);
-    } else if (currentSegmentStartPTS && (pts - *currentSegmentStartPTS).seconds() >= segmentDuration) {
-        rotateSegmentAsync(pts);
+    } else if (currentSegmentStartPTS) {
+        // A segment ends on its first frame 6 s in, which opens the next one as its key frame; or
+        // sooner, in its last second, on a frame that is a key frame anyway. Key frames come once
+        // a second, and a capture clock's jitter moves them ahead a frame at a time: the last one
+        // of a segment would otherwise come a few frames before the next segment's first, and two
+        // key frames so close together (each costs the encoder about three pictures) are more than
+        // its queue absorbs under full motion.
+        const double age = (pts - *currentSegmentStartPTS).seconds();
+        if (age >= segmentDuration || (age > segmentDuration - 1.0 && currentWriter->isKeyFrameDue(pts)))
+            rotateSegmentAsync(pts);
     }
     deliverFrame(frame);
     evictOldSegments();

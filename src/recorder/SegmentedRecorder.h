@@ -71,6 +71,7 @@ public:
     // that of the newest frame, and nothing moves between frames.
     using Clock = std::function<MediaTime()>;
 
+    // The longest a segment runs; one ends up to a second sooner on a key frame (appendFrame).
     static constexpr double segmentDuration = 6.0;
     // How often the clock ticks while buffering (on the ticker's thread, never the main thread's
     // timers: a busy window must not hold the ring's time, and with it the sound, back).
