@@ -1,13 +1,16 @@
 // The armed frame's CPU while it stands, on a private 1920x1080 Xvfb: every style around a
 // 1000x600 area, animated at 60 pictures a second, without and then with a compositing manager
-// (xcompmgr). The same process with no frame is the floor. CPU is the scheduler's count for all threads of this process
-// and of the X server, which does the copying and the shaping.
+// (xcompmgr), and then as a layer-shell surface on a headless sway of the same size. The same process with no frame is
+// the floor. CPU is the scheduler's count for all threads of this process and of the X server, which does the copying
+// and the shaping.
 //
 //     armed_frame_bench [SECONDS_PER_STYLE] [STYLE]
 
 #include "core/SettingsEnums.h"
+#include "platform/wayland/LayerShellArmedFrame.h"
 #include "platform/x11/ArmedAreaOverlay.h"
 #include "platform/x11/X11CaptureBackend.h"
+#include "support/HeadlessSway.h"
 #include "support/TestDesktop.h"
 
 #include <QDir>
@@ -123,5 +126,38 @@ int main(int argc, char** argv)
     run("composited");
     compositor.terminate();
     compositor.waitForFinished(3000);
+
+    // The same frames as layer-shell surfaces on a wlroots compositor (sway, headless, pixman); the
+    // "X server" column is then sway's CPU, which composites the surface onto its output.
+    frame.dismiss();
+    if (const QString missing = HeadlessSway::missingProgram(); !missing.isEmpty()) {
+        std::printf("%s is not installed; no layer-shell run\n", qPrintable(missing));
+        return 0;
+    }
+    HeadlessSway sway;
+    if (const QString error = sway.start({ .size = QSize(1920, 1080), .background = QColor(0x20, 0x40, 0x60) });
+        !error.isEmpty()) {
+        std::printf("sway did not start: %s\n", qPrintable(error));
+        return 0;
+    }
+    qputenv("XDG_RUNTIME_DIR", sway.runtimeDir().toUtf8());
+    qputenv("WAYLAND_DISPLAY", sway.displayName().toUtf8());
+    std::unique_ptr<LayerShellArmedFrame> layer = LayerShellArmedFrame::connect();
+    if (!layer) {
+        std::printf("sway has no layer shell?\n");
+        return 1;
+    }
+    for (const auto& style : EnumTable<AreaOverlayStyle>::cases) {
+        if (!only.isEmpty() && only != style.raw) continue;
+        layer->show(area, style.value);
+        runFor(500);
+        const Usage u = measure(seconds * 1000, sway.pid());
+        std::printf("%-10s %-10s %12.2f %12.2f %14.2f\n", "layer", style.raw, u.ours, u.oursMain, u.server);
+        std::fflush(stdout);
+    }
+    layer->dismiss();
+    runFor(500);
+    const Usage none = measure(seconds * 1000, sway.pid());
+    std::printf("%-10s %-10s %12.2f %12.2f %14.2f\n", "layer", "(none)", none.ours, none.oursMain, none.server);
     return 0;
 }

@@ -127,8 +127,17 @@ int runHeadless(int argc, char** argv, const Invocation& invocation)
     // No window, but on an X display the area picker and the armed frame still show, and they are
     // windows: the application then speaks to the display too.
     const QByteArray qpa = qgetenv("QT_QPA_PLATFORM");
-    if ((qpa.isEmpty() || qpa == "xcb") && platform->hasOverlayDisplay()) {
+    if (platform->backend() == Platform::Backend::x11 && (qpa.isEmpty() || qpa == "xcb")
+        && platform->hasOverlayDisplay()) {
         qputenv("QT_QPA_PLATFORM", "xcb");
+        QGuiApplication app(argc, argv);
+        app.setQuitOnLastWindowClosed(false);
+        return runSession(app, options, std::move(platform));
+    }
+    // On a Wayland compositor with the layer shell the armed frame is a surface of the platform's
+    // own, but painted with Qt's fonts, which need a GUI application, though on no display of Qt's.
+    if (platform->backend() == Platform::Backend::wayland && platform->hasOverlayDisplay()) {
+        if (qpa.isEmpty()) qputenv("QT_QPA_PLATFORM", "offscreen");
         QGuiApplication app(argc, argv);
         app.setQuitOnLastWindowClosed(false);
         return runSession(app, options, std::move(platform));

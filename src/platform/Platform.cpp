@@ -9,6 +9,8 @@
 #include "platform/pulse/PulseMicrophones.h"
 #include "platform/pulse/PulseServerWatch.h"
 #include "platform/pulse/PulseSystemAudio.h"
+#include "platform/wayland/FrozenPicturePicker.h"
+#include "platform/wayland/LayerShellArmedFrame.h"
 #include "platform/wayland/PortalGlobalShortcuts.h"
 #include "platform/wayland/WaylandCaptureBackend.h"
 #include "platform/x11/AreaPickerOverlay.h"
@@ -47,6 +49,15 @@ WaylandCaptureBackend::TokenStore settingsTokenStore()
             }
         },
     };
+}
+
+// Whether the application's windows reach a screen (not Qt's offscreen or minimal platforms, on
+// which a headless run only paints).
+bool showsWindows()
+{
+    if (!qobject_cast<QGuiApplication*>(QCoreApplication::instance())) return false;
+    const QString name = QGuiApplication::platformName();
+    return name != QLatin1String("offscreen") && name != QLatin1String("minimal");
 }
 
 bool applicationIsOnXcb()
@@ -157,17 +168,39 @@ bool Platform::showsOverlayWindows() const
 
 bool Platform::hasOverlayDisplay()
 {
-    return chosen == Backend::x11 && X11CaptureBackend::probe().isEmpty();
+    if (chosen == Backend::wayland) return LayerShellArmedFrame::available();
+    return X11CaptureBackend::probe().isEmpty();
 }
 
 std::unique_ptr<AreaPicker> Platform::areaPicker()
 {
+    // On Wayland the picker is a window of the application's own, over a still of the shared stream.
+    if (chosen == Backend::wayland) {
+        const auto wayland = std::dynamic_pointer_cast<WaylandCaptureBackend>(screen());
+        if (!wayland || !showsWindows()) return nullptr;
+        return std::make_unique<FrozenPicturePicker>(
+            [weak = std::weak_ptr<WaylandCaptureBackend>(wayland)]() -> std::optional<FrozenPicturePicker::Still> {
+                const auto backend = weak.lock();
+                const auto still = backend ? backend->newestPicture() : std::nullopt;
+                if (!still) return std::nullopt;
+                return FrozenPicturePicker::Still { still->origin, still->picture };
+            });
+    }
     if (!showsOverlayWindows()) return nullptr;
     return std::make_unique<AreaPickerOverlay>(screen());
 }
 
 std::unique_ptr<ArmedFrame> Platform::armedFrame()
 {
+    // A surface of our own on the compositor's overlay layer, where it has the layer shell: Qt need
+    // not even run on Wayland.
+    if (chosen == Backend::wayland) {
+        const std::weak_ptr<CaptureBackend> shared = screen();
+        return LayerShellArmedFrame::connect([shared] {
+            const auto wayland = std::dynamic_pointer_cast<WaylandCaptureBackend>(shared.lock());
+            return !wayland || !wayland->sharesWindow();
+        });
+    }
     if (!showsOverlayWindows()) return nullptr;
     return std::make_unique<ArmedAreaOverlay>(screen());
 }

@@ -77,10 +77,15 @@ public:
     // picker and the armed frame over it.
     bool showsOverlayWindows() const;
     // Whether the session's display answers, so that even a run without the window can show the
-    // picker and the frame on it (the caller then makes the application speak to it).
+    // picker and the frame on it (the caller then makes the application speak to it). On Wayland:
+    // whether the compositor has the layer shell, for the frame alone, which needs Qt's fonts but
+    // not Qt's display. Blocking: asks the compositor.
     bool hasOverlayDisplay();
-    // Null where no window can be put over the desktop.
+    // The picker: on X11 a window over each display; on Wayland a full-screen window of ours over a
+    // still of the shared stream. Null where the application shows no windows.
     std::unique_ptr<AreaPicker> areaPicker();
+    // Null where no window can be put over the desktop: the window and the tray then show alone
+    // that the monitor is armed.
     std::unique_ptr<ArmedFrame> armedFrame();
 
     // A global key monitor; null where the session has none (the hotkeys then work only inside the

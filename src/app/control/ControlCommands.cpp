@@ -48,7 +48,7 @@ ControlProtocol::Reply ControlCommands::handle(const QStringList& command)
         // The answer comes later, as a toast, once the user has drawn the area.
         if (!viewModel.areaCommands()->pickWatchArea())
             return Reply::failure(
-                QStringLiteral("no area can be drawn here: the instance shows no windows on an X display"));
+                QStringLiteral("no area can be drawn here: this instance shows no windows; give the area as X Y W H"));
         return Reply::success(QStringLiteral("draw the area to watch on the screen; Esc cancels"));
     }
     if (name == QStringLiteral("area")) {

@@ -117,6 +117,9 @@ struct WaylandCaptureBackend::Shared : std::enable_shared_from_this<Shared> {
     QPoint latestOrigin; // guarded by latestMutex: where it lies in global space
 
     std::function<void(const QString&)> notice; // set before the first capture
+    // What the present (or last) session shares, as the portal says (1 monitor, 2 window, 0 unsaid);
+    // read without `mutex`, which a call waiting for the desktop's chooser may hold.
+    std::atomic<uint32_t> sharedSourceType { 0 };
 };
 
 namespace {
@@ -323,6 +326,18 @@ QString WaylandCaptureBackend::probe()
     return {};
 }
 
+std::optional<WaylandCaptureBackend::Still> WaylandCaptureBackend::newestPicture() const
+{
+    std::lock_guard lock(shared->latestMutex);
+    if (shared->latest.isNull()) return std::nullopt;
+    return Still { shared->latestOrigin, shared->latest.copy() };
+}
+
+bool WaylandCaptureBackend::sharesWindow() const
+{
+    return shared->sharedSourceType == 2;
+}
+
 void WaylandCaptureBackend::chooseSourceAgain()
 {
     shared->chooseAgain = true;
@@ -359,6 +374,7 @@ QString WaylandCaptureBackend::Shared::ensureSessionLocked(bool showCursor)
         return started.error;
     }
     stream = started.stream;
+    sharedSourceType = stream->sourceType;
     sessionShowsCursor = showCursor;
     cursorMemory = started.cursorAsMetadata ? std::make_shared<PipeWireCaptureStream::CursorMemory>() : nullptr;
     const QString source = sourceOf(*stream);

@@ -60,6 +60,16 @@ public:
     std::optional<QImage> grabWindowRect(uint32_t, const std::optional<QRectF>&) override { return std::nullopt; }
 
     void setOnNotice(std::function<void(const QString&)> callback) override;
+    // The newest picture of the running (or last) stream and where it lies in global space; none
+    // before the first picture. Any thread; never starts a session nor waits for the desktop.
+    struct Still {
+        QPoint origin;
+        QImage picture;
+    };
+    std::optional<Still> newestPicture() const;
+    // Whether the desktop shares one window rather than a screen: its pictures then lie nowhere on
+    // the screen in particular. Any thread; never waits for the desktop.
+    bool sharesWindow() const;
 
     static const QString cancelledMessage;
     static const QString missingMessage;

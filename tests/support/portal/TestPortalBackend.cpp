@@ -492,6 +492,7 @@ public:
     uint screenCastSessions = 0; // made since the start
     uint chooserAnswer = 0; // 0 chosen, 1 cancelled
     QString monitorName = QStringLiteral("TEST-1"); // what the chooser offers and restore data names
+    uint sourceType = 1; // what the user shares: 1 a monitor, 2 a window
     // What a restore naming another monitor gets: the chooser, as most desktops do, or an error.
     bool refuseUnknownRestore = false;
     std::map<QString, Session> sessions;
@@ -594,9 +595,11 @@ public slots:
         extent.beginStructure();
         extent << size.width() << size.height();
         extent.endStructure();
-        stream.properties.insert(QStringLiteral("position"), QVariant::fromValue(position));
+        // A window lies nowhere on the screen in particular: no position.
+        if (backend->sourceType == 1)
+            stream.properties.insert(QStringLiteral("position"), QVariant::fromValue(position));
         stream.properties.insert(QStringLiteral("size"), QVariant::fromValue(extent));
-        stream.properties.insert(QStringLiteral("source_type"), 1u);
+        stream.properties.insert(QStringLiteral("source_type"), backend->sourceType);
         stream.properties.insert(QStringLiteral("id"), backend->monitorName);
         results.insert(QStringLiteral("streams"), QVariant::fromValue(QList<PortalStream> { stream }));
         if (it->second.persistMode != 0) {
@@ -686,6 +689,8 @@ public slots:
         backend->monitorName = name;
         backend->refuseUnknownRestore = refuse;
     }
+    // What the user shares from the next start on: a window rather than a monitor.
+    void ShareWindow(bool window) { backend->sourceType = window ? 2 : 1; }
     void StartCounter() { backend->producer.startCounter(); }
     void StopCounter() { backend->producer.stopCounter(); }
     int Counter() { return backend->producer.counter(); }
