@@ -763,3 +763,37 @@ TEST_F(RecorderViewModelTest, ARingThatLosesItsFolderSaysSoInAToastAndInStatus)
         << status.toStdString();
     EXPECT_TRUE(QFileInfo(folder).isDir());
 }
+
+TEST_F(RecorderViewModelTest, ARestartDuringARecordingSavesTheRecordingFirst)
+{
+    settings->setResolution(Resolution::res720);
+    make();
+    startUp();
+    vm->startPreview();
+    const int streams = screen->streamsStarted;
+    const QSize size(vm->engine()->outputWidth(), vm->engine()->outputHeight());
+    // Pictures as a stream would bring them, on the capture clock, one a frame interval.
+    int index = 0;
+    const auto feed = [&](int count) {
+        for (int i = 0; i < count; ++i, ++index) {
+            QImage picture(size, QImage::Format_RGB32);
+            picture.fill(QColor::fromHsv((index * 7) % 360, 200, 200));
+            vm->recorder()->ingest(VideoFrame(picture, MediaTime::fromNanoseconds(monotonicNanoseconds())));
+            std::this_thread::sleep_for(33ms);
+            QCoreApplication::processEvents();
+        }
+    };
+    feed(30);
+    vm->startRecording();
+    feed(30);
+
+    // A setting that needs a new stream, changed while recording: the ring goes only after the
+    // clip is written, and the stream comes back.
+    settings->setCursor(CursorMode::hide);
+    ASSERT_TRUE(spinUntil([&] { return screen->streamsStarted > streams; }, 20000));
+    EXPECT_FALSE(vm->recorder()->isRecording());
+    const QStringList clips = QDir(settings->saveFolderPath()).entryList({ QStringLiteral("*.mp4") });
+    ASSERT_EQ(clips.size(), 1);
+    EXPECT_GT(QFileInfo(QDir(settings->saveFolderPath()).filePath(clips[0])).size(), 0);
+    EXPECT_FALSE(screen->lastConfiguration.showsCursor);
+}

@@ -95,6 +95,10 @@ RecorderViewModel::RecorderViewModel(AppSettings* settings, Backends b, QObject*
     wirePersistence();
     wireSaveSequence();
     wireStreamRestart();
+    // A restart that waited for a clip runs once the clip is written, or has failed.
+    connect(segmentRecorder, &SegmentedRecorder::isExportingChanged, this, [this](bool exporting) {
+        if (!exporting && !segmentRecorder->isRecording() && restartAfterSave) std::exchange(restartAfterSave, {})();
+    });
     wireLostWindow();
 }
 
@@ -331,8 +335,20 @@ void RecorderViewModel::setWindowSeen(bool seen)
     if (!captureEngine->isStreaming()) startPreview();
 }
 
+bool RecorderViewModel::waitForSaveBeforeRestart(std::function<void()> restart)
+{
+    if (!segmentRecorder->isRecording() && !segmentRecorder->isExporting() && !restartAfterSave) return false;
+    restartAfterSave = std::move(restart);
+    if (segmentRecorder->isRecording()) {
+        stopRecording();
+        showToast(QStringLiteral("The recording was saved before the capture restarted."));
+    }
+    return true;
+}
+
 void RecorderViewModel::restartStream()
 {
+    if (waitForSaveBeforeRestart([this] { restartStream(); })) return;
     segmentRecorder->disarmBuffering();
     captureEngine->stopStream();
     startPreview();
@@ -340,6 +356,7 @@ void RecorderViewModel::restartStream()
 
 void RecorderViewModel::askDesktopForSource()
 {
+    if (waitForSaveBeforeRestart([this] { askDesktopForSource(); })) return;
     // The old choice's stream ends before the desktop replaces it, so that its end is no failure.
     segmentRecorder->disarmBuffering();
     captureEngine->stopStream();

@@ -15,6 +15,7 @@
 #include <QString>
 
 #include <chrono>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -164,6 +165,10 @@ private:
     // Streams the selected source at the given size with the frame rate, cursor, hide-self and
     // system audio of the settings.
     void startStream(int width, int height);
+    // A restart throws the ring away: with a recording under way, or a clip still being written,
+    // it saves the recording and runs `restart` once the clip is written (the latest one asked
+    // for), and answers true. False when `restart` may run now.
+    bool waitForSaveBeforeRestart(std::function<void()> restart);
 
     AppSettings* appSettings;
     Backends backends;
@@ -187,6 +192,7 @@ private:
     // Clips saved shorter than asked, with what their save says instead of "Saved:".
     std::map<QString, QString> shortClips;
     bool suppressPersistence = true;
+    std::function<void()> restartAfterSave;
 };
 
 QString captureModeRawValue(RecorderViewModel::CaptureMode mode);
