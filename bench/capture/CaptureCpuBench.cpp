@@ -58,6 +58,9 @@ struct Measured {
     double framesPerSecond = 0;
     // From the pictures that reached the files (a player's view), when a ring ran.
     double clipFramesPerSecond = 0;
+    // Of those, the ones that show a picture different from the one before (a grab on a clock
+    // writes the same picture again when nothing new was painted).
+    double distinctPerSecond = 0;
     double longestGapMs = 0;
     int decodeErrors = 0;
     // Key frames a second in the files; and ours: pictures the encoder was still too busy to take.
@@ -69,16 +72,19 @@ struct Measured {
 // `span` seconds of the given files, read as a player would.
 void measureFiles(const QStringList& files, double span, Measured& m)
 {
-    int frames = 0, keys = 0;
+    int frames = 0, keys = 0, distinct = 0;
     double covered = 0;
     for (const QString& file : files) {
         const ClipProbe probe = ClipProbe::read(file);
         m.decodeErrors += probe.decodeErrors;
         const double from = std::max(0.0, probe.duration() - (span - covered));
         double previous = -1;
+        const ClipProbe::Frame* before = nullptr;
         for (const ClipProbe::Frame& frame : probe.frames) {
             if (frame.seconds < from) continue;
             ++frames;
+            if (!before || ClipProbe::differ(*before, frame)) ++distinct;
+            before = &frame;
             keys += frame.key ? 1 : 0;
             if (previous >= 0) m.longestGapMs = std::max(m.longestGapMs, (frame.seconds - previous) * 1000);
             previous = frame.seconds;
@@ -87,6 +93,7 @@ void measureFiles(const QStringList& files, double span, Measured& m)
         if (covered >= span) break;
     }
     m.clipFramesPerSecond = covered > 0 ? frames / covered : 0;
+    m.distinctPerSecond = covered > 0 ? distinct / covered : 0;
     m.keysPerSecond = covered > 0 ? keys / covered : 0;
 }
 
@@ -254,11 +261,13 @@ void captureCpu(benchmark::State& state, bool changing, bool previews, bool ring
         median(each(oursRuns, [](const Measured& m) { return m.serverCpuPerSecond; })),
         median(each(oursRuns, [](const Measured& m) { return m.framesPerSecond; })),
         median(each(oursRuns, [](const Measured& m) { return m.clipFramesPerSecond; })),
+        median(each(oursRuns, [](const Measured& m) { return m.distinctPerSecond; })),
         median(each(oursRuns, [](const Measured& m) { return m.longestGapMs; })), 0 };
     const Measured ffmpeg { median(each(ffmpegRuns, [](const Measured& m) { return m.cpuPerSecond; })),
         median(each(ffmpegRuns, [](const Measured& m) { return m.serverCpuPerSecond; })),
         median(each(ffmpegRuns, [](const Measured& m) { return m.framesPerSecond; })),
         median(each(ffmpegRuns, [](const Measured& m) { return m.clipFramesPerSecond; })),
+        median(each(ffmpegRuns, [](const Measured& m) { return m.distinctPerSecond; })),
         median(each(ffmpegRuns, [](const Measured& m) { return m.longestGapMs; })), 0 };
     int oursErrors = 0, ffmpegErrors = 0;
     for (size_t i = 0; i < oursRuns.size(); ++i) {
@@ -281,6 +290,8 @@ void captureCpu(benchmark::State& state, bool changing, bool previews, bool ring
         // What a viewer of the files gets, and what each picture in them cost.
         state.counters["ours_clip_fps"] = ours.clipFramesPerSecond;
         state.counters["ffmpeg_clip_fps"] = ffmpeg.clipFramesPerSecond;
+        state.counters["ours_distinct_fps"] = ours.distinctPerSecond;
+        state.counters["ffmpeg_distinct_fps"] = ffmpeg.distinctPerSecond;
         state.counters["ours_longest_gap_ms"] = ours.longestGapMs;
         state.counters["ffmpeg_longest_gap_ms"] = ffmpeg.longestGapMs;
         state.counters["ours_cpu_ms_per_frame"] = median(each(oursRuns, cpuPerFrame));

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 
 namespace {
 
@@ -90,7 +91,16 @@ ClipProbe ClipProbe::read(const QString& path)
                         corner += frame->data[0][y * frame->linesize[0] + x];
                 probe.frames.push_back(
                     { t, IndexedFrames::indexFromLuma(frame->data[0], frame->linesize[0], frame->width, frame->height),
-                        frame->key_frame != 0, side > 0 ? int(corner / (side * side)) : 0 });
+                        frame->key_frame != 0, side > 0 ? int(corner / (side * side)) : 0, {} });
+                std::vector<long> sums(16 * 9, 0), counts(16 * 9, 0);
+                for (int y = 0; y < frame->height; y += 8)
+                    for (int x = 0; x < frame->width; x += 8) {
+                        const int cell = (y * 9 / frame->height) * 16 + x * 16 / frame->width;
+                        sums[cell] += frame->data[0][y * frame->linesize[0] + x];
+                        ++counts[cell];
+                    }
+                for (int i = 0; i < 16 * 9; ++i)
+                    probe.frames.back().cells.push_back(uint8_t(counts[i] ? sums[i] / counts[i] : 0));
             } else {
                 if (probe.audioStart < 0) probe.audioStart = t;
                 probe.audioSeconds += double(frame->nb_samples) / frame->sample_rate;
@@ -151,4 +161,12 @@ double ClipProbe::duration() const
 {
     if (frames.size() < 2) return 0;
     return frames.back().seconds - frames.front().seconds;
+}
+
+bool ClipProbe::differ(const Frame& a, const Frame& b)
+{
+    if (a.cells.size() != b.cells.size()) return true;
+    for (size_t i = 0; i < a.cells.size(); ++i)
+        if (std::abs(int(a.cells[i]) - int(b.cells[i])) > 2) return true;
+    return false;
 }

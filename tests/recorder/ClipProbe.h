@@ -12,7 +12,12 @@ struct ClipProbe {
         int index = -1; // the index painted into the picture (IndexedFrames), -1 unreadable
         bool key = false;
         int cornerLuma = 0; // mean luma of the top-left 64x64 pixels
+        // Mean luma of each of 16x9 cells over the whole picture, sampled every 8th pixel: enough
+        // to tell a new picture from the same one encoded again.
+        std::vector<uint8_t> cells;
     };
+    // Whether two frames show different pictures: some cell's luma moved by more than coding noise.
+    static bool differ(const Frame& a, const Frame& b);
 
     bool opened = false;
     QString container; // the demuxer's name, "mov,mp4,m4a,3gp,3g2,mj2" for MP4
