@@ -3,6 +3,8 @@
 #include "monitor/ArmedFrameDrawing.h"
 
 #include <QPainter>
+#include <QSemaphore>
+#include <QThreadPool>
 
 #include <cstring>
 
@@ -43,8 +45,22 @@ void ArmedFramePicture::paint(double seconds, const QRegion& region)
     if (redrawsStillAt(seconds)) {
         stillAt = seconds;
         copy(under, still, frameBand);
-        QPainter painter(&still);
-        ArmedFrameDrawing::drawStill(painter, watched, style, seconds);
+        const auto drawStill = [&] {
+            QPainter painter(&still);
+            ArmedFrameDrawing::drawStill(painter, watched, style, seconds);
+        };
+        // Qt's raster engine splits a fill of many rows across the global thread pool and waits for
+        // the pieces, unless it already runs on one of that pool's threads: those hand-offs cost
+        // more than the painting, so the whole band is drawn on one pool thread (here, when the
+        // pool has none free).
+        QSemaphore done;
+        if (QThreadPool::globalInstance()->tryStart([&] {
+                drawStill();
+                done.release();
+            }))
+            done.acquire();
+        else
+            drawStill();
     }
     copy(still, picture, region);
     if (!ArmedFrameDrawing::hasMovingParts(style)) return;

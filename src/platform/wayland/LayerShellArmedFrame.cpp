@@ -5,9 +5,7 @@
 #include "monitor/ArmedFramePicture.h"
 
 #include <QImage>
-#include <QSemaphore>
 #include <QSocketNotifier>
-#include <QThreadPool>
 
 #include <array>
 #include <cmath>
@@ -247,19 +245,7 @@ struct LayerShellArmedFrame::Surface {
         if (closed || !picture) return;
         const QRegion changes = picture->changesAt(seconds);
         if (changes.isEmpty()) return;
-        const auto paint = [&] { picture->paint(seconds, changes); };
-        // Qt's raster engine splits a fill of many rows across the global thread pool and waits for
-        // the pieces, unless it already runs on one of that pool's threads: those hand-offs cost
-        // more than the painting, so the whole band is painted on one pool thread (here, when the
-        // pool has none free).
-        QSemaphore done;
-        if (picture->redrawsStillAt(seconds) && QThreadPool::globalInstance()->tryStart([&] {
-                paint();
-                done.release();
-            }))
-            done.acquire();
-        else
-            paint();
+        picture->paint(seconds, changes);
         owed += changes;
         for (Buffer& b : buffers)
             b.stale += changes;

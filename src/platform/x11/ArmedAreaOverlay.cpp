@@ -11,8 +11,6 @@
 #include <QGuiApplication>
 #include <QPainter>
 #include <QScreen>
-#include <QSemaphore>
-#include <QThreadPool>
 
 #include <cmath>
 #include <optional>
@@ -39,19 +37,7 @@ public:
         // what changed in both.
         if (presenter && !presenter->isReady()) return;
         const QRegion changes = picture->changesAt(seconds);
-        const auto paint = [&] { picture->paint(seconds, changes); };
-        // Qt's raster engine splits a fill of many rows across the global thread pool and waits
-        // for the pieces, unless it already runs on one of that pool's threads. Twenty pictures
-        // a second of those hand-offs cost more than the painting, so the whole band is painted
-        // on one pool thread (here, when the pool has none free).
-        QSemaphore done;
-        if (picture->redrawsStillAt(seconds) && QThreadPool::globalInstance()->tryStart([&] {
-                paint();
-                done.release();
-            }))
-            done.acquire();
-        else
-            paint();
+        picture->paint(seconds, changes);
         owed += changes;
         put();
     }
