@@ -4,7 +4,6 @@
 #include "app/client/CommandLine.h"
 #include "app/client/ControlClient.h"
 #include "app/session/AppSession.h"
-#include "core/LocalFileName.h"
 #include "platform/Platform.h"
 #include "platform/SystemTray.h"
 #include "ui/AppDelegate.h"
@@ -26,14 +25,6 @@
 #include <utility>
 
 namespace {
-
-QStringList argumentsOf(int argc, char** argv)
-{
-    QStringList out;
-    for (int i = 1; i < argc; ++i)
-        out << LocalFileName::decode(QByteArray(argv[i])); // a clip's name need not be UTF-8
-    return out;
-}
 
 bool hasDisplay()
 {
@@ -209,20 +200,13 @@ int main(int argc, char** argv)
     // The desktop finds our entry, icon and notifications' sender by it.
     QGuiApplication::setDesktopFileName(AppIdentity::appId());
 
-    const Invocation invocation = CommandLine::parse(argumentsOf(argc, argv));
+    const Invocation invocation = CommandLine::parse(CommandLine::arguments(argc, argv));
     QTextStream out(stdout);
     QTextStream err(stderr);
+    if (const std::optional<int> status = CommandLine::answerAtOnce(invocation, VELOTAPE_VERSION, out, err))
+        return *status;
 
     switch (invocation.kind) {
-    case Invocation::Kind::help:
-        out << CommandLine::usage();
-        return 0;
-    case Invocation::Kind::version:
-        out << "velotape " << VELOTAPE_VERSION << '\n';
-        return 0;
-    case Invocation::Kind::invalid:
-        err << "velotape: " << invocation.error << "\n\n" << CommandLine::usage();
-        return 2;
     case Invocation::Kind::control: {
         QCoreApplication app(argc, argv);
         return ControlClient::sendToOwnInstance(invocation.command, out, err);
@@ -239,6 +223,10 @@ int main(int argc, char** argv)
         return runHeadless(argc, argv, invocation);
     case Invocation::Kind::window:
         return runWindow(argc, argv, invocation);
+    case Invocation::Kind::help:
+    case Invocation::Kind::version:
+    case Invocation::Kind::invalid:
+        break; // answered above
     }
     return 2;
 }

@@ -1,5 +1,7 @@
 #include "app/client/CommandLine.h"
 
+#include "core/LocalFileName.h"
+
 namespace CommandLine {
 
 namespace {
@@ -121,6 +123,31 @@ QString usage()
         "                                    --write tags their sidecars, never over your own tag)\n"
         "  velotape --help | --version\n"
         "Exit status: 0 done, 1 no running instance, 2 bad command. See velotape(1).\n");
+}
+
+QStringList arguments(int argc, char** argv)
+{
+    QStringList out;
+    for (int i = 1; i < argc; ++i)
+        out << LocalFileName::decode(QByteArray(argv[i]));
+    return out;
+}
+
+std::optional<int> answerAtOnce(const Invocation& invocation, const char* version, QTextStream& out, QTextStream& err)
+{
+    switch (invocation.kind) {
+    case Invocation::Kind::help:
+        out << usage();
+        return 0;
+    case Invocation::Kind::version:
+        out << "velotape " << version << '\n';
+        return 0;
+    case Invocation::Kind::invalid:
+        err << "velotape: " << invocation.error << "\n\n" << usage();
+        return 2;
+    default:
+        return std::nullopt;
+    }
 }
 
 } // namespace CommandLine

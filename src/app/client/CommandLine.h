@@ -2,6 +2,9 @@
 
 #include <QString>
 #include <QStringList>
+#include <QTextStream>
+
+#include <optional>
 
 // What one run of `velotape` was asked to do.
 struct Invocation {
@@ -28,7 +31,13 @@ namespace CommandLine {
 
 // `arguments` without the program name.
 Invocation parse(const QStringList& arguments);
+// The arguments of `argv` after the program's name (a clip's name need not be UTF-8).
+QStringList arguments(int argc, char** argv);
 
 QString usage();
+
+// What both programs answer alike, at once: help, the version and a command line that makes no
+// sense, with the exit status; none for everything else.
+std::optional<int> answerAtOnce(const Invocation& invocation, const char* version, QTextStream& out, QTextStream& err);
 
 } // namespace CommandLine

@@ -6,7 +6,6 @@
 
 #include "app/client/CommandLine.h"
 #include "app/client/ControlClient.h"
-#include "core/LocalFileName.h"
 
 #include <QByteArray>
 #include <QCoreApplication>
@@ -66,26 +65,12 @@ int main(int argc, char** argv)
     if (!answeredHere(argc, argv)) return runProgram(argv);
 
     QCoreApplication app(argc, argv);
-    QStringList arguments;
-    for (int i = 1; i < argc; ++i)
-        arguments << LocalFileName::decode(QByteArray(argv[i])); // a clip's name need not be UTF-8
-    const Invocation invocation = CommandLine::parse(arguments);
+    const Invocation invocation = CommandLine::parse(CommandLine::arguments(argc, argv));
     QTextStream out(stdout);
     QTextStream err(stderr);
-    switch (invocation.kind) {
-    case Invocation::Kind::help:
-        out << CommandLine::usage();
-        return 0;
-    case Invocation::Kind::version:
-        out << "velotape " << VELOTAPE_VERSION << '\n';
-        return 0;
-    case Invocation::Kind::control: {
+    if (const std::optional<int> status = CommandLine::answerAtOnce(invocation, VELOTAPE_VERSION, out, err))
+        return *status;
+    if (invocation.kind == Invocation::Kind::control)
         return ControlClient::sendToOwnInstance(invocation.command, out, err);
-    }
-    case Invocation::Kind::invalid:
-        err << "velotape: " << invocation.error << "\n\n" << CommandLine::usage();
-        return 2;
-    default:
-        return runProgram(argv);
-    }
+    return runProgram(argv);
 }
