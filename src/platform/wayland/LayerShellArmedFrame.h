@@ -10,6 +10,8 @@
 #include <functional>
 #include <memory>
 
+class LayerShellConnection;
+
 // The armed frame on a Wayland desktop that has the wlroots layer shell (sway and other wlroots
 // compositors, KDE Plasma, Hyprland): one surface on the overlay layer, above every window, as large
 // as the frame's band and placed over the watched rectangle of the output it lies on. Its input
@@ -49,15 +51,13 @@ public:
     bool isAnimating() const { return ticker.isActive(); }
 
 private:
-    struct Connection;
     struct Surface;
 
-    static std::unique_ptr<Connection> open();
-    LayerShellArmedFrame(std::unique_ptr<Connection> connection, std::function<bool()> sharesScreen);
+    LayerShellArmedFrame(std::unique_ptr<LayerShellConnection> connection, std::function<bool()> sharesScreen);
     void tick();
-    void readEvents();
+    void afterEvents();
 
-    std::unique_ptr<Connection> wayland;
+    std::unique_ptr<LayerShellConnection> wayland;
     std::function<bool()> sharesScreen;
     std::unique_ptr<Surface> surface;
     QTimer ticker;
