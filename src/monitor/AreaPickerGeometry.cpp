@@ -56,17 +56,43 @@ void plate(QPainter& painter, const QRectF& rect, double radius)
     painter.fillPath(path, QColor::fromRgbF(0.1f, 0.1f, 0.1f, 0.85f));
 }
 
+// The selection's size in the display's pixels, on its plate above the selection.
+struct SizeLabel {
+    QFont font;
+    QString text;
+    QRectF plate;
+};
+
+SizeLabel sizeLabel(const QRectF& sel, double pixelRatio)
+{
+    SizeLabel label;
+    label.font.setPixelSize(12);
+    label.font.setWeight(QFont::DemiBold);
+    label.font.setStyleHint(QFont::Monospace);
+    const QSizeF pixels = integral(QRectF(sel.topLeft() * pixelRatio, sel.size() * pixelRatio)).size();
+    label.text = QStringLiteral("%1 × %2").arg(int(pixels.width())).arg(int(pixels.height()));
+    const QFontMetricsF metrics(label.font);
+    const QSizeF text(metrics.horizontalAdvance(label.text), metrics.height());
+    // Above the selection, its left edge on the selection's.
+    label.plate = QRectF(sel.left(), sel.top() - 6 - (text.height() + 6), text.width() + 12, text.height() + 6);
+    return label;
+}
+
 } // namespace
+
+QRectF dragReach(QPointF anchor, QPointF current, double pixelRatio)
+{
+    const QRectF sel = selection(anchor, current);
+    // The outline's half width and its antialiasing stand outside the selection.
+    return integral(sel.adjusted(-2, -2, 2, 2).united(sizeLabel(sel, pixelRatio).plate.adjusted(-1, -1, 1, 1)));
+}
 
 void draw(QPainter& painter, const QRect& bounds, const QImage& frozen, std::optional<QPointF> anchor,
     std::optional<QPointF> current, double pixelRatio)
 {
     painter.save();
     const QColor dim = QColor::fromRgbF(0, 0, 0, 0.35f);
-    if (frozen.isNull())
-        painter.fillRect(bounds, Qt::black);
-    else
-        painter.drawImage(bounds.topLeft(), frozen);
+    if (!frozen.isNull()) painter.drawImage(bounds.topLeft(), frozen);
     if (!anchor || !current) {
         painter.fillRect(bounds, dim);
         QFont font;
@@ -98,20 +124,11 @@ void draw(QPainter& painter, const QRect& bounds, const QImage& frozen, std::opt
     painter.setBrush(Qt::NoBrush);
     painter.drawRect(sel);
 
-    QFont font;
-    font.setPixelSize(12);
-    font.setWeight(QFont::DemiBold);
-    font.setStyleHint(QFont::Monospace);
-    painter.setFont(font);
-    const QSizeF pixels = integral(QRectF(sel.topLeft() * pixelRatio, sel.size() * pixelRatio)).size();
-    const QString size = QStringLiteral("%1 × %2").arg(int(pixels.width())).arg(int(pixels.height()));
-    const QFontMetricsF metrics(font);
-    const QSizeF text(metrics.horizontalAdvance(size), metrics.height());
-    // Above the selection, its left edge on the selection's.
-    const QRectF label(sel.left(), sel.top() - 6 - (text.height() + 6), text.width() + 12, text.height() + 6);
-    plate(painter, label, 4);
+    const SizeLabel label = sizeLabel(sel, pixelRatio);
+    painter.setFont(label.font);
+    plate(painter, label.plate, 4);
     painter.setPen(Qt::white);
-    painter.drawText(QRectF(label.topLeft() + QPointF(6, 3), text), Qt::AlignLeft | Qt::AlignTop, size);
+    painter.drawText(label.plate.adjusted(6, 3, -6, -3), Qt::AlignLeft | Qt::AlignTop, label.text);
     painter.restore();
 }
 

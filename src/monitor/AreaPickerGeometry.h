@@ -50,9 +50,15 @@ std::function<void(T)> firstResultWins(std::function<void(T)> completion, std::f
 // One display's picture while a pick runs: what the display showed, dimmed, with the selection
 // undimmed and outlined and its size above it; while no drag runs on this display, the hint.
 // `frozen` is the display's picture taken before the picker appeared (an X window can't be
-// translucent without a compositor, so the dim is painted over a copy); a null image paints the
-// dim over black. The size is told in the display's pixels, `pixelRatio` of the painter's each.
+// translucent without a compositor, so the dim is painted over a copy); with a null image the dim
+// goes over what the painter's device holds already (a transparent surface over the live desktop,
+// which the selection then shows as it is). The size is told in the display's pixels,
+// `pixelRatio` of the painter's each.
 void draw(QPainter& painter, const QRect& bounds, const QImage& frozen, std::optional<QPointF> anchor,
     std::optional<QPointF> current, double pixelRatio = 1);
+
+// Where draw() paints anything but the dim while a drag runs: the outline and the size label.
+// Between two moments of a drag, the picture changes only within the two moments' reaches.
+QRectF dragReach(QPointF anchor, QPointF current, double pixelRatio = 1);
 
 } // namespace AreaPickerGeometry

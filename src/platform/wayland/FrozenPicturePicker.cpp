@@ -1,6 +1,7 @@
 #include "platform/wayland/FrozenPicturePicker.h"
 
 #include "core/Log.h"
+#include "monitor/AreaPickerDrag.h"
 #include "monitor/AreaPickerGeometry.h"
 
 #include <QKeyEvent>
@@ -13,7 +14,8 @@ public:
     PickerWindow(const QRect& stream, QImage frozen, std::function<void(std::optional<QRectF>)> finish)
         : stream(stream)
         , frozen(std::move(frozen))
-        , finish(std::move(finish))
+        , drag(
+              std::move(finish), [this] { update(); }, stream.topLeft(), [this](QPointF p) { return inStream(p); })
     {
         setTitle(QStringLiteral("Velotape: drag to select an area"));
         setCursor(Qt::CrossCursor);
@@ -29,48 +31,25 @@ protected:
         const QRectF at = pictureRect();
         painter.translate(at.topLeft());
         painter.scale(scale(), scale());
-        const std::optional<QPointF> a = anchor ? std::optional(inStream(*anchor)) : std::nullopt;
-        const std::optional<QPointF> c = current ? std::optional(inStream(*current)) : std::nullopt;
+        const std::optional<QPointF> a = drag.anchor() ? std::optional(inStream(*drag.anchor())) : std::nullopt;
+        const std::optional<QPointF> c = drag.current() ? std::optional(inStream(*drag.current())) : std::nullopt;
         AreaPickerGeometry::draw(painter, QRect(QPoint(), stream.size()), frozen, a, c);
     }
 
-    void mousePressEvent(QMouseEvent* event) override
-    {
-        if (event->button() == Qt::RightButton) return finish(std::nullopt);
-        if (event->button() != Qt::LeftButton) return;
-        anchor = current = event->position();
-        update();
-    }
-
-    void mouseMoveEvent(QMouseEvent* event) override
-    {
-        if (!anchor) return;
-        current = event->position();
-        update();
-    }
-
-    void mouseReleaseEvent(QMouseEvent* event) override
-    {
-        if (event->button() != Qt::LeftButton) return;
-        if (!anchor || !current) return finish(std::nullopt);
-        const auto picked = AreaPickerGeometry::pickedRect(inStream(*anchor), inStream(*current), stream.topLeft());
-        anchor.reset();
-        current.reset();
-        update();
-        // Too small a drag (a click) cancels the whole pick.
-        finish(picked);
-    }
+    void mousePressEvent(QMouseEvent* event) override { drag.press(event->button(), event->position()); }
+    void mouseMoveEvent(QMouseEvent* event) override { drag.move(event->position()); }
+    void mouseReleaseEvent(QMouseEvent* event) override { drag.release(event->button()); }
 
     void keyPressEvent(QKeyEvent* event) override
     {
-        if (event->key() == Qt::Key_Escape) finish(std::nullopt);
+        if (event->key() == Qt::Key_Escape) drag.cancel();
     }
 
     // The desktop may close a full-screen window itself (its close key): that cancels too, rather
     // than leaving the caller waiting.
     bool event(QEvent* event) override
     {
-        if (event->type() == QEvent::Close) finish(std::nullopt);
+        if (event->type() == QEvent::Close) drag.cancel();
         return QRasterWindow::event(event);
     }
 
@@ -82,9 +61,7 @@ private:
 
     const QRect stream;
     const QImage frozen;
-    const std::function<void(std::optional<QRectF>)> finish;
-    std::optional<QPointF> anchor;
-    std::optional<QPointF> current;
+    AreaPickerDrag drag;
 };
 
 FrozenPicturePicker::FrozenPicturePicker(std::function<std::optional<Still>()> newest)

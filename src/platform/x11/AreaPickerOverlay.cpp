@@ -1,5 +1,6 @@
 #include "platform/x11/AreaPickerOverlay.h"
 
+#include "monitor/AreaPickerDrag.h"
 #include "monitor/AreaPickerGeometry.h"
 #include "platform/CaptureBackend.h"
 #include "platform/x11/OverlayWindow.h"
@@ -12,9 +13,10 @@ class AreaPickerOverlay::PickerWindow final : public OverlayWindow {
 public:
     PickerWindow(const QRect& display, QImage frozen, std::function<void(std::optional<QRectF>)> finish)
         : OverlayWindow(display, false, false)
-        , origin(display.topLeft())
         , frozen(std::move(frozen))
-        , finish(std::move(finish))
+        , drag(
+              std::move(finish), [this] { update(); }, display.topLeft(),
+              [this](QPointF p) { return displayPixels(p); })
     {
         setCursor(Qt::CrossCursor);
     }
@@ -25,7 +27,10 @@ protected:
         // The picture has the display's pixels; Qt may paint this window scaled.
         frozen.setDevicePixelRatio(devicePixelRatio());
         QPainter painter(this);
-        AreaPickerGeometry::draw(painter, QRect(QPoint(), size()), frozen, anchor, current, devicePixelRatio());
+        // Without a picture of the display (the grab failed) the dim lies over black.
+        if (frozen.isNull()) painter.fillRect(QRect(QPoint(), size()), Qt::black);
+        AreaPickerGeometry::draw(
+            painter, QRect(QPoint(), size()), frozen, drag.anchor(), drag.current(), devicePixelRatio());
     }
 
     void exposeEvent(QExposeEvent* event) override
@@ -36,36 +41,13 @@ protected:
         if (isExposed() && !keyboardGrabbed) keyboardGrabbed = setKeyboardGrabEnabled(true);
     }
 
-    void mousePressEvent(QMouseEvent* event) override
-    {
-        if (event->button() == Qt::RightButton) return finish(std::nullopt);
-        if (event->button() != Qt::LeftButton) return;
-        anchor = current = event->position();
-        update();
-    }
-
-    void mouseMoveEvent(QMouseEvent* event) override
-    {
-        if (!anchor) return;
-        current = event->position();
-        update();
-    }
-
-    void mouseReleaseEvent(QMouseEvent* event) override
-    {
-        if (event->button() != Qt::LeftButton) return;
-        if (!anchor || !current) return finish(std::nullopt);
-        const auto picked = AreaPickerGeometry::pickedRect(displayPixels(*anchor), displayPixels(*current), origin);
-        anchor.reset();
-        current.reset();
-        update();
-        // Too small a drag (a click) cancels the whole pick.
-        finish(picked);
-    }
+    void mousePressEvent(QMouseEvent* event) override { drag.press(event->button(), event->position()); }
+    void mouseMoveEvent(QMouseEvent* event) override { drag.move(event->position()); }
+    void mouseReleaseEvent(QMouseEvent* event) override { drag.release(event->button()); }
 
     void keyPressEvent(QKeyEvent* event) override
     {
-        if (event->key() == Qt::Key_Escape) finish(std::nullopt);
+        if (event->key() == Qt::Key_Escape) drag.cancel();
     }
 
 private:
@@ -76,11 +58,8 @@ private:
         return QPointF(qRound(point.x() * devicePixelRatio()), qRound(point.y() * devicePixelRatio()));
     }
 
-    QPointF origin;
     QImage frozen;
-    std::function<void(std::optional<QRectF>)> finish;
-    std::optional<QPointF> anchor;
-    std::optional<QPointF> current;
+    AreaPickerDrag drag;
     bool keyboardGrabbed = false;
 };
 
