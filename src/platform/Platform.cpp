@@ -10,6 +10,7 @@
 #include "platform/pulse/PulseServerWatch.h"
 #include "platform/pulse/PulseSystemAudio.h"
 #include "platform/wayland/FrozenPicturePicker.h"
+#include "platform/wayland/LayerShellAreaPicker.h"
 #include "platform/wayland/LayerShellArmedFrame.h"
 #include "platform/wayland/PortalGlobalShortcuts.h"
 #include "platform/wayland/WaylandCaptureBackend.h"
@@ -22,6 +23,8 @@
 
 #include <QGuiApplication>
 #include <QSettings>
+
+#include <functional>
 
 namespace {
 
@@ -59,6 +62,36 @@ bool showsWindows()
     const QString name = QGuiApplication::platformName();
     return name != QLatin1String("offscreen") && name != QLatin1String("minimal");
 }
+
+// The Wayland picker, chosen for each pick by what the desktop shares: over a screen, the layer
+// surface over the live desktop; over a window, whose pictures lie nowhere on the screen in
+// particular, the full-screen window with the window's still, where the program shows windows.
+class WaylandAreaPicker final : public AreaPicker {
+public:
+    WaylandAreaPicker(std::unique_ptr<LayerShellAreaPicker> overScreen, std::unique_ptr<FrozenPicturePicker> overStill,
+        std::function<bool()> sharesWindow)
+        : overScreen(std::move(overScreen))
+        , overStill(std::move(overStill))
+        , sharesWindow(std::move(sharesWindow))
+    {
+    }
+
+    void pick(Completion completion) override
+    {
+        overScreen->dismiss();
+        if (overStill) overStill->dismiss();
+        if (!sharesWindow()) return overScreen->pick(std::move(completion));
+        if (overStill) return overStill->pick(std::move(completion));
+        logLine(QStringLiteral("Area picker: the desktop shares a window, and without the program's window there is "
+                               "nothing to pick on"));
+        if (completion) completion(std::nullopt);
+    }
+
+private:
+    std::unique_ptr<LayerShellAreaPicker> overScreen;
+    std::unique_ptr<FrozenPicturePicker> overStill;
+    std::function<bool()> sharesWindow;
+};
 
 bool applicationIsOnXcb()
 {
@@ -174,17 +207,34 @@ bool Platform::hasOverlayDisplay()
 
 std::unique_ptr<AreaPicker> Platform::areaPicker()
 {
-    // On Wayland the picker is a window of the application's own, over a still of the shared stream.
     if (chosen == Backend::wayland) {
         const auto wayland = std::dynamic_pointer_cast<WaylandCaptureBackend>(screen());
-        if (!wayland || !showsWindows()) return nullptr;
-        return std::make_unique<FrozenPicturePicker>(
-            [weak = std::weak_ptr<WaylandCaptureBackend>(wayland)]() -> std::optional<FrozenPicturePicker::Still> {
+        if (!wayland) return nullptr;
+        const std::weak_ptr<WaylandCaptureBackend> weak = wayland;
+        std::unique_ptr<FrozenPicturePicker> overStill;
+        if (showsWindows()) {
+            overStill = std::make_unique<FrozenPicturePicker>([weak]() -> std::optional<FrozenPicturePicker::Still> {
                 const auto backend = weak.lock();
                 const auto still = backend ? backend->newestPicture() : std::nullopt;
                 if (!still) return std::nullopt;
                 return FrozenPicturePicker::Still { still->origin, still->picture };
             });
+        }
+        // Qt draws the layer surface's picture, and its fonts need a GUI application.
+        std::unique_ptr<LayerShellAreaPicker> overScreen;
+        if (qobject_cast<QGuiApplication*>(QCoreApplication::instance())) {
+            overScreen = LayerShellAreaPicker::connect([weak]() -> std::optional<QRect> {
+                const auto backend = weak.lock();
+                const auto still = backend ? backend->newestPicture() : std::nullopt;
+                if (!still) return std::nullopt;
+                return QRect(still->origin, still->picture.size());
+            });
+        }
+        if (!overScreen) return overStill;
+        return std::make_unique<WaylandAreaPicker>(std::move(overScreen), std::move(overStill), [weak] {
+            const auto backend = weak.lock();
+            return backend && backend->sharesWindow();
+        });
     }
     if (!showsOverlayWindows()) return nullptr;
     return std::make_unique<AreaPickerOverlay>(screen());

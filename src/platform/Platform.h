@@ -78,11 +78,13 @@ public:
     bool showsOverlayWindows() const;
     // Whether the session's display answers, so that even a run without the window can show the
     // picker and the frame on it (the caller then makes the application speak to it). On Wayland:
-    // whether the compositor has the layer shell, for the frame alone, which needs Qt's fonts but
-    // not Qt's display. Blocking: asks the compositor.
+    // whether the compositor has the layer shell, for the picker and the frame, which need Qt's
+    // fonts but not Qt's display. Blocking: asks the compositor.
     bool hasOverlayDisplay();
-    // The picker: on X11 a window over each display; on Wayland a full-screen window of ours over a
-    // still of the shared stream. Null where the application shows no windows.
+    // The picker: on X11 a window over each display. On Wayland, where the compositor has the layer
+    // shell and the desktop shares a screen, a surface of our own over the live screen, also
+    // without the window; elsewhere a full-screen window of ours over a still of the shared
+    // stream. Null where none of these can be shown.
     std::unique_ptr<AreaPicker> areaPicker();
     // Null where no window can be put over the desktop: the window and the tray then show alone
     // that the monitor is armed.

@@ -4,18 +4,23 @@
 #include "capture/CaptureEngine.h"
 #include "monitor/AreaMonitor.h"
 #include "platform/wayland/FrozenPicturePicker.h"
+#include "platform/wayland/LayerShellAreaPicker.h"
 #include "platform/wayland/WaylandCaptureBackend.h"
 #include "support/EventLoop.h"
 #include "support/HeadlessRun.h"
 #include "support/HeadlessSway.h"
 #include "support/PortalDesktop.h"
+#include "support/VirtualPointer.h"
+#include "support/WestonDesktop.h"
 
 #include <QColor>
 #include <QDir>
 #include <QFile>
 #include <QLibraryInfo>
+#include <QScopeGuard>
 #include <QScreen>
 #include <QSettings>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QWindow>
@@ -25,12 +30,16 @@
 #include <algorithm>
 #include <cmath>
 #include <csignal>
+#include <linux/input-event-codes.h>
 #include <sys/prctl.h>
 
 // The area picker of a Wayland desktop without the layer shell, on the real portal and PipeWire: a
 // full-screen window of ours over a still of the shared stream. The window here is larger than the
 // stream and of another shape, so the picture is scaled and letterboxed, and what the user drags
 // must come back in the stream's own pixels, which is what the area monitor crops.
+//
+// Where the compositor has the layer shell (sway, headless), the picker is a surface of ours over
+// the live screen, driven by a mouse of the test's own and checked on the compositor's screenshots.
 
 namespace {
 
@@ -42,6 +51,54 @@ bool near(const QImage& image, int x, int y, const QColor& expected)
     const QColor got = QColor::fromRgb(image.pixel(x, y));
     return std::abs(got.red() - expected.red()) <= 12 && std::abs(got.green() - expected.green()) <= 12
         && std::abs(got.blue() - expected.blue()) <= 12;
+}
+
+const QColor swayBackground(0x40, 0x80, 0xc0);
+// The background under the picker's veil: each channel about two thirds of its own.
+const QColor veiled(0x40 * 65 / 100, 0x80 * 65 / 100, 0xc0 * 65 / 100);
+
+QString missingForLayerShell()
+{
+    if (const QString missing = HeadlessSway::missingProgram(); !missing.isEmpty()) return missing;
+    return QStandardPaths::findExecutable(QStringLiteral("wtype")).isEmpty() ? QStringLiteral("wtype") : QString();
+}
+
+// Waits for a screenshot of `sway` on which `test` holds; the last one taken.
+QImage shotWhere(const HeadlessSway& sway, const std::function<bool(const QImage&)>& test, int ms = 5000)
+{
+    QImage shot;
+    spinUntil(
+        [&] {
+            shot = sway.screenshot();
+            return !shot.isNull() && test(shot);
+        },
+        ms);
+    return shot;
+}
+
+QString socketOf(const HeadlessSway& sway)
+{
+    return QDir(sway.runtimeDir()).filePath(sway.displayName());
+}
+
+bool veiledEverywhere(const QImage& s)
+{
+    return near(s, 5, s.height() - 5, veiled) && near(s, s.width() - 5, s.height() / 2, veiled);
+}
+
+// Presses Esc through wtype, while this process's event loop runs.
+void pressEsc(const HeadlessSway& sway)
+{
+    QProcess wtype;
+    QProcessEnvironment env;
+    env.insert(QStringLiteral("XDG_RUNTIME_DIR"), sway.runtimeDir());
+    env.insert(QStringLiteral("WAYLAND_DISPLAY"), sway.displayName());
+    wtype.setProcessEnvironment(env);
+    // The headless compositor has no keyboard but wtype's own: the picker takes it once the seat
+    // says it is there, and only then is Esc pressed.
+    wtype.start(QStringLiteral("wtype"),
+        { QStringLiteral("-s"), QStringLiteral("500"), QStringLiteral("-k"), QStringLiteral("Escape") });
+    spinUntil([&] { return wtype.state() == QProcess::NotRunning; }, 5000);
 }
 
 class AreaPickerWayland : public ::testing::Test {
@@ -187,13 +244,14 @@ TEST_F(AreaPickerWayland, TheDragOnTheStillPictureBecomesTheWatchedAreaInStreamP
     EXPECT_EQ(settings->areaReferenceSignature(), reference);
 }
 
-// The program with its window on Qt's Wayland platform, on a real compositor (sway, headless): the
-// picker is a full-screen window showing the still, dimmed, over everything else.
-TEST(AreaPickerWaylandWindow, OnARealCompositorThePickerFillsTheScreenWithTheStill)
+// The program with its window on Qt's Wayland platform, on a real compositor without the layer shell
+// (weston, headless): the picker is a full-screen window showing the still, dimmed, over everything
+// else.
+TEST(AreaPickerWaylandWindow, OnACompositorWithoutTheLayerShellThePickerFillsTheScreenWithTheStill)
 {
     if (const QString missing = PortalDesktop::missingProgram(); !missing.isEmpty())
         GTEST_SKIP() << missing.toStdString() << " is not installed: run scripts/deps";
-    if (const QString missing = HeadlessSway::missingProgram(); !missing.isEmpty())
+    if (const QString missing = WestonDesktop::missingProgram(); !missing.isEmpty())
         GTEST_SKIP() << missing.toStdString() << " is not installed: run scripts/deps";
     if (!QFile::exists(
             QLibraryInfo::path(QLibraryInfo::PluginsPath) + QStringLiteral("/platforms/libqwayland-generic.so")))
@@ -206,23 +264,14 @@ TEST(AreaPickerWaylandWindow, OnARealCompositorThePickerFillsTheScreenWithTheSti
     fill(QRect(0, 0, 320, 360), red);
     fill(QRect(320, 0, 320, 360), blue);
     fill(QRect(480, 40, 80, 80), green);
-    HeadlessSway sway;
-    const QColor background(0x20, 0x40, 0x60);
-    ASSERT_EQ(sway.start({ .size = QSize(640, 360), .background = background }), QString());
+    WestonDesktop weston;
+    ASSERT_EQ(weston.start(desktop.environment(), QSize(640, 360)), QString());
 
     QTemporaryDir home;
-    QProcessEnvironment env = desktop.environment();
-    env.insert(QStringLiteral("WAYLAND_DISPLAY"), QDir(sway.runtimeDir()).filePath(sway.displayName()));
-    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("wayland"));
+    QProcessEnvironment env = weston.clientEnvironment(desktop.environment());
     env.insert(QStringLiteral("TMPDIR"), home.path());
-    const QString config = env.value(QStringLiteral("XDG_CONFIG_HOME")) + QStringLiteral("/Velotape");
-    QDir().mkpath(config);
-    QFile conf(config + QStringLiteral("/Velotape.conf"));
-    ASSERT_TRUE(conf.open(QIODevice::WriteOnly));
-    conf.write(QStringLiteral("[General]\nvt2.bufferSeconds=4\nvt2.playSound=false\nvt2.savePath=%1\n")
-                   .arg(home.path())
-                   .toUtf8());
-    conf.close();
+    const QString conf = HeadlessRun::writeSettings(env, home.path());
+    ASSERT_FALSE(conf.isEmpty());
 
     const QString binary = QStringLiteral(VELOTAPE_BINARY);
     QProcess app;
@@ -250,7 +299,7 @@ TEST(AreaPickerWaylandWindow, OnARealCompositorThePickerFillsTheScreenWithTheSti
     };
     EXPECT_TRUE(spinUntil(
         [&] {
-            shot = sway.screenshot();
+            shot = weston.screenshot().value_or(QImage());
             return !shot.isNull() && dimmed(shot, 40, 300, red) && dimmed(shot, 600, 300, blue)
                 && dimmed(shot, 520, 80, green) && dimmed(shot, 5, 355, red) && dimmed(shot, 635, 5, blue);
         },
@@ -258,4 +307,134 @@ TEST(AreaPickerWaylandWindow, OnARealCompositorThePickerFillsTheScreenWithTheSti
         << "the picker did not fill the screen with the still";
     app.terminate();
     if (!app.waitForFinished(5000)) app.kill();
+}
+
+// On an output scaled by 2 the stream counts the output's pixels: a drag over the live screen comes
+// back in them, the screen shows through the dragged rectangle and dimmed around it, and Esc, a
+// right click or a mere click each end a pick with none.
+TEST(AreaPickerLayerShell, ADragOverTheLiveScreenGivesTheStreamsPixelsAndTheRestCancel)
+{
+    if (const QString missing = missingForLayerShell(); !missing.isEmpty())
+        GTEST_SKIP() << missing.toStdString() << " is not installed: run scripts/deps";
+    HeadlessSway sway;
+    ASSERT_EQ(sway.start({ .size = QSize(1280, 720), .background = swayBackground, .scale = 2 }), QString());
+    const QByteArray savedRuntime = qgetenv("XDG_RUNTIME_DIR"), savedDisplay = qgetenv("WAYLAND_DISPLAY");
+    qputenv("XDG_RUNTIME_DIR", sway.runtimeDir().toUtf8());
+    qputenv("WAYLAND_DISPLAY", sway.displayName().toUtf8());
+    const auto restore = qScopeGuard([&] {
+        qputenv("XDG_RUNTIME_DIR", savedRuntime);
+        qputenv("WAYLAND_DISPLAY", savedDisplay);
+    });
+    std::unique_ptr<LayerShellAreaPicker> picker
+        = LayerShellAreaPicker::connect([] { return std::optional(QRect(0, 0, 1280, 720)); });
+    ASSERT_NE(picker, nullptr) << "sway has the layer shell";
+    std::unique_ptr<VirtualPointer> mouse = VirtualPointer::connect(socketOf(sway), QSize(640, 360));
+    ASSERT_NE(mouse, nullptr) << "sway has virtual pointers";
+
+    std::optional<std::optional<QRectF>> answer;
+    const auto pick = [&] {
+        answer.reset();
+        picker->pick([&](std::optional<QRectF> rect) { answer = rect; });
+        return !shotWhere(sway, veiledEverywhere).isNull() && veiledEverywhere(sway.screenshot());
+    };
+    ASSERT_TRUE(pick()) << "no veil over the output";
+    EXPECT_EQ(picker->covered(), QRect(0, 0, 1280, 720));
+
+    // From (100, 50) to (300, 150) of the desktop's layout: (200, 100) to (600, 300) of its pixels.
+    // On the way the rectangle was larger: what it uncovered then is veiled again.
+    mouse->moveTo(QPoint(100, 50));
+    mouse->press(BTN_LEFT);
+    mouse->moveTo(QPoint(350, 200));
+    const auto uncovered = [](const QImage& s) { return near(s, 650, 350, swayBackground); };
+    ASSERT_TRUE(uncovered(shotWhere(sway, uncovered)));
+    mouse->moveTo(QPoint(300, 150));
+    const auto dragShown = [](const QImage& s) {
+        return near(s, 400, 200, swayBackground) && near(s, 220, 285, swayBackground)
+            && near(s, 585, 115, swayBackground) && near(s, 400, 600, veiled) && near(s, 800, 200, veiled)
+            && near(s, 150, 200, veiled) && near(s, 650, 350, veiled);
+    };
+    const QImage dragging = shotWhere(sway, dragShown);
+    EXPECT_TRUE(dragShown(dragging)) << "the rectangle should be clear and the rest veiled";
+    mouse->release(BTN_LEFT);
+    ASSERT_TRUE(spinUntil([&] { return answer.has_value(); }, 5000));
+    EXPECT_EQ(*answer, QRectF(200, 100, 400, 200));
+    EXPECT_EQ(picker->covered(), QRect());
+    EXPECT_TRUE(near(
+        shotWhere(sway, [](const QImage& s) { return near(s, 150, 200, swayBackground); }), 150, 200, swayBackground))
+        << "the veil stayed";
+
+    ASSERT_TRUE(pick());
+    mouse->moveTo(QPoint(320, 180));
+    pressEsc(sway);
+    ASSERT_TRUE(spinUntil([&] { return answer.has_value(); }, 5000)) << "Esc did not end the pick";
+    EXPECT_EQ(*answer, std::nullopt);
+
+    ASSERT_TRUE(pick());
+    mouse->moveTo(QPoint(300, 200));
+    mouse->press(BTN_RIGHT);
+    mouse->release(BTN_RIGHT);
+    ASSERT_TRUE(spinUntil([&] { return answer.has_value(); }, 5000)) << "the right button did not end the pick";
+    EXPECT_EQ(*answer, std::nullopt);
+
+    // 4 points of the layout are 8 pixels: too small a drag.
+    ASSERT_TRUE(pick());
+    mouse->moveTo(QPoint(100, 100));
+    mouse->press(BTN_LEFT);
+    mouse->moveTo(QPoint(104, 160));
+    mouse->release(BTN_LEFT);
+    ASSERT_TRUE(spinUntil([&] { return answer.has_value(); }, 5000));
+    EXPECT_EQ(*answer, std::nullopt);
+}
+
+// `velotape --headless`, capturing through the portal on a session whose compositor has the layer
+// shell: `velotape area --pick` puts the picker over the screen, and the rectangle dragged on it
+// becomes the watched area.
+TEST(AreaPickerLayerShell, TheHeadlessInstancePicksTheWatchedAreaOnTheCompositor)
+{
+    if (const QString missing = PortalDesktop::missingProgram(); !missing.isEmpty())
+        GTEST_SKIP() << missing.toStdString() << " is not installed: run scripts/deps";
+    if (const QString missing = missingForLayerShell(); !missing.isEmpty())
+        GTEST_SKIP() << missing.toStdString() << " is not installed: run scripts/deps";
+    PortalDesktop desktop;
+    ASSERT_EQ(desktop.start({ .size = QSize(640, 360) }), QString());
+    HeadlessSway sway;
+    ASSERT_EQ(sway.start({ .size = QSize(640, 360), .background = swayBackground }), QString());
+    QTemporaryDir home;
+    QProcessEnvironment env = desktop.environment();
+    env.insert(QStringLiteral("WAYLAND_DISPLAY"), socketOf(sway));
+    env.insert(QStringLiteral("TMPDIR"), home.path());
+    const QString conf = HeadlessRun::writeSettings(env, home.path());
+    ASSERT_FALSE(conf.isEmpty());
+
+    const QString binary = QStringLiteral(VELOTAPE_BINARY);
+    QProcess instance;
+    ASSERT_TRUE(HeadlessRun::start(instance, binary, env));
+    ASSERT_EQ(HeadlessRun::waitUntilBuffered(binary, env, 0.3), QString());
+    // The mouse is plugged in before the pick, as a user's is: the compositor has none of its own.
+    std::unique_ptr<VirtualPointer> mouse = VirtualPointer::connect(socketOf(sway), QSize(640, 360));
+    ASSERT_NE(mouse, nullptr);
+    int status = -1;
+    const QString answer
+        = HeadlessRun::control(binary, env, { QStringLiteral("area"), QStringLiteral("--pick") }, &status);
+    ASSERT_EQ(status, 0) << answer.toStdString();
+    ASSERT_TRUE(veiledEverywhere(shotWhere(sway, veiledEverywhere))) << "no picker on the compositor's screen";
+
+    mouse->moveTo(QPoint(80, 40));
+    mouse->press(BTN_LEFT);
+    mouse->moveTo(QPoint(280, 140));
+    mouse->release(BTN_LEFT);
+    QString said;
+    EXPECT_TRUE(HeadlessRun::said(instance, said, QStringLiteral("Watch area captured"), 5000)) << said.toStdString();
+    HeadlessRun::stop(instance);
+    const AppSettings kept(std::make_unique<QSettings>(conf, QSettings::IniFormat));
+    EXPECT_EQ(kept.areaMonitorRect(), QRectF(80, 40, 200, 100));
+
+    // The desktop shares a window the next time: its pictures lie nowhere on the screen in
+    // particular, and without the window there is nothing to pick on.
+    desktop.control(QStringLiteral("ShareWindow"), { true });
+    ASSERT_TRUE(HeadlessRun::start(instance, binary, env));
+    ASSERT_EQ(HeadlessRun::waitUntilBuffered(binary, env, 0.3), QString());
+    HeadlessRun::control(binary, env, { QStringLiteral("area"), QStringLiteral("--pick") }, &status);
+    EXPECT_FALSE(veiledEverywhere(shotWhere(sway, veiledEverywhere, 1500))) << "a picker over the screen for a window";
+    HeadlessRun::stop(instance);
 }

@@ -215,15 +215,9 @@ TEST(ArmedFrameWaylandEndToEnd, ArmingTheHeadlessInstanceShowsTheFrameOnTheCompo
     QProcessEnvironment env = desktop.environment();
     env.insert(QStringLiteral("WAYLAND_DISPLAY"), QDir(sway.runtimeDir()).filePath(sway.displayName()));
     env.insert(QStringLiteral("TMPDIR"), home.path());
-    const QString config = env.value(QStringLiteral("XDG_CONFIG_HOME")) + QStringLiteral("/Velotape");
-    QDir().mkpath(config);
-    QFile conf(config + QStringLiteral("/Velotape.conf"));
-    ASSERT_TRUE(conf.open(QIODevice::WriteOnly));
-    conf.write(QStringLiteral("[General]\nvt2.bufferSeconds=4\nvt2.playSound=false\nvt2.savePath=%1\n"
-                              "vt2.areaOverlayStyle=tactical\nvt2.areaOverlayEnabled=true\n")
-                   .arg(home.path())
-                   .toUtf8());
-    conf.close();
+    const QString conf = HeadlessRun::writeSettings(
+        env, home.path(), QStringLiteral("vt2.areaOverlayStyle=tactical\nvt2.areaOverlayEnabled=true\n"));
+    ASSERT_FALSE(conf.isEmpty());
 
     const QString binary = QStringLiteral(VELOTAPE_BINARY);
     QProcess instance;

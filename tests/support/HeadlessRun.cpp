@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QRegularExpression>
 #include <QThread>
 
@@ -52,6 +53,18 @@ QString waitUntilBuffered(const QString& binary, const QProcessEnvironment& env,
             return QStringLiteral("never buffered %1 s; last status: %2").arg(seconds).arg(answer);
         QThread::msleep(250);
     }
+}
+
+QString writeSettings(const QProcessEnvironment& env, const QString& saveFolder, const QString& more)
+{
+    const QString folder = env.value(QStringLiteral("XDG_CONFIG_HOME")) + QStringLiteral("/Velotape");
+    QDir().mkpath(folder);
+    QFile conf(folder + QStringLiteral("/Velotape.conf"));
+    if (!conf.open(QIODevice::WriteOnly)) return {};
+    conf.write(QStringLiteral("[General]\nvt2.bufferSeconds=4\nvt2.playSound=false\nvt2.savePath=%1\n%2")
+                   .arg(saveFolder, more)
+                   .toUtf8());
+    return conf.fileName();
 }
 
 bool said(QProcess& instance, QString& output, const QString& text, int ms)

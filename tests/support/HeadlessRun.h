@@ -12,6 +12,10 @@ namespace HeadlessRun {
 // with the test. False when it would not start.
 bool start(QProcess& instance, const QString& binary, const QProcessEnvironment& env);
 
+// Writes the settings file an instance reads (under env's XDG_CONFIG_HOME): a 4 s ring, no sound,
+// clips saved in `saveFolder`, then the `more` lines. Its path; empty when it can't be written.
+QString writeSettings(const QProcessEnvironment& env, const QString& saveFolder, const QString& more = {});
+
 // Ends it: asked first, killed when it does not go.
 void stop(QProcess& instance);
 
