@@ -55,8 +55,9 @@ inline double ownCpu()
     return usage.ru_utime.tv_sec + usage.ru_stime.tv_sec + (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
 }
 
-// The X server this process started (the harness's Xvfb), to see what the grabs cost it.
-inline pid_t childNamed(const char* name)
+// A child of this process called `name` (the harness's Xvfb, its PipeWire), to see what the grabs
+// cost it; none of those in `known`.
+inline pid_t childNamed(const char* name, const std::vector<pid_t>& known = {})
 {
     DIR* proc = opendir("/proc");
     pid_t found = 0;
@@ -68,7 +69,9 @@ inline pid_t childNamed(const char* name)
         const QByteArray stat = file.readAll();
         const QByteArray comm = stat.mid(stat.indexOf('(') + 1, stat.lastIndexOf(')') - stat.indexOf('(') - 1);
         const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
-        if (comm == name && fields.value(1).toInt() == getpid()) found = pid;
+        if (comm == name && fields.value(1).toInt() == getpid()
+            && std::find(known.begin(), known.end(), pid) == known.end())
+            found = pid;
     }
     if (proc) closedir(proc);
     return found;

@@ -108,8 +108,24 @@ int main(int argc, char** argv)
     // which a compositor does anyway).
     const std::vector<pid_t> portalServer { childNamed("pipewire"), childNamed("velotape-test-p") };
 
+    // A second desktop whose node hands out linear DMA-BUFs (memfds standing in for them: no GPU
+    // here), which the stream maps and reads between the sync calls.
+    PortalDesktop dmaBufPortal;
+    if (const QString error = dmaBufPortal.start({ .size = QSize(width, height), .counterMs = 16, .dmaBuf = true });
+        !error.isEmpty()) {
+        std::fprintf(stderr, "DMA-BUF portal desktop: %s\n", qPrintable(error));
+        return 1;
+    }
+    dmaBufPortal.control(QStringLiteral("StartCounter"));
+    WaylandCaptureBackend::Kept dmaBufKept;
+    WaylandCaptureBackend dmaBufBackend({ [&dmaBufKept] { return dmaBufKept; },
+                                            [&dmaBufKept](const WaylandCaptureBackend::Kept& k) { dmaBufKept = k; } },
+        dmaBufPortal.bus());
+    const std::vector<pid_t> dmaBufServer { childNamed("pipewire", portalServer),
+        childNamed("velotape-test-p", portalServer) };
+
     std::vector<double> x11Own, x11Server, x11Rate, portalOwn, portalServerMs, portalRate, cursorOwn, cursorServer,
-        cursorRate;
+        cursorRate, dmaBufOwn, dmaBufServerMs, dmaBufRate;
     for (int round = 0; round < rounds; ++round) {
         const Run a = measure(x11Backend, xServer, seconds);
         x11Own.push_back(a.ownMsPerPicture);
@@ -119,6 +135,10 @@ int main(int argc, char** argv)
         portalOwn.push_back(b.ownMsPerPicture);
         portalServerMs.push_back(b.serverMsPerPicture);
         portalRate.push_back(b.picturesPerSecond);
+        const Run d = measure(dmaBufBackend, dmaBufServer, seconds);
+        dmaBufOwn.push_back(d.ownMsPerPicture);
+        dmaBufServerMs.push_back(d.serverMsPerPicture);
+        dmaBufRate.push_back(d.picturesPerSecond);
         // A still screen under a cursor that moves 60 times a second, sent beside the pictures.
         portal.control(QStringLiteral("StopCounter"));
         portal.control(QStringLiteral("WanderCursor"), { true });
@@ -129,10 +149,12 @@ int main(int argc, char** argv)
         cursorOwn.push_back(c.ownMsPerPicture);
         cursorServer.push_back(c.serverMsPerPicture);
         cursorRate.push_back(c.picturesPerSecond);
-        std::printf("round %d: x11 %.2f ms + server %.2f ms at %.1f fps | portal %.2f ms + server %.2f ms at %.1f fps"
-                    " | cursor only %.2f ms + server %.2f ms at %.1f fps\n",
+        std::printf(
+            "round %d: x11 %.2f ms + server %.2f ms at %.1f fps | portal %.2f ms + server %.2f ms at %.1f fps"
+            " | dma-buf %.2f ms + server %.2f ms at %.1f fps | cursor only %.2f ms + server %.2f ms at %.1f fps\n",
             round + 1, a.ownMsPerPicture, a.serverMsPerPicture, a.picturesPerSecond, b.ownMsPerPicture,
-            b.serverMsPerPicture, b.picturesPerSecond, c.ownMsPerPicture, c.serverMsPerPicture, c.picturesPerSecond);
+            b.serverMsPerPicture, b.picturesPerSecond, d.ownMsPerPicture, d.serverMsPerPicture, d.picturesPerSecond,
+            c.ownMsPerPicture, c.serverMsPerPicture, c.picturesPerSecond);
         std::fflush(stdout);
     }
     std::printf("median CPU per picture, 1920x1080 at 30 fps, %d rounds of %.0f s:\n", rounds, seconds);
@@ -140,6 +162,8 @@ int main(int argc, char** argv)
         median(x11Rate));
     std::printf("  portal: ours %.2f ms, PipeWire + producer %.2f ms, %.1f pictures/s\n", median(portalOwn),
         median(portalServerMs), median(portalRate));
+    std::printf("  portal, linear DMA-BUF (memfd): ours %.2f ms, PipeWire + producer %.2f ms, %.1f pictures/s\n",
+        median(dmaBufOwn), median(dmaBufServerMs), median(dmaBufRate));
     std::printf("  portal, only the cursor moving: ours %.2f ms, PipeWire + producer %.2f ms, %.1f pictures/s\n",
         median(cursorOwn), median(cursorServer), median(cursorRate));
     painter->kill();

@@ -268,12 +268,10 @@ std::unique_ptr<DesktopShortcuts> Platform::desktopShortcuts()
     return std::make_unique<PortalGlobalShortcuts>();
 }
 
-QString Platform::hotkeyBindingNote()
+DesktopWords Platform::desktopWords()
 {
-    if (chosen != Backend::wayland || PortalGlobalShortcuts::available()) return {};
-    return QStringLiteral("This desktop lets no program take global keys: bind the commands `velotape toggle` "
-                          "(save a clip) and `velotape arm` (arm the area monitor) to keys in your desktop's own "
-                          "keyboard shortcut settings.");
+    if (chosen != Backend::wayland) return DesktopWords::x11();
+    return DesktopWords::wayland(PortalGlobalShortcuts::available(), LayerShellArmedFrame::available());
 }
 
 std::shared_ptr<KeyGrabCheck> Platform::keyGrabCheck()

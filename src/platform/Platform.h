@@ -7,6 +7,7 @@
 #include "platform/DesktopIntegration.h"
 #include "platform/DesktopNotifications.h"
 #include "platform/DesktopShortcuts.h"
+#include "platform/DesktopWords.h"
 #include "platform/GlobalKeyMonitor.h"
 #include "platform/KeyGrabCheck.h"
 #include "platform/MicrophoneBackend.h"
@@ -96,9 +97,9 @@ public:
     // Shortcuts the desktop holds for us (the GlobalShortcuts portal on Wayland); null where the
     // session has none. Blocking: asks the session bus.
     std::unique_ptr<DesktopShortcuts> desktopShortcuts();
-    // Where the program can take no global keys at all: one sentence saying how to bind its
-    // commands in the desktop's own key settings. Empty elsewhere. Blocking: asks the session bus.
-    QString hotkeyBindingNote();
+    // What the settings screen says of this desktop: how keys are heard, what capture needs,
+    // whether a frame can stand around the watched area. Blocking: asks the session bus.
+    DesktopWords desktopWords();
     // Tells whether another program holds a key combination; null where the session can't tell.
     std::shared_ptr<KeyGrabCheck> keyGrabCheck();
     // Reports when `window` (a native window id of ours) is minimised or wholly covered and when it

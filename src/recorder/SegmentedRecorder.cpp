@@ -266,8 +266,12 @@ void SegmentedRecorder::startRecording(const QString& destination, std::chrono::
 void SegmentedRecorder::stopRecording()
 {
     const MediaTime pressedAt = now();
+    // Counted as under way from this moment, so that nothing which waits for the clip (a restart of
+    // the stream that would throw the ring away) slips in before the queue has taken the stop.
+    const bool counted = recording;
     setRecording(false);
-    onQueue(anchor, [pressedAt](SegmentedRecorder& r) { r.stopRecordingOnQueue(pressedAt); });
+    if (counted) beginExport();
+    onQueue(anchor, [pressedAt, counted](SegmentedRecorder& r) { r.stopRecordingOnQueue(pressedAt, counted); });
 }
 
 void SegmentedRecorder::setWriterFactory(SegmentWriterFactory factory)
@@ -706,9 +710,13 @@ void SegmentedRecorder::appendAudio(const AudioBuffer& buffer)
 
 // ---- recording and export ----
 
-void SegmentedRecorder::stopRecordingOnQueue(const MediaTime& pressedAt)
+void SegmentedRecorder::stopRecordingOnQueue(const MediaTime& pressedAt, bool counted)
 {
-    if (!recordingStartPTS || !destinationURL) return; // no recording: no clip, no error
+    // No recording: no clip, no error.
+    if (!recordingStartPTS || !destinationURL) {
+        if (counted) onMain(anchor, [](SegmentedRecorder& m) { m.endExport(); });
+        return;
+    }
     // The clip ends at the press, and its last picture lasts until then.
     if (pressedAt.isNumeric()) moveClockTo(pressedAt);
     const MediaTime end = clockPTS.isNumeric() ? clockPTS : latestPTS;
@@ -722,7 +730,6 @@ void SegmentedRecorder::stopRecordingOnQueue(const MediaTime& pressedAt)
     // The length stays on show after the stop, unless a new recording has begun meanwhile.
     onMain(anchor, [length](SegmentedRecorder& m) {
         if (!m.recording) m.setCurrentDuration(length);
-        m.setExporting(true);
     });
     // With a clock the ring goes on at once, with the picture on screen now; without one the next
     // frame opens the next segment.
@@ -781,7 +788,7 @@ void SegmentedRecorder::exportConcatenated(const std::weak_ptr<Anchor>& weak, co
     if (segments.empty() && !bufferProblem.isEmpty()) {
         // Nothing buffered because nothing could be written: say why, not "wait a second".
         reportError(weak, QStringLiteral("Nothing could be buffered: %1.").arg(bufferProblem));
-        onMain(weak, [](SegmentedRecorder& m) { m.setExporting(false); });
+        onMain(weak, [](SegmentedRecorder& m) { m.endExport(); });
         return;
     }
     const ClipExporter::Result result = ClipExporter::exportConcatenated(segments, trimFromPTS, destination);
@@ -793,12 +800,12 @@ void SegmentedRecorder::exportConcatenated(const std::weak_ptr<Anchor>& weak, co
         onMain(weak, [path = result.path, shortfall](SegmentedRecorder& m) {
             if (!shortfall.isEmpty() && m.onClipShort) m.onClipShort(path, shortfall);
             if (m.onFinished) m.onFinished(path);
-            m.setExporting(false);
+            m.endExport();
         });
         return;
     }
     reportError(weak, result.errorText);
-    onMain(weak, [](SegmentedRecorder& m) { m.setExporting(false); });
+    onMain(weak, [](SegmentedRecorder& m) { m.endExport(); });
 }
 
 void SegmentedRecorder::removeExportedSegments(const std::vector<Segment>& exported)
@@ -847,11 +854,14 @@ void SegmentedRecorder::setBufferedSeconds(double value)
     emit bufferedSecondsChanged(value);
 }
 
-void SegmentedRecorder::setExporting(bool value)
+void SegmentedRecorder::beginExport()
 {
-    if (exporting == value) return;
-    exporting = value;
-    emit isExportingChanged(value);
+    if (exportsUnderway++ == 0) emit isExportingChanged(true);
+}
+
+void SegmentedRecorder::endExport()
+{
+    if (exportsUnderway > 0 && --exportsUnderway == 0) emit isExportingChanged(false);
 }
 
 void SegmentedRecorder::setBufferProblem(const QString& value)

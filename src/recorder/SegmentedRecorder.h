@@ -100,7 +100,9 @@ public:
     bool isRecording() const { return recording; }
     double currentDuration() const { return duration; }
     double bufferedSeconds() const { return buffered; }
-    bool isExporting() const { return exporting; }
+    // From the stop of a recording until its clip is written or has failed, however many stops
+    // overlap.
+    bool isExporting() const { return exportsUnderway > 0; }
     // Frames and audio buffers lost since the running (or last) recording started, whatever the
     // cause (see dropCounters).
     qint64 droppedFrames() const { return dropped; }
@@ -239,7 +241,7 @@ private:
     static QString causeOf(const QString& error);
     void publishClock();
     void countDrop(DropCounters::Cause cause);
-    void stopRecordingOnQueue(const MediaTime& pressedAt);
+    void stopRecordingOnQueue(const MediaTime& pressedAt, bool counted);
     // Starts the exports of stops once no ended segment is still closing.
     void startPendingExportsIfReady();
     void removeExportedSegments(const std::vector<Segment>& exported);
@@ -258,7 +260,9 @@ private:
     void setRecording(bool value);
     void setCurrentDuration(double value);
     void setBufferedSeconds(double value);
-    void setExporting(bool value);
+    // A stop's clip is under way, or has landed or failed.
+    void beginExport();
+    void endExport();
     void setDroppedFrames(qint64 value);
     void setBufferProblem(const QString& value);
 
@@ -267,7 +271,7 @@ private:
     bool recording = false;
     double duration = 0;
     double buffered = 0;
-    bool exporting = false;
+    int exportsUnderway = 0;
     qint64 dropped = 0;
     QString problem;
     Clock clock;

@@ -70,11 +70,8 @@ QWidget* ContentView::makeScreen(D1Screen screen)
         return new ClipsScreen(models);
     case D1Screen::journal:
         return new JournalScreen(models.journal);
-    case D1Screen::settings: {
-        auto* view = new SettingsView(models.settings, models.mic, models.camera, models.keyGrabCheck);
-        view->setHotkeyBindingNote(models.hotkeyBindingNote);
-        return view;
-    }
+    case D1Screen::settings:
+        return new SettingsView(models.settings, models.mic, models.camera, models.keyGrabCheck, models.desktopWords);
     case D1Screen::about:
         return new AboutHero;
     }

@@ -76,11 +76,16 @@ protected:
     {
         if (const QString missing = PortalDesktop::missingProgram(); !missing.isEmpty())
             GTEST_SKIP() << missing.toStdString() << " is not installed: run scripts/deps";
-        ASSERT_EQ(desktop.start({ .size = QSize(640, 360), .format = QStringLiteral("RGBx") }), QString());
+        ASSERT_EQ(desktop.start(desktopOptions()), QString());
         // Named as the program names itself, so that every request is first offered to the
         // portal's host registry; Debian 12's portal has none, which must change nothing.
         QGuiApplication::setDesktopFileName(QStringLiteral("org.velotape.Test"));
         backend = makeBackend();
+    }
+
+    virtual PortalDesktop::Options desktopOptions() const
+    {
+        return { .size = QSize(640, 360), .format = QStringLiteral("RGBx") };
     }
 
     std::unique_ptr<WaylandCaptureBackend> makeBackend()
@@ -408,5 +413,80 @@ TEST_F(CaptureWayland, ACursorMoveAloneResendsTheLastPictureWithOnlyTheTwoCursor
             covered += r;
         EXPECT_TRUE(covered.contains(QRect(40, 300, 30, 30)));
     }
+    started.stream->stop();
+}
+
+// A desktop whose node offers DMA-BUFs, preferring a tiled layout the stream cannot read: the stream
+// gets the linear layout, maps it, and reads it in its byte order, whole and cropped. (The backend's
+// "DMA-BUFs" are memfds: there is no GPU here.)
+class CaptureWaylandDmaBuf : public CaptureWayland, public ::testing::WithParamInterface<const char*> {
+protected:
+    PortalDesktop::Options desktopOptions() const override
+    {
+        return { .size = QSize(640, 360), .format = QString::fromLatin1(GetParam()), .dmaBuf = true };
+    }
+};
+
+TEST_P(CaptureWaylandDmaBuf, TheLinearDmaBufIsChosenAndReadInItsOwnColoursWholeAndCropped)
+{
+    fill(QRect(0, 0, 320, 360), red);
+    fill(QRect(320, 0, 320, 360), blue);
+    fill(QRect(480, 40, 80, 80), green);
+    Frames whole;
+    CaptureBackend::StreamStart started = backend->startCapture({}, configuration(640, 360), whole.output);
+    ASSERT_TRUE(started.stream) << started.error.toStdString();
+    EXPECT_TRUE(whole.waitFor([](const QImage& i) {
+        return near(i, 100, 180, red) && near(i, 400, 180, blue) && near(i, 520, 80, green);
+    })) << (whole.count() ? "last frame differs" : "no frame came");
+    EXPECT_EQ(desktop.control(QStringLiteral("HandedOut")).toString().toStdString(), "DmaBuf, modifier 0");
+    started.stream->stop();
+
+    Frames region;
+    StreamConfiguration cropped = configuration(160, 160);
+    cropped.sourceRect = QRectF(440, 0, 160, 160);
+    started = backend->startCapture({}, cropped, region.output);
+    ASSERT_TRUE(started.stream) << started.error.toStdString();
+    EXPECT_TRUE(region.waitFor([](const QImage& i) {
+        return i.size() == QSize(160, 160) && near(i, 10, 10, blue) && near(i, 80, 80, green)
+            && near(i, 150, 150, blue);
+    })) << region.count()
+        << " frames";
+    EXPECT_TRUE(whole.stops.lock()->isEmpty() && region.stops.lock()->isEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(ByteOrders, CaptureWaylandDmaBuf, ::testing::Values("BGRx", "RGBx"),
+    [](const ::testing::TestParamInfo<const char*>& info) { return std::string(info.param); });
+
+// A desktop that can only draw the cursor in or leave it out: shown, the stream asks for it drawn
+// in; hidden, for it left out; and switching costs a new session, restored without asking.
+class CaptureWaylandNoCursorMetadata : public CaptureWayland {
+protected:
+    PortalDesktop::Options desktopOptions() const override
+    {
+        return { .size = QSize(640, 360), .format = QStringLiteral("BGRx"), .cursorModes = 1 | 2 };
+    }
+};
+
+TEST_F(CaptureWaylandNoCursorMetadata, ShownAsksForEmbeddedHiddenForHiddenAndSwitchingStartsASession)
+{
+    fill(QRect(0, 0, 640, 360), blue);
+    desktop.control(QStringLiteral("SetCursor"), { 200, 100, 0, 0, 16, 16, red.name() });
+    Frames shown;
+    CaptureBackend::StreamStart started = backend->startCapture({}, configuration(640, 360), shown.output);
+    ASSERT_TRUE(started.stream) << started.error.toStdString();
+    EXPECT_EQ(desktop.control(QStringLiteral("CursorMode")).toUInt(), 2u);
+    EXPECT_TRUE(shown.waitFor([](const QImage& i) { return near(i, 204, 104, red) && near(i, 212, 104, blue); }))
+        << shown.count() << " frames";
+    started.stream->stop();
+
+    Frames hidden;
+    StreamConfiguration noCursor = configuration(640, 360);
+    noCursor.showsCursor = false;
+    started = backend->startCapture({}, noCursor, hidden.output);
+    ASSERT_TRUE(started.stream) << started.error.toStdString();
+    EXPECT_EQ(desktop.control(QStringLiteral("CursorMode")).toUInt(), 1u);
+    EXPECT_TRUE(hidden.waitFor([](const QImage& i) { return near(i, 204, 104, blue); })) << hidden.count() << " frames";
+    EXPECT_EQ(desktop.control(QStringLiteral("ScreenCastSessionsMade")).toUInt(), 2u);
+    EXPECT_EQ(chooserShown(), 1u);
     started.stream->stop();
 }

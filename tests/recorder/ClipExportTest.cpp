@@ -429,8 +429,9 @@ TEST(ClipExport, AClipNeverReplacesAnotherAndAStartRightAfterAStopRecords)
     recorder->startRecording(name);
     feeder.feed(31, 60);
     recorder->stopRecording();
-    // What a toggle reads next, before anything else has run.
+    // What a toggle reads next, before anything else has run: the clip is under way from the stop.
     EXPECT_FALSE(recorder->isRecording());
+    EXPECT_TRUE(recorder->isExporting());
     recorder->startRecording(name);
     EXPECT_TRUE(recorder->isRecording());
     ASSERT_TRUE(spinUntil([&] { return outcome.finishedCalls == 1; }));
@@ -443,6 +444,21 @@ TEST(ClipExport, AClipNeverReplacesAnotherAndAStartRightAfterAStopRecords)
     EXPECT_EQ(QFileInfo(name).size(), firstSize); // the first clip is as it was
     EXPECT_EQ(ClipProbe::read(outcome.finished).frames.back().index, 90);
     EXPECT_EQ(ClipExporter::freeName(name), out.filePath("Display 1, Nov 23, 10-00-00 (3).mp4"));
+
+    // Two stops whose clips are written at the same time: the export is over only when both are in
+    // place, since whatever waits for it may throw the ring away.
+    std::vector<int> landedWhenDone;
+    QObject::connect(recorder.get(), &SegmentedRecorder::isExportingChanged, recorder.get(), [&](bool exporting) {
+        if (!exporting) landedWhenDone.push_back(outcome.finishedCalls);
+    });
+    recorder->startRecording(name);
+    feeder.feed(91, 120);
+    recorder->stopRecording();
+    recorder->startRecording(name);
+    feeder.feed(121, 125);
+    recorder->stopRecording();
+    ASSERT_TRUE(spinUntil([&] { return outcome.finishedCalls == 4 && !recorder->isExporting(); }));
+    EXPECT_EQ(landedWhenDone, std::vector<int> { 4 });
 }
 
 // When no segment could be written at all (a full or unwritable temporary folder), the stop says

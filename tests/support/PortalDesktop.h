@@ -26,6 +26,10 @@ public:
         QSize size { 640, 360 };
         QString format = QStringLiteral("BGRx"); // what the test backend's node sends
         int counterMs = 100; // how often the painted counter goes up
+        // The backend's node sends DMA-BUFs where the reader takes them (memfds standing in for them:
+        // there is no GPU here); shared memory otherwise.
+        bool dmaBuf = false;
+        uint cursorModes = 1 | 2 | 4; // what the ScreenCast backend offers: hidden, embedded, metadata
     };
 
     PortalDesktop();

@@ -75,7 +75,7 @@ bool AppSession::start(QString* error)
     backends.areaPicker = desktop->areaPicker();
     backends.armedFrame = desktop->armedFrame();
     backends.keyGrabCheck = desktop->keyGrabCheck();
-    backends.hotkeyBindingNote = desktop->hotkeyBindingNote();
+    backends.desktopWords = desktop->desktopWords();
     controller = std::make_unique<RecorderViewModel>(settings.get(), std::move(backends));
     commands = std::make_unique<ControlCommands>(*controller);
     server = std::make_unique<ControlServer>([this](const QStringList& command) { return commands->handle(command); });

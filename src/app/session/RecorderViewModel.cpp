@@ -129,7 +129,7 @@ SessionModels RecorderViewModel::models()
     m.journal = journalStore;
     m.desktop = backends.desktop.get();
     m.keyGrabCheck = backends.keyGrabCheck;
-    m.hotkeyBindingNote = backends.hotkeyBindingNote;
+    m.desktopWords = backends.desktopWords;
     return m;
 }
 

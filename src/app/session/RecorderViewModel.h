@@ -69,7 +69,7 @@ public:
         std::unique_ptr<ArmedFrame> armedFrame; // null: nothing on the screen says the monitor is armed
         RecognizerFactory textRecognizer; // null: no P&L is read off saved clips
         std::shared_ptr<KeyGrabCheck> keyGrabCheck; // null: nobody can tell which keys other programs hold
-        QString hotkeyBindingNote; // where no global key can be taken: how to bind the commands instead
+        DesktopWords desktopWords = DesktopWords::x11(); // what the settings screen says of the desktop
         std::unique_ptr<SoundServerWatcher> soundServer; // null: nothing says when sound goes and comes back
     };
 

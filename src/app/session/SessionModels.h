@@ -1,6 +1,6 @@
 #pragma once
 
-#include <QString>
+#include "platform/DesktopWords.h"
 
 #include <memory>
 
@@ -35,5 +35,5 @@ struct SessionModels {
     ClipJournalStore* journal = nullptr;
     DesktopIntegration* desktop = nullptr; // null without a desktop
     std::shared_ptr<KeyGrabCheck> keyGrabCheck; // null where nobody can tell which keys are held
-    QString hotkeyBindingNote; // where no global key can be taken: how to bind the commands instead
+    DesktopWords desktopWords = DesktopWords::x11(); // what the settings screen says of the desktop
 };

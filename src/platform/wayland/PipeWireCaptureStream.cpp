@@ -7,11 +7,14 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <linux/dma-buf.h>
 #include <mutex>
 #include <pipewire/pipewire.h>
 #include <spa/debug/types.h>
 #include <spa/param/video/format-utils.h>
 #include <spa/param/video/type-info.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 namespace {
@@ -29,7 +32,15 @@ bool swapsRedAndBlue(uint32_t format)
     return format == SPA_VIDEO_FORMAT_RGBx || format == SPA_VIDEO_FORMAT_RGBA;
 }
 
-const spa_pod* formatParam(spa_pod_builder* b, spa_video_format format)
+// DRM's layout modifier for rows one after another (drm_fourcc.h's DRM_FORMAT_MOD_LINEAR): the only
+// DMA-BUF layout a mapping shows as it is. Tiled or compressed layouts need the GPU to read them, and
+// the implicit modifier (DRM_FORMAT_MOD_INVALID) leaves the layout to the driver, so neither is
+// offered: the desktop can only choose what is offered.
+constexpr int64_t linearModifier = 0;
+
+// `withModifier`: the DMA-BUF variant, which the desktop must take with one of the offered
+// modifiers and fixes on one itself (it allocates the buffers).
+const spa_pod* formatParam(spa_pod_builder* b, spa_video_format format, bool withModifier)
 {
     const spa_rectangle defaultSize = SPA_RECTANGLE(1920, 1080);
     const spa_rectangle minSize = SPA_RECTANGLE(1, 1);
@@ -38,12 +49,35 @@ const spa_pod* formatParam(spa_pod_builder* b, spa_video_format format)
     const spa_fraction defaultMax = SPA_FRACTION(60, 1);
     const spa_fraction minMax = SPA_FRACTION(0, 1);
     const spa_fraction maxMax = SPA_FRACTION(1000, 1);
-    return static_cast<const spa_pod*>(spa_pod_builder_add_object(b, SPA_TYPE_OBJECT_Format, SPA_PARAM_EnumFormat,
-        SPA_FORMAT_mediaType, SPA_POD_Id(SPA_MEDIA_TYPE_video), SPA_FORMAT_mediaSubtype,
+    spa_pod_frame object;
+    spa_pod_builder_push_object(b, &object, SPA_TYPE_OBJECT_Format, SPA_PARAM_EnumFormat);
+    spa_pod_builder_add(b, SPA_FORMAT_mediaType, SPA_POD_Id(SPA_MEDIA_TYPE_video), SPA_FORMAT_mediaSubtype,
         SPA_POD_Id(SPA_MEDIA_SUBTYPE_raw), SPA_FORMAT_VIDEO_format, SPA_POD_Id(format), SPA_FORMAT_VIDEO_size,
         SPA_POD_CHOICE_RANGE_Rectangle(&defaultSize, &minSize, &maxSize), SPA_FORMAT_VIDEO_framerate,
         SPA_POD_Fraction(&rate), SPA_FORMAT_VIDEO_maxFramerate,
-        SPA_POD_CHOICE_RANGE_Fraction(&defaultMax, &minMax, &maxMax)));
+        SPA_POD_CHOICE_RANGE_Fraction(&defaultMax, &minMax, &maxMax), 0);
+    if (withModifier) {
+        spa_pod_builder_prop(b, SPA_FORMAT_VIDEO_modifier, SPA_POD_PROP_FLAG_MANDATORY | SPA_POD_PROP_FLAG_DONT_FIXATE);
+        spa_pod_frame choice;
+        spa_pod_builder_push_choice(b, &choice, SPA_CHOICE_Enum, 0);
+        spa_pod_builder_long(b, linearModifier); // the default, then the alternatives
+        spa_pod_builder_long(b, linearModifier);
+        spa_pod_builder_pop(b, &choice);
+    }
+    return static_cast<const spa_pod*>(spa_pod_builder_pop(b, &object));
+}
+
+// Brackets the processor's reads of a DMA-BUF, so that the picture seen is the one the GPU
+// finished. False where the file is not a DMA-BUF or the driver has nothing to do.
+bool syncDmaBuf(int fd, uint64_t flags)
+{
+    dma_buf_sync sync {};
+    sync.flags = flags | DMA_BUF_SYNC_READ;
+    int result;
+    do
+        result = ::ioctl(fd, DMA_BUF_IOCTL_SYNC, &sync);
+    while (result < 0 && (errno == EINTR || errno == EAGAIN));
+    return result == 0;
 }
 
 // Room for the cursor's metadata with a bitmap of `side` x `side` pixels.
@@ -84,6 +118,21 @@ QImage cursorBitmap(const spa_meta_bitmap* bitmap, size_t available)
 }
 
 } // namespace
+
+PipeWireCaptureStream::PlaneMapping::PlaneMapping(int fd, size_t length)
+    : length(length)
+{
+    void* mapped = ::mmap(nullptr, length, PROT_READ, MAP_SHARED, fd, 0);
+    if (mapped != MAP_FAILED)
+        base = mapped;
+    else
+        error = errno;
+}
+
+PipeWireCaptureStream::PlaneMapping::~PlaneMapping()
+{
+    if (base) ::munmap(base, length);
+}
 
 struct PipeWireCaptureStream::Listeners {
     spa_hook stream {};
@@ -143,19 +192,26 @@ CaptureBackend::StreamStart PipeWireCaptureStream::start(int fd, uint32_t nodeId
         if (id == SPA_PARAM_Format) static_cast<PipeWireCaptureStream*>(data)->formatChanged(param);
     };
     l.streamEvents.process = [](void* data) { static_cast<PipeWireCaptureStream*>(data)->process(); };
+    l.streamEvents.add_buffer
+        = [](void* data, pw_buffer* buffer) { static_cast<PipeWireCaptureStream*>(data)->addBuffer(buffer); };
+    l.streamEvents.remove_buffer
+        = [](void* data, pw_buffer* buffer) { static_cast<PipeWireCaptureStream*>(data)->removeBuffer(buffer); };
     pw_stream_add_listener(s->stream, &l.stream, &l.streamEvents, s);
 
     s->frameTimer = pw_loop_add_timer(
         pw_thread_loop_get_loop(s->loop),
         [](void* data, uint64_t) { static_cast<PipeWireCaptureStream*>(data)->deliverPending(); }, s);
 
-    uint8_t buffer[2048];
+    // Every format as a DMA-BUF first, then every format in shared memory, which any desktop can send.
+    uint8_t buffer[4096];
     spa_pod_builder b = SPA_POD_BUILDER_INIT(buffer, sizeof(buffer));
-    const spa_pod* params[std::size(offeredFormats)];
-    for (size_t i = 0; i < std::size(offeredFormats); ++i)
-        params[i] = formatParam(&b, offeredFormats[i]);
+    const spa_pod* params[2 * std::size(offeredFormats)];
+    uint32_t count = 0;
+    for (const bool withModifier : { true, false })
+        for (const spa_video_format offered : offeredFormats)
+            params[count++] = formatParam(&b, offered, withModifier);
     const int connected = pw_stream_connect(s->stream, PW_DIRECTION_INPUT, nodeId,
-        pw_stream_flags(PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS), params, std::size(offeredFormats));
+        pw_stream_flags(PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS), params, count);
     pw_thread_loop_unlock(s->loop);
     if (connected < 0)
         return { nullptr,
@@ -184,6 +240,7 @@ void PipeWireCaptureStream::stop()
     if (core) pw_core_disconnect(core);
     if (context) pw_context_destroy(context);
     pw_thread_loop_destroy(loop);
+    mappings.clear();
     stream = nullptr;
     core = nullptr;
     context = nullptr;
@@ -224,20 +281,35 @@ void PipeWireCaptureStream::formatChanged(const spa_pod* param)
         return;
     spa_video_info_raw info {};
     if (spa_format_video_raw_parse(param, &info) < 0) return;
+    // With a modifier the buffers are DMA-BUFs, in a layout we offered (the linear one), whether the
+    // desktop has fixed it already or is still to.
+    const spa_pod_prop* modifier = spa_pod_find_prop(param, nullptr, SPA_FORMAT_VIDEO_modifier);
+    if (modifier) {
+        uint32_t count = 0, choice = 0;
+        const spa_pod* values = spa_pod_get_values(&modifier->value, &count, &choice);
+        int64_t chosen = -1;
+        if (count == 0 || spa_pod_get_long(values, &chosen) < 0 || chosen != linearModifier) {
+            end(QStringLiteral("the desktop sends the screen in a DMA-BUF layout that cannot be read here"));
+            return;
+        }
+    }
+    dmaBuf = modifier != nullptr;
     size = QSize(int(info.size.width), int(info.size.height));
     format = info.format;
-    logLine(QStringLiteral("Screen stream: %1x%2, %3")
+    logLine(QStringLiteral("Screen stream: %1x%2, %3%4")
                 .arg(size.width())
                 .arg(size.height())
-                .arg(QString::fromUtf8(spa_debug_type_find_short_name(spa_type_video_format, format))));
+                .arg(QString::fromUtf8(spa_debug_type_find_short_name(spa_type_video_format, format)),
+                    dmaBuf ? QStringLiteral(", linear DMA-BUF") : QString()));
 
     uint8_t buffer[1024];
     spa_pod_builder b = SPA_POD_BUILDER_INIT(buffer, sizeof(buffer));
     const spa_pod* params[4];
-    // Shared memory: the pictures are read by the processor, never by a GPU here.
-    params[0]
-        = static_cast<const spa_pod*>(spa_pod_builder_add_object(&b, SPA_TYPE_OBJECT_ParamBuffers, SPA_PARAM_Buffers,
-            SPA_PARAM_BUFFERS_dataType, SPA_POD_CHOICE_FLAGS_Int((1 << SPA_DATA_MemFd) | (1 << SPA_DATA_MemPtr))));
+    // The pictures are read by the processor, never by a GPU here: a DMA-BUF is mapped like shared
+    // memory. A negotiated modifier means DMA-BUFs only; without one, shared memory.
+    const int dataTypes = dmaBuf ? 1 << SPA_DATA_DmaBuf : (1 << SPA_DATA_MemFd) | (1 << SPA_DATA_MemPtr);
+    params[0] = static_cast<const spa_pod*>(spa_pod_builder_add_object(&b, SPA_TYPE_OBJECT_ParamBuffers,
+        SPA_PARAM_Buffers, SPA_PARAM_BUFFERS_dataType, SPA_POD_CHOICE_FLAGS_Int(dataTypes)));
     params[1] = static_cast<const spa_pod*>(spa_pod_builder_add_object(&b, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta,
         SPA_PARAM_META_type, SPA_POD_Id(SPA_META_Header), SPA_PARAM_META_size, SPA_POD_Int(sizeof(spa_meta_header))));
     params[2] = static_cast<const spa_pod*>(
@@ -261,8 +333,9 @@ void PipeWireCaptureStream::process()
         const spa_data& data = next->buffer->datas[0];
         const auto* header = static_cast<const spa_meta_header*>(
             spa_buffer_find_meta_data(next->buffer, SPA_META_Header, sizeof(spa_meta_header)));
-        // A desktop that has only moved the cursor sends an empty chunk, or one marked corrupted.
-        const bool hasPicture = data.data && data.chunk && data.chunk->size > 0
+        // A desktop that has only moved the cursor sends an empty chunk, or one marked corrupted. A
+        // DMA-BUF's chunk may say 0 bytes whatever it holds: only the mark counts there.
+        const bool hasPicture = plane(next).bits && data.chunk && (data.chunk->size > 0 || data.type == SPA_DATA_DmaBuf)
             && !(data.chunk->flags & SPA_CHUNK_FLAG_CORRUPTED)
             && !(header && (header->flags & SPA_META_HEADER_FLAG_CORRUPTED));
         if (!hasPicture) {
@@ -277,7 +350,7 @@ void PipeWireCaptureStream::process()
         return;
     }
     if (newest) {
-        const bool taken = takePicture(newest->buffer);
+        const bool taken = takePicture(newest);
         // The buffer goes back to the desktop at once: the picture is ours from here.
         pw_stream_queue_buffer(stream, newest);
         if (taken) {
@@ -333,23 +406,63 @@ bool PipeWireCaptureStream::readCursor(const spa_buffer* buffer)
     return changed;
 }
 
-bool PipeWireCaptureStream::takePicture(const spa_buffer* buffer)
+void PipeWireCaptureStream::addBuffer(pw_buffer* buffer)
 {
-    const spa_data& data = buffer->datas[0];
+    // PipeWire maps shared memory itself; a DMA-BUF we map ourselves, at the length of the file.
+    const spa_data& data = buffer->buffer->datas[0];
+    if (data.type != SPA_DATA_DmaBuf || data.fd < 0) return;
+    // A DMA-BUF's sizes in the buffer may be 0: the file itself knows its length.
+    const off_t end = ::lseek(int(data.fd), 0, SEEK_END);
+    const size_t length = end > 0 ? size_t(end) : size_t(data.mapoffset) + data.maxsize;
+    if (length == 0) return;
+    const auto at = mappings.try_emplace(buffer, int(data.fd), length).first;
+    if (!at->second.base) {
+        logLine(
+            QStringLiteral("A screen DMA-BUF cannot be mapped: ") + QString::fromLocal8Bit(strerror(at->second.error)));
+        mappings.erase(at);
+    }
+}
+
+void PipeWireCaptureStream::removeBuffer(pw_buffer* buffer)
+{
+    mappings.erase(buffer);
+}
+
+PipeWireCaptureStream::Plane PipeWireCaptureStream::plane(const pw_buffer* buffer) const
+{
+    const spa_data& data = buffer->buffer->datas[0];
+    if (data.type != SPA_DATA_DmaBuf) return { static_cast<const uchar*>(data.data), data.data ? data.maxsize : 0 };
+    const auto found = mappings.find(buffer);
+    if (found == mappings.end() || !found->second.base || data.mapoffset >= found->second.length) return {};
+    return { static_cast<const uchar*>(found->second.base) + data.mapoffset, found->second.length - data.mapoffset };
+}
+
+bool PipeWireCaptureStream::takePicture(const pw_buffer* buffer)
+{
+    const spa_data& data = buffer->buffer->datas[0];
+    const Plane pixels = plane(buffer);
     const int stride = data.chunk->stride != 0 ? std::abs(data.chunk->stride) : size.width() * 4;
     QRect area(QPoint(0, 0), size);
     if (const auto* crop = static_cast<const spa_meta_region*>(
-            spa_buffer_find_meta_data(buffer, SPA_META_VideoCrop, sizeof(spa_meta_region)));
+            spa_buffer_find_meta_data(buffer->buffer, SPA_META_VideoCrop, sizeof(spa_meta_region)));
         crop && spa_meta_region_is_valid(crop)) {
         area &= QRect(crop->region.position.x, crop->region.position.y, int(crop->region.size.width),
             int(crop->region.size.height));
     }
-    if (area.isEmpty() || int64_t(data.chunk->offset) + int64_t(stride) * size.height() > int64_t(data.maxsize))
+    if (!pixels.bits || area.isEmpty() || stride < size.width() * 4
+        || uint64_t(data.chunk->offset) + uint64_t(stride) * uint64_t(size.height()) > pixels.length)
         return false;
-    const auto* bits = static_cast<const uchar*>(data.data) + data.chunk->offset;
-    const QImage view(bits, size.width(), size.height(), stride,
+    // A DMA-BUF is read between the sync calls. Where they fail (a driver without them, or memory
+    // that is not a DMA-BUF after all) the picture is read all the same: a torn picture is better
+    // than none.
+    const bool synced = data.type == SPA_DATA_DmaBuf && syncDmaBuf(int(data.fd), DMA_BUF_SYNC_START);
+    if (data.type == SPA_DATA_DmaBuf && !synced && !std::exchange(syncRefused, true))
+        logLine(QStringLiteral("The screen's DMA-BUF refuses the sync call (%1): reading it as it is")
+                    .arg(QString::fromLocal8Bit(strerror(errno))));
+    const QImage view(pixels.bits + data.chunk->offset, size.width(), size.height(), stride,
         swapsRedAndBlue(format) ? QImage::Format_RGBX8888 : QImage::Format_RGB32);
     clean = view.copy(area);
+    if (synced) syncDmaBuf(int(data.fd), DMA_BUF_SYNC_END);
     if (swapsRedAndBlue(format)) clean = std::move(clean).convertToFormat(QImage::Format_RGB32);
     return true;
 }

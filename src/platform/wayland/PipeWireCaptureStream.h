@@ -11,9 +11,11 @@
 
 #include <atomic>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 
+struct pw_buffer;
 struct pw_thread_loop;
 struct pw_context;
 struct pw_core;
@@ -25,7 +27,11 @@ struct spa_source;
 // One screen stream read from a PipeWire node that the desktop portal shared, on a PipeWire
 // thread loop of its own.
 //
-// Shared memory only (MemFd, MemPtr), in BGRx, BGRA, RGBx or RGBA: whatever the desktop sends is
+// Shared memory (MemFd, MemPtr) or a DMA-BUF in the linear layout, in BGRx, BGRA, RGBx or RGBA: the
+// DMA-BUF formats are offered first, with the one modifier the processor can read (LINEAR), and the
+// shared memory formats after them as the fallback. A DMA-BUF's plane is mapped once, when PipeWire
+// lends the stream the buffer, and each read is bracketed by the kernel's DMA-BUF sync calls; the
+// pictures are always read by the processor, never imported into a GPU. Whatever the desktop sends is
 // turned into the BGRX pictures of the frame path on this thread, cropped to the region the
 // buffer's crop metadata names, fitted into the output size and handed to the StreamOutput, as the
 // X11 stream does; a region (the configuration's sourceRect) is a crop of that picture. A chunk stride of 0 means width
@@ -78,11 +84,19 @@ private:
     void stateChanged(int state, const char* error);
     void formatChanged(const spa_pod* format);
     void process();
+    void addBuffer(pw_buffer* buffer);
+    void removeBuffer(pw_buffer* buffer);
     void coreError(uint32_t id, int result, const char* message);
     // Whether the buffer's cursor metadata changed what a shown cursor looks like or where it is.
     bool readCursor(const spa_buffer* buffer);
     // The buffer's picture becomes `clean`; false if it has none that can be read.
-    bool takePicture(const spa_buffer* buffer);
+    bool takePicture(const pw_buffer* buffer);
+    struct Plane {
+        const uchar* bits = nullptr; // null: nothing to read
+        size_t length = 0; // from `bits` on
+    };
+    // The buffer's first plane as the processor reads it.
+    Plane plane(const pw_buffer* buffer) const;
     void deliverPending();
     void deliver(int64_t at);
 
@@ -96,10 +110,23 @@ private:
     spa_source* frameTimer = nullptr;
     struct Listeners;
     std::unique_ptr<Listeners> listeners;
+    // A DMA-BUF plane mapped for reading, for as long as PipeWire lends the stream its buffer.
+    struct PlaneMapping {
+        PlaneMapping(int fd, size_t length);
+        PlaneMapping(const PlaneMapping&) = delete;
+        PlaneMapping& operator=(const PlaneMapping&) = delete;
+        ~PlaneMapping();
+        void* base = nullptr; // null if the file could not be mapped, for the reason in `error`
+        size_t length = 0;
+        int error = 0;
+    };
 
     // Owned by the PipeWire thread once it runs.
+    std::map<const pw_buffer*, PlaneMapping> mappings; // the DMA-BUFs PipeWire lent us, mapped
     QSize size;
     uint32_t format = 0;
+    bool dmaBuf = false; // the format carries a modifier: the buffers are DMA-BUFs
+    bool syncRefused = false; // a DMA-BUF sync call failed once (said once in the log)
     bool streamed = false;
     std::shared_ptr<CursorMemory> cursorMemory;
     FrameScaler scaler;

@@ -190,12 +190,13 @@ template <typename E> std::vector<SetRowMenu::Item> menuItems()
 } // namespace
 
 SettingsView::SettingsView(AppSettings* appSettings, MicCapture* microphone, CameraCapture* cameras,
-    std::shared_ptr<KeyGrabCheck> grabs, QWidget* parent)
+    std::shared_ptr<KeyGrabCheck> grabs, DesktopWords desktopWords, QWidget* parent)
     : QWidget(parent)
     , settings(appSettings)
     , mic(microphone)
     , cameraCapture(cameras)
     , keyGrabCheck(std::move(grabs))
+    , words(std::move(desktopWords))
 {
     setAccessibleName(QStringLiteral("Settings"));
     chooseFolder = [](QWidget* parentWidget, const QString& start) -> std::optional<QString> {
@@ -405,34 +406,19 @@ void SettingsView::buildRecording(QVBoxLayout* column)
         QStringLiteral("Whether the mouse cursor is included in recordings."), &AppSettings::cursor,
         &AppSettings::cursorChanged, &AppSettings::setCursor);
 
-    const std::shared_ptr<KeyGrabCheck> grabCheck = keyGrabCheck;
-    HotkeyRecorder* saveRecorder = HotkeyRecorder::forSaveHotkey(settings, holder);
-    saveRecorder->setGrabCheck(grabCheck);
-    auto* saveHotkey = new SetRowHotkey(QStringLiteral("Save hotkey"),
-        QStringLiteral("Click the pill and press any combination. Works anywhere when Velotape is running: X11 "
-                       "lets it hear the keys of every program, with no permission to grant."),
-        saveRecorder);
-    HotkeyRecorder* armRecorder = HotkeyRecorder::forArmHotkey(settings, holder);
-    armRecorder->setGrabCheck(grabCheck);
-    auto* armHotkey = new SetRowHotkey(QStringLiteral("Arm monitor hotkey"),
-        QStringLiteral("Toggles the area monitor between armed and disarmed. Default off — set a combo to enable. "
-                       "Works system-wide."),
-        armRecorder);
-
-    hotkeyNoteRow = new SetRow(QStringLiteral("Hotkeys"), QString());
-    hotkeyNoteRow->hide();
-    hotkeyRows = { saveHotkey, armHotkey };
-    column->addWidget(rowCard(
-        holder, { buffer, quality, resolution, frameRate, bitrate, cursor, saveHotkey, armHotkey, hotkeyNoteRow }));
-}
-
-void SettingsView::setHotkeyBindingNote(const QString& note)
-{
-    if (!hotkeyNoteRow) return;
-    hotkeyNoteRow->setHelp(note);
-    hotkeyNoteRow->setVisible(!note.isEmpty());
-    for (SetRow* row : hotkeyRows)
-        row->setVisible(note.isEmpty());
+    std::vector<SetRow*> rows { buffer, quality, resolution, frameRate, bitrate, cursor };
+    // Where no program can take global keys, the note on binding the commands stands in their place.
+    if (!words.hotkeyBindingNote.isEmpty()) {
+        rows.push_back(new SetRow(QStringLiteral("Hotkeys"), words.hotkeyBindingNote));
+    } else {
+        HotkeyRecorder* saveRecorder = HotkeyRecorder::forSaveHotkey(settings, holder);
+        saveRecorder->setGrabCheck(keyGrabCheck);
+        rows.push_back(new SetRowHotkey(QStringLiteral("Save hotkey"), words.saveHotkeyHelp, saveRecorder));
+        HotkeyRecorder* armRecorder = HotkeyRecorder::forArmHotkey(settings, holder);
+        armRecorder->setGrabCheck(keyGrabCheck);
+        rows.push_back(new SetRowHotkey(QStringLiteral("Arm monitor hotkey"), words.armHotkeyHelp, armRecorder));
+    }
+    column->addWidget(rowCard(holder, rows));
 }
 
 void SettingsView::buildCameraAndMic(QVBoxLayout* column)
@@ -575,15 +561,11 @@ void SettingsView::useSaveFolder(const QString& folder)
 void SettingsView::buildPrivacy(QVBoxLayout* column)
 {
     QWidget* holder = column->parentWidget();
-    auto* hide = toggleRow(settings, QStringLiteral("Hide Velotape from captures"),
-        QStringLiteral("Excludes this window from recordings where the display server allows it. X11 doesn't: a "
-                       "capture of a whole display shows Velotape's window like any other."),
+    auto* hide = toggleRow(settings, QStringLiteral("Hide Velotape from captures"), words.hideSelfHelp,
         &AppSettings::hideAppInCaptures, &AppSettings::hideAppInCapturesChanged, &AppSettings::setHideAppInCaptures);
     column->addWidget(rowCard(holder, { hide }));
-    column->addWidget(noteCard(holder, QStringLiteral("lock.shield"), QStringLiteral("Screen capture"),
-        QStringLiteral("X11 lets every program capture the screen; there is no permission to grant. If recordings "
-                       "come out black or empty, check that you are in an X11 session: Wayland sessions aren't "
-                       "supported yet.")));
+    column->addWidget(
+        noteCard(holder, QStringLiteral("lock.shield"), QStringLiteral("Screen capture"), words.screenCaptureNote));
 }
 
 void SettingsView::buildMonitor(QVBoxLayout* column)
@@ -609,6 +591,12 @@ void SettingsView::buildMonitor(QVBoxLayout* column)
         if (const auto value = fromRawValue<AreaOverlayStyle>(raw)) settings->setAreaOverlayStyle(*value);
     });
     shownWhile(style, settings, &AppSettings::areaOverlayEnabled, &AppSettings::areaOverlayEnabledChanged);
+    // The setting is kept for a desktop that can draw the frame, but here it would change nothing.
+    if (!words.noOverlayFrame.isEmpty()) {
+        overlay->setHelp(words.noOverlayFrame);
+        overlay->setDimmed(true);
+        style->setDimmed(true);
+    }
     column->addWidget(rowCard(holder, { sensitivity, overlay, style }));
     column->addWidget(noteCard(holder, {}, QStringLiteral("NOTES"),
         QStringLiteral("Arming works best over a single window with little motion — boss bars, trade windows, build "
@@ -624,14 +612,10 @@ void SettingsView::buildAbout(QVBoxLayout* column)
     auto* card = new HeroCard(holder);
     card->column()->addWidget(
         new V3Text(QStringLiteral("Velotape · %1").arg(version), 15, QFont::DemiBold, V3::fg, card));
-    auto* what = new V3Text(QStringLiteral("Rolling pre-record buffer + on-demand MP4 saves, with an area-monitor "
-                                           "auto-recorder. Built with Qt, FFmpeg, X11 and PulseAudio."),
-        13, QFont::Normal, V3::fgMute, card);
+    auto* what = new V3Text(words.builtWith, 13, QFont::Normal, V3::fgMute, card);
     what->setWordWrap(true);
     card->column()->addWidget(what);
-    auto* help = new V3Text(QStringLiteral("If recording fails, check that you are in an X11 session: Velotape "
-                                           "captures the screen through the X server."),
-        12, QFont::Normal, V3::fgMute, card);
+    auto* help = new V3Text(words.whenRecordingFails, 12, QFont::Normal, V3::fgMute, card);
     help->setWordWrap(true);
     card->column()->addWidget(help);
     column->addWidget(card);

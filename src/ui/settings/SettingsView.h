@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/DesktopWords.h"
+
 #include <QWidget>
 
 #include <array>
@@ -38,13 +40,12 @@ public:
     using FolderChooser = std::function<std::optional<QString>(QWidget* parent, const QString& current)>;
 
     // `camera` may be null: no camera is listed. `keyGrabCheck` may be null: nobody can tell which
-    // keys other programs hold.
+    // keys other programs hold. `words` speak of the desktop: where it takes no global keys the
+    // hotkey rows give way to its note on binding the commands, and where no frame can stand around
+    // the watched area the overlay rows say so and can't be changed.
     SettingsView(AppSettings* settings, MicCapture* mic, CameraCapture* camera,
-        std::shared_ptr<KeyGrabCheck> keyGrabCheck, QWidget* parent = nullptr);
-
-    // Where the program can take no global keys: the hotkey rows give way to `note`, which says
-    // how to bind the commands in the desktop's own settings. Empty: the hotkey rows.
-    void setHotkeyBindingNote(const QString& note);
+        std::shared_ptr<KeyGrabCheck> keyGrabCheck, DesktopWords words = DesktopWords::x11(),
+        QWidget* parent = nullptr);
 
     SettingsGroup group() const { return current; }
     void setGroup(SettingsGroup group);
@@ -89,8 +90,7 @@ private:
     MicCapture* mic;
     CameraCapture* cameraCapture; // null: no camera is ever listed
     std::shared_ptr<KeyGrabCheck> keyGrabCheck;
-    std::vector<SetRow*> hotkeyRows;
-    SetRow* hotkeyNoteRow = nullptr;
+    DesktopWords words;
     SettingsGroup current = SettingsGroup::recording;
     std::vector<PremiumSettingsNavRow*> groupButtons;
     QBoxLayout* frame;

@@ -9,9 +9,19 @@
 // moved goes out on a buffer without a picture, as compositors send it.
 //
 //   velotape-test-portal [--size WxH] [--format BGRx|BGRA|RGBx|RGBA] [--counter-ms N]
+//                        [--buffers shm|dmabuf] [--cursor-modes N]
 //
 // The counter goes up every 100 ms unless --counter-ms says otherwise (a benchmark wants a change
 // every frame).
+//
+// --buffers dmabuf: the node offers its format as a DMA-BUF first, with a tiled modifier it prefers
+// and the linear one, fixes the modifier as a compositor does once it knows what the reader takes,
+// and hands out DMA-BUFs if the reader took that format (shared memory otherwise). There is no GPU
+// here (no /dev/dri, no /dev/udmabuf): each "DMA-BUF" is a memfd labelled SPA_DATA_DmaBuf. Mapped, a
+// memfd reads like a linear DMA-BUF; the DMA-BUF sync call fails on it, as on a driver without one.
+//
+// --cursor-modes: what the ScreenCast backend says it can do with the cursor (1 hidden, 2 embedded,
+// 4 metadata; all three unless told). Embedded, the cursor is painted into the pictures.
 //
 // The bus name is taken once the node exists, so a harness that waits for the name can start
 // xdg-desktop-portal right after.
@@ -31,6 +41,7 @@
 #include <QRect>
 #include <QTimer>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -39,8 +50,11 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <pipewire/pipewire.h>
 #include <spa/param/video/format-utils.h>
+#include <sys/mman.h>
+#include <unistd.h>
 #include <vector>
 
 struct PortalStream {
@@ -116,14 +130,20 @@ namespace {
 
 const QString restoreVendor = QStringLiteral("velotape-test");
 
+// DRM's layout modifiers (drm_fourcc.h): Intel's X tiling, which this "desktop" prefers where the
+// reader takes it, and the linear layout.
+constexpr int64_t xTiledModifier = (int64_t(1) << 56) | 1;
+constexpr int64_t linearModifier = 0;
+
 // The pictures: painted on the PipeWire thread when the stream asks, from state the D-Bus side
 // (main thread) changes under the thread loop's lock.
 class Producer {
 public:
-    Producer(QSize size, spa_video_format format, int counterMs)
+    Producer(QSize size, spa_video_format format, int counterMs, bool dmaBuf)
         : size(size)
         , format(format)
         , counterMs(counterMs)
+        , offersDmaBuf(dmaBuf)
     {
     }
 
@@ -184,6 +204,8 @@ public:
             e.param_changed = [](void* self, uint32_t id, const spa_pod* param) {
                 static_cast<Producer*>(self)->paramChanged(id, param);
             };
+            e.add_buffer = [](void* self, pw_buffer* buffer) { static_cast<Producer*>(self)->addBuffer(buffer); };
+            e.remove_buffer = [](void*, pw_buffer* buffer) { removeBuffer(buffer); };
             return e;
         }();
         pw_stream_add_listener(stream, &listener, &events, this);
@@ -204,18 +226,15 @@ public:
         pw_registry_add_listener(registry, &registryListener, &registryEvents, this);
         uint8_t buffer[1024];
         spa_pod_builder b = SPA_POD_BUILDER_INIT(buffer, sizeof(buffer));
-        const spa_rectangle rect = SPA_RECTANGLE(uint32_t(size.width()), uint32_t(size.height()));
-        const spa_fraction rate = SPA_FRACTION(0, 1);
-        const spa_fraction maxRate = SPA_FRACTION(30, 1);
-        const spa_fraction minRate = SPA_FRACTION(0, 1);
-        const spa_pod* params[1];
-        params[0] = static_cast<const spa_pod*>(spa_pod_builder_add_object(&b, SPA_TYPE_OBJECT_Format,
-            SPA_PARAM_EnumFormat, SPA_FORMAT_mediaType, SPA_POD_Id(SPA_MEDIA_TYPE_video), SPA_FORMAT_mediaSubtype,
-            SPA_POD_Id(SPA_MEDIA_SUBTYPE_raw), SPA_FORMAT_VIDEO_format, SPA_POD_Id(format), SPA_FORMAT_VIDEO_size,
-            SPA_POD_Rectangle(&rect), SPA_FORMAT_VIDEO_framerate, SPA_POD_Fraction(&rate),
-            SPA_FORMAT_VIDEO_maxFramerate, SPA_POD_CHOICE_RANGE_Fraction(&maxRate, &minRate, &maxRate)));
+        const spa_pod* params[2];
+        uint32_t count = 0;
+        if (offersDmaBuf) params[count++] = formatParam(&b, { xTiledModifier, linearModifier }, true);
+        params[count++] = formatParam(&b, {}, false);
+        // The DMA-BUF stand-ins are ours to make; shared memory PipeWire makes and maps.
         pw_stream_connect(stream, PW_DIRECTION_OUTPUT, PW_ID_ANY,
-            pw_stream_flags(PW_STREAM_FLAG_DRIVER | PW_STREAM_FLAG_MAP_BUFFERS), params, 1);
+            pw_stream_flags(
+                PW_STREAM_FLAG_DRIVER | (offersDmaBuf ? PW_STREAM_FLAG_ALLOC_BUFFERS : PW_STREAM_FLAG_MAP_BUFFERS)),
+            params, count);
         timer = pw_loop_add_timer(
             pw_thread_loop_get_loop(loop), [](void* self, uint64_t) { static_cast<Producer*>(self)->tick(); }, this);
         timespec value { 0, 1 }, interval { 0, 1000000000 / 60 };
@@ -289,6 +308,21 @@ public:
 
     QSize pictureSize() const { return size; }
 
+    // Whether the cursor is painted into the pictures (the reader asked for it embedded).
+    void embedCursor(bool on)
+    {
+        std::lock_guard lock(*this);
+        embedded = on;
+        ++cursorGeneration;
+    }
+
+    // What the last buffers handed out were: "MemFd", or "DmaBuf" and the fixed modifier.
+    QString handedOut()
+    {
+        std::lock_guard lock(*this);
+        return handedOutType;
+    }
+
     void lock() { pw_thread_loop_lock(loop); }
     void unlock() { pw_thread_loop_unlock(loop); }
 
@@ -303,9 +337,63 @@ private:
         streaming = state == PW_STREAM_STATE_STREAMING;
     }
 
+    // The format, as a DMA-BUF with a choice of `modifiers` if there are any. `open`: the choice
+    // is still to be fixed (by us: we allocate the buffers).
+    const spa_pod* formatParam(spa_pod_builder* b, const std::vector<int64_t>& modifiers, bool open)
+    {
+        const spa_rectangle rect = SPA_RECTANGLE(uint32_t(size.width()), uint32_t(size.height()));
+        const spa_fraction rate = SPA_FRACTION(0, 1);
+        const spa_fraction maxRate = SPA_FRACTION(30, 1);
+        const spa_fraction minRate = SPA_FRACTION(0, 1);
+        spa_pod_frame object;
+        spa_pod_builder_push_object(b, &object, SPA_TYPE_OBJECT_Format, SPA_PARAM_EnumFormat);
+        spa_pod_builder_add(b, SPA_FORMAT_mediaType, SPA_POD_Id(SPA_MEDIA_TYPE_video), SPA_FORMAT_mediaSubtype,
+            SPA_POD_Id(SPA_MEDIA_SUBTYPE_raw), SPA_FORMAT_VIDEO_format, SPA_POD_Id(format), SPA_FORMAT_VIDEO_size,
+            SPA_POD_Rectangle(&rect), SPA_FORMAT_VIDEO_framerate, SPA_POD_Fraction(&rate),
+            SPA_FORMAT_VIDEO_maxFramerate, SPA_POD_CHOICE_RANGE_Fraction(&maxRate, &minRate, &maxRate), 0);
+        if (!modifiers.empty()) {
+            spa_pod_builder_prop(
+                b, SPA_FORMAT_VIDEO_modifier, SPA_POD_PROP_FLAG_MANDATORY | (open ? SPA_POD_PROP_FLAG_DONT_FIXATE : 0));
+            spa_pod_frame choice;
+            spa_pod_builder_push_choice(b, &choice, SPA_CHOICE_Enum, 0);
+            spa_pod_builder_long(b, modifiers.front());
+            for (const int64_t modifier : modifiers)
+                spa_pod_builder_long(b, modifier);
+            spa_pod_builder_pop(b, &choice);
+        }
+        return static_cast<const spa_pod*>(spa_pod_builder_pop(b, &object));
+    }
+
     void paramChanged(uint32_t id, const spa_pod* param)
     {
         if (!param || id != SPA_PARAM_Format) return;
+        const spa_pod_prop* modifierProp = spa_pod_find_prop(param, nullptr, SPA_FORMAT_VIDEO_modifier);
+        if (modifierProp && (modifierProp->flags & SPA_POD_PROP_FLAG_DONT_FIXATE)) {
+            // The modifiers both sides take: a compositor tries them on its GPU and fixes the one
+            // it likes best; here the first of ours that the reader also named.
+            uint32_t count = 0, choice = 0;
+            const auto* values
+                = static_cast<const int64_t*>(SPA_POD_BODY(spa_pod_get_values(&modifierProp->value, &count, &choice)));
+            int64_t chosen = values[0];
+            for (const int64_t preferred : { xTiledModifier, linearModifier })
+                if (std::find(values, values + count, preferred) != values + count) {
+                    chosen = preferred;
+                    break;
+                }
+            uint8_t buffer[1024];
+            spa_pod_builder b = SPA_POD_BUILDER_INIT(buffer, sizeof(buffer));
+            const spa_pod* params[] = { formatParam(&b, { chosen }, false),
+                formatParam(&b, { xTiledModifier, linearModifier }, true), formatParam(&b, {}, false) };
+            pw_stream_update_params(stream, params, 3);
+            return;
+        }
+        dmaBufModifier.reset();
+        if (modifierProp) {
+            uint32_t count = 0, choice = 0;
+            int64_t modifier = 0;
+            if (spa_pod_get_long(spa_pod_get_values(&modifierProp->value, &count, &choice), &modifier) == 0)
+                dmaBufModifier = modifier;
+        }
         const int stride = size.width() * 4;
         uint8_t buffer[1024];
         spa_pod_builder b = SPA_POD_BUILDER_INIT(buffer, sizeof(buffer));
@@ -313,7 +401,8 @@ private:
         params[0] = static_cast<const spa_pod*>(spa_pod_builder_add_object(&b, SPA_TYPE_OBJECT_ParamBuffers,
             SPA_PARAM_Buffers, SPA_PARAM_BUFFERS_buffers, SPA_POD_CHOICE_RANGE_Int(4, 2, 8), SPA_PARAM_BUFFERS_blocks,
             SPA_POD_Int(1), SPA_PARAM_BUFFERS_size, SPA_POD_Int(stride * size.height()), SPA_PARAM_BUFFERS_stride,
-            SPA_POD_Int(stride), SPA_PARAM_BUFFERS_dataType, SPA_POD_CHOICE_FLAGS_Int(1 << SPA_DATA_MemFd)));
+            SPA_POD_Int(stride), SPA_PARAM_BUFFERS_dataType,
+            SPA_POD_CHOICE_FLAGS_Int(1 << (dmaBufModifier ? SPA_DATA_DmaBuf : SPA_DATA_MemFd))));
         params[1] = static_cast<const spa_pod*>(
             spa_pod_builder_add_object(&b, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta, SPA_PARAM_META_type,
                 SPA_POD_Id(SPA_META_Header), SPA_PARAM_META_size, SPA_POD_Int(sizeof(spa_meta_header))));
@@ -325,6 +414,35 @@ private:
             = static_cast<const spa_pod*>(spa_pod_builder_add_object(&b, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta,
                 SPA_PARAM_META_type, SPA_POD_Id(SPA_META_Cursor), SPA_PARAM_META_size, SPA_POD_Int(cursorMetaSize)));
         pw_stream_update_params(stream, params, 4);
+    }
+
+    // With --buffers dmabuf the buffers are ours: a memfd each, labelled as the format says.
+    void addBuffer(pw_buffer* buffer)
+    {
+        if (!offersDmaBuf) return;
+        spa_data& d = buffer->buffer->datas[0];
+        const bool dmaBuf = dmaBufModifier && (d.type & (1u << SPA_DATA_DmaBuf));
+        d.type = dmaBuf ? SPA_DATA_DmaBuf : SPA_DATA_MemFd;
+        d.flags = SPA_DATA_FLAG_READWRITE;
+        d.mapoffset = 0;
+        d.maxsize = uint32_t(size.width() * 4 * size.height());
+        d.fd = memfd_create(dmaBuf ? "velotape-test-dmabuf" : "velotape-test-shm", MFD_CLOEXEC);
+        if (d.fd < 0 || ftruncate(int(d.fd), d.maxsize) < 0) {
+            std::perror("velotape-test-portal: memfd");
+            return;
+        }
+        void* mapped = mmap(nullptr, d.maxsize, PROT_READ | PROT_WRITE, MAP_SHARED, int(d.fd), 0);
+        d.data = mapped == MAP_FAILED ? nullptr : mapped;
+        handedOutType = dmaBuf ? QStringLiteral("DmaBuf, modifier %1").arg(*dmaBufModifier) : QStringLiteral("MemFd");
+    }
+
+    static void removeBuffer(pw_buffer* buffer)
+    {
+        spa_data& d = buffer->buffer->datas[0];
+        if (d.data) munmap(d.data, d.maxsize);
+        if (d.fd >= 0) close(int(d.fd));
+        d.data = nullptr;
+        d.fd = -1;
     }
 
     // On the PipeWire thread, 60 times a second: a picture goes out only when it differs from the
@@ -341,7 +459,9 @@ private:
         const int count = counting.isValid() ? int(counting.elapsed() / counterMs) : -1;
         const long key = long(count) * 1000 + fillGeneration;
         if (sentKey == -2 && resendBitmap) sentBitmap = -1; // a new reader gets the bitmap too
-        if (key == sentKey && cursorGeneration == sentCursor) return;
+        // Embedded, a cursor that moved is a new picture.
+        const bool pictureDue = key != sentKey || (embedded && cursorGeneration != sentCursor);
+        if (!pictureDue && cursorGeneration == sentCursor) return;
         pw_buffer* b = pw_stream_dequeue_buffer(stream);
         if (!b) return;
         spa_buffer* buf = b->buffer;
@@ -352,7 +472,7 @@ private:
         }
         writeCursor(buf);
         sentCursor = cursorGeneration;
-        if (key == sentKey) {
+        if (!pictureDue) {
             // Only the cursor moved: no picture, as a compositor sends it.
             buf->datas[0].chunk->size = 0;
             buf->datas[0].chunk->flags = SPA_CHUNK_FLAG_CORRUPTED;
@@ -368,6 +488,7 @@ private:
             QPainter painter(&picture);
             for (const auto& [rect, colour] : fills)
                 painter.fillRect(rect, colour);
+            if (embedded && !cursorBitmap.isNull()) painter.drawImage(cursorPosition - cursorHotspot, cursorBitmap);
         }
         // The painter drew BGRx; the other byte orders are the same picture, swapped in place.
         if (format == SPA_VIDEO_FORMAT_RGBx || format == SPA_VIDEO_FORMAT_RGBA) {
@@ -390,8 +511,9 @@ private:
             crop->region.size = SPA_RECTANGLE(uint32_t(size.width()), uint32_t(size.height()));
         }
         // A stride of 0 means "width times four" to a consumer; saying so here tests that it knows.
+        // A DMA-BUF's chunk may say 0 bytes: its reader is to take the size from the format.
         buf->datas[0].chunk->offset = 0;
-        buf->datas[0].chunk->size = uint32_t(stride * size.height());
+        buf->datas[0].chunk->size = buf->datas[0].type == SPA_DATA_DmaBuf ? 0 : uint32_t(stride * size.height());
         buf->datas[0].chunk->stride = 0;
         pw_stream_queue_buffer(stream, b);
         sentKey = key;
@@ -427,6 +549,10 @@ private:
     const QSize size;
     const spa_video_format format;
     const int counterMs;
+    const bool offersDmaBuf;
+    std::optional<int64_t> dmaBufModifier; // the format fixed on a DMA-BUF with this modifier
+    QString handedOutType;
+    bool embedded = false;
     pw_thread_loop* loop = nullptr;
     pw_context* context = nullptr;
     pw_core* core = nullptr;
@@ -495,6 +621,7 @@ public:
     uint sourceType = 1; // what the user shares: 1 a monitor, 2 a window
     // What a restore naming another monitor gets: the chooser, as most desktops do, or an error.
     bool refuseUnknownRestore = false;
+    uint cursorModes = 1 | 2 | 4; // what the ScreenCast backend offers
     std::map<QString, Session> sessions;
     QMap<QString, Shortcuts> boundShortcuts; // by session
 
@@ -544,7 +671,7 @@ public:
     {
     }
     uint availableSourceTypes() const { return 1 | 2; } // monitor, window
-    uint availableCursorModes() const { return 1 | 2 | 4; } // hidden, embedded, metadata
+    uint availableCursorModes() const { return backend->cursorModes; } // 1 hidden, 2 embedded, 4 metadata
     uint version() const { return 4; }
 
 public slots:
@@ -585,6 +712,7 @@ public slots:
             ++backend->chooserShown;
             if (backend->chooserAnswer != 0) return backend->chooserAnswer;
         }
+        backend->producer.embedCursor(it->second.cursorMode == 2);
         PortalStream stream;
         stream.nodeId = backend->nodeId;
         const QSize size = backend->producer.pictureSize();
@@ -718,6 +846,8 @@ public slots:
     void WanderCursor(bool on) { backend->producer.wanderCursor(on); }
     void ResendCursorBitmap(bool on) { backend->producer.resendCursorBitmap(on); }
     void CloseSessions() { backend->closeAll(); }
+    // The kind of buffers the node handed out last: "MemFd", or "DmaBuf, modifier N".
+    QString HandedOut() { return backend->producer.handedOut(); }
     QStringList BoundShortcuts()
     {
         QStringList ids;
@@ -761,6 +891,8 @@ int main(int argc, char** argv)
     QSize size(640, 360);
     spa_video_format format = SPA_VIDEO_FORMAT_BGRx;
     int counterMs = 100;
+    bool dmaBuf = false;
+    uint cursorModes = 1 | 2 | 4;
     const QStringList args = app.arguments();
     for (int i = 1; i + 1 < args.size(); i += 2) {
         if (args[i] == QLatin1String("--size")) {
@@ -768,6 +900,10 @@ int main(int argc, char** argv)
             if (wh.size() == 2) size = QSize(wh[0].toInt(), wh[1].toInt());
         } else if (args[i] == QLatin1String("--counter-ms")) {
             counterMs = std::max(1, args[i + 1].toInt());
+        } else if (args[i] == QLatin1String("--buffers")) {
+            dmaBuf = args[i + 1] == QLatin1String("dmabuf");
+        } else if (args[i] == QLatin1String("--cursor-modes")) {
+            cursorModes = args[i + 1].toUInt();
         } else if (args[i] == QLatin1String("--format")) {
             const QString f = args[i + 1];
             format = f == QLatin1String("BGRA") ? SPA_VIDEO_FORMAT_BGRA
@@ -778,7 +914,7 @@ int main(int argc, char** argv)
     }
 
     pw_init(&argc, &argv);
-    Producer producer(size, format, counterMs);
+    Producer producer(size, format, counterMs, dmaBuf);
     const uint32_t node = producer.start();
     if (node == 0) {
         std::fprintf(stderr, "velotape-test-portal: no PipeWire node (is pipewire running?)\n");
@@ -786,6 +922,7 @@ int main(int argc, char** argv)
     }
     Backend backend(producer);
     backend.nodeId = node;
+    backend.cursorModes = cursorModes;
     // PipeWire went away: like a compositor, end the screen casts at once (their node is gone) and
     // offer the screen again under a new node once PipeWire is back.
     auto* waitForPipeWire = new QTimer(&backend);

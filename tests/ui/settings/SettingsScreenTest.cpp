@@ -427,3 +427,44 @@ TEST_F(SettingsScreen, AScreenReaderTogglesEveryCheckableControlAndEachChangeIsO
     // and Output two switches each, Privacy one; Area monitor two sensitivities and a switch.
     EXPECT_GE(toggled, 19);
 }
+
+TEST_F(SettingsScreen, WhereTheDesktopTakesNoKeysAndDrawsOverNoWindowTheRowsSaySoOnEveryVisit)
+{
+    // The same session's screens, told that the desktop keeps its keys and has no overlay layer, as
+    // GNOME before 48 on Wayland.
+    SessionModels models = vm->models();
+    models.desktopWords = DesktopWords::wayland(false, false);
+    ContentView content(models);
+    content.resize(1100, 760);
+    content.show();
+    content.showScreen(D1Screen::settings);
+    auto* gnome = qobject_cast<SettingsView*>(content.screenWidget());
+    ASSERT_NE(gnome, nullptr);
+
+    // The hotkey pills would record keys nothing hears: the note on binding the commands stands in
+    // their place, also when the group is built again after a visit elsewhere.
+    for (int visit = 0; visit < 2; ++visit) {
+        SCOPED_TRACE(visit);
+        EXPECT_EQ(gnome->row(QStringLiteral("Save hotkey")), nullptr);
+        EXPECT_EQ(gnome->row(QStringLiteral("Arm monitor hotkey")), nullptr);
+        SetRow* note = gnome->row(QStringLiteral("Hotkeys"));
+        ASSERT_NE(note, nullptr);
+        EXPECT_TRUE(note->isVisible());
+        EXPECT_TRUE(note->help().contains(QStringLiteral("velotape toggle")));
+        click(gnome->groupButton(Group::output));
+        click(gnome->groupButton(Group::recording));
+    }
+
+    // The frame's switch says why it does nothing here and takes no press: the setting stays as it
+    // was, for a desktop that can draw the frame.
+    click(gnome->groupButton(Group::monitor));
+    SetRow* overlay = gnome->row(QStringLiteral("Show overlay frame"));
+    ASSERT_NE(overlay, nullptr);
+    EXPECT_EQ(overlay->help(), models.desktopWords.noOverlayFrame);
+    auto* toggle = overlay->findChild<V3Toggle*>();
+    ASSERT_NE(toggle, nullptr);
+    const bool before = vm->settings()->areaOverlayEnabled();
+    QTest::mouseClick(toggle, Qt::LeftButton, {}, toggle->rect().center());
+    EXPECT_EQ(toggle->isChecked(), before);
+    EXPECT_EQ(vm->settings()->areaOverlayEnabled(), before);
+}

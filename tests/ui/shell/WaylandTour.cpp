@@ -10,6 +10,7 @@
 #include "ui/SourcePickerButton.h"
 #include "ui/SourcePickerPopover.h"
 #include "ui/kit/Appearance.h"
+#include "ui/settings/SettingsView.h"
 
 #include <QApplication>
 #include <QDir>
@@ -154,6 +155,23 @@ int waylandTour(int argc, char** argv, const QString& outDir)
             }
             settle(200);
         }
+        // The settings as this desktop has them: its words for hotkeys and capture, and the
+        // overlay frame's row where the compositor has no layer to draw it on.
+        delegate.contentView()->showScreen(D1Screen::settings);
+        if (auto* view = qobject_cast<SettingsView*>(delegate.contentView()->screenWidget())) {
+            for (const SettingsView::SettingsGroup group : { SettingsView::SettingsGroup::recording,
+                     SettingsView::SettingsGroup::privacy, SettingsView::SettingsGroup::monitor }) {
+                view->setGroup(group);
+                settle(500);
+                const std::optional<QImage> page = weston.screenshot(&shotError);
+                if (!page) {
+                    std::fprintf(stderr, "screenshot_tour: %s\n", qPrintable(shotError));
+                    return 1;
+                }
+                save(QStringLiteral("settings-%1-wayland").arg(SettingsView::rawValue(group)), appearance, *page);
+            }
+        }
+        delegate.contentView()->showScreen(D1Screen::recorder);
     }
     std::printf("%d screenshots on Wayland in %s\n", written, qPrintable(outDir));
     return 0;
