@@ -12,6 +12,7 @@
 #include <linux/input-event-codes.h>
 #include <unistd.h>
 #include <wayland-client.h>
+#include <wayland-cursor.h>
 
 // The protocol names an argument `namespace`, a C++ keyword; wayland-client.h is in already.
 #define namespace surfaceNamespace
@@ -194,6 +195,11 @@ struct LayerShellAreaPicker::Input {
     wl_keyboard* keyboard = nullptr;
     wl_surface* pointerOn = nullptr;
     QPointF at;
+    // The crosshair over the picker, from the desktop's cursor theme, at the scale it was loaded
+    // for; none where the theme has none.
+    wl_cursor_theme* theme = nullptr;
+    int themeScale = 0;
+    wl_surface* cursor = nullptr;
 
     explicit Input(LayerShellAreaPicker& owner)
         : picker(owner)
@@ -204,6 +210,30 @@ struct LayerShellAreaPicker::Input {
     {
         if (pointer) wl_pointer_release(pointer);
         if (keyboard) wl_keyboard_release(keyboard);
+        if (cursor) wl_surface_destroy(cursor);
+        if (theme) wl_cursor_theme_destroy(theme);
+    }
+
+    void showCrosshair(uint32_t serial, int scale)
+    {
+        if (themeScale != scale) {
+            if (theme) wl_cursor_theme_destroy(theme);
+            const int size = qEnvironmentVariableIntValue("XCURSOR_SIZE");
+            const QByteArray name = qgetenv("XCURSOR_THEME");
+            theme = wl_cursor_theme_load(
+                name.isEmpty() ? nullptr : name.constData(), (size > 0 ? size : 24) * scale, picker.wayland->shm());
+            themeScale = scale;
+        }
+        wl_cursor* crosshair = theme ? wl_cursor_theme_get_cursor(theme, "crosshair") : nullptr;
+        if (!crosshair || crosshair->image_count == 0) return;
+        wl_cursor_image* image = crosshair->images[0];
+        if (!cursor) cursor = wl_compositor_create_surface(picker.wayland->compositor());
+        wl_surface_set_buffer_scale(cursor, scale);
+        wl_surface_attach(cursor, wl_cursor_image_get_buffer(image), 0, 0);
+        wl_surface_damage_buffer(cursor, 0, 0, int32_t(image->width), int32_t(image->height));
+        wl_surface_commit(cursor);
+        wl_pointer_set_cursor(
+            pointer, serial, cursor, int32_t(image->hotspot_x) / scale, int32_t(image->hotspot_y) / scale);
     }
 
     static const wl_pointer_listener pointerListener;
@@ -240,10 +270,11 @@ struct LayerShellAreaPicker::Input {
 };
 
 const wl_pointer_listener LayerShellAreaPicker::Input::pointerListener = {
-    [](void* data, wl_pointer*, uint32_t, wl_surface* on, wl_fixed_t x, wl_fixed_t y) {
+    [](void* data, wl_pointer*, uint32_t serial, wl_surface* on, wl_fixed_t x, wl_fixed_t y) {
         auto* in = static_cast<Input*>(data);
         in->pointerOn = on;
         in->at = QPointF(wl_fixed_to_double(x), wl_fixed_to_double(y));
+        if (in->dragOn(on)) in->showCrosshair(serial, in->picker.surface->scale);
     },
     [](void* data, wl_pointer*, uint32_t, wl_surface*) { static_cast<Input*>(data)->pointerOn = nullptr; },
     [](void* data, wl_pointer*, uint32_t, wl_fixed_t x, wl_fixed_t y) {
