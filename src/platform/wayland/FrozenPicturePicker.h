@@ -11,7 +11,8 @@
 class QWindow;
 
 // The area picker where no window may lie over the desktop's own (a Wayland desktop without the
-// layer shell): one full-screen window of ours showing, still, the newest picture of the screen
+// layer shell), and where the desktop shares a window, which lies nowhere on the screen in
+// particular: one full-screen window of ours showing, still, the newest picture of the shared
 // stream, on which the user drags out the rectangle. The picture is fitted into the window with its
 // aspect kept, and the rectangle comes back in the stream's coordinates, which are also what the
 // area monitor reads, since it crops the same stream.
