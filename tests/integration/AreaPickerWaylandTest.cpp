@@ -1,3 +1,4 @@
+#include "CaptureTestSupport.h"
 #include "app/AppSettings.h"
 #include "app/session/AreaCommands.h"
 #include "app/session/RecorderViewModel.h"
@@ -43,15 +44,9 @@
 
 namespace {
 
-const QColor red(230, 20, 20), blue(20, 20, 230), green(20, 200, 20);
+using CaptureTestSupport::near;
 
-bool near(const QImage& image, int x, int y, const QColor& expected)
-{
-    if (!image.valid(x, y)) return false;
-    const QColor got = QColor::fromRgb(image.pixel(x, y));
-    return std::abs(got.red() - expected.red()) <= 12 && std::abs(got.green() - expected.green()) <= 12
-        && std::abs(got.blue() - expected.blue()) <= 12;
-}
+const QColor red(230, 20, 20), blue(20, 20, 230), green(20, 200, 20);
 
 const QColor swayBackground(0x40, 0x80, 0xc0);
 // The background under the picker's veil: each channel about two thirds of its own.

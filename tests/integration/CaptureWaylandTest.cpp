@@ -1,3 +1,4 @@
+#include "CaptureTestSupport.h"
 #include "core/Guarded.h"
 #include "platform/wayland/WaylandCaptureBackend.h"
 #include "support/EventLoop.h"
@@ -18,15 +19,9 @@
 
 namespace {
 
-const QColor red(230, 20, 20), blue(20, 20, 230), green(20, 200, 20);
+using CaptureTestSupport::near;
 
-bool near(const QImage& image, int x, int y, const QColor& expected)
-{
-    if (!image.valid(x, y)) return false;
-    const QColor got = QColor::fromRgb(image.pixel(x, y));
-    return std::abs(got.red() - expected.red()) <= 12 && std::abs(got.green() - expected.green()) <= 12
-        && std::abs(got.blue() - expected.blue()) <= 12;
-}
+const QColor red(230, 20, 20), blue(20, 20, 230), green(20, 200, 20);
 
 struct Frames {
     Guarded<std::vector<QImage>> images;
