@@ -183,7 +183,7 @@ void SegmentedRecorder::disarmBuffering()
         r.lastFrame.reset();
         r.clockPTS = MediaTime::invalid();
         for (const Segment& s : r.completedSegments)
-            QFile::remove(s.url);
+            r.discardSegmentFile(s.url);
         r.completedSegments.clear();
         r.recordingStartPTS.reset();
         r.destinationURL.reset();
@@ -579,7 +579,7 @@ void SegmentedRecorder::evictOldSegments()
         const bool wanted = std::any_of(pendingExports.begin(), pendingExports.end(),
             [&](const PendingExport& job) { return oldest.endPTS > job.trimFromPTS; });
         if (wanted) break;
-        QFile::remove(oldest.url);
+        discardSegmentFile(oldest.url);
         completedSegments.erase(completedSegments.begin());
     }
     // A loss older than anything a stop could still reach back to is no clip's concern.
@@ -617,8 +617,8 @@ void SegmentedRecorder::makeRoomForSegment()
         const bool wanted = std::any_of(pendingExports.begin(), pendingExports.end(),
             [&](const PendingExport& job) { return oldest.endPTS > job.trimFromPTS; });
         if (wanted) break;
-        room += QFileInfo(oldest.url).size();
-        QFile::remove(oldest.url);
+        const qint64 bytes = QFileInfo(oldest.url).size();
+        if (discardSegmentFile(oldest.url)) room += bytes;
         completedSegments.erase(completedSegments.begin());
         losses.push_back(Loss { oldest.startPTS, oldest.endPTS, QLatin1String(diskFullCause) });
         evicted = true;
@@ -771,13 +771,18 @@ void SegmentedRecorder::startPendingExportsIfReady()
         }
         const QString nothing = !problem.isEmpty() ? problem : cause;
         ++exportsRunning;
+        for (const Segment& s : chosen)
+            ++segmentReaders[s.url];
         std::weak_ptr<Anchor> weak = anchor;
         const QString folder = segmentFolder->path();
         QThreadPool::globalInstance()->start([weak, chosen, trim, job, nothing, shortfall, folder] {
             if (weak.expired()) return;
             exportConcatenated(weak, chosen, trim, job.destination,
                 nothing.isEmpty() ? QString() : QStringLiteral("%1 (in %2)").arg(nothing, folder), shortfall);
-            onQueue(weak, [](SegmentedRecorder& r) { --r.exportsRunning; });
+            onQueue(weak, [chosen](SegmentedRecorder& r) {
+                --r.exportsRunning;
+                r.endReading(chosen);
+            });
         });
     }
 }
@@ -808,10 +813,30 @@ void SegmentedRecorder::exportConcatenated(const std::weak_ptr<Anchor>& weak, co
     onMain(weak, [](SegmentedRecorder& m) { m.endExport(); });
 }
 
+bool SegmentedRecorder::discardSegmentFile(const QString& url)
+{
+    if (segmentReaders.contains(url)) {
+        releasedWhileRead.insert(url);
+        return false;
+    }
+    QFile::remove(url);
+    return true;
+}
+
+void SegmentedRecorder::endReading(const std::vector<Segment>& read)
+{
+    for (const Segment& s : read) {
+        const auto at = segmentReaders.find(s.url);
+        if (at == segmentReaders.end() || --at->second > 0) continue;
+        segmentReaders.erase(at);
+        if (releasedWhileRead.erase(s.url)) QFile::remove(s.url);
+    }
+}
+
 void SegmentedRecorder::removeExportedSegments(const std::vector<Segment>& exported)
 {
     for (const Segment& s : exported)
-        QFile::remove(s.url);
+        discardSegmentFile(s.url);
     std::erase_if(completedSegments, [&](const Segment& s) {
         return std::any_of(exported.begin(), exported.end(), [&](const Segment& e) { return e.url == s.url; });
     });

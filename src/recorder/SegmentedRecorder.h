@@ -22,9 +22,11 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <vector>
 
 class SegmentEncoder;
@@ -245,6 +247,11 @@ private:
     // Starts the exports of stops once no ended segment is still closing.
     void startPendingExportsIfReady();
     void removeExportedSegments(const std::vector<Segment>& exported);
+    // Removes a segment's file the ring no longer holds, or, while an export still reads it, once
+    // the last one has finished. True when it went at once.
+    bool discardSegmentFile(const QString& url);
+    // An export has finished reading `read`: files let go of meanwhile go now.
+    void endReading(const std::vector<Segment>& read);
 
     // Any thread: places the call of onError on the main thread.
     static void reportError(const std::weak_ptr<Anchor>& anchor, const QString& text);
@@ -340,6 +347,10 @@ private:
     bool shortOfRoom = false;
     // Exports started and not yet reported back: their files must stay where they are.
     int exportsRunning = 0;
+    // How many running exports read each segment file (two overlapping saves share the seconds
+    // before them), and those of them the ring has let go of meanwhile.
+    std::map<QString, int> segmentReaders;
+    std::set<QString> releasedWhileRead;
     // Raised by disarmBuffering: closings of an older ring remove their file instead of joining.
     int ringGeneration = 0;
     // Ended segments whose closing has not reported back yet.

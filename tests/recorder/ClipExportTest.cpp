@@ -7,7 +7,10 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QScopeGuard>
+#include <QSemaphore>
 #include <QTemporaryDir>
+#include <QThreadPool>
 #include <QtEndian>
 
 #include <gmock/gmock.h>
@@ -445,20 +448,41 @@ TEST(ClipExport, AClipNeverReplacesAnotherAndAStartRightAfterAStopRecords)
     EXPECT_EQ(ClipProbe::read(outcome.finished).frames.back().index, 90);
     EXPECT_EQ(ClipExporter::freeName(name), out.filePath("Display 1, Nov 23, 10-00-00 (3).mp4"));
 
-    // Two stops whose clips are written at the same time: the export is over only when both are in
-    // place, since whatever waits for it may throw the ring away.
+    // Two stops whose clips are written at the same time share the seconds before them: the first
+    // to land must leave the other's segment files alone, and the export is over only when both are
+    // in place, since whatever waits for it may throw the ring away. One pool thread, held until
+    // both clips are queued, with a pause between them until the ring has taken the first one's
+    // news: the second clip is read after the first has landed and the ring has let its files go.
     std::vector<int> landedWhenDone;
     QObject::connect(recorder.get(), &SegmentedRecorder::isExportingChanged, recorder.get(), [&](bool exporting) {
         if (!exporting) landedWhenDone.push_back(outcome.finishedCalls);
     });
+    QThreadPool* pool = QThreadPool::globalInstance();
+    const int threads = pool->maxThreadCount();
+    pool->setMaxThreadCount(1);
+    const auto restore = qScopeGuard([pool, threads] { pool->setMaxThreadCount(threads); });
+    QSemaphore held;
+    pool->start([&held] { held.acquire(); });
     recorder->startRecording(name);
     feeder.feed(91, 120);
     recorder->stopRecording();
+    recorder->waitUntilIdle(); // its clip is queued
+    pool->start([&recorder] { recorder->waitUntilIdle(); });
     recorder->startRecording(name);
     feeder.feed(121, 125);
     recorder->stopRecording();
-    ASSERT_TRUE(spinUntil([&] { return outcome.finishedCalls == 4 && !recorder->isExporting(); }));
+    recorder->waitUntilIdle();
+    held.release();
+    ASSERT_TRUE(spinUntil([&] { return outcome.finishedCalls == 4 && !recorder->isExporting(); }))
+        << outcome.finishedCalls << " clips, " << outcome.errorCalls << " errors (" << outcome.error.toStdString()
+        << "), exporting " << recorder->isExporting();
     EXPECT_EQ(landedWhenDone, std::vector<int> { 4 });
+    const ClipProbe last = ClipProbe::read(outcome.finished);
+    ASSERT_FALSE(last.frames.empty());
+    // As far back as the ring holds, into the seconds of the clip before it (what the second clip
+    // held went with it).
+    EXPECT_EQ(last.frames.front().index, 91);
+    EXPECT_EQ(last.frames.back().index, 125);
 }
 
 // When no segment could be written at all (a full or unwritable temporary folder), the stop says
