@@ -23,12 +23,14 @@
 
 namespace {
 
-// A few pictures of slack absorb the encoder's hiccups (a key frame costs about two pictures);
-// more would only hide an encoder that cannot keep up, and hold large pictures in memory: each
-// waiting 1080p picture also holds one of the grabber's 8 MB shared-memory buffers. Sound waits
+// A few pictures of slack absorb the encoder's hiccups: a key frame costs about three ordinary
+// pictures under full motion, and over ten on a still, detailed screen where the others cost
+// little, and the pictures that arrive meanwhile must wait for it rather than be lost. More would
+// only hide an encoder that cannot keep up, and hold large pictures in memory: each waiting 1080p
+// picture also holds one of the grabber's 8 MB shared-memory buffers. Sound waits
 // behind the pictures in the same queue and must not be lost to a slow picture: its buffers are
 // small (a few ms each from PulseAudio), so seconds of them fit in a few megabytes.
-constexpr int videoCapacity = 3;
+constexpr int videoCapacity = 6;
 constexpr int audioCapacity = 2048;
 constexpr int64_t videoTicks = 90000; // the files' picture time base
 constexpr AVRational videoTimeBase { 1, int(videoTicks) };
