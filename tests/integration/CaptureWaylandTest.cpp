@@ -411,9 +411,9 @@ TEST_F(CaptureWayland, ACursorMoveAloneResendsTheLastPictureWithOnlyTheTwoCursor
     started.stream->stop();
 }
 
-// A desktop whose node offers DMA-BUFs, preferring a tiled layout the stream cannot read: the stream
-// gets the linear layout, maps it, and reads it in its byte order, whole and cropped. (The backend's
-// "DMA-BUFs" are memfds: there is no GPU here.)
+// A desktop whose node offers linear DMA-BUFs before shared memory: the stream takes them, maps
+// them, and reads them in their byte order, whole and cropped. (The backend's "DMA-BUFs" are memfds:
+// there is no GPU here.)
 class CaptureWaylandDmaBuf : public CaptureWayland, public ::testing::WithParamInterface<const char*> {
 protected:
     PortalDesktop::Options desktopOptions() const override

@@ -14,9 +14,11 @@
 // The counter goes up every 100 ms unless --counter-ms says otherwise (a benchmark wants a change
 // every frame).
 //
-// --buffers dmabuf: the node offers its format as a DMA-BUF first, with a tiled modifier it prefers
-// and the linear one, fixes the modifier as a compositor does once it knows what the reader takes,
-// and hands out DMA-BUFs if the reader took that format (shared memory otherwise). There is no GPU
+// --buffers dmabuf: the node offers its format as a linear DMA-BUF first, its modifier fixed from
+// the start, and hands out DMA-BUFs if the reader took that format (shared memory otherwise). A
+// compositor would offer several modifiers and fix one once it knows what the reader takes; that
+// second round, on this machine's PipeWire, now and then left the reader with buffers that had no
+// memory in them, and the reader's side of it is the same either way. There is no GPU
 // here (no /dev/dri, no /dev/udmabuf): each "DMA-BUF" is a memfd labelled SPA_DATA_DmaBuf. Mapped, a
 // memfd reads like a linear DMA-BUF; the DMA-BUF sync call fails on it, as on a driver without one.
 //
@@ -130,9 +132,7 @@ namespace {
 
 const QString restoreVendor = QStringLiteral("velotape-test");
 
-// DRM's layout modifiers (drm_fourcc.h): Intel's X tiling, which this "desktop" prefers where the
-// reader takes it, and the linear layout.
-constexpr int64_t xTiledModifier = (int64_t(1) << 56) | 1;
+// DRM's linear layout modifier (drm_fourcc.h).
 constexpr int64_t linearModifier = 0;
 
 // The pictures: painted on the PipeWire thread when the stream asks, from state the D-Bus side
@@ -228,8 +228,8 @@ public:
         spa_pod_builder b = SPA_POD_BUILDER_INIT(buffer, sizeof(buffer));
         const spa_pod* params[2];
         uint32_t count = 0;
-        if (offersDmaBuf) params[count++] = formatParam(&b, { xTiledModifier, linearModifier }, true);
-        params[count++] = formatParam(&b, {}, false);
+        if (offersDmaBuf) params[count++] = formatParam(&b, true);
+        params[count++] = formatParam(&b, false);
         // The DMA-BUF stand-ins are ours to make; shared memory PipeWire makes and maps.
         pw_stream_connect(stream, PW_DIRECTION_OUTPUT, PW_ID_ANY,
             pw_stream_flags(
@@ -337,9 +337,8 @@ private:
         streaming = state == PW_STREAM_STATE_STREAMING;
     }
 
-    // The format, as a DMA-BUF with a choice of `modifiers` if there are any. `open`: the choice
-    // is still to be fixed (by us: we allocate the buffers).
-    const spa_pod* formatParam(spa_pod_builder* b, const std::vector<int64_t>& modifiers, bool open)
+    // The format; `dmaBuf`: as a DMA-BUF in the linear layout.
+    const spa_pod* formatParam(spa_pod_builder* b, bool dmaBuf)
     {
         const spa_rectangle rect = SPA_RECTANGLE(uint32_t(size.width()), uint32_t(size.height()));
         const spa_fraction rate = SPA_FRACTION(0, 1);
@@ -351,15 +350,9 @@ private:
             SPA_POD_Id(SPA_MEDIA_SUBTYPE_raw), SPA_FORMAT_VIDEO_format, SPA_POD_Id(format), SPA_FORMAT_VIDEO_size,
             SPA_POD_Rectangle(&rect), SPA_FORMAT_VIDEO_framerate, SPA_POD_Fraction(&rate),
             SPA_FORMAT_VIDEO_maxFramerate, SPA_POD_CHOICE_RANGE_Fraction(&maxRate, &minRate, &maxRate), 0);
-        if (!modifiers.empty()) {
-            spa_pod_builder_prop(
-                b, SPA_FORMAT_VIDEO_modifier, SPA_POD_PROP_FLAG_MANDATORY | (open ? SPA_POD_PROP_FLAG_DONT_FIXATE : 0));
-            spa_pod_frame choice;
-            spa_pod_builder_push_choice(b, &choice, SPA_CHOICE_Enum, 0);
-            spa_pod_builder_long(b, modifiers.front());
-            for (const int64_t modifier : modifiers)
-                spa_pod_builder_long(b, modifier);
-            spa_pod_builder_pop(b, &choice);
+        if (dmaBuf) {
+            spa_pod_builder_prop(b, SPA_FORMAT_VIDEO_modifier, SPA_POD_PROP_FLAG_MANDATORY);
+            spa_pod_builder_long(b, linearModifier);
         }
         return static_cast<const spa_pod*>(spa_pod_builder_pop(b, &object));
     }
@@ -368,25 +361,6 @@ private:
     {
         if (!param || id != SPA_PARAM_Format) return;
         const spa_pod_prop* modifierProp = spa_pod_find_prop(param, nullptr, SPA_FORMAT_VIDEO_modifier);
-        if (modifierProp && (modifierProp->flags & SPA_POD_PROP_FLAG_DONT_FIXATE)) {
-            // The modifiers both sides take: a compositor tries them on its GPU and fixes the one
-            // it likes best; here the first of ours that the reader also named.
-            uint32_t count = 0, choice = 0;
-            const auto* values
-                = static_cast<const int64_t*>(SPA_POD_BODY(spa_pod_get_values(&modifierProp->value, &count, &choice)));
-            int64_t chosen = values[0];
-            for (const int64_t preferred : { xTiledModifier, linearModifier })
-                if (std::find(values, values + count, preferred) != values + count) {
-                    chosen = preferred;
-                    break;
-                }
-            uint8_t buffer[1024];
-            spa_pod_builder b = SPA_POD_BUILDER_INIT(buffer, sizeof(buffer));
-            const spa_pod* params[] = { formatParam(&b, { chosen }, false),
-                formatParam(&b, { xTiledModifier, linearModifier }, true), formatParam(&b, {}, false) };
-            pw_stream_update_params(stream, params, 3);
-            return;
-        }
         dmaBufModifier.reset();
         if (modifierProp) {
             uint32_t count = 0, choice = 0;
@@ -434,6 +408,10 @@ private:
         void* mapped = mmap(nullptr, d.maxsize, PROT_READ | PROT_WRITE, MAP_SHARED, int(d.fd), 0);
         d.data = mapped == MAP_FAILED ? nullptr : mapped;
         handedOutType = dmaBuf ? QStringLiteral("DmaBuf, modifier %1").arg(*dmaBufModifier) : QStringLiteral("MemFd");
+        // Buffers made anew once the modifier is fixed: a picture sent on the ones before may never
+        // have reached the reader, so the present picture goes out again, as a compositor sends one
+        // when a screen cast's buffers change.
+        sentKey = -2;
     }
 
     static void removeBuffer(pw_buffer* buffer)
