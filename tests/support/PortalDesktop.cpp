@@ -152,8 +152,10 @@ QString PortalDesktop::start(const Options& options)
             { QStringLiteral("--size"), QStringLiteral("%1x%2").arg(options.size.width()).arg(options.size.height()),
                 QStringLiteral("--format"), options.format, QStringLiteral("--counter-ms"),
                 QString::number(options.counterMs), QStringLiteral("--buffers"),
-                options.dmaBuf ? QStringLiteral("dmabuf") : QStringLiteral("shm"), QStringLiteral("--cursor-modes"),
-                QString::number(options.cursorModes) },
+                !options.dmaBuf                ? QStringLiteral("shm")
+                    : options.dmaBufUnmappable ? QStringLiteral("dmabuf-unmappable")
+                                               : QStringLiteral("dmabuf"),
+                QStringLiteral("--cursor-modes"), QString::number(options.cursorModes) },
             QStringLiteral("backend.log")))
         return QStringLiteral("the test portal backend does not start");
     if (!waitForName(backendName, 10000)) return QStringLiteral("the test portal backend did not take its name");

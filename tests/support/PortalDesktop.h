@@ -29,6 +29,8 @@ public:
         // The backend's node sends DMA-BUFs where the reader takes them (memfds standing in for them:
         // there is no GPU here); shared memory otherwise.
         bool dmaBuf = false;
+        // With dmaBuf: DMA-BUFs with no memory behind them, as a driver's that map nowhere.
+        bool dmaBufUnmappable = false;
         uint cursorModes = 1 | 2 | 4; // what the ScreenCast backend offers: hidden, embedded, metadata
     };
 

@@ -80,6 +80,19 @@ bool syncDmaBuf(int fd, uint64_t flags)
     return result == 0;
 }
 
+// The stream's formats: each as a DMA-BUF first unless `sharedMemoryOnly`, then each in shared
+// memory, which any desktop can send. Returns how many were put into `params`.
+uint32_t offeredFormatParams(spa_pod_builder* b, const spa_pod** params, bool sharedMemoryOnly)
+{
+    uint32_t count = 0;
+    if (!sharedMemoryOnly)
+        for (const spa_video_format offered : offeredFormats)
+            params[count++] = formatParam(b, offered, true);
+    for (const spa_video_format offered : offeredFormats)
+        params[count++] = formatParam(b, offered, false);
+    return count;
+}
+
 // Room for the cursor's metadata with a bitmap of `side` x `side` pixels.
 constexpr int cursorMetaSize(int side)
 {
@@ -202,14 +215,10 @@ CaptureBackend::StreamStart PipeWireCaptureStream::start(int fd, uint32_t nodeId
         pw_thread_loop_get_loop(s->loop),
         [](void* data, uint64_t) { static_cast<PipeWireCaptureStream*>(data)->deliverPending(); }, s);
 
-    // Every format as a DMA-BUF first, then every format in shared memory, which any desktop can send.
     uint8_t buffer[4096];
     spa_pod_builder b = SPA_POD_BUILDER_INIT(buffer, sizeof(buffer));
     const spa_pod* params[2 * std::size(offeredFormats)];
-    uint32_t count = 0;
-    for (const bool withModifier : { true, false })
-        for (const spa_video_format offered : offeredFormats)
-            params[count++] = formatParam(&b, offered, withModifier);
+    const uint32_t count = offeredFormatParams(&b, params, false);
     const int connected = pw_stream_connect(s->stream, PW_DIRECTION_INPUT, nodeId,
         pw_stream_flags(PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS), params, count);
     pw_thread_loop_unlock(s->loop);
@@ -328,6 +337,7 @@ void PipeWireCaptureStream::process()
     // Every queued buffer's cursor counts, in order; of the pictures only the newest matters.
     pw_buffer* newest = nullptr;
     bool cursorChanged = false;
+    bool unreadable = false;
     while (pw_buffer* next = pw_stream_dequeue_buffer(stream)) {
         if (cursorMemory && readCursor(next->buffer)) cursorChanged = true;
         const spa_data& data = next->buffer->datas[0];
@@ -339,12 +349,16 @@ void PipeWireCaptureStream::process()
             && !(data.chunk->flags & SPA_CHUNK_FLAG_CORRUPTED)
             && !(header && (header->flags & SPA_META_HEADER_FLAG_CORRUPTED));
         if (!hasPicture) {
+            // A DMA-BUF with no memory we can map behind it (a driver whose buffers map nowhere,
+            // or buffers that came without their files) would never bring a picture.
+            if (dmaBuf && !plane(next).bits) unreadable = true;
             pw_stream_queue_buffer(stream, next);
             continue;
         }
         if (newest) pw_stream_queue_buffer(stream, newest);
         newest = next;
     }
+    if (unreadable && !newest) refuseDmaBufs();
     if (ended || size.isEmpty()) {
         if (newest) pw_stream_queue_buffer(stream, newest);
         return;
@@ -404,6 +418,18 @@ bool PipeWireCaptureStream::readCursor(const spa_buffer* buffer)
         }
     }
     return changed;
+}
+
+void PipeWireCaptureStream::refuseDmaBufs()
+{
+    if (dmaBufsRefused) return;
+    dmaBufsRefused = true;
+    logLine(QStringLiteral("The screen's DMA-BUFs cannot be read here: asking the desktop for shared memory"));
+    uint8_t buffer[4096];
+    spa_pod_builder b = SPA_POD_BUILDER_INIT(buffer, sizeof(buffer));
+    const spa_pod* params[std::size(offeredFormats)];
+    const uint32_t count = offeredFormatParams(&b, params, true);
+    pw_stream_update_params(stream, params, count);
 }
 
 void PipeWireCaptureStream::addBuffer(pw_buffer* buffer)

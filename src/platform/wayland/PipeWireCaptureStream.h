@@ -99,6 +99,9 @@ private:
     Plane plane(const pw_buffer* buffer) const;
     void deliverPending();
     void deliver(int64_t at);
+    // DMA-BUFs came that cannot be read here (no memory behind them, or none that maps): the
+    // formats are offered again without them, once, so that the desktop sends shared memory.
+    void refuseDmaBufs();
 
     StreamConfiguration configuration;
     std::shared_ptr<const StreamOutput> output;
@@ -111,6 +114,7 @@ private:
     struct Listeners;
     std::unique_ptr<Listeners> listeners;
     // A DMA-BUF plane mapped for reading, for as long as PipeWire lends the stream its buffer.
+    bool dmaBufsRefused = false; // PipeWire thread
     struct PlaneMapping {
         PlaneMapping(int fd, size_t length);
         PlaneMapping(const PlaneMapping&) = delete;

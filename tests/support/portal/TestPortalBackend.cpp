@@ -21,6 +21,8 @@
 // memory in them, and the reader's side of it is the same either way. There is no GPU
 // here (no /dev/dri, no /dev/udmabuf): each "DMA-BUF" is a memfd labelled SPA_DATA_DmaBuf. Mapped, a
 // memfd reads like a linear DMA-BUF; the DMA-BUF sync call fails on it, as on a driver without one.
+// --buffers dmabuf-unmappable: the DMA-BUFs come with no memory behind them, as from a driver whose
+// buffers the processor cannot map.
 //
 // --cursor-modes: what the ScreenCast backend says it can do with the cursor (1 hidden, 2 embedded,
 // 4 metadata; all three unless told). Embedded, the cursor is painted into the pictures.
@@ -139,11 +141,12 @@ constexpr int64_t linearModifier = 0;
 // (main thread) changes under the thread loop's lock.
 class Producer {
 public:
-    Producer(QSize size, spa_video_format format, int counterMs, bool dmaBuf)
+    Producer(QSize size, spa_video_format format, int counterMs, bool dmaBuf, bool unmappable)
         : size(size)
         , format(format)
         , counterMs(counterMs)
         , offersDmaBuf(dmaBuf)
+        , dmaBufUnmappable(unmappable)
     {
     }
 
@@ -396,6 +399,14 @@ private:
         if (!offersDmaBuf) return;
         spa_data& d = buffer->buffer->datas[0];
         const bool dmaBuf = dmaBufModifier && (d.type & (1u << SPA_DATA_DmaBuf));
+        if (dmaBuf && dmaBufUnmappable) {
+            // A DMA-BUF whose memory the reader cannot reach: no file, nothing to paint into.
+            d.type = SPA_DATA_DmaBuf;
+            d.fd = -1;
+            d.data = nullptr;
+            handedOutType = QStringLiteral("DmaBuf without memory");
+            return;
+        }
         d.type = dmaBuf ? SPA_DATA_DmaBuf : SPA_DATA_MemFd;
         d.flags = SPA_DATA_FLAG_READWRITE;
         d.mapoffset = 0;
@@ -528,6 +539,7 @@ private:
     const spa_video_format format;
     const int counterMs;
     const bool offersDmaBuf;
+    const bool dmaBufUnmappable;
     std::optional<int64_t> dmaBufModifier; // the format fixed on a DMA-BUF with this modifier
     QString handedOutType;
     bool embedded = false;
@@ -870,6 +882,7 @@ int main(int argc, char** argv)
     spa_video_format format = SPA_VIDEO_FORMAT_BGRx;
     int counterMs = 100;
     bool dmaBuf = false;
+    bool dmaBufUnmappable = false;
     uint cursorModes = 1 | 2 | 4;
     const QStringList args = app.arguments();
     for (int i = 1; i + 1 < args.size(); i += 2) {
@@ -879,7 +892,8 @@ int main(int argc, char** argv)
         } else if (args[i] == QLatin1String("--counter-ms")) {
             counterMs = std::max(1, args[i + 1].toInt());
         } else if (args[i] == QLatin1String("--buffers")) {
-            dmaBuf = args[i + 1] == QLatin1String("dmabuf");
+            dmaBuf = args[i + 1].startsWith(QLatin1String("dmabuf"));
+            dmaBufUnmappable = args[i + 1] == QLatin1String("dmabuf-unmappable");
         } else if (args[i] == QLatin1String("--cursor-modes")) {
             cursorModes = args[i + 1].toUInt();
         } else if (args[i] == QLatin1String("--format")) {
@@ -892,7 +906,7 @@ int main(int argc, char** argv)
     }
 
     pw_init(&argc, &argv);
-    Producer producer(size, format, counterMs, dmaBuf);
+    Producer producer(size, format, counterMs, dmaBuf, dmaBufUnmappable);
     const uint32_t node = producer.start();
     if (node == 0) {
         std::fprintf(stderr, "velotape-test-portal: no PipeWire node (is pipewire running?)\n");
