@@ -43,6 +43,18 @@ int painted(const QImage& shot, const QRect& rect)
     return count;
 }
 
+// The frame's line runs `gap` outside `watched` on all four sides, and nothing is inside it, where
+// the monitor reads.
+void expectLineAround(const QImage& shot, const QRect& watched)
+{
+    const int g = ArmedFrameDrawing::gap;
+    EXPECT_GT(painted(shot, QRect(watched.left() - g - 2, watched.center().y() - 5, 5, 10)), 0) << "left";
+    EXPECT_GT(painted(shot, QRect(watched.right() + g - 2, watched.center().y() - 5, 5, 10)), 0) << "right";
+    EXPECT_GT(painted(shot, QRect(watched.center().x() - 5, watched.top() - g - 2, 10, 5)), 0) << "top";
+    EXPECT_GT(painted(shot, QRect(watched.center().x() - 5, watched.bottom() + g - 2, 10, 5)), 0) << "bottom";
+    EXPECT_EQ(painted(shot, watched), 0);
+}
+
 class ArmedFrameWayland : public ::testing::Test {
 protected:
     HeadlessSway sway;
@@ -92,14 +104,8 @@ TEST_F(ArmedFrameWayland, TheFrameStandsAroundTheWatchedAreaOnTheOverlayLayerAnd
     EXPECT_EQ(frame->placement(), around);
     const QImage shot = shotWhere([&](const QImage& s) { return painted(s, around) > 200; });
     ASSERT_EQ(shot.size(), QSize(640, 360));
-    // The line runs `gap` outside the watched rectangle on all four sides.
-    const int g = ArmedFrameDrawing::gap;
-    EXPECT_GT(painted(shot, QRect(watched.left() - g - 2, watched.center().y() - 5, 5, 10)), 0) << "left";
-    EXPECT_GT(painted(shot, QRect(watched.right() + g - 2, watched.center().y() - 5, 5, 10)), 0) << "right";
-    EXPECT_GT(painted(shot, QRect(watched.center().x() - 5, watched.top() - g - 2, 10, 5)), 0) << "top";
-    EXPECT_GT(painted(shot, QRect(watched.center().x() - 5, watched.bottom() + g - 2, 10, 5)), 0) << "bottom";
-    // Nothing inside, where the monitor reads, and nothing beyond the surface.
-    EXPECT_EQ(painted(shot, watched), 0);
+    expectLineAround(shot, watched);
+    // Nothing beyond the surface.
     EXPECT_EQ(painted(shot, QRect(0, 0, 640, around.top())), 0);
     EXPECT_EQ(painted(shot, QRect(0, around.bottom() + 1, 640, 360)), 0);
     EXPECT_EQ(painted(shot, QRect(0, 0, around.left(), 360)), 0);
@@ -156,12 +162,7 @@ TEST_F(ArmedFrameWayland, OnAScaledOutputTheFrameStandsAroundTheAreaInTheOutputs
     EXPECT_EQ(frame->placement().width() % 2, 0);
     const QImage shot = shotWhere([&](const QImage& s) { return painted(s, around) > 400; });
     ASSERT_EQ(shot.size(), QSize(1280, 720));
-    const int g = ArmedFrameDrawing::gap;
-    EXPECT_GT(painted(shot, QRect(watched.left() - g - 2, watched.center().y() - 5, 5, 10)), 0) << "left";
-    EXPECT_GT(painted(shot, QRect(watched.right() + g - 2, watched.center().y() - 5, 5, 10)), 0) << "right";
-    EXPECT_GT(painted(shot, QRect(watched.center().x() - 5, watched.top() - g - 2, 10, 5)), 0) << "top";
-    EXPECT_GT(painted(shot, QRect(watched.center().x() - 5, watched.bottom() + g - 2, 10, 5)), 0) << "bottom";
-    EXPECT_EQ(painted(shot, watched), 0);
+    expectLineAround(shot, watched);
     EXPECT_EQ(painted(shot, shot.rect()), painted(shot, around));
 }
 

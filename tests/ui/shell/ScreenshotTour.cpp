@@ -7,6 +7,7 @@
 //     screenshot_tour --wayland OUTDIR    (the Wayland pictures alone)
 
 #include "SampleClip.h"
+#include "TourWindow.h"
 #include "WaylandTour.h"
 #include "app/AppSettings.h"
 #include "app/session/AreaCommands.h"
@@ -59,14 +60,6 @@ const char* screenName(D1Screen screen)
         return "about";
     }
     return "screen";
-}
-
-void settle(int milliseconds)
-{
-    QElapsedTimer clock;
-    clock.start();
-    while (clock.elapsed() < milliseconds)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
 }
 
 // The same settings every run: a private save folder and no sound, nothing of the user's.
@@ -427,17 +420,9 @@ int main(int argc, char** argv)
     }
     qputenv("QT_QPA_PLATFORM", "xcb");
     QApplication app(argc, argv);
-    QCoreApplication::setApplicationName(QStringLiteral("Velotape"));
-    QCoreApplication::setOrganizationName(QStringLiteral("Velotape"));
-    QCoreApplication::setApplicationVersion(QStringLiteral(VELOTAPE_VERSION));
-
-    AppDelegate delegate(AppSession::Options {
-        .headless = false, .source = {}, .socketPath = home.filePath(QStringLiteral("control")) });
-    QString error;
-    if (!delegate.applicationDidFinishLaunching(&error)) {
-        std::fprintf(stderr, "screenshot_tour: %s\n", qPrintable(error));
-        return 1;
-    }
+    const std::unique_ptr<AppDelegate> launched = launchTourWindow(home.filePath(QStringLiteral("control")));
+    if (!launched) return 1;
+    AppDelegate& delegate = *launched;
     QMainWindow* window = delegate.window();
     settle(500);
 

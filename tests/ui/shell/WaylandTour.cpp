@@ -1,5 +1,6 @@
 #include "WaylandTour.h"
 
+#include "TourWindow.h"
 #include "app/session/RecorderViewModel.h"
 #include "capture/CaptureEngine.h"
 #include "recorder/SegmentedRecorder.h"
@@ -24,14 +25,6 @@
 namespace {
 
 const QSize streamSize(1280, 720);
-
-void settle(int milliseconds)
-{
-    QElapsedTimer clock;
-    clock.start();
-    while (clock.elapsed() < milliseconds)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-}
 
 // Colour bars over a dark ground, a white block and a caption-sized stripe: a picture whose
 // colours and edges show at a glance whether the preview is the stream, the right way round.
@@ -95,16 +88,9 @@ int waylandTour(int argc, char** argv, const QString& outDir)
         qputenv(qPrintable(name), env.value(name).toUtf8());
 
     QApplication app(argc, argv);
-    QCoreApplication::setApplicationName(QStringLiteral("Velotape"));
-    QCoreApplication::setOrganizationName(QStringLiteral("Velotape"));
-    QCoreApplication::setApplicationVersion(QStringLiteral(VELOTAPE_VERSION));
-    AppDelegate delegate(AppSession::Options {
-        .headless = false, .source = {}, .socketPath = home.filePath(QStringLiteral("control")) });
-    QString error;
-    if (!delegate.applicationDidFinishLaunching(&error)) {
-        std::fprintf(stderr, "screenshot_tour: %s\n", qPrintable(error));
-        return 1;
-    }
+    const std::unique_ptr<AppDelegate> launched = launchTourWindow(home.filePath(QStringLiteral("control")));
+    if (!launched) return 1;
+    AppDelegate& delegate = *launched;
     RecorderViewModel* vm = delegate.viewModel();
     QMainWindow* window = delegate.window();
     delegate.contentView()->showScreen(D1Screen::recorder);
